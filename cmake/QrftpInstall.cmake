@@ -1,0 +1,20 @@
+# What another project needs to find and link the libraries: a CMake package and pkg-config files.
+
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/qrftpcore)
+install(EXPORT qrftpcoreTargets NAMESPACE qrftpcore:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/qrftpcoreConfig.cmake.in ${PROJECT_BINARY_DIR}/qrftpcoreConfig.cmake
+    INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/qrftpcoreConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/qrftpcoreConfig.cmake ${PROJECT_BINARY_DIR}/qrftpcoreConfigVersion.cmake
+    DESTINATION ${package_dir})
+
+# qrftp_pkgconfig(NAME LIBRARY DESCRIPTION REQUIRES)
+function(qrftp_pkgconfig name library description requires)
+    configure_file(cmake/library.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+qrftp_pkgconfig(qrftpcore-host zorbelhost "The stand-alone host below libqrftpcore" "")
+qrftp_pkgconfig(qrftpcore qrftpcore "${PROJECT_DESCRIPTION}" "qrftpcore-host libcurl")

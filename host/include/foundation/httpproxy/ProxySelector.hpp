@@ -1,0 +1,57 @@
+#pragma once
+
+#include <zorbelhost_export.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace foundation::httpproxy {
+
+struct Credentials {
+    std::string user_name;
+    std::string password;
+};
+
+/// One proxy. The host text is what libcurl takes as a proxy: a name or an address, with a scheme in front only
+/// where the proxy is not a plain HTTP one. Port 0 means that none was named.
+class Proxy {
+public:
+    Proxy(std::string host, std::uint16_t port, std::optional<Credentials> credentials = std::nullopt)
+        : host_(std::move(host)), port_(port), credentials_(std::move(credentials))
+    {
+    }
+
+    const std::string& getHost() const { return host_; }
+    std::uint16_t getPort() const { return port_; }
+    bool hasCredentials() const { return credentials_.has_value(); }
+
+    /// Throws `std::bad_optional_access` when there are none.
+    const Credentials& getCredentials() const { return credentials_.value(); }
+
+private:
+    std::string host_;
+    std::uint16_t port_;
+    std::optional<Credentials> credentials_;
+};
+
+using ProxyList = std::vector<Proxy>;
+
+/// A service: the user's proxy settings.
+class ZORBELHOST_EXPORT ProxySelector {
+public:
+    virtual ~ProxySelector();
+
+    /// The proxies through which `url` is to be reached, best first; an empty list means directly. A bare
+    /// scheme ("http://") asks for the proxy of that scheme whatever the host.
+    virtual ProxyList select(const std::string& url) = 0;
+
+protected:
+    ProxySelector() = default;
+    ProxySelector(const ProxySelector&) = default;
+    ProxySelector& operator=(const ProxySelector&) = default;
+};
+
+} // namespace foundation::httpproxy

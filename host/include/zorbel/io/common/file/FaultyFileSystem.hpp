@@ -1,0 +1,36 @@
+#pragma once
+
+#include <zorbel/io/common/file/FileSystem.hpp>
+
+#include <exception>
+
+namespace zorbel::io::common::file {
+
+/// Another file system with faults on order, for tests. Files that it opened keep their orders when it goes.
+/// One thread at a time.
+class ZORBELHOST_EXPORT FaultyFileSystem final : public FileSystem {
+public:
+    enum class Call { open, size, read, write, close };
+
+    explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner);
+
+    /// The `number`th call of this kind from now, counted from 1, throws `failure` instead of being made. A
+    /// later order for the same kind replaces the earlier one; number 0 takes it back.
+    void fail(Call call, unsigned number, std::exception_ptr failure);
+
+    /// From now on a write takes `most` bytes at most and returns the shorter count.
+    void shorten_writes(long most);
+
+    std::shared_ptr<Stream> open_for_reading(const fl::ustring& path) override;
+    std::shared_ptr<Stream> open_for_writing(const fl::ustring& path) override;
+    std::uint64_t size(const fl::ustring& path) override;
+
+private:
+    class FaultyStream;
+    struct Orders;
+
+    std::shared_ptr<FileSystem> inner_;
+    std::shared_ptr<Orders> orders_;
+};
+
+} // namespace zorbel::io::common::file

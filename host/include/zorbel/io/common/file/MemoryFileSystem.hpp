@@ -1,0 +1,32 @@
+#pragma once
+
+#include <zorbel/io/common/file/FileSystem.hpp>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace zorbel::io::common::file {
+
+/// Files that live in memory and go with the object, for tests and for programs that have no disk. Any path is
+/// a name; there are no folders. Safe to use from several threads, a single file by one at a time.
+class ZORBELHOST_EXPORT MemoryFileSystem final : public FileSystem {
+public:
+    std::shared_ptr<Stream> open_for_reading(const fl::ustring& path) override;
+    std::shared_ptr<Stream> open_for_writing(const fl::ustring& path) override;
+    std::uint64_t size(const fl::ustring& path) override;
+
+    /// Makes or replaces the file at `path`.
+    void put(const fl::ustring& path, std::string content);
+
+    /// What the file at `path` holds. Throws `NoSuchFile`.
+    std::string get(const fl::ustring& path) const;
+
+private:
+    std::shared_ptr<std::string> find(const fl::ustring& path) const;
+
+    mutable std::mutex mutex_;
+    std::map<fl::ustring, std::shared_ptr<std::string>> files_;
+};
+
+} // namespace zorbel::io::common::file

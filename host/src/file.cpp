@@ -1,0 +1,142 @@
+#include "posix_file_system.hpp"
+
+#include <foundation/core/except/Exception.hpp>
+#include <zorbel/io/common/file/FileSystem.hpp>
+#include <zorbel/io/common/file/errors.hpp>
+
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace zorbel::io::common::file {
+
+namespace {
+
+using foundation::core::except::raise;
+namespace errors = ZORBEL::io::common::file;
+
+std::mutex system_mutex;
+
+std::shared_ptr<FileSystem>& system_in_place()
+{
+    static std::shared_ptr<FileSystem> system;
+    return system;
+}
+
+std::shared_ptr<FileSystem> current()
+{
+    const std::lock_guard lock(system_mutex);
+    auto& system = system_in_place();
+    if (!system) {
+        system = make_posix_file_system();
+    }
+    return system;
+}
+
+Stream& opened(const File& file)
+{
+    if (!file.stream()) {
+        raise<errors::FileError>(file.path(), "no file is open");
+    }
+    return *file.stream();
+}
+
+[[noreturn]] void raise_unknown(const File& file, Operation operation, const std::string& reason)
+{
+    const char* const what = operation == Operation::read ? "reading failed: " : "writing failed: ";
+    raise<errors::FileError>(file.path(), what + reason);
+}
+
+} // namespace
+
+Stream::~Stream() = default;
+FileSystem::~FileSystem() = default;
+
+File::File(fl::ustring path, std::shared_ptr<Stream> stream)
+    : path_(std::move(path)), stream_(std::move(stream))
+{
+}
+
+std::shared_ptr<FileSystem> exchange_file_system(std::shared_ptr<FileSystem> system)
+{
+    auto earlier = current();
+    const std::lock_guard lock(system_mutex);
+    system_in_place() = std::move(system);
+    return earlier;
+}
+
+File make_readable_file(const fl::ustring& path)
+{
+    return {path, current()->open_for_reading(path)};
+}
+
+File make_writeable_file(const fl::ustring& path)
+{
+    return {path, current()->open_for_writing(path)};
+}
+
+foundation::storage::vfs::File make_vfs_file(const fl::ustring& path)
+{
+    using foundation::storage::vfs::FileAttributes;
+    return foundation::storage::vfs::File(
+        [system = current(), path] { return FileAttributes(system->size(path)); });
+}
+
+Count read(File file, char* buffer, long count) noexcept
+{
+    try {
+        Stream& stream = opened(file);
+        if (count <= 0) {
+            return 0L;
+        }
+        const long got = stream.read(buffer, count);
+        return got == 0 ? -1L : got;
+    } catch (...) {
+        return std::current_exception();
+    }
+}
+
+Count write(File file, const char* data, long count) noexcept
+{
+    try {
+        return opened(file).write(data, count);
+    } catch (...) {
+        return std::current_exception();
+    }
+}
+
+std::exception_ptr close(File file) noexcept
+{
+    try {
+        if (file.stream()) {
+            file.stream()->close();
+        }
+        return nullptr;
+    } catch (...) {
+        return std::current_exception();
+    }
+}
+
+void handle_exception(std::exception_ptr failure, File file, Operation operation)
+{
+    if (!failure) {
+        return;
+    }
+    try {
+        std::rethrow_exception(std::move(failure));
+    } catch (const errors::PermissionDenied&) {
+        throw;
+    } catch (const errors::NoSuchFile&) {
+        throw;
+    } catch (const errors::DiskFull&) {
+        throw;
+    } catch (const errors::FileError&) {
+        throw;
+    } catch (const std::exception& error) {
+        raise_unknown(file, operation, error.what());
+    } catch (...) {
+        raise_unknown(file, operation, "an unknown error");
+    }
+}
+
+} // namespace zorbel::io::common::file

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace foundation::log {
+
+/// `text` with asterisks in the place of every one of `secrets`, of the arguments of PASS and ACCT commands and
+/// of the values of Proxy-Authorization headers. Put the longest secrets first.
+std::string mask(std::string_view text, const std::vector<std::string>& secrets);
+
+} // namespace foundation::log
