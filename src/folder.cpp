@@ -1,0 +1,110 @@
+#include "trace.hpp"
+
+#include <zorbel/io/ftp/core/folders.hpp>
+#include <zorbel/io/ftp/core/navigation.hpp>
+#include <zorbel/io/ftp/core/paths.hpp>
+#include <zorbel/io/ftp/core/request.hpp>
+
+#include <tuple>
+
+namespace zorbel::io::ftp::core {
+
+namespace {
+
+/// The body that `command` brings on the connection's current URL.
+std::string request_listing(curl_ptr& connection, const std::string& command)
+{
+    CURLcode code = CURLE_OK;
+    std::string body;
+    {
+        scoped_request request(connection);
+        std::tie(code, body) = request.setopt(CURLOPT_CUSTOMREQUEST, command.c_str(), nullptr).request_body();
+    }
+    log(level::message, "Received code: ", static_cast<long>(code), " for list command: ", command);
+    log(level::message, "Listing contents: ", body);
+    return body;
+}
+
+} // namespace
+
+long last_response_code(curl_ptr& connection)
+{
+    long response_code = 0;
+    const scope_trace trace("response_code", response_code);
+    connection.throw_if_null();
+    curl_easy_getinfo(connection.get(), CURLINFO_RESPONSE_CODE, &response_code);
+    return response_code;
+}
+
+std::vector<std::string_view> split_string(std::string_view text, std::string_view delimiter)
+{
+    if (text.empty() || delimiter.empty()) {
+        return {text};
+    }
+    std::vector<std::string_view> pieces;
+    std::size_t begin = 0;
+    for (std::size_t end = text.find(delimiter); end != std::string_view::npos;
+         end = text.find(delimiter, begin)) {
+        pieces.push_back(text.substr(begin, end - begin));
+        begin = end + delimiter.size();
+    }
+    pieces.push_back(text.substr(begin));
+    return pieces;
+}
+
+std::string list(curl_ptr& connection, const std::string& path)
+{
+    const scope_trace trace;
+    return request_listing(connection, "LIST " + path);
+}
+
+std::string nlst(curl_ptr& connection, const std::string& path)
+{
+    const scope_trace trace;
+    return request_listing(connection, "NLST " + path);
+}
+
+std::vector<std::string_view> parse_nlst_listing(const std::string& listing)
+{
+    const scope_trace trace;
+    return split_string(listing, "\n");
+}
+
+std::vector<std::string> dir(curl_ptr& connection, const std::string& path)
+{
+    const scope_trace trace;
+    const std::string listing = nlst(connection, path);
+    std::vector<std::string> names;
+    for (const std::string_view line : parse_nlst_listing(listing)) {
+        if (!line.empty()) {
+            names.emplace_back(line);
+        }
+    }
+    return names;
+}
+
+bool is_folder(curl_ptr& connection, const std::string& path)
+{
+    const scope_trace trace;
+    const std::string url = fullurl(connection, path, false);
+    try {
+        const std::string previous_url = current_remote_url(connection);
+        cd(connection, url);
+        unsafe_cd(connection, previous_url);
+        return true;
+    } catch (...) {
+        return false; // Whatever went wrong, nobody got in, or nobody got back.
+    }
+}
+
+std::pair<CURLcode, std::string> sftp_is_folder(curl_ptr& connection, const std::string& path,
+                                                bool already_encoded)
+{
+    const scope_trace trace;
+    const std::string url = fullurl(connection, path, already_encoded);
+    scoped_request request(connection);
+    // Put back to off rather than to what it was: connections with a starting folder list in long form.
+    return request.seturl(url).setopt(CURLOPT_DIRLISTONLY, 0L, 0).request_body();
+}
+
+} // namespace zorbel::io::ftp::core
