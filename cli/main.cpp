@@ -1,0 +1,152 @@
+#include "local_file.hpp"
+#include "progress.hpp"
+#include "session.hpp"
+
+#include <fl/i18n/ustring_to_utf8.hpp>
+#include <foundation/core/except/Exception.hpp>
+#include <zorbel/io/ftp/core.hpp>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <filesystem>
+#include <iostream>
+
+namespace core = zorbel::io::ftp::core;
+using fl::i18n::utf8_to_ustring;
+using namespace qrftp::cli;
+
+namespace {
+
+struct arguments {
+    login_options login;
+    std::string url;
+    std::string local;
+    bool text = false;
+};
+
+std::string last_segment(const std::string& path)
+{
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+void list(core::curl_ptr& connection, const remote& target)
+{
+    if (target.sftp) {
+        const std::string folder = core::add_trailing_slash(target.path == "/" ? "/~" : target.path);
+        const auto [code, listing] = core::sftp_is_folder(connection, folder, false);
+        if (code != CURLE_OK) {
+            foundation::core::except::raise<ZORBEL::io::ftp::ftp::NoSuchDirectory>(folder);
+        }
+        std::cout << listing;
+        return;
+    }
+    if (!target.path.empty()) {
+        core::cd(connection, core::fullurl(connection, target.path, false));
+    }
+    // An empty path would be sent as a blank, which some servers take for a name.
+    std::cout << core::list(connection, ".");
+}
+
+void get(core::curl_ptr& connection, const remote& target, const arguments& given)
+{
+    const std::string name = last_segment(target.path);
+    if (name.empty() || name == "." || name == "..") {
+        throw usage_error("\"" + given.url + "\" names no file.");
+    }
+    std::filesystem::path local = given.local.empty() ? name : given.local;
+    if (std::filesystem::is_directory(local)) {
+        local /= name;
+    }
+    local_file file(local);
+    {
+        const progress_bar bar(connection, name);
+        core::receive_file(connection, utf8_to_ustring(target.path), utf8_to_ustring(file.path().string()),
+                           given.text);
+    }
+    file.commit();
+}
+
+void put(core::curl_ptr& connection, const remote& target, const arguments& given)
+{
+    const std::string name = last_segment(given.local);
+    const std::string path = last_segment(target.path).empty() ? target.path + name : target.path;
+    const progress_bar bar(connection, name);
+    core::send_file(connection, utf8_to_ustring(given.local), utf8_to_ustring(path), given.text);
+}
+
+void print_folder(core::curl_ptr& connection, const remote& target, const std::string& login_folder)
+{
+    const bool elsewhere = !target.path.empty() && !target.sftp;
+    std::cout << (elsewhere ? core::cd(connection, core::fullurl(connection, target.path, false))
+                            : login_folder)
+              << '\n';
+}
+
+void run(const std::string& command, const arguments& given)
+{
+    const remote target = parse_url(given.url);
+    core::curl_ptr connection;
+    const std::string login_folder = open(connection, target, given.login);
+    if (command == "ls") {
+        list(connection, target);
+    } else if (command == "get") {
+        get(connection, target, given);
+    } else if (command == "put") {
+        put(connection, target, given);
+    } else {
+        print_folder(connection, target, login_folder);
+    }
+}
+
+CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& help, arguments& given)
+{
+    CLI::App* command = app.add_subcommand(name, help);
+    add_login_options(*command, given.login);
+    return command;
+}
+
+int fail(const std::string& sentence, int status)
+{
+    std::cout.flush();
+    std::cerr << "qrftp: " << sentence << '\n';
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+try {
+    CLI::App app("Lists, fetches and sends files over FTP, FTPS and SFTP.", "qrftp");
+    app.require_subcommand(1);
+    app.footer(
+        "URLs: ftp://[USER@]HOST[:PORT]/PATH (from the login folder; //PATH from the root), sftp://…/PATH.\n"
+        "The password comes from the URL, from $QRFTP_PASSWORD, or is asked for.");
+    arguments given;
+    add_command(app, "ls", "List a remote folder", given)->add_option("URL", given.url)->required();
+    CLI::App* get_command = add_command(app, "get", "Fetch a remote file", given);
+    get_command->add_option("URL", given.url)->required();
+    get_command->add_option("LOCAL", given.local, "File or folder; else the remote name here");
+    CLI::App* put_command = add_command(app, "put", "Send a local file", given);
+    put_command->add_option("LOCAL", given.local)->required();
+    put_command->add_option("URL", given.url, "Remote file, or folder with a final slash")->required();
+    add_command(app, "pwd", "Print the folder that the server reports", given)
+        ->add_option("URL", given.url)
+        ->required();
+    for (CLI::App* command : {get_command, put_command}) {
+        command->add_flag("--text", given.text, "Transfer as text, with line ends converted");
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+    run(app.get_subcommands().front()->get_name(), given);
+    return std::cout.flush() ? 0 : fail("The output could not be written.", 1);
+} catch (const usage_error& error) {
+    return fail(error.what(), 2);
+} catch (const std::exception& error) {
+    return fail(error.what(), 1);
+}

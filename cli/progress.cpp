@@ -1,0 +1,97 @@
+#include "progress.hpp"
+
+#include <zorbel/io/ftp/core/set_option.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iostream>
+#include <utility>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace qrftp::cli {
+
+using std::chrono::milliseconds;
+using zorbel::io::ftp::core::set_option;
+
+namespace {
+
+constexpr int bar_width = 24;
+
+std::size_t terminal_width()
+{
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+} // namespace
+
+std::string readable(double bytes)
+{
+    static constexpr std::array units{"B", "KiB", "MiB", "GiB", "TiB"};
+    std::size_t unit = 0;
+    while (bytes >= 1024 && unit + 1 < units.size()) {
+        bytes /= 1024;
+        ++unit;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units.at(unit));
+    return text.data();
+}
+
+progress_bar::progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title)
+    : connection_(connection), title_(std::move(title))
+{
+    if (isatty(STDERR_FILENO) != 0) {
+        set_option(connection_, CURLOPT_XFERINFOFUNCTION, &progress_bar::callback);
+        set_option(connection_, CURLOPT_XFERINFODATA, this);
+        set_option(connection_, CURLOPT_NOPROGRESS, 0L);
+    }
+}
+
+progress_bar::~progress_bar()
+{
+    if (connection_) {
+        set_option(connection_, CURLOPT_NOPROGRESS, 1L);
+        set_option(connection_, CURLOPT_XFERINFODATA, nullptr);
+        set_option(connection_, CURLOPT_XFERINFOFUNCTION, nullptr);
+    }
+    if (drawn_) {
+        std::fputc('\n', stderr);
+    }
+}
+
+int progress_bar::callback(void* self, curl_off_t download_total, curl_off_t downloaded,
+                           curl_off_t upload_total, curl_off_t uploaded) noexcept
+try {
+    auto& bar = *static_cast<progress_bar*>(self);
+    const auto now = clock::now();
+    const auto total = std::max(download_total, upload_total);
+    if (total > 0 && now - bar.start_ >= milliseconds(1000) && now - bar.last_drawn_ >= milliseconds(100)) {
+        bar.last_drawn_ = now;
+        bar.draw(std::max(downloaded, uploaded), total);
+    }
+    return 0;
+} catch (const std::exception&) {
+    return 0; // A bar that cannot be drawn is no reason to stop the transfer.
+}
+
+void progress_bar::draw(curl_off_t done, curl_off_t total)
+{
+    const double seconds = std::chrono::duration<double>(clock::now() - start_).count();
+    const double rate = static_cast<double>(done) / seconds;
+    const double share = static_cast<double>(done) / static_cast<double>(total);
+    const auto left = rate > 0 ? static_cast<long>(static_cast<double>(total - done) / rate) : 0;
+    const auto filled = static_cast<std::size_t>(share * bar_width);
+    std::array<char, 32> tail{};
+    std::snprintf(tail.data(), tail.size(), " %3.0f%% %ld:%02ld left", share * 100, left / 60, left % 60);
+    std::string line = title_ + " [" + std::string(filled, '#') + std::string(bar_width - filled, '.') + "] " +
+                       readable(static_cast<double>(done)) + ", " + readable(rate) + "/s" + tail.data();
+    line.resize(std::min(line.size(), terminal_width() - 1));
+    std::cerr << '\r' << line << "\x1b[K" << std::flush;
+    drawn_ = true;
+}
+
+} // namespace qrftp::cli

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <zorbel/io/ftp/core/connection.hpp>
+
+#include <chrono>
+#include <string>
+
+namespace qrftp::cli {
+
+/// A progress bar on standard error for the transfers of one connection: amount, rate and time left, once a
+/// transfer has run for a second, at most ten times a second. Silent when standard error is no terminal.
+///
+/// Reports through the handle's progress callback while it lives; the connection must outlive it.
+class progress_bar {
+public:
+    progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title);
+    ~progress_bar();
+    progress_bar(const progress_bar&) = delete;
+    progress_bar& operator=(const progress_bar&) = delete;
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    static int callback(void* self, curl_off_t download_total, curl_off_t downloaded, curl_off_t upload_total,
+                        curl_off_t uploaded) noexcept;
+    void draw(curl_off_t done, curl_off_t total);
+
+    zorbel::io::ftp::core::curl_ptr& connection_;
+    std::string title_;
+    clock::time_point start_ = clock::now();
+    clock::time_point last_drawn_ = start_;
+    bool drawn_ = false;
+};
+
+/// A count of bytes as people read it: "64.0 MiB".
+std::string readable(double bytes);
+
+} // namespace qrftp::cli
