@@ -5,6 +5,7 @@
 #include <zorbel/io/common/file.hpp>
 #include <zorbel/io/ftp/core/errors.hpp>
 #include <zorbel/io/ftp/core/files.hpp>
+#include <zorbel/io/ftp/core/navigation.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
 
@@ -56,6 +57,24 @@ std::pair<File, unsigned long> make_file_with_size(const fl::ustring& path)
     } catch (...) {
         log(level::info, boost::current_exception_diagnostic_information(true));
         raise<NotFound>(path);
+    }
+}
+
+void rename(curl_ptr& connection, slist commands)
+{
+    const long reply =
+        scoped_request(connection).request_quoted(current_remote_url(connection), std::move(commands)).second;
+    if (reply >= 500 && reply <= 553) {
+        raise<FTPError>(reply);
+    }
+}
+
+/// Sends `command`, which deletes the file `name`, at the URL of that file.
+void delete_with(curl_ptr& connection, const std::string& command, const std::string& name)
+{
+    const std::string url = add_trailing_slash(fullurl(connection, name, false));
+    if (scoped_request(connection).request_quoted(url, slist(command)).first != CURLE_OK) {
+        raise<DeleteFailed>(name);
     }
 }
 
@@ -117,6 +136,62 @@ void receive_file(curl_ptr& connection, const fl::ustring& remote_name, const fl
         raise<FileUnavailable>(remote_name);
     }
     raise<FTPError>(reply);
+}
+
+void delete_remote_file(curl_ptr& connection, const fl::ustring& name)
+{
+    const scope_trace trace;
+    const std::string name8 = ustring_to_utf8(name);
+    delete_with(connection, "DELE " + name8, name8);
+}
+
+void rename_remote_file(curl_ptr& connection, const fl::ustring& old_name, const fl::ustring& new_name)
+{
+    const scope_trace trace;
+    const std::string old8 = ustring_to_utf8(old_name);
+    const std::string new8 = ustring_to_utf8(new_name);
+    slist commands("RNFR " + old8);
+    commands.append("RNTO " + new8);
+    rename(connection, std::move(commands));
+}
+
+void sftp_delete_remote_file(curl_ptr& connection, const fl::ustring& name)
+{
+    const scope_trace trace;
+    const std::string name8 = ustring_to_utf8(name);
+    delete_with(connection, "rm \"" + fullfile(connection, name8) + '"', name8);
+}
+
+void sftp_rename_remote_file(curl_ptr& connection, const fl::ustring& old_name, const fl::ustring& new_name)
+{
+    const scope_trace trace;
+    const std::string old8 = ustring_to_utf8(old_name);
+    const std::string new8 = ustring_to_utf8(new_name);
+    const std::string from = fullfile(connection, old8);
+    const std::string to = fullfile(connection, new8);
+    rename(connection, slist("rename \"" + from + "\" \"" + to + '"'));
+}
+
+bool is_file(curl_ptr& connection, const fl::ustring& name)
+{
+    const scope_trace trace;
+    const std::string name8 = ustring_to_utf8(name);
+    const std::string url = current_remote_url(connection);
+    const CURLcode code = scoped_request(connection)
+                              .setopt(CURLOPT_TIMEOUT, 20L, 0)
+                              .request_quoted_body(url, slist("statvfs \"" + name8 + '"'))
+                              .first;
+    if (code == CURLE_OK) {
+        return true;
+    }
+    if (code != CURLE_QUOTE_ERROR && code != CURLE_OPERATION_TIMEDOUT) {
+        raise<FTPError>(static_cast<long>(code));
+    }
+    return scoped_request(connection)
+               .setopt(CURLOPT_NOBODY, 1L, 0)
+               .setopt(CURLOPT_FILETIME, 1L, 0)
+               .perform()
+               .first == CURLE_OK;
 }
 
 } // namespace zorbel::io::ftp::core

@@ -1,15 +1,47 @@
 #include "trace.hpp"
 
+#include <foundation/core/except/Exception.hpp>
+#include <zorbel/io/ftp/core/errors.hpp>
 #include <zorbel/io/ftp/core/folders.hpp>
 #include <zorbel/io/ftp/core/navigation.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
 
+#include <array>
+#include <cstdio>
 #include <tuple>
 
 namespace zorbel::io::ftp::core {
 
+using foundation::core::except::raise;
+using namespace ZORBEL::io::ftp::ftp;
+
 namespace {
+
+/// Sends the one command `command` at the URL of the folder `path`.
+std::pair<CURLcode, long> request_at_folder(curl_ptr& connection, const std::string& command,
+                                            const std::string& path)
+{
+    const std::string url = add_trailing_slash(fullurl(connection, path, false));
+    return scoped_request(connection).request_quoted(url, slist(command));
+}
+
+std::string quoted(const std::string& name)
+{
+    return '"' + name + '"'; // A double quote in the name is not escaped.
+}
+
+/// Tells the user of the process what libcurl says of `code`, in the form of libcurl's own examples.
+void print_curl_error(CURLcode code, const char* detail)
+{
+    (void)std::fprintf(stderr, "\nlibcurl: (%d) ", static_cast<int>(code));
+    const std::string_view text(detail);
+    if (text.empty()) {
+        (void)std::fprintf(stderr, "%s\n", curl_easy_strerror(code));
+    } else {
+        (void)std::fprintf(stderr, "%s%s", detail, text.ends_with('\n') ? "" : "\n");
+    }
+}
 
 /// The body that `command` brings on the connection's current URL.
 std::string request_listing(curl_ptr& connection, const std::string& command)
@@ -105,6 +137,74 @@ std::pair<CURLcode, std::string> sftp_is_folder(curl_ptr& connection, const std:
     scoped_request request(connection);
     // Put back to off rather than to what it was: connections with a starting folder list in long form.
     return request.seturl(url).setopt(CURLOPT_DIRLISTONLY, 0L, 0).request_body();
+}
+
+void create_folder(curl_ptr& connection, const std::string& name)
+{
+    const scope_trace trace;
+    const auto [code, reply] = request_at_folder(connection, "MKD " + name, name);
+    if (code == CURLE_OK) {
+        return;
+    }
+    if (reply == 550) {
+        raise<CouldNotCreateFolder>(name);
+    }
+    raise<InternalError>("mkdir", name);
+}
+
+void sftp_create_folder(curl_ptr& connection, const std::string& name)
+{
+    const scope_trace trace;
+    // Neither the working folder nor the folder's URL is used: both are asked for, so that a connection that
+    // cannot tell where it stands fails here.
+    pwd(connection);
+    const std::string path = fullfile(connection, percent_encode_path(connection, name));
+    add_trailing_slash(fullurl(connection, path, false));
+    const slist commands("mkdir " + quoted(name));
+    const CURLcode code = scoped_request(connection)
+                              .setopt(CURLOPT_NOBODY, 1L, 0)
+                              .setopt(CURLOPT_QUOTE, commands.get(), nullptr)
+                              .request_header()
+                              .first;
+    if (code != CURLE_OK) {
+        raise<CouldNotCreateFolder>(name);
+    }
+}
+
+void delete_folder(curl_ptr& connection, const std::string& name)
+{
+    const scope_trace trace;
+    const auto [code, reply] = request_at_folder(connection, "RMD " + name, name);
+    if (code == CURLE_OK) {
+        return;
+    }
+    if (reply == 550) {
+        raise<FolderNotEmpty>(name);
+    }
+    raise<FTPError>(reply);
+}
+
+void sftp_delete_folder(curl_ptr& connection, const std::string& name)
+{
+    const scope_trace trace;
+    const std::string path = fullfile(connection, percent_encode_path(connection, name));
+    std::array<char, CURL_ERROR_SIZE> error{};
+    CURLcode code = CURLE_OK;
+    long reply = 0;
+    {
+        scoped_request request(connection);
+        request.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr);
+        // The path is encoded already and is encoded once more on its way into the URL.
+        std::tie(code, reply) = request_at_folder(connection, "rmdir " + quoted(name), path);
+    }
+    if (code == CURLE_OK) {
+        return;
+    }
+    print_curl_error(code, error.data());
+    if (reply == 550) {
+        raise<RemoveFolderFailed>(name);
+    }
+    raise<FTPError>(reply);
 }
 
 } // namespace zorbel::io::ftp::core

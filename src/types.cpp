@@ -9,7 +9,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
-#include <iterator>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -186,6 +186,14 @@ CURLcode curl_ptr::perform()
 
 slist::slist(const std::string& command) : list_(curl_slist_append(nullptr, command.c_str()))
 {
+}
+
+slist& slist::append(const std::string& command)
+{
+    if (list_ == nullptr || curl_slist_append(list_.get(), command.c_str()) == nullptr) {
+        throw std::bad_alloc();
+    }
+    return *this;
 }
 
 scoped_request::scoped_request(curl_ptr& connection) : connection_(connection)

@@ -18,6 +18,11 @@ public:
     /// A list of one command, the bytes of `command` up to its first NUL.
     explicit slist(const std::string& command);
 
+    /// Adds a command at the end. Throws `std::bad_alloc` when it cannot, or when the list lost its first
+    /// command for the same reason: the commands of one list belong together, and half of them must not be
+    /// sent.
+    slist& append(const std::string& command);
+
     curl_slist* get() const noexcept { return list_.get(); }
 
 private:
