@@ -53,8 +53,14 @@ Stream::~Stream() = default;
 FileSystem::~FileSystem() = default;
 
 File::File(fl::ustring path, std::shared_ptr<Stream> stream)
-    : path_(std::move(path)), stream_(std::move(stream))
+    : path_(std::make_shared<const fl::ustring>(std::move(path))), stream_(std::move(stream))
 {
+}
+
+const fl::ustring& File::path() const
+{
+    static const fl::ustring none;
+    return path_ ? *path_ : none;
 }
 
 std::shared_ptr<FileSystem> exchange_file_system(std::shared_ptr<FileSystem> system)
@@ -82,6 +88,8 @@ foundation::storage::vfs::File make_vfs_file(const fl::ustring& path)
         [system = current(), path] { return FileAttributes(system->size(path)); });
 }
 
+// The contract passes a File by value: a call keeps the file open, whatever its owner does meanwhile.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 Count read(File file, char* buffer, long count) noexcept
 {
     try {
@@ -138,5 +146,6 @@ void handle_exception(std::exception_ptr failure, File file, Operation operation
         raise_unknown(file, operation, "an unknown error");
     }
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 } // namespace zorbel::io::common::file

@@ -21,9 +21,9 @@ std::size_t argument_start(std::string_view line)
         const std::size_t close = line.find("] ");
         start = close == std::string_view::npos ? 0 : close + 2;
     }
-    const std::string_view rest = line.substr(start);
+    const std::string_view words = line.substr(start);
     for (const std::string_view command : {"PASS ", "ACCT ", "Proxy-Authorization:"}) {
-        if (boost::algorithm::istarts_with(rest, command)) {
+        if (boost::algorithm::istarts_with(words, command)) {
             return start + command.size();
         }
     }

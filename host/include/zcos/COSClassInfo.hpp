@@ -57,6 +57,7 @@ public:
     virtual bool isArray() const;
 
     static void* operator new(std::size_t /*size*/, void* memory) noexcept { return memory; }
+    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): the memory is the client's, from calloc
     static void operator delete(void* memory) noexcept { utFree(memory); }
 };
 

@@ -147,6 +147,7 @@ void Framework::Stop()
     registry = std::move(state_->registry);
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member in CppMicroServices
 FrameworkEvent Framework::WaitForStop(const std::chrono::milliseconds& /*timeout*/)
 {
     return {};
@@ -158,6 +159,7 @@ BundleContext Framework::GetBundleContext() const
     return BundleContext(state_->registry);
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member in CppMicroServices
 Framework FrameworkFactory::NewFramework()
 {
     return {};

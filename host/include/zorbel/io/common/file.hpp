@@ -19,11 +19,13 @@ public:
     File() = default;
     File(fl::ustring path, std::shared_ptr<Stream> stream);
 
-    const fl::ustring& path() const { return path_; }
+    /// The path that it was opened by; empty when it refers to nothing.
+    const fl::ustring& path() const;
     const std::shared_ptr<Stream>& stream() const { return stream_; }
 
 private:
-    fl::ustring path_;
+    // Shared like the stream: a copy costs no allocation, so that callbacks can make one for every chunk.
+    std::shared_ptr<const fl::ustring> path_;
     std::shared_ptr<Stream> stream_;
 };
 
