@@ -85,7 +85,7 @@ void progress_bar::draw(curl_off_t done, curl_off_t total)
     const double share = static_cast<double>(done) / static_cast<double>(total);
     const auto left = rate > 0 ? static_cast<long>(static_cast<double>(total - done) / rate) : 0;
     const auto filled = static_cast<std::size_t>(share * bar_width);
-    std::array<char, 32> tail{};
+    std::array<char, 64> tail{};
     std::snprintf(tail.data(), tail.size(), " %3.0f%% %ld:%02ld left", share * 100, left / 60, left % 60);
     std::string line = title_ + " [" + std::string(filled, '#') + std::string(bar_width - filled, '.') + "] " +
                        readable(static_cast<double>(done)) + ", " + readable(rate) + "/s" + tail.data();

@@ -141,6 +141,8 @@ std::string open(core::curl_ptr& connection, const remote& target, const login_o
     core::set_option(connection, CURLOPT_BUFFERSIZE, buffer_size);
     core::set_option(connection, CURLOPT_UPLOAD_BUFFERSIZE, buffer_size);
     core::set_option(connection, CURLOPT_NOSIGNAL, 1L);
+    // libcurl 7.88 can wait for this timer when it opens an FTP data connection, 200 ms by default.
+    core::set_option(connection, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L);
     std::string user = !options.user.empty() ? options.user : target.user;
     if (!target.sftp) {
         return open_ftp(connection, target, options, user.empty() ? "anonymous" : user);

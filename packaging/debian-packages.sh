@@ -1,0 +1,89 @@
+#!/bin/bash
+# The Debian packages that the project's commands need, and how they get there. Sourced by run, test and .ci/run:
+#   need_packages LIST…     installs what is missing of the lists below; silent and quick when nothing is
+# On a system other than Debian or its kin it names the packages and fails; QRFTP_PACKAGES=present skips the check.
+
+declare -A package_list=(
+    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libboost-log-dev libboost-locale-dev libcli11-dev"
+    [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
+    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl"
+    [lint]="git clang-format-14 clang-tidy-16 clang-16"
+    [bench]="libbenchmark-dev"
+)
+
+need_packages() {
+    [[ ${QRFTP_PACKAGES:-} == present ]] && return
+    local list name missing=()
+    local -A installed=()
+    while read -r name; do
+        installed[$name]=1
+    done < <(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' 2>/dev/null | sed -n 's/^ii *//p')
+    for list in "$@"; do
+        for name in ${package_list[$list]}; do
+            [[ ${installed[$name]:-} ]] || missing+=("$name")
+        done
+    done
+    ((${#missing[@]})) || return 0
+
+    if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+        echo "These packages, by their names in Debian, are needed: ${missing[*]}" >&2
+        echo "Install what this system calls them, then set QRFTP_PACKAGES=present." >&2
+        return 1
+    fi
+    local as_root=()
+    if ((EUID)); then
+        as_root=(sudo)
+        if ! command -v sudo >/dev/null; then
+            echo "These packages are missing, and without sudo only root can install them: ${missing[*]}" >&2
+            return 1
+        fi
+    fi
+    echo "Installing: ${missing[*]}" >&2
+    "${as_root[@]}" bash "${BASH_SOURCE[0]}" install "${missing[@]}" </dev/null
+}
+
+services() {
+    find /lib/systemd/system /usr/lib/systemd/system /etc/init.d -type f ! -name '*@*' \
+        \( -path '/etc/init.d/*' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' \) -printf '%f\n' \
+        2>/dev/null | sort -u
+}
+
+disable_service() {
+    case $1 in
+    *.*)
+        if command -v systemctl; then systemctl disable "$1"; else deb-systemd-helper disable "$1"; fi
+        ;;
+    *) update-rc.d "$1" disable ;;
+    esac >/dev/null 2>&1 || true # a unit that nothing enables cannot be disabled
+}
+
+# As root: installs the packages named, starting no service and leaving none enabled that was not there before.
+install_packages() {
+    set -euo pipefail
+    local policy=/usr/sbin/policy-rc.d log before service
+    exec 9</usr/sbin
+    flock 9 # two installations at once would restore each other's policy
+    log=$(mktemp)
+    before=$(services)
+    # shellcheck disable=SC2064
+    trap "rm -f '$log' $policy; [[ ! -e $policy.kept ]] || mv $policy.kept $policy" EXIT
+    trap 'exit 130' INT TERM HUP
+    [[ ! -e $policy || -e $policy.kept ]] || mv "$policy" "$policy.kept"
+    printf '#!/bin/sh\nexit 101\n' >"$policy"
+    chmod 755 "$policy"
+
+    export DEBIAN_FRONTEND=noninteractive
+    if ! { apt-get -q update && apt-get -qy -o DPkg::Lock::Timeout=300 install --no-install-recommends "$@"; } \
+        >"$log" 2>&1; then
+        tail -n 30 "$log" >&2
+        return 1
+    fi
+    while read -r service; do
+        disable_service "$service"
+        echo "Left switched off: $service" >&2
+    done < <(comm -13 <(echo "$before") <(services))
+}
+
+if [[ ${1:-} == install && ${BASH_SOURCE[0]} == "$0" ]]; then
+    install_packages "${@:2}"
+fi
