@@ -1,0 +1,275 @@
+// The parts of the library that send nothing: path and reply rules, errors, the handle, the trace.
+
+#include "ledger.hpp"
+#include "operations.hpp"
+
+#include <foundation/log/sink.hpp>
+#include <foundation/services/bundle_context.hpp>
+#include <zorbel/io/ftp/core.hpp>
+
+#include <boost/exception_ptr.hpp>
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <thread>
+
+using namespace zorbel::io::ftp::core;
+using namespace ZORBEL::io::ftp::ftp;
+using namespace ZORBEL::io::ftp::curl;
+using foundation::core::except::Exception;
+using support::error_of;
+using support::ledger;
+using testing::ElementsAre;
+
+namespace {
+
+std::string at(curl_ptr& connection, const std::string& url)
+{
+    set_option(connection, CURLOPT_URL, url.c_str());
+    return url;
+}
+
+support::texts internal(const std::string& where, const std::string& detail)
+{
+    return {"InternalError", where, detail};
+}
+
+} // namespace
+
+TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
+{
+    curl_ptr c(false);
+    const std::pair<const char*, const char*> encoded[] = {{"dir one/file#1.txt", "dir%20one/file%231.txt"},
+                                                           {"/a b/", "/a%20b/"},
+                                                           {"a//b", "a//b"},
+                                                           {"/", "/"},
+                                                           {"//", "//"},
+                                                           {"", ""},
+                                                           {"50%", "50%25"},
+                                                           {"a%20b", "a%2520b"},
+                                                           {"\xc3\xa4~-._", "%C3%A4~-._"}};
+    for (const auto& [path, want] : encoded)
+        EXPECT_EQ(percent_encode_path(c, path), want);
+    EXPECT_EQ(percent_encode(c, "a b/c"), "a%20b%2Fc");
+    EXPECT_EQ(percent_decode(c, "a%20b%2Fc%00d"), std::string("a b/c\0d", 7));
+    EXPECT_EQ(percent_decode(c, ""), "");
+    EXPECT_EQ(add_trailing_slash("") + add_trailing_slash("a") + add_trailing_slash("b/"), "a/b/");
+
+    struct placed {
+        const char *base, *path;
+        bool encoded;
+        const char *absolute, *full;
+    };
+    const placed all[] = {
+        {"ftp://srv/home/u/", "/pub/a b", false, "ftp://srv//pub/a%20b", "ftp://srv//pub/a%20b"},
+        {"sftp://srv/home/u", "/pub/a b", false, "sftp://srv/pub/a%20b", "sftp://srv/pub/a%20b"},
+        {"sftp://srv/home/u", "f", false, "sftp://srv/", "sftp://srv/home/u/f"},
+        {"ftp://srv:2121", "/x%20y", true, "ftp://srv:2121//x%20y", "ftp://srv:2121//x%20y"},
+        {"ftps://srv/a", "/", false, "ftps://srv//", "ftps://srv//"},
+        {"SFTP://srv/a", "/x", false, "SFTP://srv//x", "SFTP://srv//x"},
+        {"ftp://srv/home/u/", "sub/", false, "ftp://srv//", "ftp://srv/home/u/sub/"},
+        {"ftp://srv/home/u/", "a%20b", true, "ftp://srv//", "ftp://srv/home/u/a%20b"},
+        {"ftp://srv/home/u/", "", false, "ftp://srv//", "ftp://srv/home/u/"},
+    };
+    for (const auto& p : all) {
+        EXPECT_EQ(make_absolute_url(c, p.base, p.path, p.encoded), p.absolute);
+        at(c, p.base);
+        EXPECT_EQ(fullurl(c, p.path, p.encoded), p.full);
+    }
+    EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }),
+              internal("URL Generation", "Couldn't find URL scheme"));
+    EXPECT_EQ(fullfile(c, "/x"), "/x");
+}
+
+TEST(Paths, TooLongToEscapeIsAnErrorForBothWays)
+{
+    curl_ptr c(false);
+    const std::string huge(2147483648U, '\0'); // the pages of zeros are the system's own until written
+    const auto want = internal("Percent Encoding", "Exceeded maximum string length");
+    EXPECT_EQ(error_of([&] { percent_encode(c, huge); }), want);
+    EXPECT_EQ(error_of([&] { percent_decode(c, huge); }), want);
+}
+
+TEST(Replies, AreSplitMatchedAndParsed)
+{
+    EXPECT_THAT(split_string("a\nb\n", "\n"), ElementsAre("a", "b", ""));
+    EXPECT_THAT(split_string("\n\n", "\n"), ElementsAre("", "", ""));
+    EXPECT_THAT(split_string("a,,b", ","), ElementsAre("a", "", "b"));
+    EXPECT_THAT(split_string("", ","), ElementsAre(""));
+    EXPECT_THAT(split_string("ab", ""), ElementsAre("ab"));
+    EXPECT_THAT(parse_nlst_listing("a\r\nb\n"), ElementsAre("a\r", "b", ""));
+    EXPECT_EQ(match_response_code("220 x\r\n257-\"/a\"\r\n257 \"/b\"\r\n", "257"), "257-\"/a\"");
+    EXPECT_EQ(match_response_code("25\r\n 257 x", "257"), std::nullopt);
+    EXPECT_EQ(match_response_code("257 x", ""), std::nullopt);
+    const std::pair<const char*, const char*> folders[] = {
+        {R"(257 "/home/user" is current directory)", "/home/user"},
+        {R"(257 "")", ""},
+        {R"(257 "//")", "/"},
+        {R"(257 "/a//b")", "/a/b"},
+        {R"(257 "/a///b")", "/a//b"},
+        {R"(257 "/a ""q"" b" "c" d)", R"(/a ""q"" b" "c)"}};
+    for (const auto& [line, folder] : folders)
+        EXPECT_EQ(parse_pwd_response(line), folder);
+    const std::pair<const char*, std::string> bad[] = {
+        {"25", "PWD response code is too short"},
+        {"550 no", "PWD operation failed or returned unrecognized status code (550) from response: 550 no"},
+        {"257 none", "Could not find opening quote in PWD response: 257 none"},
+        {"257 \"one", "Could not find closing quote in PWD response: 257 \"one"}};
+    for (const auto& [line, why] : bad)
+        EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
+}
+
+TEST(Errors, AreCaughtByEveryBaseAcrossTheLibraryAndCanBeClonedAndRethrown)
+{
+    curl_ptr empty(false);
+    const curl_ptr taken(std::move(empty));
+    const auto raise = [&] { empty.throw_if_null(); };
+    EXPECT_THROW(raise(), InvalidCurlHandle);
+    EXPECT_THROW(raise(), Exception<InvalidCurlHandle>);
+    EXPECT_THROW(raise(), std::exception);
+    EXPECT_THROW(raise(), boost::exception);
+    EXPECT_EQ(error_of(raise), support::texts{"InvalidCurlHandle"});
+    boost::exception_ptr kept;
+    try {
+        parse_pwd_response("");
+    } catch (...) {
+        kept = boost::current_exception();
+    }
+    std::thread([&] { EXPECT_THROW(boost::rethrow_exception(kept), InternalError); }).join();
+    EXPECT_THROW(current_remote_url(empty), InvalidCurlHandle);
+    EXPECT_THROW(last_response_code(empty), InvalidCurlHandle);
+    EXPECT_THROW(scoped_request(empty).setopt(CURLOPT_NOBODY, 1L, 0), InvalidCurlHandle);
+}
+
+TEST(Handle, IsOwnedByOneAndNeedsAnInitialiserUnlessTold)
+{
+    ledger::start();
+    {
+        curl_ptr a;
+        EXPECT_THAT(ledger::lines(), ElementsAre("VERBOSE=1", "DEBUGDATA=ptr", "DEBUGFUNCTION=fn"));
+        EXPECT_EQ(current_remote_url(a), "");
+        EXPECT_EQ(last_response_code(a), 0);
+        curl_ptr b(std::move(a));
+        EXPECT_TRUE(b && !a && a.get() == nullptr);
+        ledger::start();
+        curl_ptr c(false);
+        CURL* const old = c.get();
+        c = std::move(b);
+        EXPECT_THAT(ledger::lines().back(), "cleanup");
+        EXPECT_EQ(ledger::events().back().handle, old);
+        ledger::start();
+    }
+    EXPECT_THAT(ledger::lines(), ElementsAre("cleanup"));
+    ledger::fail_next_init();
+    EXPECT_THROW(curl_ptr(), CurlHandleInitializationFailure);
+    cppmicroservices::BundleContext none;
+    const auto real = foundation::services::exchange_bundle_context(none);
+    EXPECT_THROW(curl_ptr(), std::runtime_error);
+    EXPECT_TRUE(curl_ptr(false));
+    foundation::services::exchange_bundle_context(real);
+}
+
+TEST(Handle, WidensOptionValuesAsLibcurlReadsThemAndRestoresInReverse)
+{
+    curl_ptr c(false);
+    ledger::start();
+    {
+        scoped_request request(c);
+        request.setopt(CURLOPT_INFILESIZE_LARGE, 5000000000UL, -1)
+            .setopt(CURLOPT_NOBODY, 1L, 0)
+            .setopt(CURLOPT_FTP_FILEMETHOD, CURLFTPMETHOD_NOCWD, CURLFTPMETHOD_MULTICWD);
+    }
+    EXPECT_THAT(ledger::lines(), ElementsAre("INFILESIZE_LARGE=5000000000", "NOBODY=1", "FTP_FILEMETHOD=2",
+                                             "FTP_FILEMETHOD=1", "NOBODY=0", "INFILESIZE_LARGE=-1"));
+}
+
+struct Trace : testing::Test {
+    void SetUp() override
+    {
+        foundation::log::set_entry_handler([this](const foundation::log::entry& e) {
+            records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " +
+                              std::string(e.text));
+            file = e.file;
+            line = e.line;
+            if (on_record)
+                on_record();
+        });
+    }
+    void TearDown() override
+    {
+        getLogger().enable_levels(0);
+        foundation::log::set_entry_handler({});
+    }
+    std::vector<std::string> records;
+    std::string file;
+    unsigned line = 0;
+    std::function<void()> on_record;
+};
+
+TEST_F(Trace, WritesTheSignatureAtEntryAndExitAndTheExceptionThatLeaves)
+{
+    curl_ptr c(false);
+    getLogger().enable_levels(level::entry);
+    last_response_code(c);
+    const std::string queried = "long int zorbel::io::ftp::core::last_response_code(curl_ptr&)";
+    EXPECT_THAT(records, ElementsAre("32:1 " + queried, "128:0 response_code=0", "64:0 " + queried));
+    EXPECT_EQ(file, "src/folder.cpp");
+    std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
+    std::string text;
+    for (unsigned i = 0; i < line; ++i)
+        std::getline(source, text);
+    EXPECT_THAT(text, testing::HasSubstr("scope_trace trace"));
+    records.clear();
+    EXPECT_THROW(parse_pwd_response("x"), InternalError);
+    const std::string parser = "std::string zorbel::io::ftp::core::parse_pwd_response(const std::string&)";
+    EXPECT_THAT(records, ElementsAre("32:1 " + parser, "64:0 " + parser + " [throw]"));
+    EXPECT_EQ(getLogger().channel(), "zorbel::io::ftp::core");
+}
+
+TEST_F(Trace, EntryDecidesExitWhateverTheMaskSaysThen)
+{
+    curl_ptr c(false);
+    getLogger().enable_levels(level::entry);
+    on_record = [] { getLogger().enable_levels(0); };
+    last_response_code(c);
+    EXPECT_EQ(records.size(), 3U);
+    records.clear();
+    on_record = nullptr;
+    getLogger().enable_levels(level::exit | level::value);
+    last_response_code(c);
+    EXPECT_THAT(records, ElementsAre());
+    getLogger().enable_levels(level::entry);
+    on_record = [] { foundation::log::basic_diagnostic_logger::enable_core(false); };
+    last_response_code(c);
+    on_record = nullptr;
+    foundation::log::basic_diagnostic_logger::enable_core(true);
+    EXPECT_EQ(records.size(), 1U);
+    EXPECT_EQ(getLogger().nesting_depth(), 0U);
+}
+
+TEST_F(Trace, OfLibcurlHasItsPrefixLevelAndLineEndsAndIsSilentWhenOff)
+{
+    ledger::start();
+    curl_ptr c(false);
+    curl_debug_callback debug = nullptr;
+    for (const auto& event : ledger::events())
+        if (event.option == CURLOPT_DEBUGFUNCTION)
+            debug = reinterpret_cast<curl_debug_callback>(const_cast<void*>(event.pointer));
+    ASSERT_NE(debug, nullptr);
+    const auto trace = [&](int kind, std::string text) {
+        return debug(c.get(), static_cast<curl_infotype>(kind), text.data(), text.size(), &getLogger());
+    };
+    const char* texts[] = {"i\r\n", "\n", "o\r", "a\0b\n", "\r\n", "", "x\n\n", "?"};
+    const char* want[] = {"8:0 [INFO] i",           "4:0 [HEADER IN] \n", "4:0 [HEADER OUT] o",
+                          "1:0 [DATA IN] a",        "1:0 [DATA OUT] ",    "1:0 [SSL DATA IN] ",
+                          "1:0 [SSL DATA OUT] x\n", "256:0 [UNKNOWN] ?"};
+    for (int kind = 0; kind < 8; ++kind) {
+        records.clear();
+        getLogger().enable_levels(~level::entry);
+        EXPECT_EQ(trace(kind, texts[kind]), 0);
+        EXPECT_THAT(records, ElementsAre(want[kind]));
+        getLogger().enable_levels(kind == 7 ? level::info : level::unknown);
+        trace(kind, texts[kind]);
+        EXPECT_EQ(records.size(), 1U);
+    }
+}
