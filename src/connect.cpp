@@ -75,6 +75,13 @@ void fall_back_to_root(curl_ptr& connection, const std::string& server_url, long
     cd(connection, add_trailing_slash(root_url) + add_trailing_slash(pwd(connection)));
 }
 
+void use_keys(curl_ptr& connection, const std::string& public_key_file, const std::string& private_key_file)
+{
+    set_option(connection, CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PUBLICKEY);
+    set_option(connection, CURLOPT_SSH_PUBLIC_KEYFILE, public_key_file.c_str());
+    set_option(connection, CURLOPT_SSH_PRIVATE_KEYFILE, private_key_file.c_str());
+}
+
 } // namespace
 
 std::string connect(curl_ptr& connection, const std::string& server_url, const std::string& user_name,
@@ -183,6 +190,8 @@ std::string connect_with_password(curl_ptr& connection, const std::string& host_
                           root_start);
 }
 
+// Callers pass the key material by value.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 std::string connect_with_keys(curl_ptr& connection, const std::string& host_name, const std::string& user_name,
                               long port, std::string public_key_file, std::string private_key_file,
                               bool use_proxy, const std::string& starting_folder,
@@ -190,9 +199,7 @@ std::string connect_with_keys(curl_ptr& connection, const std::string& host_name
                               long low_speed_limit, long low_speed_time, bool root_start)
 {
     const scope_trace trace;
-    set_option(connection, CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PUBLICKEY);
-    set_option(connection, CURLOPT_SSH_PUBLIC_KEYFILE, public_key_file.c_str());
-    set_option(connection, CURLOPT_SSH_PRIVATE_KEYFILE, private_key_file.c_str());
+    use_keys(connection, public_key_file, private_key_file);
     return connect_helper(connection, host_name, user_name, port, use_proxy, starting_folder,
                           certificate_authority_file, verify_peer, verify_host, low_speed_limit, low_speed_time,
                           root_start);
@@ -207,14 +214,14 @@ std::string connect_with_passphrase(curl_ptr& connection, const std::string& hos
                                     bool root_start)
 {
     const scope_trace trace;
-    set_option(connection, CURLOPT_SSH_AUTH_TYPES, CURLSSH_AUTH_PUBLICKEY);
-    set_option(connection, CURLOPT_SSH_PUBLIC_KEYFILE, public_key_file.c_str());
-    set_option(connection, CURLOPT_SSH_PRIVATE_KEYFILE, private_key_file.c_str());
+    use_keys(connection, public_key_file, private_key_file);
     set_option(connection, CURLOPT_KEYPASSWD, pass_phrase.c_str());
     return connect_helper(connection, host_name, user_name, port, use_proxy, starting_folder,
                           certificate_authority_file, verify_peer, verify_host, low_speed_limit, low_speed_time,
                           root_start);
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 void transfer_timeout(curl_ptr& connection, long milliseconds)
 {

@@ -89,7 +89,7 @@ std::string make_absolute_url(curl_ptr& connection, const std::string& base, con
 std::string fullurl(curl_ptr& connection, const std::string& path, bool already_encoded)
 {
     const scope_trace trace;
-    const std::string location = current_remote_url(connection);
+    std::string location = current_remote_url(connection);
     if (path.empty()) {
         return location;
     }

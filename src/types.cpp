@@ -145,7 +145,8 @@ curl_ptr::curl_ptr(bool initialize_library)
 }
 
 curl_ptr::curl_ptr(curl_ptr&& other) noexcept
-    : initializer_(other.initializer_), // shared, not taken: other lets go of it when it is destroyed
+    // The initialiser is shared, not taken: other lets go of it when it is destroyed.
+    : initializer_(other.initializer_), // NOLINT(performance-move-constructor-init,cert-oop11-cpp)
       handle_(std::move(other.handle_))
 {
     const scope_trace trace;

@@ -1,6 +1,7 @@
 #include <zcos/registry.hpp>
 #include <zx/array.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <functional>
@@ -230,10 +231,13 @@ void zxArray::completeDimensions() const
 
 std::size_t zxArray::getNumberOfElements() const
 {
+    if (std::find(dimensions_.begin(), dimensions_.end(), 0) != dimensions_.end()) {
+        return 0;
+    }
     std::size_t product = 1;
     for (const std::size_t dimension : dimensions_) {
         // No array is as large as that; a product that overflows must not come out small.
-        if (dimension != 0 && product > std::numeric_limits<std::size_t>::max() / dimension) {
+        if (product > std::numeric_limits<std::size_t>::max() / dimension) {
             return std::numeric_limits<std::size_t>::max();
         }
         product *= dimension;

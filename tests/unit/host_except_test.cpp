@@ -1,6 +1,7 @@
 #include <boost/exception_ptr.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <zorbel/io/common/file/errors.hpp>
 
@@ -20,6 +21,15 @@ TEST(Catalogue, HoldsExactlyTheKnownMessagesAndRendersAnyArgumentSafely)
     auto& catalogue = Catalogue::instance();
     catalogue.add("ZORBEL:t:k", "<{0}|{1}|{x}");
     auto sentences = catalogue.entries();
+    std::map<std::string, std::string> page{{"ZORBEL:t:k", "<{0}|{1}|{x}"}};
+    std::ifstream errors_page(QRFTP_SOURCE_DIR "/docs/errors.md");
+    for (std::string line, identifier; std::getline(errors_page, line);) {
+        if (line.starts_with("### "))
+            page.emplace(identifier = line.substr(4), "");
+        else if (line.starts_with("> "))
+            page[identifier] += (page[identifier].empty() ? "" : " ") + line.substr(2);
+    }
+    EXPECT_EQ(page, sentences);
     for (std::string component, key, count; known >> key >> count;) {
         if (key.ends_with(':')) {
             component = std::exchange(key, count);

@@ -29,6 +29,7 @@ public:
     bool hasCredentials() const { return credentials_.has_value(); }
 
     /// Throws `std::bad_optional_access` when there are none.
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): value() checks
     const Credentials& getCredentials() const { return credentials_.value(); }
 
 private:

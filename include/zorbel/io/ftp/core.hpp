@@ -8,6 +8,7 @@
 #include <zorbel/io/ftp/core/files.hpp>
 #include <zorbel/io/ftp/core/folders.hpp>
 #include <zorbel/io/ftp/core/logger.hpp>
+#include <zorbel/io/ftp/core/module.hpp>
 #include <zorbel/io/ftp/core/navigation.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
