@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <cmath>
+#include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <utility>
 
 #include <sys/ioctl.h>
@@ -36,9 +38,9 @@ std::string readable(double bytes)
         bytes /= 1024;
         ++unit;
     }
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units.at(unit));
-    return text.data();
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << bytes << ' ' << units.at(unit);
+    return text.str();
 }
 
 progress_bar::progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title)
@@ -59,7 +61,7 @@ progress_bar::~progress_bar()
         set_option(connection_, CURLOPT_XFERINFOFUNCTION, nullptr);
     }
     if (drawn_) {
-        std::fputc('\n', stderr);
+        std::cerr << std::endl;
     }
 }
 
@@ -85,11 +87,11 @@ void progress_bar::draw(curl_off_t done, curl_off_t total)
     const double share = static_cast<double>(done) / static_cast<double>(total);
     const auto left = rate > 0 ? static_cast<long>(static_cast<double>(total - done) / rate) : 0;
     const auto filled = static_cast<std::size_t>(share * bar_width);
-    std::array<char, 64> tail{};
-    std::snprintf(tail.data(), tail.size(), " %3.0f%% %ld:%02ld left", share * 100, left / 60, left % 60);
-    std::string line = title_ + " [" + std::string(filled, '#') + std::string(bar_width - filled, '.') + "] " +
-                       readable(static_cast<double>(done)) + ", " + readable(rate) + "/s" + tail.data();
-    line.resize(std::min(line.size(), terminal_width() - 1));
+    std::ostringstream text;
+    text << title_ << " [" << std::string(filled, '#') << std::string(bar_width - filled, '.') << "] "
+         << readable(static_cast<double>(done)) << ", " << readable(rate) << "/s " << std::lround(share * 100)
+         << "% " << left / 60 << ':' << std::setfill('0') << std::setw(2) << left % 60 << " left";
+    const std::string line = text.str().substr(0, terminal_width() - 1);
     std::cerr << '\r' << line << "\x1b[K" << std::flush;
     drawn_ = true;
 }

@@ -11,6 +11,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/qrftpcoreConfigVersion.cm
 install(FILES ${PROJECT_BINARY_DIR}/qrftpcoreConfig.cmake ${PROJECT_BINARY_DIR}/qrftpcoreConfigVersion.cmake
     DESTINATION ${package_dir})
 
+# The files say where they are relative to themselves, so that an installed tree can be moved.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+
 # qrftp_pkgconfig(NAME LIBRARY DESCRIPTION REQUIRES)
 function(qrftp_pkgconfig name library description requires)
     configure_file(cmake/library.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)

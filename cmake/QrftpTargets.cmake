@@ -30,6 +30,7 @@ function(qrftp_library target)
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/qrftpcore>)
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_EXPORT_NAME}
+        INSTALL_RPATH $ORIGIN
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR})
     add_library(qrftpcore::${arg_EXPORT_NAME} ALIAS ${target})

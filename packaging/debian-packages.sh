@@ -8,6 +8,7 @@ declare -A package_list=(
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
+    [docs]="doxygen"
     [bench]="libbenchmark-dev"
 )
 

@@ -1,0 +1,21 @@
+# Sourced by the tests of the command: common.sh QRFTP SERVER… starts servers, whose names are then variables, in a
+# folder of its own, which is also the working folder; all ends with the shell. A missing server is a skip, but not in CI.
+set -euo pipefail
+qrftp=$1
+servers=$(dirname "${BASH_SOURCE[0]}")/../support/servers.sh
+servers=$(readlink -f "$servers")
+work=$(mktemp -d)
+chmod 711 "$work"
+trap '"$servers" stop "$work/servers" || true; rm -rf "$work"' EXIT
+mkdir "$work/servers" "$work/here"
+"$servers" start "$work/servers" "${@:2}" || { (($? == 77)) && [[ -z ${CI:-} ]] && exit 77; exit 1; }
+source "$work/servers/env"
+cd "$work/here"
+export QRFTP_PASSWORD=$PASSWORD QRFTP_PASSPHRASE=$PASS_PHRASE
+ftp=ftp://$USER@127.0.0.1:$FTP_PORT
+sftp=sftp://$USER@127.0.0.1:$SFTP_PORT
+
+fail() {
+    echo "failed: $*" >&2
+    exit 1
+}

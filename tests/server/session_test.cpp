@@ -1,0 +1,290 @@
+// Whole sessions against ProFTPD and OpenSSH, judged by the files on the server.
+
+#include "operations.hpp"
+#include "servers.hpp"
+
+#include <fl/i18n/ustring_to_utf8.hpp>
+#include <foundation/log/sink.hpp>
+#include <zorbel/io/common/file/MemoryFileSystem.hpp>
+#include <zx/warning.hpp>
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <thread>
+
+using namespace support;
+using fl::i18n::utf8_to_ustring;
+using zorbel::io::common::file::exchange_file_system;
+using zorbel::io::common::file::MemoryFileSystem;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct way_in {
+    std::string name;
+    bool sftp;
+    std::function<std::string(core::curl_ptr&, const servers&, const std::string& folder)> open;
+    friend void PrintTo(const way_in& way, std::ostream* out) { *out << way.name; }
+};
+
+std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls,
+                const std::string& authority = "CA_FILE", bool verify = true, bool proxy = false,
+                const std::string& mode = "passive")
+{
+    core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS,
+                     10L); // libcurl 7.88 waits for it with data connections
+    return core::connect(c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy,
+                         s[authority], verify, verify, 1, 60);
+}
+
+std::string password(core::curl_ptr& c, const servers& s, const std::string& folder,
+                     const std::string& word = "")
+{
+    return core::connect_with_password(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"),
+                                       word.empty() ? s["PASSWORD"] : word, false, folder, "", true, true, 1,
+                                       60, false);
+}
+
+std::string keys(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& user,
+                 const std::string& port)
+{
+    return core::connect_with_keys(c, "127.0.0.1", s[user], s.port(port), s["KEY_PUB"], s["KEY"], false, folder,
+                                   "", true, true, 1, 60, false);
+}
+
+std::string phrase(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& words)
+{
+    return core::connect_with_passphrase(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), s["KEY_PASS_PUB"],
+                                         s["KEY_PASS"], words, false, folder, "", true, true, 1, 60, false);
+}
+
+const way_in ways[] = {
+    {"ftp", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "none"); }},
+    {"active", false,
+     [](auto& c, auto& s, auto&) { return ftp(c, s, "none", "CA_FILE", true, false, "active"); }},
+    {"ftps", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "strict"); }},
+    {"sftp_password", true, [](auto& c, auto& s, auto& folder) { return password(c, s, folder); }},
+    {"sftp_key", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "USER", "SFTP_PORT"); }},
+    {"sftp_pass_phrase", true,
+     [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
+    {"openssh", true,
+     [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
+};
+
+std::string content(const fs::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Bytes without a pattern that a buffer's size divides.
+std::string bytes(std::size_t size)
+{
+    std::string all(size, '\0');
+    std::uint32_t state = 1;
+    for (char& byte : all)
+        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return all;
+}
+
+class Session : public testing::TestWithParam<way_in> {
+protected:
+    explicit Session(const std::string& names = "proftpd sshd") : servers_(names) {}
+    void SetUp() override
+    {
+        if (servers_.missing())
+            GTEST_SKIP() << "a server is not installed";
+        ASSERT_TRUE(servers_.serve());
+        exchange_file_system(local_);
+    }
+    void TearDown() override { exchange_file_system(nullptr); }
+    fs::path home() const { return servers_["HOME_DIR"]; }
+
+    servers servers_;
+    std::shared_ptr<MemoryFileSystem> local_ = std::make_shared<MemoryFileSystem>();
+    core::curl_ptr c_;
+};
+
+using Server = Session;
+
+} // namespace
+
+TEST_P(Session, DoesEverythingOnTheServersFiles)
+{
+    const auto& way = GetParam();
+    const std::string folder = core::add_trailing_slash(way.open(c_, servers_, ""));
+    EXPECT_EQ(fs::path(folder), home() / "");
+    const std::string dir = folder + "new dir";
+    (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir);
+    EXPECT_TRUE(fs::is_directory(home() / "new dir"));
+    EXPECT_EQ(error_of([&] { (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir); }),
+              (texts{"CouldNotCreateFolder", dir}));
+
+    core::cd(c_, core::fullurl(c_, dir, false));
+    for (const std::size_t size :
+         {0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
+        const std::string all = bytes(size);
+        local_->put(u"up", all);
+        core::send_file(c_, u"up", u"a #%\u00e4\u65e5", false);
+        EXPECT_TRUE(content(home() / "new dir/a #%\xc3\xa4\xe6\x97\xa5") == all) << size;
+        core::receive_file(c_, u"a #%\u00e4\u65e5", u"down", false);
+        EXPECT_TRUE(local_->get(u"down") == all) << size;
+    }
+    EXPECT_THAT(core::list(c_, ""), testing::HasSubstr("a #%\xc3\xa4\xe6\x97\xa5"));
+    if (!way.sftp) {
+        EXPECT_EQ(core::dir(c_, dir).size(), 1U);
+        EXPECT_TRUE(core::is_folder(c_, dir));
+        EXPECT_FALSE(core::is_folder(c_, "missing"));
+        EXPECT_FALSE(core::is_folder(c_, folder + "denied"));
+        EXPECT_EQ(core::syst(c_), "215 UNIX Type: L8\r\n");
+        EXPECT_EQ(core::pwd(c_), dir);
+    } else {
+        EXPECT_EQ(core::sftp_is_folder(c_, dir + "/", false).first, CURLE_OK);
+        EXPECT_NE(core::sftp_is_folder(c_, folder + "missing/", false).first, CURLE_OK);
+        EXPECT_EQ(core::syst(c_), "");
+    }
+    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"missing", u"down", false); }).front(),
+              way.sftp ? "FTPError" : "FileUnavailable");
+    EXPECT_EQ(error_of([&] { core::send_file(c_, u"up", u"no/such/folder", false); }),
+              (texts{"UploadFailed", "up"}));
+
+    const auto rename = way.sftp ? core::sftp_rename_remote_file : core::rename_remote_file;
+    const auto remove = way.sftp ? core::sftp_delete_remote_file : core::delete_remote_file;
+    const auto remove_folder = way.sftp ? core::sftp_delete_folder : core::delete_folder;
+    const auto in = [&](const std::string& name) { return utf8_to_ustring(dir + "/" + name); };
+    rename(c_, in("a #%\xc3\xa4\xe6\x97\xa5"), in("b c"));
+    EXPECT_TRUE(fs::exists(home() / "new dir/b c") && core::is_file(c_, in("b c")));
+    EXPECT_EQ(error_of([&] { remove_folder(c_, dir); }).front(), way.sftp ? "FTPError" : "FolderNotEmpty");
+    remove(c_, in("b c"));
+    EXPECT_TRUE(fs::is_empty(home() / "new dir"));
+    EXPECT_EQ(error_of([&] { remove(c_, in("b c")); }), (texts{"DeleteFailed", dir + "/b c"}));
+    remove_folder(c_, dir);
+    EXPECT_FALSE(fs::exists(home() / "new dir"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways),
+                         [](const auto& it) { return it.param.name; });
+
+TEST_F(Server, CertificatesAndCredentialsAreChecked)
+{
+    const auto outcome = [&](auto open) {
+        core::curl_ptr c;
+        return error_of([&] { open(c); }).front();
+    };
+    const auto& s = servers_;
+    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE"); }), "NoConnection");
+    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE", false); }), "nothing");
+    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "opportunistic"); }), "nothing");
+    EXPECT_EQ(outcome([&](auto& c) { password(c, s, "", "wrong"); }), "BadLogin");
+    EXPECT_EQ(outcome([&](auto& c) { password(c, s, "/tmp", "wrong"); }), "BadLogin");
+    EXPECT_EQ(outcome([&](auto& c) { phrase(c, s, "", "wrong"); }), "BadLogin");
+    EXPECT_EQ(outcome([&](auto& c) {
+                  core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str());
+                  password(c, s, "");
+              }),
+              "nothing");
+    EXPECT_EQ(outcome([&](auto& c) {
+                  core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null");
+                  password(c, s, "");
+              }),
+              "NoConnection");
+    EXPECT_EQ(error_of([&] {
+                  core::connect_with_password(c_, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true,
+                                              true, 1, 60, false);
+              }),
+              (texts{"NoConnectionToStartingFolder", "no-such-host.invalid", "22"}));
+}
+
+TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
+{
+    fs::create_directory(home() / "s p");
+    fs::permissions(home() / "s p", fs::perms(0777));
+    struct row {
+        std::string folder, url;
+        texts warnings;
+    };
+    const row rows[] = {{"", "/~", {}},
+                        {"/~/", "/~", {}},
+                        {home() / "s p", (home() / "s%20p/").string(), {}},
+                        {(home() / "s p").string().substr(1), (home() / "s%20p/").string(), {}},
+                        {"/no/such", "/", {"CouldNotDetermineHomeFolder"}}};
+    for (const auto& r : rows) {
+        texts warnings;
+        const auto earlier = zxSetWarningHandler([&](const auto& message) { warnings.push_back(message.key); });
+        core::curl_ptr c;
+        const std::string path = r.url == "/~"  ? home().string()
+                                 : r.url == "/" ? ""
+                                                : (home() / "s p").string();
+        EXPECT_EQ(core::add_trailing_slash(password(c, servers_, r.folder)),
+                  path + "/"); // what the URL leads to
+        EXPECT_EQ(core::current_remote_url(c), "sftp://127.0.0.1" + r.url);
+        EXPECT_EQ(warnings, r.warnings);
+        // With a starting folder the probe of it leaves listings in long form.
+        if (!r.folder.empty() && r.folder[0] == '/' && r.folder != "/~/") {
+            core::cd(c, core::fullurl(c, home(), false));
+            EXPECT_THAT(core::list(c, ""), testing::HasSubstr("rwx"));
+        }
+        zxSetWarningHandler(earlier);
+    }
+}
+
+struct Proxied : Session {
+    Proxied() : Session("proftpd proxy") {}
+};
+
+TEST_F(Proxied, EverythingGoesThroughTheTunnel)
+{
+    setenv("http_proxy", ("http://127.0.0.1:" + servers_["PROXY_PORT"]).c_str(), 1);
+    ftp(c_, servers_, "strict", "CA_FILE", true, true);
+    local_->put(u"f", "through");
+    core::send_file(c_, u"f", u"g", false);
+    unsetenv("http_proxy");
+    EXPECT_EQ(content(home() / "g"), "through");
+    EXPECT_THAT(content(servers_.path() + "/proxy.log"),
+                testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
+}
+
+TEST_F(Server, AFullDiskOrAMissingFolderIsAnErrorAndTheConnectionGoesOn)
+{
+    exchange_file_system(nullptr);
+    ftp(c_, servers_, "none");
+    std::ofstream(home() / "f") << bytes(100000);
+    fs::permissions(home() / "f", fs::perms(0666));
+    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"f", u"/dev/full", false); }).front(), "FTPError");
+    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"f", u"/no/such/folder/f", false); }).front(),
+              "NoSuchFile");
+    EXPECT_EQ(error_of([&] { core::send_file(c_, u"/no/such", u"g", false); }),
+              (texts{"NotFound", "/no/such"}));
+    EXPECT_EQ(error_of([&] { core::send_file(c_, u"/", u"g", false); }), (texts{"NotFound", "/"}));
+    EXPECT_EQ(core::pwd(c_), home());
+}
+
+TEST_F(Server, ConnectionsInThreadsShareTheLoggerOnly)
+{
+    std::mutex mutex;
+    std::set<std::string> channels;
+    foundation::log::set_entry_handler([&](const auto& entry) {
+        const std::lock_guard lock(mutex);
+        channels.emplace(entry.channel);
+    });
+    core::getLogger().enable_levels(~0U);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&, i] {
+            core::curl_ptr c;
+            const std::u16string name(1, static_cast<char16_t>(u'a' + i));
+            local_->put(name, std::string(10000, static_cast<char>('a' + i)));
+            i % 2 ? password(c, servers_, "") : ftp(c, servers_, i % 4 ? "strict" : "none");
+            for (int round = 0; round < 5; ++round) {
+                core::send_file(c, name, name, false);
+                core::receive_file(c, name, name + u"2", false);
+                EXPECT_EQ(local_->get(name + u"2"), local_->get(name));
+                EXPECT_EQ(fs::path(core::pwd(c)) / "", home() / "");
+            }
+        });
+    threads.clear();
+    core::getLogger().enable_levels(0);
+    foundation::log::set_entry_handler({});
+    EXPECT_THAT(channels, testing::ElementsAre("zorbel::io::ftp::core"));
+}
