@@ -12,7 +12,8 @@ round_trip() { # URL OPTION…
 {
     round_trip "$ftp" --tls none
     round_trip "$ftp" --cacert "$CA_FILE"
-    round_trip "$ftp/" --tls opportunistic --cacert "$CA_FILE" --active 2>/dev/null && fail "// is the root, where nobody may write"
+    round_trip "$ftp" --tls opportunistic --cacert "$CA_FILE"
+    "$qrftp" put "a b" "$ftp//" --tls none 2>/dev/null && fail "// is the root, where nobody may write"
     round_trip "$ftp/$HOME_DIR" --tls none --active
     round_trip "$sftp$HOME_DIR" "${known[@]}"
     round_trip "$sftp/~" --key "$KEY" "${known[@]}"

@@ -268,3 +268,20 @@ TEST(Transfer, MovesEveryByteAndSaysWhatWasLost)
               (texts{"FTPError", "150"}));
     EXPECT_EQ(s.memory->get(u"copy"), "re") << "what arrived stays";
 }
+
+TEST(Request, ChainsNestsAndRestoresUrlsInTheOrderOfTheirSetting)
+{
+    stage s;
+    {
+        core::scoped_request request(s.connection);
+        request.seturl(home + "a/").setopt(CURLOPT_NOBODY, 1L, 0).seturl(home + "b/");
+        request.perform();
+        EXPECT_EQ(request.request_post_quoted(core::slist("NOOP")).first, CURLE_OK);
+        ledger::start();
+    }
+    // The URL of the first call first; what it saved was the home folder, what the second one saved was "a".
+    EXPECT_EQ(ledger::lines(), (texts{"NOBODY=0", "URL=" + home, "NOBODY=1", "perform", "NOBODY=0",
+                                      "URL=" + home + "a/", "NOBODY=1", "perform", "NOBODY=0"}));
+    EXPECT_EQ(s.peer.commands(), (texts{"CWD /", "CWD home", "CWD u", "CWD b", "NOOP", "CWD /", "CWD home",
+                                        "CWD u", "CWD /", "CWD home", "CWD u", "CWD a"}));
+}
