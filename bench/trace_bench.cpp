@@ -16,7 +16,8 @@ namespace {
 std::atomic<std::int64_t> allocations{0};
 }
 
-void* operator new(std::size_t size)
+// Not inlined: the compiler would take the pair for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size)
 {
     allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* memory = std::malloc(size)) {
@@ -24,11 +25,11 @@ void* operator new(std::size_t size)
     }
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept
+[[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept
 {
     std::free(memory);
 }
@@ -44,6 +45,9 @@ void measure(benchmark::State& state, Call call)
     const auto before = allocations.load();
     for (auto _ : state) {
         benchmark::DoNotOptimize(call());
+    }
+    if (state.threads() > 1) {
+        return; // each would count those of the other
     }
     state.counters["allocations"] =
         static_cast<double>(allocations.load() - before) / static_cast<double>(state.iterations());

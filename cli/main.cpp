@@ -121,6 +121,7 @@ int main(int argc, char** argv)
 try {
     CLI::App app("Lists, fetches and sends files over FTP, FTPS and SFTP.", "qrftp");
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("qrftp " QRFTP_VERSION ", ") + curl_version());
     app.footer(
         "URLs: ftp://[USER@]HOST[:PORT]/PATH (from the login folder; //PATH from the root), sftp://…/PATH.\n"
         "The password comes from the URL, from $QRFTP_PASSWORD, or is asked for.");

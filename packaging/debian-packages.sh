@@ -9,7 +9,7 @@ declare -A package_list=(
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
     [docs]="doxygen"
-    [bench]="libbenchmark-dev"
+    [bench]="libbenchmark-dev time"
 )
 
 need_packages() {

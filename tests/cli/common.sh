@@ -2,7 +2,7 @@
 # folder of its own, which is also the working folder; all ends with the shell. A missing server is a skip, but not in CI.
 set -euo pipefail
 qrftp=$1
-servers=$(dirname "${BASH_SOURCE[0]}")/../support/servers.sh
+servers=$(dirname "${BASH_SOURCE[0]}")/../../packaging/servers.sh
 servers=$(readlink -f "$servers")
 work=$(mktemp -d)
 chmod 711 "$work"

@@ -28,48 +28,41 @@ struct way_in {
     friend void PrintTo(const way_in& way, std::ostream* out) { *out << way.name; }
 };
 
-std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls,
-                const std::string& authority = "CA_FILE", bool verify = true, bool proxy = false,
-                const std::string& mode = "passive")
+std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls, const std::string& authority = "CA_FILE", bool verify = true,
+    bool proxy = false, const std::string& mode = "passive")
 {
     core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS,
-                     10L); // libcurl 7.88 waits for it with data connections
-    return core::connect(c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy,
-                         s[authority], verify, verify, 1, 60);
+        10L); // libcurl 7.88 waits for it with data connections
+    return core::connect(
+        c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy, s[authority], verify, verify, 1, 60);
 }
 
-std::string password(core::curl_ptr& c, const servers& s, const std::string& folder,
-                     const std::string& word = "")
+std::string password(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& word = "")
 {
-    return core::connect_with_password(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"),
-                                       word.empty() ? s["PASSWORD"] : word, false, folder, "", true, true, 1,
-                                       60, false);
+    return core::connect_with_password(
+        c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), word.empty() ? s["PASSWORD"] : word, false, folder, "", true, true, 1, 60, false);
 }
 
-std::string keys(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& user,
-                 const std::string& port)
+std::string keys(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& user, const std::string& port)
 {
-    return core::connect_with_keys(c, "127.0.0.1", s[user], s.port(port), s["KEY_PUB"], s["KEY"], false, folder,
-                                   "", true, true, 1, 60, false);
+    return core::connect_with_keys(
+        c, "127.0.0.1", s[user], s.port(port), s["KEY_PUB"], s["KEY"], false, folder, "", true, true, 1, 60, false);
 }
 
 std::string phrase(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& words)
 {
-    return core::connect_with_passphrase(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), s["KEY_PASS_PUB"],
-                                         s["KEY_PASS"], words, false, folder, "", true, true, 1, 60, false);
+    return core::connect_with_passphrase(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), s["KEY_PASS_PUB"], s["KEY_PASS"], words, false,
+        folder, "", true, true, 1, 60, false);
 }
 
 const way_in ways[] = {
     {"ftp", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "none"); }},
-    {"active", false,
-     [](auto& c, auto& s, auto&) { return ftp(c, s, "none", "CA_FILE", true, false, "active"); }},
+    {"active", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "none", "CA_FILE", true, false, "active"); }},
     {"ftps", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "strict"); }},
     {"sftp_password", true, [](auto& c, auto& s, auto& folder) { return password(c, s, folder); }},
     {"sftp_key", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "USER", "SFTP_PORT"); }},
-    {"sftp_pass_phrase", true,
-     [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
-    {"openssh", true,
-     [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
+    {"sftp_pass_phrase", true, [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
+    {"openssh", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
 };
 
 std::string content(const fs::path& file)
@@ -83,8 +76,7 @@ std::string bytes(std::size_t size)
 {
     std::string all(size, '\0');
     std::uint32_t state = 1;
-    for (char& byte : all)
-        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    for (char& byte : all) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
     return all;
 }
 
@@ -93,8 +85,7 @@ protected:
     explicit Session(const std::string& names = "proftpd sshd") : servers_(names) {}
     void SetUp() override
     {
-        if (servers_.missing())
-            GTEST_SKIP() << "a server is not installed";
+        if (servers_.missing()) GTEST_SKIP() << "a server is not installed";
         ASSERT_TRUE(servers_.serve());
         exchange_file_system(local_);
     }
@@ -118,12 +109,11 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
     const std::string dir = folder + "new dir";
     (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir);
     EXPECT_TRUE(fs::is_directory(home() / "new dir"));
-    EXPECT_EQ(error_of([&] { (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir); }),
-              (texts{"CouldNotCreateFolder", dir}));
+    EXPECT_EQ(
+        error_of([&] { (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir); }), (texts{"CouldNotCreateFolder", dir}));
 
     core::cd(c_, core::fullurl(c_, dir, false));
-    for (const std::size_t size :
-         {0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
+    for (const std::size_t size : {0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
         const std::string all = bytes(size);
         local_->put(u"up", all);
         core::send_file(c_, u"up", u"a #%\u00e4\u65e5", false);
@@ -144,10 +134,8 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
         EXPECT_NE(core::sftp_is_folder(c_, folder + "missing/", false).first, CURLE_OK);
         EXPECT_EQ(core::syst(c_), "");
     }
-    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"missing", u"down", false); }).front(),
-              way.sftp ? "FTPError" : "FileUnavailable");
-    EXPECT_EQ(error_of([&] { core::send_file(c_, u"up", u"no/such/folder", false); }),
-              (texts{"UploadFailed", "up"}));
+    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"missing", u"down", false); }).front(), way.sftp ? "FTPError" : "FileUnavailable");
+    EXPECT_EQ(error_of([&] { core::send_file(c_, u"up", u"no/such/folder", false); }), (texts{"UploadFailed", "up"}));
 
     const auto rename = way.sftp ? core::sftp_rename_remote_file : core::rename_remote_file;
     const auto remove = way.sftp ? core::sftp_delete_remote_file : core::delete_remote_file;
@@ -163,8 +151,7 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
     EXPECT_FALSE(fs::exists(home() / "new dir"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways),
-                         [](const auto& it) { return it.param.name; });
+INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways), [](const auto& it) { return it.param.name; });
 
 TEST_F(Server, CertificatesAndCredentialsAreChecked)
 {
@@ -180,20 +167,18 @@ TEST_F(Server, CertificatesAndCredentialsAreChecked)
     EXPECT_EQ(outcome([&](auto& c) { password(c, s, "/tmp", "wrong"); }), "BadLogin");
     EXPECT_EQ(outcome([&](auto& c) { phrase(c, s, "", "wrong"); }), "BadLogin");
     EXPECT_EQ(outcome([&](auto& c) {
-                  core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str());
-                  password(c, s, "");
-              }),
-              "nothing");
+        core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str());
+        password(c, s, "");
+    }),
+        "nothing");
     EXPECT_EQ(outcome([&](auto& c) {
-                  core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null");
-                  password(c, s, "");
-              }),
-              "NoConnection");
-    EXPECT_EQ(error_of([&] {
-                  core::connect_with_password(c_, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true,
-                                              true, 1, 60, false);
-              }),
-              (texts{"NoConnectionToStartingFolder", "no-such-host.invalid", "22"}));
+        core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null");
+        password(c, s, "");
+    }),
+        "NoConnection");
+    EXPECT_EQ(
+        error_of([&] { core::connect_with_password(c_, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true, true, 1, 60, false); }),
+        (texts{"NoConnectionToStartingFolder", "no-such-host.invalid", "22"}));
 }
 
 TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
@@ -204,20 +189,15 @@ TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
         std::string folder, url;
         texts warnings;
     };
-    const row rows[] = {{"", "/~", {}},
-                        {"/~/", "/~", {}},
-                        {home() / "s p", (home() / "s%20p/").string(), {}},
-                        {(home() / "s p").string().substr(1), (home() / "s%20p/").string(), {}},
-                        {"/no/such", "/", {"CouldNotDetermineHomeFolder"}}};
+    const row rows[] = {{"", "/~", {}}, {"/~/", "/~", {}}, {home() / "s p", (home() / "s%20p/").string(), {}},
+        {(home() / "s p").string().substr(1), (home() / "s%20p/").string(), {}}, {"/no/such", "/", {"CouldNotDetermineHomeFolder"}}};
     for (const auto& r : rows) {
         texts warnings;
         const auto earlier = zxSetWarningHandler([&](const auto& message) { warnings.push_back(message.key); });
         core::curl_ptr c;
-        const std::string path = r.url == "/~"  ? home().string()
-                                 : r.url == "/" ? ""
-                                                : (home() / "s p").string();
+        const std::string path = r.url == "/~" ? home().string() : r.url == "/" ? "" : (home() / "s p").string();
         EXPECT_EQ(core::add_trailing_slash(password(c, servers_, r.folder)),
-                  path + "/"); // what the URL leads to
+            path + "/"); // what the URL leads to
         EXPECT_EQ(core::current_remote_url(c), "sftp://127.0.0.1" + r.url);
         EXPECT_EQ(warnings, r.warnings);
         // With a starting folder the probe of it leaves listings in long form.
@@ -241,23 +221,7 @@ TEST_F(Proxied, EverythingGoesThroughTheTunnel)
     core::send_file(c_, u"f", u"g", false);
     unsetenv("http_proxy");
     EXPECT_EQ(content(home() / "g"), "through");
-    EXPECT_THAT(content(servers_.path() + "/proxy.log"),
-                testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
-}
-
-TEST_F(Server, AFullDiskOrAMissingFolderIsAnErrorAndTheConnectionGoesOn)
-{
-    exchange_file_system(nullptr);
-    ftp(c_, servers_, "none");
-    std::ofstream(home() / "f") << bytes(100000);
-    fs::permissions(home() / "f", fs::perms(0666));
-    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"f", u"/dev/full", false); }).front(), "FTPError");
-    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"f", u"/no/such/folder/f", false); }).front(),
-              "NoSuchFile");
-    EXPECT_EQ(error_of([&] { core::send_file(c_, u"/no/such", u"g", false); }),
-              (texts{"NotFound", "/no/such"}));
-    EXPECT_EQ(error_of([&] { core::send_file(c_, u"/", u"g", false); }), (texts{"NotFound", "/"}));
-    EXPECT_EQ(core::pwd(c_), home());
+    EXPECT_THAT(content(servers_.path() + "/proxy.log"), testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
 }
 
 TEST_F(Server, ConnectionsInThreadsShareTheLoggerOnly)

@@ -18,15 +18,11 @@ bool accept(tcp::acceptor& from, tcp::iostream& into, std::chrono::milliseconds 
 {
     pollfd ready{from.native_handle(), POLLIN, 0};
     boost::system::error_code error = boost::asio::error::timed_out;
-    if (poll(&ready, 1, static_cast<int>(deadline.count())) > 0)
-        from.accept(into.socket(), error);
+    if (poll(&ready, 1, static_cast<int>(deadline.count())) > 0) from.accept(into.socket(), error);
     return !error;
 }
 
-std::string verb_of(const std::string& line)
-{
-    return line.substr(0, line.find(' '));
-}
+std::string verb_of(const std::string& line) { return line.substr(0, line.find(' ')); }
 
 } // namespace
 
@@ -38,7 +34,6 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
-    std::size_t rest = 0;
 
     std::optional<std::string> content(const std::string& line) const
     {
@@ -63,80 +58,51 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
     else if (!passive.is_open() || !accept(passive, data, deadline))
         return false;
     passive.close();
-    if (!data)
-        return false;
+    if (!data) return false;
     const auto verb = verb_of(line);
-    if (verb != "STOR" && verb != "APPE") {
-        const auto bytes = content(line).value_or("");
-        data << bytes.substr(std::min(std::exchange(rest, 0), bytes.size()), limit) << std::flush;
+    if (verb != "STOR") {
+        data << content(line).value_or("").substr(0, limit) << std::flush;
         return data.good();
     }
     std::string bytes;
-    for (char byte = 0; bytes.size() < limit && data.get(byte);)
-        bytes += byte;
+    for (char byte = 0; bytes.size() < limit && data.get(byte);) bytes += byte;
     const auto state = peer.state_.operator->();
-    auto& file = state->uploads[line.substr(verb.size() + 1)];
-    file = (verb == "APPE" ? file : "") + bytes;
+    state->uploads[line.substr(verb.size() + 1)] = bytes;
     return true;
 }
 
 /// The reply to a line that no rule takes.
 answer scripted_peer::session::own(const std::string& verb, const std::string& argument)
 {
-    static const std::map<std::string, std::string> plain{
-        {"greeting", "220 ready"}, {"USER", "331 password"},
-        {"PASS", "230 in"},        {"SYST", "215 UNIX Type: L8"},
-        {"AUTH", "502 no"},        {"FEAT", "211-Features:\r\n EPSV\r\n211 End"},
-        {"RNFR", "350 to?"}};
-    if (plain.contains(verb))
-        return answer::reply(plain.at(verb));
+    static const std::map<std::string, std::string> plain{{"greeting", "220 ready"}, {"USER", "331 password"}, {"PASS", "230 in"},
+        {"SYST", "215 UNIX Type: L8"}, {"AUTH", "502 no"}, {"FEAT", "211-Features:\r\n EPSV\r\n211 End"}, {"RNFR", "350 to?"}};
+    if (plain.contains(verb)) return answer::reply(plain.at(verb));
     if (verb == "TYPE" || verb == "NOOP" || verb == "RMD" || verb == "DELE" || verb == "RNTO")
         return answer::reply(verb == "TYPE" || verb == "NOOP" ? "200 ok" : "250 done");
-    if (verb == "PWD")
-        return answer::reply("257 \"" + folder.string() + "\" is current");
+    if (verb == "PWD") return answer::reply("257 \"" + folder.string() + "\" is current");
     if (verb == "CWD") {
         folder = (folder / argument / "").lexically_normal().parent_path();
         return answer::reply("250 in " + folder.string());
     }
-    if (verb == "MKD")
-        return answer::reply("257 \"" + argument + "\" created");
-    if (verb == "QUIT")
-        return answer::reply("221 bye").then_drop();
-    if (verb == "EPSV" || verb == "PASV" || verb == "EPRT" || verb == "PORT")
-        return open_data(verb, argument);
+    if (verb == "MKD") return answer::reply("257 \"" + argument + "\" created");
+    if (verb == "QUIT") return answer::reply("221 bye").then_drop();
+    if (verb == "EPSV" || verb == "EPRT") return open_data(verb, argument);
     return own_file(verb, argument);
 }
 
 answer scripted_peer::session::own_file(const std::string& verb, const std::string& argument)
 {
     const auto file = content("RETR " + argument);
-    if (verb == "REST") {
-        rest = std::strtoul(argument.c_str(), nullptr, 10);
-        return answer::reply("350 from there");
-    }
-    if (verb == "LIST" || verb == "NLST" || verb == "MLSD" || verb == "STOR" || verb == "APPE" ||
-        (file && verb == "RETR"))
-        return answer::transfer(whole, "226 done\r\n");
-    if (verb != "RETR" && verb != "SIZE" && verb != "MDTM")
-        return answer::reply("500 unknown");
-    const auto size = std::to_string(file.value_or("").size());
-    return answer::reply(file ? "213 " + (verb == "SIZE" ? size : "20260102030405") : "550 no such file");
+    if (verb == "LIST" || verb == "NLST" || verb == "STOR" || (file && verb == "RETR")) return answer::transfer(whole, "226 done\r\n");
+    if (verb != "RETR" && verb != "SIZE") return answer::reply("500 unknown");
+    return answer::reply(file ? "213 " + std::to_string(file->size()) : "550 no such file");
 }
 
 answer scripted_peer::session::open_data(const std::string& verb, const std::string& argument)
 {
-    unsigned high = 0, low = 0;
-    if (verb == "EPRT" || verb == "PORT") {
-        const char* form = verb == "EPRT" ? "|1|127.0.0.1|%u|" : "127,0,0,1,%u,%u";
-        const bool read = sscanf(argument.c_str(), form, verb == "EPRT" ? &low : &high, &low) > 0;
-        active = static_cast<std::uint16_t>(high * 256 + low);
-        return answer::reply(read ? "200 ok" : "501 no");
-    }
+    if (verb == "EPRT") return answer::reply(sscanf(argument.c_str(), "|1|127.0.0.1|%hu|", &active) == 1 ? "200 ok" : "501 no");
     passive = tcp::acceptor(io, {loopback, 0});
-    const auto port = passive.local_endpoint().port();
-    const auto bytes = std::to_string(port / 256) + "," + std::to_string(port % 256);
-    return answer::reply(verb == "EPSV" ? "229 ok (|||" + std::to_string(port) + "|)"
-                                        : "227 ok (127,0,0,1," + bytes + ")");
+    return answer::reply("229 ok (|||" + std::to_string(passive.local_endpoint().port()) + "|)");
 }
 
 bool scripted_peer::session::step(const std::string& line)
@@ -147,13 +113,11 @@ bool scripted_peer::session::step(const std::string& line)
     control.expires_after(deadline);
     if (next.data) {
         control << "150 data\r\n" << std::flush;
-        if (!transfer(line, *next.data))
-            next.bytes = "426 no data connection\r\n";
+        if (!transfer(line, *next.data)) next.bytes = "426 no data connection\r\n";
     }
     control.expires_after(deadline); // also for the next line
-    // libcurl 7.88 waits a whole second when the answer to these is there before it first looks for it.
-    if (verb == "EPSV" || verb == "PASV")
-        boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
+    // libcurl 7.88 waits a whole second when the answer to it is there before it first looks for it.
+    if (verb == "EPSV") boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
     control << *next.bytes << std::flush;
     return control.good() && !next.drops && !scripted.drops;
 }
@@ -163,10 +127,8 @@ void scripted_peer::session::run(int number)
     control.socket().set_option(tcp::no_delay(true)); // "150" and "226" are two writes in a row
     bool goes_on = step("greeting");
     for (std::string line; goes_on && std::getline(control, line) && !control.eof(); goes_on = step(line)) {
-        if (line.ends_with('\r'))
-            line.pop_back();
-        for (const int connection : {0, number})
-            peer.state_->commands[connection].push_back(line);
+        if (line.ends_with('\r')) line.pop_back();
+        for (const int connection : {0, number}) peer.state_->commands[connection].push_back(line);
     }
 }
 
@@ -175,8 +137,7 @@ answer scripted_peer::state::scripted(const std::string& line)
     const auto now = steps.find(step++);
     answer chosen = now == steps.end() ? answer{} : now->second;
     for (auto& rule : rules)
-        if ((rule.line == line || rule.line == verb_of(line)) && (++rule.seen == rule.nth || rule.nth == 0) &&
-            now == steps.end())
+        if ((rule.line == line || rule.line == verb_of(line)) && (++rule.seen == rule.nth || rule.nth == 0) && now == steps.end())
             chosen = rule.what;
     return chosen;
 }
@@ -187,14 +148,12 @@ scripted_peer::scripted_peer(const std::string& login_folder, std::chrono::milli
     auto listener = std::make_unique<tcp::acceptor>(*io, tcp::endpoint(loopback, 0));
     port_ = listener->local_endpoint().port();
     listener_ = listener->native_handle();
-    thread_ = std::jthread(
-        [=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
-            for (int number = 1; !stop.stop_requested();) {
-                session next{*this, login_folder, deadline};
-                if (accept(*listener, next.control, deadline))
-                    next.run(number++);
-            }
-        });
+    thread_ = std::jthread([=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
+        for (int number = 1; !stop.stop_requested();) {
+            session next{*this, login_folder, deadline};
+            if (accept(*listener, next.control, deadline)) next.run(number++);
+        }
+    });
 }
 
 scripted_peer::~scripted_peer()

@@ -18,11 +18,10 @@ public:
     explicit servers(const std::string& names) : folder_(make_folder())
     {
         std::filesystem::permissions(folder_,
-                                     std::filesystem::perms(0711)); // the servers are another user for root
+            std::filesystem::perms(0711)); // the servers are another user for root
         status_ = std::system((script + " start " + path() + " " + names).c_str());
         std::ifstream env(path() + "/env");
-        for (std::string line; std::getline(env, line);)
-            env_[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+        for (std::string line; std::getline(env, line);) env_[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
     }
     servers(const servers&) = delete;
     ~servers()
@@ -46,7 +45,7 @@ private:
         std::filesystem::create_directory(made / "servers");
         return made;
     }
-    static inline const std::string script = QRFTP_SOURCE_DIR "/tests/support/servers.sh";
+    static inline const std::string script = QRFTP_SOURCE_DIR "/packaging/servers.sh";
     std::filesystem::path folder_;
     std::map<std::string, std::string> env_;
     int status_ = 1;

@@ -23,33 +23,16 @@ using testing::ElementsAre;
 
 namespace {
 
-std::string at(curl_ptr& connection, const std::string& url)
-{
-    set_option(connection, CURLOPT_URL, url.c_str());
-    return url;
-}
-
-support::texts internal(const std::string& where, const std::string& detail)
-{
-    return {"InternalError", where, detail};
-}
+support::texts internal(const std::string& where, const std::string& detail) { return {"InternalError", where, detail}; }
 
 } // namespace
 
 TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
 {
     curl_ptr c(false);
-    const std::pair<const char*, const char*> encoded[] = {{"dir one/file#1.txt", "dir%20one/file%231.txt"},
-                                                           {"/a b/", "/a%20b/"},
-                                                           {"a//b", "a//b"},
-                                                           {"/", "/"},
-                                                           {"//", "//"},
-                                                           {"", ""},
-                                                           {"50%", "50%25"},
-                                                           {"a%20b", "a%2520b"},
-                                                           {"\xc3\xa4~-._", "%C3%A4~-._"}};
-    for (const auto& [path, want] : encoded)
-        EXPECT_EQ(percent_encode_path(c, path), want);
+    const std::pair<const char*, const char*> encoded[] = {{"dir one/file#1.txt", "dir%20one/file%231.txt"}, {"/a b/", "/a%20b/"},
+        {"a//b", "a//b"}, {"/", "/"}, {"//", "//"}, {"", ""}, {"50%", "50%25"}, {"a%20b", "a%2520b"}, {"\xc3\xa4~-._", "%C3%A4~-._"}};
+    for (const auto& [path, want] : encoded) EXPECT_EQ(percent_encode_path(c, path), want);
     EXPECT_EQ(percent_encode(c, "a b/c"), "a%20b%2Fc");
     EXPECT_EQ(percent_decode(c, "a%20b%2Fc%00d"), std::string("a b/c\0d", 7));
     EXPECT_EQ(percent_decode(c, ""), "");
@@ -73,11 +56,10 @@ TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
     };
     for (const auto& p : all) {
         EXPECT_EQ(make_absolute_url(c, p.base, p.path, p.encoded), p.absolute);
-        at(c, p.base);
+        set_option(c, CURLOPT_URL, p.base);
         EXPECT_EQ(fullurl(c, p.path, p.encoded), p.full);
     }
-    EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }),
-              internal("URL Generation", "Couldn't find URL scheme"));
+    EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }), internal("URL Generation", "Couldn't find URL scheme"));
     EXPECT_EQ(fullfile(c, "/x"), "/x");
 }
 
@@ -101,22 +83,14 @@ TEST(Replies, AreSplitMatchedAndParsed)
     EXPECT_EQ(match_response_code("220 x\r\n257-\"/a\"\r\n257 \"/b\"\r\n", "257"), "257-\"/a\"");
     EXPECT_EQ(match_response_code("25\r\n 257 x", "257"), std::nullopt);
     EXPECT_EQ(match_response_code("257 x", ""), std::nullopt);
-    const std::pair<const char*, const char*> folders[] = {
-        {R"(257 "/home/user" is current directory)", "/home/user"},
-        {R"(257 "")", ""},
-        {R"(257 "//")", "/"},
-        {R"(257 "/a//b")", "/a/b"},
-        {R"(257 "/a///b")", "/a//b"},
-        {R"(257 "/a ""q"" b" "c" d)", R"(/a ""q"" b" "c)"}};
-    for (const auto& [line, folder] : folders)
-        EXPECT_EQ(parse_pwd_response(line), folder);
-    const std::pair<const char*, std::string> bad[] = {
-        {"25", "PWD response code is too short"},
+    const std::pair<const char*, const char*> folders[] = {{R"(257 "/home/user" is current directory)", "/home/user"}, {R"(257 "")", ""},
+        {R"(257 "//")", "/"}, {R"(257 "/a//b")", "/a/b"}, {R"(257 "/a///b")", "/a//b"}, {R"(257 "/a ""q"" b" "c" d)", R"(/a ""q"" b" "c)"}};
+    for (const auto& [line, folder] : folders) EXPECT_EQ(parse_pwd_response(line), folder);
+    const std::pair<const char*, std::string> bad[] = {{"25", "PWD response code is too short"},
         {"550 no", "PWD operation failed or returned unrecognized status code (550) from response: 550 no"},
         {"257 none", "Could not find opening quote in PWD response: 257 none"},
         {"257 \"one", "Could not find closing quote in PWD response: 257 \"one"}};
-    for (const auto& [line, why] : bad)
-        EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
+    for (const auto& [line, why] : bad) EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
 }
 
 TEST(Errors, AreCaughtByEveryBaseAcrossTheLibraryAndCanBeClonedAndRethrown)
@@ -179,20 +153,18 @@ TEST(Handle, WidensOptionValuesAsLibcurlReadsThemAndRestoresInReverse)
             .setopt(CURLOPT_NOBODY, 1L, 0)
             .setopt(CURLOPT_FTP_FILEMETHOD, CURLFTPMETHOD_NOCWD, CURLFTPMETHOD_MULTICWD);
     }
-    EXPECT_THAT(ledger::lines(), ElementsAre("INFILESIZE_LARGE=5000000000", "NOBODY=1", "FTP_FILEMETHOD=2",
-                                             "FTP_FILEMETHOD=1", "NOBODY=0", "INFILESIZE_LARGE=-1"));
+    EXPECT_THAT(ledger::lines(),
+        ElementsAre("INFILESIZE_LARGE=5000000000", "NOBODY=1", "FTP_FILEMETHOD=2", "FTP_FILEMETHOD=1", "NOBODY=0", "INFILESIZE_LARGE=-1"));
 }
 
 struct Trace : testing::Test {
     void SetUp() override
     {
         foundation::log::set_entry_handler([this](const foundation::log::entry& e) {
-            records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " +
-                              std::string(e.text));
+            records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " + std::string(e.text));
             file = e.file;
             line = e.line;
-            if (on_record)
-                on_record();
+            if (on_record) on_record();
         });
     }
     void TearDown() override
@@ -216,8 +188,7 @@ TEST_F(Trace, WritesTheSignatureAtEntryAndExitAndTheExceptionThatLeaves)
     EXPECT_EQ(file, "src/folder.cpp");
     std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
     std::string text;
-    for (unsigned i = 0; i < line; ++i)
-        std::getline(source, text);
+    for (unsigned i = 0; i < line; ++i) std::getline(source, text);
     EXPECT_THAT(text, testing::HasSubstr("scope_trace trace"));
     records.clear();
     EXPECT_THROW(parse_pwd_response("x"), InternalError);
@@ -253,16 +224,14 @@ TEST_F(Trace, OfLibcurlHasItsPrefixLevelAndLineEndsAndIsSilentWhenOff)
     curl_ptr c(false);
     curl_debug_callback debug = nullptr;
     for (const auto& event : ledger::events())
-        if (event.option == CURLOPT_DEBUGFUNCTION)
-            debug = reinterpret_cast<curl_debug_callback>(const_cast<void*>(event.pointer));
+        if (event.option == CURLOPT_DEBUGFUNCTION) debug = reinterpret_cast<curl_debug_callback>(const_cast<void*>(event.pointer));
     ASSERT_NE(debug, nullptr);
     const auto trace = [&](int kind, std::string text) {
         return debug(c.get(), static_cast<curl_infotype>(kind), text.data(), text.size(), &getLogger());
     };
     const char* texts[] = {"i\r\n", "\n", "o\r", "a\0b\n", "\r\n", "", "x\n\n", "?"};
-    const char* want[] = {"8:0 [INFO] i",           "4:0 [HEADER IN] \n", "4:0 [HEADER OUT] o",
-                          "1:0 [DATA IN] a",        "1:0 [DATA OUT] ",    "1:0 [SSL DATA IN] ",
-                          "1:0 [SSL DATA OUT] x\n", "256:0 [UNKNOWN] ?"};
+    const char* want[] = {"8:0 [INFO] i", "4:0 [HEADER IN] \n", "4:0 [HEADER OUT] o", "1:0 [DATA IN] a", "1:0 [DATA OUT] ",
+        "1:0 [SSL DATA IN] ", "1:0 [SSL DATA OUT] x\n", "256:0 [UNKNOWN] ?"};
     for (int kind = 0; kind < 8; ++kind) {
         records.clear();
         getLogger().enable_levels(~level::entry);

@@ -61,7 +61,7 @@ free_port() { # VARIABLE
 }
 
 proftpd_config() {
-    free_port FTP_PORT && free_port FTPS_PORT && free_port SFTP_PORT
+    free_port FTP_PORT && free_port SFTP_PORT
     cat >"$dir/proftpd.conf" <<END
 LoadModule mod_tls.c
 LoadModule mod_sftp.c
@@ -91,11 +91,6 @@ TLSRequired off
   TLSLog $dir/tls.log
 </Global>
 <VirtualHost 127.0.0.1>
-  Port $FTPS_PORT
-  TLSEngine on
-  TLSOptions UseImplicitSSL
-</VirtualHost>
-<VirtualHost 127.0.0.1>
   Port $SFTP_PORT
   SFTPEngine on
   SFTPHostKey $dir/host_key
@@ -105,7 +100,7 @@ TLSRequired off
 </VirtualHost>
 END
     command=(proftpd --nodaemon --config "$dir/proftpd.conf") ready_line="STARTUP"
-    greetings=("FTP_PORT=220 ready" "FTPS_PORT=" "SFTP_PORT=SSH-2.0-")
+    greetings=("FTP_PORT=220 ready" "SFTP_PORT=SSH-2.0-")
 }
 
 sshd_config() {
@@ -125,7 +120,7 @@ proxy_config() {
     greetings=("PROXY_PORT=HTTP/1.")
 }
 
-greets() { # NAME=GREETING: the port answers so; without a greeting it is enough that it accepts
+greets() { # NAME=GREETING: the port answers so
     local name=${1%%=*} want=${1#*=} answer= peer
     exec {peer}<>"/dev/tcp/127.0.0.1/${!name}" || return
     if [[ $name == PROXY_PORT ]]; then printf 'GET / HTTP/1.0\r\n\r\n' >&"$peer"; fi
