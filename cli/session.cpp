@@ -10,6 +10,7 @@
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -31,19 +32,39 @@ using url_handle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 std::string url_part(CURLU* url, CURLUPart part, unsigned flags)
 {
     char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) {
+    const CURLUcode code = curl_url_get(url, part, &text, flags);
+    if (code == CURLUE_URLDECODE) {
+        throw usage_error("The URL holds a control character, which no server takes in a name.");
+    }
+    if (code != CURLUE_OK) {
         return {}; // The URL has no such part.
     }
     const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
     return text;
 }
 
+/// Refuses what would end a command and begin another.
+void refuse_control_characters(const std::string& text, const char* what)
+{
+    if (std::any_of(text.begin(), text.end(),
+                    [](unsigned char byte) { return byte < ' ' || byte == '\x7f'; })) {
+        throw usage_error(std::string(what) + " holds a control character.");
+    }
+}
+
+std::string ask_password(const remote& target, const std::string& user)
+{
+    std::string password = !target.password.empty()
+                               ? target.password
+                               : secret("QRFTP_PASSWORD", "Password for " + user + "@" + target.host);
+    refuse_control_characters(password, "The password");
+    return password;
+}
+
 std::string open_ftp(core::curl_ptr& connection, const remote& target, const login_options& options,
                      const std::string& user)
 {
-    const std::string password = !target.password.empty() || user == "anonymous"
-                                     ? target.password
-                                     : secret("QRFTP_PASSWORD", "Password for " + user + "@" + target.host);
+    const std::string password = user == "anonymous" ? target.password : ask_password(target, user);
     std::string authorities = options.certificate_authority_file;
     if (authorities.empty()) {
         const char* system = nullptr;
@@ -64,11 +85,9 @@ std::string open_sftp(core::curl_ptr& connection, const remote& target, const lo
         core::set_option(connection, CURLOPT_SSH_KNOWNHOSTS, options.known_hosts.c_str());
     }
     if (options.key.empty()) {
-        const std::string password = !target.password.empty()
-                                         ? target.password
-                                         : secret("QRFTP_PASSWORD", "Password for " + user + "@" + target.host);
-        return core::connect_with_password(connection, target.host, user, target.port, password, options.proxy,
-                                           "", "", true, true, 1, stall_seconds, false);
+        return core::connect_with_password(connection, target.host, user, target.port,
+                                           ask_password(target, user), options.proxy, "", "", true, true, 1,
+                                           stall_seconds, false);
     }
     // Without a public key file, libssh2 derives the public key from the private one.
     const std::string neighbour = options.key + ".pub";
@@ -144,6 +163,7 @@ std::string open(core::curl_ptr& connection, const remote& target, const login_o
     // libcurl 7.88 can wait for this timer when it opens an FTP data connection, 200 ms by default.
     core::set_option(connection, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L);
     std::string user = !options.user.empty() ? options.user : target.user;
+    refuse_control_characters(user, "The user name");
     if (!target.sftp) {
         return open_ftp(connection, target, options, user.empty() ? "anonymous" : user);
     }

@@ -1,3 +1,4 @@
+#include "command.hpp"
 #include "trace.hpp"
 
 #include <foundation/core/except/Exception.hpp>
@@ -160,13 +161,7 @@ void sftp_create_folder(curl_ptr& connection, const std::string& name)
     pwd(connection);
     const std::string path = fullfile(connection, percent_encode_path(connection, name));
     add_trailing_slash(fullurl(connection, path, false));
-    const slist commands("mkdir " + quoted(name));
-    const CURLcode code = scoped_request(connection)
-                              .setopt(CURLOPT_NOBODY, 1L, 0)
-                              .setopt(CURLOPT_QUOTE, commands.get(), nullptr)
-                              .request_header()
-                              .first;
-    if (code != CURLE_OK) {
+    if (request_command(connection, CURLOPT_QUOTE, "mkdir " + quoted(name)).first != CURLE_OK) {
         raise<CouldNotCreateFolder>(name);
     }
 }

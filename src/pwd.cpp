@@ -1,14 +1,12 @@
+#include "command.hpp"
 #include "trace.hpp"
 
 #include <foundation/core/except/Exception.hpp>
 #include <zorbel/io/ftp/core/errors.hpp>
 #include <zorbel/io/ftp/core/navigation.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
-#include <zorbel/io/ftp/core/request.hpp>
 
 #include <boost/algorithm/string/replace.hpp>
-
-#include <tuple>
 
 namespace zorbel::io::ftp::core {
 
@@ -68,15 +66,7 @@ std::string parse_pwd_response(const std::string& line)
 std::string pwd(curl_ptr& connection)
 {
     const scope_trace trace;
-    const slist commands("PWD");
-    CURLcode code = CURLE_OK;
-    std::string replies;
-    {
-        scoped_request request(connection);
-        std::tie(code, replies) = request.setopt(CURLOPT_NOBODY, 1L, 0)
-                                      .setopt(CURLOPT_QUOTE, commands.get(), nullptr)
-                                      .request_header();
-    }
+    const auto [code, replies] = request_command(connection, CURLOPT_QUOTE, "PWD");
     if (code != CURLE_OK) {
         fail("Could not get PWD response");
     }

@@ -14,6 +14,8 @@ expect 2 '*not a URL*' ls 'ftp://ho st/'
 expect 2 '*not a URL*' ls "ftp://127.0.0.1:70000/"
 expect 2 '*neither ftp:// nor sftp://*' ls http://127.0.0.1/
 expect 2 '*names no file*' get "$ftp/folder/" "${plain[@]}"
+expect 2 '*control character*' get "$ftp/a%0d%0aDELE%20there" "${plain[@]}"
+expect 2 '*control character*' ls "$ftp/" "${plain[@]}" --user $'u\r\nDELE there'
 expect 1 '*could not be entered*' ls "$ftp/nope" "${plain[@]}"
 expect 1 '*"missing"*' get "$ftp/missing" "${plain[@]}"
 expect 1 '*"missing"*' get "$ftp/missing" there "${plain[@]}"

@@ -73,7 +73,9 @@ public:
     /// transfer ends with `CURLE_WRITE_ERROR`, and the text so far is returned.
     std::pair<CURLcode, std::string> request_body() const;
 
-    /// Runs the request and captures the replies of the control connection.
+    /// Runs the request and captures the replies of the control connection. To be used with `CURLOPT_NOBODY`: a
+    /// body would go where the handle's write options point, which is standard output, and after a download
+    /// nowhere usable.
     std::pair<CURLcode, std::string> request_header() const;
 
     /// Sends `commands` on the control connection before any change of folder, at `url` and without a transfer.
