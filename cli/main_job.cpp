@@ -77,6 +77,7 @@ public:
 
     void fetch(const fs::path& into)
     {
+        fs::create_directories(into);
         for (const auto& folder : tree_.folders) {
             fs::create_directories(into / folder);
         }

@@ -160,6 +160,11 @@ std::string open(core::curl_ptr& connection, const remote& target, const login_o
     core::set_option(connection, CURLOPT_BUFFERSIZE, buffer_size);
     core::set_option(connection, CURLOPT_UPLOAD_BUFFERSIZE, buffer_size);
     core::set_option(connection, CURLOPT_NOSIGNAL, 1L);
+    // With TLS 1.3 libcurl 7.88 can cut the end of an upload off, unnoticed, and reuses no TLS session from the
+    // second data connection on, without which many servers refuse it.
+    if (curl_version_info(CURLVERSION_NOW)->version_num < 0x080000) {
+        core::set_option(connection, CURLOPT_SSLVERSION, CURL_SSLVERSION_MAX_TLSv1_2);
+    }
     // libcurl 7.88 can wait for this timer when it opens an FTP data connection, 200 ms by default.
     core::set_option(connection, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L);
     std::string user = !options.user.empty() ? options.user : target.user;

@@ -85,7 +85,6 @@ TLSRequired off
   RequireValidShell off
   AllowOverwrite on
   AllowStoreRestart on
-  TLSProtocol TLSv1.2
   TLSECCertificateFile $dir/server.pem
   TLSECCertificateKeyFile $dir/server.key
   TLSLog $dir/tls.log

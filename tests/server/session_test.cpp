@@ -31,6 +31,8 @@ struct way_in {
 std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls, const std::string& authority = "CA_FILE", bool verify = true,
     bool proxy = false, const std::string& mode = "passive")
 {
+    // With TLS 1.3 libcurl 7.88 reuses no session from the second transfer on, which the server insists on.
+    core::set_option(c, CURLOPT_SSLVERSION, CURL_SSLVERSION_MAX_TLSv1_2);
     core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS,
         10L); // libcurl 7.88 waits for it with data connections
     return core::connect(
