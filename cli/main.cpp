@@ -10,14 +10,28 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <utility>
+
+#include <unistd.h>
 
 namespace core = zorbel::io::ftp::core;
 using fl::i18n::utf8_to_ustring;
 using namespace qrftp::cli;
 
 namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+/// Ends the transfer under way, so that what it left half done is removed; a second interrupt ends the process.
+void interrupt(int signal)
+{
+    interrupted = 1;
+    (void)std::signal(signal, SIG_DFL);
+}
 
 struct arguments {
     login_options login;
@@ -32,22 +46,41 @@ std::string last_segment(const std::string& path)
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+/// The long form of the folder `path` over SFTP; having it proves that there is such a folder.
+std::string list_sftp(core::curl_ptr& connection, const std::string& path)
+{
+    const std::string folder = core::add_trailing_slash(path.empty() ? "/~" : path);
+    auto [code, listing] = core::sftp_is_folder(connection, folder, false);
+    if (code != CURLE_OK) {
+        foundation::core::except::raise<ZORBEL::io::ftp::ftp::NoSuchDirectory>(folder);
+    }
+    return std::move(listing);
+}
+
+/// Prints what a server sent. On a terminal its control bytes are shown as "?": they are nobody's to send
+/// there.
+void print(std::string text)
+{
+    if (isatty(STDOUT_FILENO) != 0) {
+        std::replace_if(
+            text.begin(), text.end(),
+            [](unsigned char byte) { return (byte < ' ' && byte != '\n' && byte != '\t') || byte == '\x7f'; },
+            '?');
+    }
+    std::cout << text;
+}
+
 void list(core::curl_ptr& connection, const remote& target)
 {
     if (target.sftp) {
-        const std::string folder = core::add_trailing_slash(target.path == "/" ? "/~" : target.path);
-        const auto [code, listing] = core::sftp_is_folder(connection, folder, false);
-        if (code != CURLE_OK) {
-            foundation::core::except::raise<ZORBEL::io::ftp::ftp::NoSuchDirectory>(folder);
-        }
-        std::cout << listing;
+        print(list_sftp(connection, target.path));
         return;
     }
     if (!target.path.empty()) {
         core::cd(connection, core::fullurl(connection, target.path, false));
     }
     // An empty path would be sent as a blank, which some servers take for a name.
-    std::cout << core::list(connection, ".");
+    print(core::list(connection, "."));
 }
 
 void get(core::curl_ptr& connection, const remote& target, const arguments& given)
@@ -62,7 +95,7 @@ void get(core::curl_ptr& connection, const remote& target, const arguments& give
     }
     local_file file(local);
     {
-        const progress_bar bar(connection, name);
+        const progress_bar bar(connection, name, &interrupted);
         core::receive_file(connection, utf8_to_ustring(target.path), utf8_to_ustring(file.path().string()),
                            given.text);
     }
@@ -73,16 +106,19 @@ void put(core::curl_ptr& connection, const remote& target, const arguments& give
 {
     const std::string name = last_segment(given.local);
     const std::string path = last_segment(target.path).empty() ? target.path + name : target.path;
-    const progress_bar bar(connection, name);
+    const progress_bar bar(connection, name, &interrupted);
     core::send_file(connection, utf8_to_ustring(given.local), utf8_to_ustring(path), given.text);
 }
 
-void print_folder(core::curl_ptr& connection, const remote& target, const std::string& login_folder)
+void print_folder(core::curl_ptr& connection, const remote& target, std::string folder)
 {
-    const bool elsewhere = !target.path.empty() && !target.sftp;
-    std::cout << (elsewhere ? core::cd(connection, core::fullurl(connection, target.path, false))
-                            : login_folder)
-              << '\n';
+    if (!target.path.empty()) {
+        if (target.sftp) {
+            list_sftp(connection, target.path); // A change of folder alone would not notice that it is missing.
+        }
+        folder = core::cd(connection, core::fullurl(connection, target.path, false));
+    }
+    print(folder + '\n');
 }
 
 void run(const std::string& command, const arguments& given)
@@ -90,6 +126,8 @@ void run(const std::string& command, const arguments& given)
     const remote target = parse_url(given.url);
     core::curl_ptr connection;
     const std::string login_folder = open(connection, target, given.login);
+    (void)std::signal(SIGINT, interrupt);
+    (void)std::signal(SIGTERM, interrupt);
     if (command == "ls") {
         list(connection, target);
     } else if (command == "get") {
@@ -111,8 +149,8 @@ CLI::App* add_command(CLI::App& app, const std::string& name, const std::string&
 int fail(const std::string& sentence, int status)
 {
     std::cout.flush();
-    std::cerr << "qrftp: " << sentence << '\n';
-    return status;
+    std::cerr << "qrftp: " << (interrupted != 0 ? "Interrupted." : sentence) << '\n';
+    return interrupted != 0 ? 128 + SIGINT : status;
 }
 
 } // namespace
@@ -122,9 +160,9 @@ try {
     CLI::App app("Lists, fetches and sends files over FTP, FTPS and SFTP.", "qrftp");
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("qrftp " QRFTP_VERSION ", ") + curl_version());
-    app.footer(
-        "URLs: ftp://[USER@]HOST[:PORT]/PATH (from the login folder; //PATH from the root), sftp://…/PATH.\n"
-        "The password comes from the URL, from $QRFTP_PASSWORD, or is asked for.");
+    app.footer("URLs: ftp://[USER@]HOST[:PORT]/PATH (from the login folder; //PATH from the root), "
+               "sftp://…/PATH\n(from the root; without PATH the login folder).\n"
+               "The password comes from the URL, from $QRFTP_PASSWORD, or is asked for.");
     arguments given;
     add_command(app, "ls", "List a remote folder", given)->add_option("URL", given.url)->required();
     CLI::App* get_command = add_command(app, "get", "Fetch a remote file", given);

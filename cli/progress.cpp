@@ -43,14 +43,14 @@ std::string readable(double bytes)
     return text.str();
 }
 
-progress_bar::progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title)
-    : connection_(connection), title_(std::move(title))
+progress_bar::progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title,
+                           const volatile std::sig_atomic_t* interrupted)
+    : connection_(connection), title_(std::move(title)), interrupted_(interrupted),
+      terminal_(isatty(STDERR_FILENO) != 0)
 {
-    if (isatty(STDERR_FILENO) != 0) {
-        set_option(connection_, CURLOPT_XFERINFOFUNCTION, &progress_bar::callback);
-        set_option(connection_, CURLOPT_XFERINFODATA, this);
-        set_option(connection_, CURLOPT_NOPROGRESS, 0L);
-    }
+    set_option(connection_, CURLOPT_XFERINFOFUNCTION, &progress_bar::callback);
+    set_option(connection_, CURLOPT_XFERINFODATA, this);
+    set_option(connection_, CURLOPT_NOPROGRESS, 0L);
 }
 
 progress_bar::~progress_bar()
@@ -69,9 +69,13 @@ int progress_bar::callback(void* self, curl_off_t download_total, curl_off_t dow
                            curl_off_t upload_total, curl_off_t uploaded) noexcept
 try {
     auto& bar = *static_cast<progress_bar*>(self);
+    if (bar.interrupted_ != nullptr && *bar.interrupted_ != 0) {
+        return 1; // libcurl ends the transfer.
+    }
     const auto now = clock::now();
     const auto total = std::max(download_total, upload_total);
-    if (total > 0 && now - bar.start_ >= milliseconds(1000) && now - bar.last_drawn_ >= milliseconds(100)) {
+    if (bar.terminal_ && total > 0 && now - bar.start_ >= milliseconds(1000) &&
+        now - bar.last_drawn_ >= milliseconds(100)) {
         bar.last_drawn_ = now;
         bar.draw(std::max(downloaded, uploaded), total);
     }

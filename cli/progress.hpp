@@ -3,17 +3,20 @@
 #include <zorbel/io/ftp/core/connection.hpp>
 
 #include <chrono>
+#include <csignal>
 #include <string>
 
 namespace qrftp::cli {
 
 /// A progress bar on standard error for the transfers of one connection: amount, rate and time left, once a
 /// transfer has run for a second, at most ten times a second. Silent when standard error is no terminal.
+/// Ends the transfer when `*interrupted`, where given, is not 0.
 ///
 /// Reports through the handle's progress callback while it lives; the connection must outlive it.
 class progress_bar {
 public:
-    progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title);
+    progress_bar(zorbel::io::ftp::core::curl_ptr& connection, std::string title,
+                 const volatile std::sig_atomic_t* interrupted = nullptr);
     ~progress_bar();
     progress_bar(const progress_bar&) = delete;
     progress_bar& operator=(const progress_bar&) = delete;
@@ -27,6 +30,8 @@ private:
 
     zorbel::io::ftp::core::curl_ptr& connection_;
     std::string title_;
+    const volatile std::sig_atomic_t* interrupted_;
+    bool terminal_;
     clock::time_point start_ = clock::now();
     clock::time_point last_drawn_ = start_;
     bool drawn_ = false;

@@ -145,7 +145,7 @@ remote parse_url(const std::string& url)
     target.user = url_part(parsed.get(), CURLUPART_USER, CURLU_URLDECODE);
     target.password = url_part(parsed.get(), CURLUPART_PASSWORD, CURLU_URLDECODE);
     target.path = url_part(parsed.get(), CURLUPART_PATH, CURLU_URLDECODE);
-    if (!target.sftp) {
+    if (!target.sftp || target.path == "/") {
         target.path.erase(0, 1); // The slash behind the host only separates; one more makes the path absolute.
     }
     foundation::log::mask_secret(target.password);

@@ -55,7 +55,9 @@ std::pair<File, unsigned long> make_file_with_size(const fl::ustring& path)
     } catch (const PermissionDenied&) {
         raise<PermissionDenied>(path);
     } catch (...) {
-        log(level::info, boost::current_exception_diagnostic_information(true));
+        if (getLogger().is_enabled(level::info)) { // the text is costly to make
+            log(level::info, boost::current_exception_diagnostic_information(true));
+        }
         raise<NotFound>(path);
     }
 }

@@ -22,3 +22,12 @@ round_trip() { # URL OPTION…
 } 2>"$work/errors"
 [[ $("$qrftp" pwd "$ftp/" --tls none) == "$HOME_DIR" ]]
 [[ ! -s $work/errors ]] || fail "$(<"$work/errors")"
+# An interrupt ends the transfer and leaves neither a file nor a part of one.
+truncate -s 1G "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big"
+mkfifo "$work/log"
+"$qrftp" get "$sftp/~/big" "${known[@]}" -v 2>"$work/log" &
+interrupted=$!
+exec 9<"$work/log"
+grep -m1 -q 'Response from' <&9 # logged in
+kill -INT "$interrupted"
+wait "$interrupted" || [[ $? == 130 && $(ls) == $'a b\nc' ]]

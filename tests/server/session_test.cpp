@@ -115,7 +115,8 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
         error_of([&] { (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir); }), (texts{"CouldNotCreateFolder", dir}));
 
     core::cd(c_, core::fullurl(c_, dir, false));
-    for (const std::size_t size : {0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
+    for (const auto size :
+        std::initializer_list<std::size_t>{0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
         const std::string all = bytes(size);
         local_->put(u"up", all);
         core::send_file(c_, u"up", u"a #%\u00e4\u65e5", false);

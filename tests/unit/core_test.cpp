@@ -7,6 +7,7 @@
 #include <foundation/services/bundle_context.hpp>
 #include <zorbel/io/ftp/core.hpp>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/exception_ptr.hpp>
 #include <gmock/gmock.h>
 
@@ -161,7 +162,9 @@ struct Trace : testing::Test {
     void SetUp() override
     {
         foundation::log::set_entry_handler([this](const foundation::log::entry& e) {
-            records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " + std::string(e.text));
+            // clang spells types in its own way
+            const auto text = boost::replace_all_copy(boost::replace_all_copy(std::string(e.text), " &", "&"), "long int ", "long ");
+            records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " + text);
             file = e.file;
             line = e.line;
             if (on_record) on_record();
@@ -183,7 +186,7 @@ TEST_F(Trace, WritesTheSignatureAtEntryAndExitAndTheExceptionThatLeaves)
     curl_ptr c(false);
     getLogger().enable_levels(level::entry);
     last_response_code(c);
-    const std::string queried = "long int zorbel::io::ftp::core::last_response_code(curl_ptr&)";
+    const std::string queried = "long zorbel::io::ftp::core::last_response_code(curl_ptr&)";
     EXPECT_THAT(records, ElementsAre("32:1 " + queried, "128:0 response_code=0", "64:0 " + queried));
     EXPECT_EQ(file, "src/folder.cpp");
     std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
