@@ -30,4 +30,6 @@ interrupted=$!
 exec 9<"$work/log"
 grep -m1 -q 'Response from' <&9 # logged in
 kill -INT "$interrupted"
-wait "$interrupted" || [[ $? == 130 && $(ls) == $'a b\nc' ]]
+status=0
+wait "$interrupted" || status=$?
+[[ $status == 130 && $(ls) == $'a b\nc' ]]
