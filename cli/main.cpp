@@ -26,7 +26,7 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-/// Ends the transfer under way, so that what it left half done is removed; a second interrupt ends the process.
+/// Ends the request under way, so that what it left half done is removed; a second interrupt ends the process.
 void interrupt(int signal)
 {
     interrupted = 1;
@@ -94,11 +94,8 @@ void get(core::curl_ptr& connection, const remote& target, const arguments& give
         local /= name;
     }
     local_file file(local);
-    {
-        const progress_bar bar(connection, name, &interrupted);
-        core::receive_file(connection, utf8_to_ustring(target.path), utf8_to_ustring(file.path().string()),
-                           given.text);
-    }
+    core::receive_file(connection, utf8_to_ustring(target.path), utf8_to_ustring(file.path().string()),
+                       given.text);
     file.commit();
 }
 
@@ -106,7 +103,6 @@ void put(core::curl_ptr& connection, const remote& target, const arguments& give
 {
     const std::string name = last_segment(given.local);
     const std::string path = last_segment(target.path).empty() ? target.path + name : target.path;
-    const progress_bar bar(connection, name, &interrupted);
     core::send_file(connection, utf8_to_ustring(given.local), utf8_to_ustring(path), given.text);
 }
 
@@ -124,10 +120,12 @@ void print_folder(core::curl_ptr& connection, const remote& target, std::string 
 void run(const std::string& command, const arguments& given)
 {
     const remote target = parse_url(given.url);
-    core::curl_ptr connection;
-    const std::string login_folder = open(connection, target, given.login);
     (void)std::signal(SIGINT, interrupt);
     (void)std::signal(SIGTERM, interrupt);
+    core::curl_ptr connection;
+    const progress_bar bar(connection, last_segment(command == "put" ? given.local : target.path),
+                           &interrupted);
+    const std::string login_folder = open(connection, target, given.login);
     if (command == "ls") {
         list(connection, target);
     } else if (command == "get") {

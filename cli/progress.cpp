@@ -74,6 +74,9 @@ try {
     }
     const auto now = clock::now();
     const auto total = std::max(download_total, upload_total);
+    if (total > 0 && bar.start_ == clock::time_point{}) {
+        bar.start_ = now;
+    }
     if (bar.terminal_ && total > 0 && now - bar.start_ >= milliseconds(1000) &&
         now - bar.last_drawn_ >= milliseconds(100)) {
         bar.last_drawn_ = now;

@@ -10,7 +10,7 @@ namespace qrftp::cli {
 
 /// A progress bar on standard error for the transfers of one connection: amount, rate and time left, once a
 /// transfer has run for a second, at most ten times a second. Silent when standard error is no terminal.
-/// Ends the transfer when `*interrupted`, where given, is not 0.
+/// Ends every request once `*interrupted`, where given, is not 0.
 ///
 /// Reports through the handle's progress callback while it lives; the connection must outlive it.
 class progress_bar {
@@ -32,8 +32,8 @@ private:
     std::string title_;
     const volatile std::sig_atomic_t* interrupted_;
     bool terminal_;
-    clock::time_point start_ = clock::now();
-    clock::time_point last_drawn_ = start_;
+    clock::time_point start_{}; ///< of the transfer, once it is under way
+    clock::time_point last_drawn_{};
     bool drawn_ = false;
 };
 
