@@ -27,6 +27,10 @@ std::string verb_of(const std::string& line) { return line.substr(0, line.find('
 } // namespace
 
 struct scripted_peer::session {
+    session(scripted_peer& of, std::filesystem::path login, std::chrono::milliseconds wait)
+        : peer(of), folder(std::move(login)), deadline(wait)
+    {
+    }
     scripted_peer& peer;
     std::filesystem::path folder;
     std::chrono::milliseconds deadline;
@@ -34,6 +38,7 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
+    bool dropped = false;
 
     std::optional<std::string> content(const std::string& line) const
     {
@@ -46,7 +51,7 @@ struct scripted_peer::session {
     answer own_file(const std::string& verb, const std::string& argument);
     answer open_data(const std::string& verb, const std::string& argument);
     bool step(const std::string& line);
-    void run(int number);
+    bool run(int number); ///< Whether the script ended the connection.
 };
 
 bool scripted_peer::session::transfer(const std::string& line, std::size_t limit)
@@ -119,10 +124,11 @@ bool scripted_peer::session::step(const std::string& line)
     // libcurl 7.88 waits a whole second when the answer to it is there before it first looks for it.
     if (verb == "EPSV") boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
     control << *next.bytes << std::flush;
+    dropped = scripted.drops;
     return control.good() && !next.drops && !scripted.drops;
 }
 
-void scripted_peer::session::run(int number)
+bool scripted_peer::session::run(int number)
 {
     control.socket().set_option(tcp::no_delay(true)); // "150" and "226" are two writes in a row
     bool goes_on = step("greeting");
@@ -130,6 +136,7 @@ void scripted_peer::session::run(int number)
         if (line.ends_with('\r')) line.pop_back();
         for (const int connection : {0, number}) peer.state_->commands[connection].push_back(line);
     }
+    return dropped;
 }
 
 answer scripted_peer::state::scripted(const std::string& line)
@@ -150,8 +157,11 @@ scripted_peer::scripted_peer(const std::string& login_folder, std::chrono::milli
     listener_ = listener->native_handle();
     thread_ = std::jthread([=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
         for (int number = 1; !stop.stop_requested();) {
-            session next{*this, login_folder, deadline};
-            if (accept(*listener, next.control, deadline)) next.run(number++);
+            auto next = std::make_unique<session>(*this, login_folder, deadline);
+            const bool dropped = accept(*listener, next->control, deadline) && next->run(number++);
+            next.reset(); // closed
+            drops_ += dropped ? 1 : 0;
+            drops_.notify_all();
         }
     });
 }

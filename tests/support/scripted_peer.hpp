@@ -2,6 +2,7 @@
 
 #include "guarded.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -52,6 +53,9 @@ public:
     std::vector<std::string> commands(int connection = 0) const { return state_->commands[connection]; }
     void clear_commands() { state_->commands.clear(); }
     std::map<std::string, std::string> uploads() const { return state_->uploads; }
+    /// Waits until a control connection that the script drops is closed, so that the client can know of it.
+    void await_drop() const { drops_.wait(0); }
+    int steps() const { return state_->step; } ///< taken so far
     std::uint16_t port() const { return port_; }
     std::string url() const { return host_url + (":" + std::to_string(port_)); }
 
@@ -71,6 +75,7 @@ private:
         answer scripted(const std::string& line);
     };
     guarded<state> state_;
+    std::atomic<int> drops_ = 0;
     std::uint16_t port_ = 0;
     int listener_ = -1;
     std::jthread thread_;

@@ -64,15 +64,6 @@ TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
     EXPECT_EQ(fullfile(c, "/x"), "/x");
 }
 
-TEST(Paths, TooLongToEscapeIsAnErrorForBothWays)
-{
-    curl_ptr c(false);
-    const std::string huge(2147483648U, '\0'); // the pages of zeros are the system's own until written
-    const auto want = internal("Percent Encoding", "Exceeded maximum string length");
-    EXPECT_EQ(error_of([&] { percent_encode(c, huge); }), want);
-    EXPECT_EQ(error_of([&] { percent_decode(c, huge); }), want);
-}
-
 TEST(Replies, AreSplitMatchedAndParsed)
 {
     EXPECT_THAT(split_string("a\nb\n", "\n"), ElementsAre("a", "b", ""));
