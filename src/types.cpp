@@ -1,10 +1,9 @@
+#include "service.hpp"
 #include "trace.hpp"
 
 #include <zorbel/io/ftp/core/connection.hpp>
 #include <zorbel/io/ftp/core/errors.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
-
-#include "service.hpp"
 
 #include <array>
 #include <cstdio>
