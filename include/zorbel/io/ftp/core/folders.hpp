@@ -48,8 +48,9 @@ QRFTPCORE_EXPORT std::pair<CURLcode, std::string> sftp_is_folder(curl_ptr& conne
                                                                  bool already_encoded);
 
 /// Makes the folder `name` on FTP. Sends "MKD " followed by `name` (RFC 959, 4.1.3) as it stands: a relative
-/// name is resolved by the server against the folder that the control connection is in. Then, in a second
-/// request, CWD back to the current folder. There is no check beforehand: a folder that exists is a refusal.
+/// name is resolved by the server against the folder that the control connection is in. After a
+/// reconnect that is the login folder, and CWD to the current one follows. There is no check beforehand: a
+/// folder that exists is a refusal.
 ///
 /// Throws `CouldNotCreateFolder` with the name when the server answers 550; `InternalError` ("mkdir", name)
 /// after any other failure; what `fullurl` throws; `InvalidCurlHandle`.
@@ -63,8 +64,8 @@ QRFTPCORE_EXPORT void create_folder(curl_ptr& connection, const std::string& nam
 /// throw; `InvalidCurlHandle`.
 QRFTPCORE_EXPORT void sftp_create_folder(curl_ptr& connection, const std::string& name);
 
-/// Removes the empty folder `name` on FTP. Sends "RMD " followed by `name` (RFC 959, 4.1.3) as it stands, then
-/// CWD back to the current folder.
+/// Removes the empty folder `name` on FTP. Sends "RMD " followed by `name` (RFC 959, 4.1.3) as it stands;
+/// after a reconnect CWD to the current folder follows.
 ///
 /// Throws `FolderNotEmpty` with the name when the server answers 550, for whatever reason (a missing folder
 /// gives the same answer); `FTPError` with the reply code after any other failure; what `fullurl` throws;
