@@ -1,7 +1,6 @@
-#include "escape.hpp"
-
 #include <foundation/core/except/Catalogue.hpp>
 #include <foundation/core/except/IMsgIDException.hpp>
+#include <foundation/text/escape.hpp>
 
 #include <charconv>
 #include <cstddef>

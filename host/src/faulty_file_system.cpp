@@ -44,6 +44,8 @@ public:
         return inner_->write(data, std::min(count, orders_->most_written));
     }
 
+    void seek(std::uint64_t position) override { inner_->seek(position); }
+
     void close() override
     {
         orders_->obey(Call::close);
@@ -70,19 +72,13 @@ void FaultyFileSystem::shorten_writes(long most)
     orders_->most_written = most;
 }
 
-std::shared_ptr<Stream> FaultyFileSystem::open_for_reading(const fl::ustring& path)
+std::shared_ptr<Stream> FaultyFileSystem::open(const std::filesystem::path& path, OpenMode mode)
 {
     orders_->obey(Call::open);
-    return std::make_shared<FaultyStream>(inner_->open_for_reading(path), orders_);
+    return std::make_shared<FaultyStream>(inner_->open(path, mode), orders_);
 }
 
-std::shared_ptr<Stream> FaultyFileSystem::open_for_writing(const fl::ustring& path)
-{
-    orders_->obey(Call::open);
-    return std::make_shared<FaultyStream>(inner_->open_for_writing(path), orders_);
-}
-
-std::uint64_t FaultyFileSystem::size(const fl::ustring& path)
+std::uint64_t FaultyFileSystem::size(const std::filesystem::path& path)
 {
     orders_->obey(Call::size);
     return inner_->size(path);

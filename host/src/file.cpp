@@ -1,9 +1,13 @@
 #include "posix_file_system.hpp"
 
+#include <fl/i18n/errors.hpp>
+#include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
+#include <foundation/text/escape.hpp>
 #include <zorbel/io/common/file/FileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
+#include <cerrno>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -23,14 +27,14 @@ std::shared_ptr<FileSystem>& system_in_place()
     return system;
 }
 
-std::shared_ptr<FileSystem> current()
+std::filesystem::path native(const fl::ustring& path)
 {
-    const std::lock_guard lock(system_mutex);
-    auto& system = system_in_place();
-    if (!system) {
-        system = make_posix_file_system();
+    try {
+        const std::string bytes = fl::i18n::ustring_to_utf8(path);
+        return std::u8string(bytes.begin(), bytes.end());
+    } catch (const ZORBEL::fl::i18n::InvalidText&) {
+        raise<errors::FileError>(path, "its name is not valid UTF-16");
     }
-    return system;
 }
 
 Stream& opened(const File& file)
@@ -65,27 +69,65 @@ const fl::ustring& File::path() const
 
 std::shared_ptr<FileSystem> exchange_file_system(std::shared_ptr<FileSystem> system)
 {
-    auto earlier = current();
+    auto earlier = file_system();
     const std::lock_guard lock(system_mutex);
     system_in_place() = std::move(system);
     return earlier;
 }
 
+std::shared_ptr<FileSystem> file_system()
+{
+    const std::lock_guard lock(system_mutex);
+    auto& system = system_in_place();
+    if (!system) {
+        system = make_posix_file_system();
+    }
+    return system;
+}
+
+void raise_file_error(const std::filesystem::path& path, std::error_code reason)
+{
+    const fl::ustring shown = display_path(path);
+    const auto is = [&reason](std::errc condition) { return reason == condition; };
+    constexpr int over_quota = EDQUOT; // has no name in std::errc
+    if (is(std::errc::permission_denied) || is(std::errc::operation_not_permitted) ||
+        is(std::errc::read_only_file_system)) {
+        raise<errors::PermissionDenied>(shown);
+    }
+    if (is(std::errc::no_such_file_or_directory) || is(std::errc::not_a_directory)) {
+        raise<errors::NoSuchFile>(shown);
+    }
+    if (is(std::errc::no_space_on_device) || reason.value() == over_quota) {
+        raise<errors::DiskFull>(shown);
+    }
+    raise<errors::FileError>(shown, reason.message());
+}
+
+fl::ustring display_path(const std::filesystem::path& path)
+{
+    const std::string bytes = path.string();
+    try {
+        return fl::i18n::utf8_to_ustring(bytes);
+    } catch (const ZORBEL::fl::i18n::InvalidText&) {
+        return fl::i18n::utf8_to_ustring(foundation::text::escape(bytes));
+    }
+}
+
 File make_readable_file(const fl::ustring& path)
 {
-    return {path, current()->open_for_reading(path)};
+    return {path, file_system()->open(native(path), OpenMode::read)};
 }
 
 File make_writeable_file(const fl::ustring& path)
 {
-    return {path, current()->open_for_writing(path)};
+    return {path, file_system()->open(native(path), OpenMode::write)};
 }
 
 foundation::storage::vfs::File make_vfs_file(const fl::ustring& path)
 {
     using foundation::storage::vfs::FileAttributes;
     return foundation::storage::vfs::File(
-        [system = current(), path] { return FileAttributes(system->size(path)); });
+        [system = file_system(), name = native(path)] { return FileAttributes(system->size(name)); });
 }
 
 // The contract passes a File by value: a call keeps the file open, whatever its owner does meanwhile.

@@ -16,7 +16,7 @@ namespace errors = ZORBEL::io::common::file;
 
 class MemoryStream final : public Stream {
 public:
-    MemoryStream(fl::ustring path, std::shared_ptr<std::string> content, bool for_reading)
+    MemoryStream(std::filesystem::path path, std::shared_ptr<std::string> content, bool for_reading)
         : path_(std::move(path)), content_(std::move(content)), for_reading_(for_reading)
     {
     }
@@ -37,17 +37,20 @@ public:
         return std::max(count, 0L);
     }
 
+    void seek(std::uint64_t position) override { position_ = static_cast<std::size_t>(position); }
+
     void close() override { content_.reset(); }
 
 private:
     void check(bool suits) const
     {
         if (!content_ || !suits) {
-            raise<errors::FileError>(path_, content_ ? "it was opened for something else" : "it is closed");
+            raise<errors::FileError>(display_path(path_),
+                                     content_ ? "it was opened for something else" : "it is closed");
         }
     }
 
-    fl::ustring path_;
+    std::filesystem::path path_;
     std::shared_ptr<std::string> content_;
     bool for_reading_;
     std::size_t position_ = 0;
@@ -55,39 +58,43 @@ private:
 
 } // namespace
 
-std::shared_ptr<Stream> MemoryFileSystem::open_for_reading(const fl::ustring& path)
+std::shared_ptr<Stream> MemoryFileSystem::open(const std::filesystem::path& path, OpenMode mode)
 {
-    return std::make_shared<MemoryStream>(path, find(path), true);
+    if (mode != OpenMode::read) {
+        const std::lock_guard lock(mutex_);
+        auto& content = files_[path];
+        if (content && mode == OpenMode::create) {
+            raise_file_error(path, std::make_error_code(std::errc::file_exists));
+        }
+        if (!content || mode == OpenMode::write) {
+            content = std::make_shared<std::string>();
+        }
+    }
+    return std::make_shared<MemoryStream>(path, find(path), mode == OpenMode::read);
 }
 
-std::shared_ptr<Stream> MemoryFileSystem::open_for_writing(const fl::ustring& path)
-{
-    put(path, {});
-    return std::make_shared<MemoryStream>(path, find(path), false);
-}
-
-std::uint64_t MemoryFileSystem::size(const fl::ustring& path)
+std::uint64_t MemoryFileSystem::size(const std::filesystem::path& path)
 {
     return find(path)->size();
 }
 
-void MemoryFileSystem::put(const fl::ustring& path, std::string content)
+void MemoryFileSystem::put(const std::filesystem::path& path, std::string content)
 {
     const std::lock_guard lock(mutex_);
     files_[path] = std::make_shared<std::string>(std::move(content));
 }
 
-std::string MemoryFileSystem::get(const fl::ustring& path) const
+std::string MemoryFileSystem::get(const std::filesystem::path& path) const
 {
     return *find(path);
 }
 
-std::shared_ptr<std::string> MemoryFileSystem::find(const fl::ustring& path) const
+std::shared_ptr<std::string> MemoryFileSystem::find(const std::filesystem::path& path) const
 {
     const std::lock_guard lock(mutex_);
     const auto found = files_.find(path);
     if (found == files_.end()) {
-        raise<errors::NoSuchFile>(path);
+        raise<errors::NoSuchFile>(display_path(path));
     }
     return found->second;
 }

@@ -1,7 +1,5 @@
 #include "posix_file_system.hpp"
 
-#include <fl/i18n/errors.hpp>
-#include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
@@ -24,35 +22,34 @@ namespace {
 
 using foundation::core::except::raise;
 namespace errors = ZORBEL::io::common::file;
+namespace fs = std::filesystem;
 
-[[noreturn]] void raise_error(const fl::ustring& path, int error)
+[[noreturn]] void raise_error(const fs::path& path, int error)
 {
-    switch (error) {
-    case EACCES:
-    case EPERM:
-    case EROFS:
-        raise<errors::PermissionDenied>(path);
-    case ENOENT:
-    case ENOTDIR:
-        raise<errors::NoSuchFile>(path);
-    case ENOSPC:
-    case EDQUOT:
-        raise<errors::DiskFull>(path);
-    default:
-        raise<errors::FileError>(path, std::generic_category().message(error));
-    }
+    raise_file_error(path, {error, std::generic_category()});
 }
 
-std::string native(const fl::ustring& path)
+const std::string& native(const fs::path& path)
 {
-    if (path.find(u'\0') != fl::ustring::npos) {
-        raise<errors::FileError>(path, "its name holds a NUL character");
+    if (path.native().find('\0') != std::string::npos) {
+        raise<errors::FileError>(display_path(path), "its name holds a NUL character");
     }
-    try {
-        return fl::i18n::ustring_to_utf8(path);
-    } catch (const ZORBEL::fl::i18n::InvalidText&) {
-        raise<errors::FileError>(path, "its name is not valid UTF-16");
+    return path.native();
+}
+
+int flags_of(OpenMode mode)
+{
+    switch (mode) {
+    case OpenMode::read:
+        return O_RDONLY;
+    case OpenMode::write:
+        return O_WRONLY | O_CREAT | O_TRUNC;
+    case OpenMode::append:
+        return O_WRONLY | O_CREAT | O_APPEND;
+    case OpenMode::create:
+        break;
     }
+    return O_WRONLY | O_CREAT | O_EXCL;
 }
 
 template <class Call>
@@ -67,11 +64,12 @@ auto repeat_interrupted(Call call)
 
 class PosixStream final : public Stream {
 public:
-    PosixStream(fl::ustring path, int flags) : path_(std::move(path))
+    PosixStream(fs::path path, OpenMode mode) : path_(std::move(path))
     {
         constexpr mode_t as_the_umask_allows = 0666;
-        const std::string name = native(path_);
-        descriptor_ = repeat_interrupted([&] { return ::open(name.c_str(), flags, as_the_umask_allows); });
+        const char* const name = native(path_).c_str();
+        const int flags = flags_of(mode) | O_CLOEXEC | O_NOCTTY;
+        descriptor_ = repeat_interrupted([&] { return ::open(name, flags, as_the_umask_allows); });
         if (descriptor_ == -1) {
             raise_error(path_, errno);
         }
@@ -120,6 +118,13 @@ public:
         return written;
     }
 
+    void seek(std::uint64_t position) override
+    {
+        if (::lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) == -1) {
+            raise_error(path_, errno);
+        }
+    }
+
     void close() override
     {
         const int descriptor = std::exchange(descriptor_, -1);
@@ -130,25 +135,22 @@ public:
     }
 
 private:
-    fl::ustring path_;
+    fs::path path_;
     int descriptor_ = -1;
 };
 
 class PosixFileSystem final : public FileSystem {
 public:
-    std::shared_ptr<Stream> open_for_reading(const fl::ustring& path) override
+    std::shared_ptr<Stream> open(const fs::path& path, OpenMode mode) override
     {
-        auto stream = std::make_shared<PosixStream>(path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-        stream->refuse_folder();
+        auto stream = std::make_shared<PosixStream>(path, mode);
+        if (mode == OpenMode::read) {
+            stream->refuse_folder();
+        }
         return stream;
     }
 
-    std::shared_ptr<Stream> open_for_writing(const fl::ustring& path) override
-    {
-        return std::make_shared<PosixStream>(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY);
-    }
-
-    std::uint64_t size(const fl::ustring& path) override
+    std::uint64_t size(const fs::path& path) override
     {
         struct stat status = {};
         if (::stat(native(path).c_str(), &status) == -1) {

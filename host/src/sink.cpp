@@ -1,8 +1,8 @@
-#include "escape.hpp"
 #include "log_core.hpp"
 #include "masking.hpp"
 
 #include <foundation/log/sink.hpp>
+#include <foundation/text/escape.hpp>
 
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
@@ -141,6 +141,13 @@ void mask_secret(std::string secret)
     const auto place = std::find_if(all.begin(), all.end(),
                                     [&](const std::string& other) { return other.size() < secret.size(); });
     all.insert(place, std::move(secret));
+}
+
+std::string masked(std::string_view text)
+{
+    auto& settings = in_place();
+    const std::lock_guard lock(settings.mutex);
+    return mask(text, settings.secrets);
 }
 
 } // namespace foundation::log

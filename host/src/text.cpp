@@ -1,8 +1,7 @@
-#include "escape.hpp"
-
 #include <fl/i18n/errors.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
+#include <foundation/text/escape.hpp>
 
 #include <boost/locale/utf.hpp>
 

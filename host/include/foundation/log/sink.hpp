@@ -29,4 +29,7 @@ ZORBELHOST_EXPORT void set_entry_handler(entry_handler handler);
 /// Without being told, it masks the arguments of PASS and ACCT commands and of Proxy-Authorization headers.
 ZORBELHOST_EXPORT void mask_secret(std::string secret);
 
+/// `text` as the sink would write it, its secrets as asterisks: for what a program prints by itself.
+ZORBELHOST_EXPORT std::string masked(std::string_view text);
+
 } // namespace foundation::log

@@ -21,9 +21,8 @@ public:
     /// From now on a write takes `most` bytes at most and returns the shorter count.
     void shorten_writes(long most);
 
-    std::shared_ptr<Stream> open_for_reading(const fl::ustring& path) override;
-    std::shared_ptr<Stream> open_for_writing(const fl::ustring& path) override;
-    std::uint64_t size(const fl::ustring& path) override;
+    std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) override;
+    std::uint64_t size(const std::filesystem::path& path) override;
 
 private:
     class FaultyStream;

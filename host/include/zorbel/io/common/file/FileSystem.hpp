@@ -3,7 +3,9 @@
 #include <zorbel/io/common/file.hpp>
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
 namespace zorbel::io::common::file {
 
@@ -15,21 +17,40 @@ public:
     /// The number of bytes read, 0 at the end of the file.
     virtual long read(char* buffer, long count) = 0;
     virtual long write(const char* data, long count) = 0;
+    /// Goes on at `position`, counted from the start of the file. For files opened to be read.
+    virtual void seek(std::uint64_t position) = 0;
     virtual void close() = 0;
 };
 
-/// Where local files live. The functions of `file.hpp` go to the one in place.
+/// What a file is opened for. A file to be read must be there and be no folder.
+enum class OpenMode {
+    read,
+    write,  ///< made when missing, emptied when there
+    append, ///< made when missing; what is written goes to the end
+    create, ///< must not be there yet
+};
+
+/// Where local files live. The functions of `file.hpp` go to the one in place. Paths may be any bytes that the
+/// system takes.
 class ZORBELHOST_EXPORT FileSystem {
 public:
     virtual ~FileSystem();
 
-    virtual std::shared_ptr<Stream> open_for_reading(const fl::ustring& path) = 0;
-    virtual std::shared_ptr<Stream> open_for_writing(const fl::ustring& path) = 0;
-    virtual std::uint64_t size(const fl::ustring& path) = 0;
+    virtual std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) = 0;
+    virtual std::uint64_t size(const std::filesystem::path& path) = 0;
 };
 
 /// Puts `system` in place for the process and returns the one that was there; null stands for the POSIX file
 /// system of the start. Files that are open keep theirs.
 ZORBELHOST_EXPORT std::shared_ptr<FileSystem> exchange_file_system(std::shared_ptr<FileSystem> system);
+
+/// The one in place.
+ZORBELHOST_EXPORT std::shared_ptr<FileSystem> file_system();
+
+/// Throws the error of `errors.hpp` that `reason` stands for.
+[[noreturn]] ZORBELHOST_EXPORT void raise_file_error(const std::filesystem::path& path, std::error_code reason);
+
+/// `path` as the errors show it: bytes that are not valid UTF-8 are written as \xNN.
+ZORBELHOST_EXPORT fl::ustring display_path(const std::filesystem::path& path);
 
 } // namespace zorbel::io::common::file

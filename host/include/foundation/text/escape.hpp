@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zorbelhost_export.hpp>
+
 #include <string>
 #include <string_view>
 
@@ -7,7 +9,7 @@ namespace foundation::text {
 
 /// `text` as UTF-8 that is safe on a terminal: control characters (C0, DEL and C1) and whatever is not valid
 /// Unicode are written as \xNN for a byte and \uNNNN for a UTF-16 code unit.
-std::string escape(std::string_view text);
-std::string escape(std::u16string_view text);
+ZORBELHOST_EXPORT std::string escape(std::string_view text);
+ZORBELHOST_EXPORT std::string escape(std::u16string_view text);
 
 } // namespace foundation::text
