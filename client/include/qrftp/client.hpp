@@ -1,0 +1,14 @@
+#pragma once
+
+/// The client: safe FTP, FTPS and SFTP for programs. Open a `qrftp::session`; the rest are its members and the
+/// functions on whole trees.
+
+#include <qrftp/entry.hpp>
+#include <qrftp/errors.hpp>
+#include <qrftp/known_hosts.hpp>
+#include <qrftp/listing.hpp>
+#include <qrftp/options.hpp>
+#include <qrftp/session.hpp>
+#include <qrftp/transfer.hpp>
+#include <qrftp/tree.hpp>
+#include <qrftp/url.hpp>

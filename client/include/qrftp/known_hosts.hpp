@@ -1,0 +1,73 @@
+#pragma once
+
+#include <qrftpclient_export.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qrftp {
+
+/// A server's host key, as it is met or known.
+struct host_key {
+    std::string host; ///< as known-hosts files write it: the name on port 22, else "[name]:port"; lower case
+    std::string type; ///< "ssh-ed25519", "ecdsa-sha2-nistp256", "ssh-rsa", …
+    std::string blob; ///< the public key in the encoding of RFC 4253, 6.6
+
+    /// "SHA256:" and the hash in base64 without padding, as OpenSSH prints it.
+    QRFTPCLIENT_EXPORT std::string fingerprint() const;
+
+    /// The line of a known-hosts file, without a line end: host, type, base64 of the key.
+    QRFTPCLIENT_EXPORT std::string line() const;
+
+    bool operator==(const host_key&) const = default;
+};
+
+/// `name` and `port` as known-hosts files write a host.
+QRFTPCLIENT_EXPORT std::string known_hosts_name(std::string_view name, std::uint16_t port);
+
+enum class host_key_match {
+    known,      ///< a line has this host with this key
+    unknown,    ///< no line is about this host
+    changed,    ///< the host has another key of the same type
+    other_type, ///< the host has keys, but none of this type
+    revoked,    ///< an "@revoked" line has this key for this host
+};
+
+/// The content of a known-hosts file in OpenSSH's format (sshd(8), SSH_KNOWN_HOSTS FILE FORMAT): lists of
+/// patterns with "*", "?" and "!", hashed names, the markers "@revoked" and "@cert-authority" (whose lines are
+/// no host keys and are passed over), comments. Lines that cannot be read are passed over.
+class QRFTPCLIENT_EXPORT known_hosts {
+public:
+    known_hosts() = default;
+    explicit known_hosts(std::string_view text);
+
+    /// A missing file is an empty one. Throws the local file layer's errors.
+    static known_hosts read(const std::filesystem::path& file);
+
+    /// A revoked key is revoked, whatever other lines say. A host on another port than 22 is known by
+    /// "[name]:port" only.
+    host_key_match match(const host_key& key) const;
+
+    /// The keys that the lines without a marker have for `host`, in the order of the file.
+    std::vector<host_key> keys_of(std::string_view host) const;
+
+    /// Adds the line of `key` at the end of `file`, which is made when missing, its folder too, for this user
+    /// alone; no line that is there is changed. Throws the local file layer's errors.
+    static void append(const std::filesystem::path& file, const host_key& key);
+
+private:
+    struct line {
+        bool revoked = false;
+        std::string hosts;
+        std::string type;
+        std::string blob;
+    };
+    static bool covers(std::string_view hosts, std::string_view host);
+
+    std::vector<line> lines_;
+};
+
+} // namespace qrftp

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <qrftp/entry.hpp>
+#include <qrftpclient_export.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace qrftp {
+
+enum class listing_format {
+    mlsd, ///< the facts of RFC 3659, 7.2
+    list, ///< what LIST sends: the long form of Unix or that of Windows, told apart line by line
+    sftp, ///< the long form that libcurl makes of an SFTP folder
+};
+
+/// Turns the text of a listing into entries while it arrives. It keeps no more of it than one unfinished line.
+///
+/// "." and "..", a "total" line, blank lines and what MLSD calls cdir and pdir are dropped. Every other line
+/// becomes one entry or is skipped: one that cannot be read, one whose name holds "/" or NUL, and
+/// one of more than 64 KiB, of which the sink is shown only the first 1024 bytes. One thread at a time.
+class QRFTPCLIENT_EXPORT listing_parser {
+public:
+    using entry_sink = std::function<void(entry&&)>;
+    using line_sink = std::function<void(std::string_view)>;
+
+    /// `now` is the time by which the year of a time without one is found.
+    listing_parser(listing_format format, entry_sink found, line_sink skipped = {},
+                   std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
+
+    /// Takes the next bytes of the listing; lines end with LF or CR LF. What the sinks throw passes through.
+    void feed(std::string_view bytes);
+
+    /// Takes what was fed last as a line although it has no end. A listing that was cut off there is the
+    /// caller's to notice.
+    void finish();
+
+private:
+    void take_part(std::string_view part, bool ended);
+    void take_line(std::string_view line);
+    void skip(std::string_view line);
+
+    listing_format format_;
+    entry_sink found_;
+    line_sink skipped_;
+    std::int64_t now_;
+    std::string rest_;
+    bool passing_over_ = false;
+};
+
+} // namespace qrftp

@@ -1,0 +1,445 @@
+#include "engine.hpp"
+
+#include "login.hpp"
+#include "names.hpp"
+
+#include <foundation/core/except/Exception.hpp>
+#include <zorbel/io/ftp/core/navigation.hpp>
+#include <zorbel/io/ftp/core/paths.hpp>
+#include <zorbel/io/ftp/core/request.hpp>
+
+#include <openssl/ssl.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace qrftp {
+
+namespace core = zorbel::io::ftp::core;
+using core::scoped_request;
+using core::set_option;
+using foundation::core::except::raise;
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr long closing = 421; // RFC 959, 4.2: the server closes the control connection
+
+std::vector<ftp_reply> parse_replies(const std::string& text)
+{
+    constexpr std::size_t code_length = 3;
+    std::vector<ftp_reply> replies;
+    bool open = false; // in a reply of several lines
+    for (std::string_view line : core::split_string(text, "\n")) {
+        if (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
+        long code = 0;
+        const bool coded = line.size() >= code_length &&
+                           std::from_chars(line.data(), line.data() + code_length, code).ptr ==
+                               line.data() + code_length;
+        const char mark = line.size() > code_length ? line[code_length] : ' ';
+        if (open) {
+            replies.back().lines.emplace_back(line);
+            open = !(coded && mark == ' ' && code == replies.back().code);
+        } else if (coded) {
+            replies.push_back({code, {std::string(line)}});
+            open = mark == '-';
+        }
+    }
+    return replies;
+}
+
+/// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS. To be asked while a request runs.
+std::string describe_tls(CURL* handle)
+{
+    curl_tlssessioninfo* session = nullptr;
+    if (curl_easy_getinfo(handle, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || session == nullptr ||
+        session->internals == nullptr || session->backend != CURLSSLBACKEND_OPENSSL) {
+        return {};
+    }
+    const auto* const tls = static_cast<const SSL*>(session->internals);
+    return std::string(SSL_get_version(tls)) + ' ' + SSL_get_cipher_name(tls);
+}
+
+template <std::size_t Count>
+bool is_one_of(const std::array<CURLcode, Count>& codes, int code)
+{
+    return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+/// SFTP: libcurl reports a connection that broke under a quote command like a refused one.
+bool says_lost(const outcome& result)
+{
+    return result.code == CURLE_QUOTE_ERROR && result.words.ends_with("Unknown error in libssh2");
+}
+
+/// The connection broke, in one way or another.
+bool is_lost(const outcome& result)
+{
+    static constexpr std::array codes{CURLE_WEIRD_SERVER_REPLY, CURLE_PARTIAL_FILE, CURLE_GOT_NOTHING,
+                                      CURLE_SEND_ERROR,         CURLE_RECV_ERROR,   CURLE_SSH};
+    return is_one_of(codes, result.code) || says_lost(result);
+}
+
+/// The server was reached and said no.
+bool is_refusal(const outcome& result)
+{
+    static constexpr std::array codes{
+        CURLE_QUOTE_ERROR,           CURLE_REMOTE_FILE_NOT_FOUND,  CURLE_REMOTE_ACCESS_DENIED,
+        CURLE_FTP_COULDNT_RETR_FILE, CURLE_UPLOAD_FAILED,          CURLE_REMOTE_DISK_FULL,
+        CURLE_REMOTE_FILE_EXISTS,    CURLE_FTP_COULDNT_USE_REST,   CURLE_FTP_COULDNT_SET_TYPE,
+        CURLE_BAD_DOWNLOAD_RESUME};
+    return is_one_of(codes, result.code) && result.reply().code != closing && !says_lost(result);
+}
+
+std::optional<core::slist> command_list(const std::vector<std::string>& commands)
+{
+    std::optional<core::slist> list;
+    for (const std::string& command : commands) {
+        list ? (void)list->append(command) : (void)list.emplace(command);
+    }
+    return list;
+}
+
+curl_slist* get(const std::optional<core::slist>& list)
+{
+    return list ? list->get() : nullptr;
+}
+
+} // namespace
+
+const ftp_reply& outcome::reply(std::size_t from_last) const
+{
+    static const ftp_reply none;
+    return from_last < replies.size() ? replies[replies.size() - 1 - from_last] : none;
+}
+
+answer outcome::said() const
+{
+    const ftp_reply& last = reply();
+    const bool refused = last.code >= 400 && !last.lines.empty();
+    return {last.code, code, refused ? last.lines.back() : words};
+}
+
+/// One perform and what its callbacks need. No exception of theirs reaches libcurl: it is kept, the request is
+/// ended, and it goes on afterwards.
+struct engine::call {
+    const request& wanted;
+    const options& how;
+    CURL* handle;
+    std::string header{};
+    std::string tls{};
+    std::uint64_t position = 0; ///< in the source
+    bool taken = false;
+    std::exception_ptr thrown{};
+    steady_clock::time_point began = steady_clock::now();
+    steady_clock::time_point reported{};
+
+    static constexpr microseconds shortest_pause{50};
+    static constexpr microseconds longest_pause{2000};
+    microseconds pause{}; ///< between two looks at the control connection; 0 while libcurl looks by itself
+
+    template <class Work>
+    bool guard(Work work) noexcept
+    {
+        try {
+            work();
+            return true;
+        } catch (...) {
+            thrown = std::current_exception();
+            return false;
+        }
+    }
+
+    static std::size_t take_header(char* data, std::size_t size, std::size_t count, void* user) noexcept
+    {
+        auto& self = *static_cast<call*>(user);
+        const bool kept = self.guard([&] {
+            const std::string_view line(data, size * count);
+            self.header.append(line);
+            if (self.tls.empty()) {
+                self.tls = describe_tls(self.handle);
+            }
+            self.follow_data_connection(line);
+        });
+        return kept ? size * count : 0;
+    }
+
+    /// libcurl 7.88 can sleep up to a second, for nothing: when the server answers EPSV or PASV at once, before it
+    /// opens the data connection; and with TLS, while the server waits for the next command before it goes on
+    /// with the handshake there, since the answer on the control connection wakes nobody.
+    void follow_data_connection(std::string_view line)
+    {
+        if (line.starts_with("229 ") || line.starts_with("227 ")) {
+            look_again();
+            pause = tls.empty() ? microseconds(0) : shortest_pause;
+        } else if (line.starts_with('1') || line.starts_with('4') || line.starts_with('5')) {
+            pause = microseconds(0);
+        } else if (pause > microseconds(0)) {
+            look_again();
+        }
+    }
+
+    /// A pause that is taken back makes libcurl look at its sockets again immediately.
+    void look_again() const
+    {
+        curl_easy_pause(handle, CURLPAUSE_SEND);
+        curl_easy_pause(handle, CURLPAUSE_CONT);
+    }
+
+    void keep_awake()
+    {
+        if (pause > microseconds(0)) {
+            std::this_thread::sleep_for(pause);
+            pause = std::min(pause * 2, longest_pause);
+            look_again();
+        }
+    }
+
+    static std::size_t take_body(char* data, std::size_t size, std::size_t count, void* user) noexcept
+    {
+        auto& self = *static_cast<call*>(user);
+        const bool taken = self.guard([&] {
+            self.taken = true;
+            if (self.wanted.take) {
+                self.wanted.take({data, size * count});
+            }
+        });
+        return taken ? size * count : 0;
+    }
+
+    static std::size_t give_body(char* buffer, std::size_t size, std::size_t count, void* user) noexcept
+    {
+        auto& self = *static_cast<call*>(user);
+        std::size_t given = 0;
+        const bool read = self.guard([&] {
+            // A file that grows is sent as long as it was found.
+            const std::uint64_t left = self.wanted.source->size - self.position;
+            given = self.wanted.source->read(buffer, std::min<std::uint64_t>(size * count, left));
+            self.position += given;
+        });
+        return read ? given : CURL_READFUNC_ABORT;
+    }
+
+    static int seek_body(void* user, curl_off_t offset, int /*origin*/) noexcept
+    {
+        auto& self = *static_cast<call*>(user);
+        const bool sought = self.guard([&] {
+            self.position = static_cast<std::uint64_t>(offset);
+            self.wanted.source->seek(self.position);
+        });
+        return sought ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+    }
+
+    static int report(void* user, curl_off_t total, curl_off_t got, curl_off_t /*to_send*/,
+                      curl_off_t sent) noexcept
+    {
+        auto& self = *static_cast<call*>(user);
+        return self.guard([&] { self.report_progress(total, self.wanted.source ? sent : got); }) ? 0 : 1;
+    }
+
+    void report_progress(curl_off_t total, curl_off_t moved)
+    {
+        keep_awake();
+        if (wanted.cancellable && how.cancelled && how.cancelled()) {
+            raise<error::Cancelled>(wanted.about);
+        }
+        constexpr auto interval = std::chrono::milliseconds(50);
+        const auto now = steady_clock::now();
+        if (!wanted.on_progress || now - reported < interval) {
+            return;
+        }
+        reported = now;
+        const double seconds = std::chrono::duration<double>(now - began).count();
+        const auto bytes = static_cast<std::uint64_t>(moved);
+        const std::uint64_t whole = wanted.source ? wanted.source->size
+                                    : total > 0   ? static_cast<std::uint64_t>(total) + wanted.offset
+                                                  : 0;
+        if (!wanted.on_progress({bytes + wanted.offset, whole, static_cast<double>(bytes) / seconds})) {
+            raise<error::Cancelled>(wanted.about);
+        }
+    }
+};
+
+engine::engine(url location, options how)
+    : location_(std::move(location)), how_(std::move(how)), login_(std::make_unique<login>(location_, how_))
+{
+    login_->set_up(connection_);
+    log_in();
+}
+
+engine::~engine() = default;
+
+void engine::log_in()
+{
+    request first{.about = location_.server()};
+    if (!location_.sftp) {
+        first.commands = {"*FEAT"};
+    }
+    const outcome result = run(first);
+    if (!result.done()) {
+        fail(first, result);
+    }
+    const char* folder = nullptr;
+    curl_easy_getinfo(connection_.get(), CURLINFO_FTP_ENTRY_PATH, &folder);
+    // The server's word, but it goes into commands: what cannot be a name leads nowhere.
+    info_.login_folder = names::absolute("/", folder == nullptr ? "/" : folder);
+    info_.key = login_->key();
+    if (location_.sftp || result.replies.empty()) {
+        return;
+    }
+    info_.server = result.replies.front().lines.back();
+    constexpr long system_status = 211;
+    if (result.reply().code == system_status && result.reply().lines.size() > 2) {
+        for (std::size_t i = 1; i + 1 < result.reply().lines.size(); ++i) {
+            const std::string& line = result.reply().lines[i];
+            info_.features.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+        }
+    }
+}
+
+std::string engine::url_of(const std::string& path)
+{
+    return core::make_absolute_url(connection_, location_.server(), path, false);
+}
+
+outcome engine::perform(const request& wanted, call& under_way)
+{
+    std::array<char, CURL_ERROR_SIZE> error{};
+    const bool body = wanted.take != nullptr || wanted.method != nullptr;
+    const auto before = command_list(wanted.commands);
+    const auto after = command_list(wanted.afterwards);
+    outcome result;
+    {
+        scoped_request options(connection_);
+        set_option(connection_, CURLOPT_URL, url_of(wanted.path).c_str());
+        options.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr)
+            .setopt(CURLOPT_HEADERFUNCTION, &call::take_header, nullptr)
+            .setopt(CURLOPT_HEADERDATA, &under_way, nullptr)
+            .setopt(CURLOPT_WRITEFUNCTION, &call::take_body, nullptr)
+            .setopt(CURLOPT_WRITEDATA, &under_way, stdout)
+            .setopt(CURLOPT_XFERINFOFUNCTION, &call::report, nullptr)
+            .setopt(CURLOPT_XFERINFODATA, &under_way, nullptr)
+            .setopt(CURLOPT_NOPROGRESS, 0L, 1L)
+            .setopt(CURLOPT_NOBODY, body || wanted.source != nullptr ? 0L : 1L, 0L)
+            .setopt(CURLOPT_QUOTE, get(before), nullptr)
+            .setopt(CURLOPT_POSTQUOTE, get(after), nullptr)
+            .setopt(CURLOPT_CUSTOMREQUEST, wanted.method, nullptr)
+            .setopt(CURLOPT_FTP_FILEMETHOD, wanted.enters ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD,
+                    CURLFTPMETHOD_NOCWD)
+            .setopt(CURLOPT_FILETIME, wanted.names_time ? 1L : 0L, 0L)
+            .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
+            .setopt(CURLOPT_MAX_RECV_SPEED_LARGE, wanted.rate_limit, 0)
+            .setopt(CURLOPT_MAX_SEND_SPEED_LARGE, wanted.rate_limit, 0);
+        if (wanted.source != nullptr) {
+            options.setopt(CURLOPT_READFUNCTION, &call::give_body, nullptr)
+                .setopt(CURLOPT_READDATA, &under_way, stdin)
+                .setopt(CURLOPT_SEEKFUNCTION, &call::seek_body, nullptr)
+                .setopt(CURLOPT_SEEKDATA, &under_way, nullptr)
+                .setopt(CURLOPT_INFILESIZE_LARGE, wanted.source->size, -1)
+                .setopt(CURLOPT_UPLOAD, 1L, 0L);
+        }
+        result.code = connection_.perform();
+    }
+    result.replies = parse_replies(under_way.header);
+    result.words = error.data();
+    if (result.words.empty() && result.code != CURLE_OK) {
+        result.words = curl_easy_strerror(static_cast<CURLcode>(result.code));
+    }
+    if (!under_way.tls.empty()) {
+        info_.tls = under_way.tls;
+    }
+    curl_off_t length = -1;
+    curl_off_t time = -1;
+    curl_easy_getinfo(connection_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    curl_easy_getinfo(connection_.get(), CURLINFO_FILETIME_T, &time);
+    if (length >= 0) {
+        result.length = static_cast<std::uint64_t>(length);
+    }
+    if (time >= 0) {
+        result.time = time;
+    }
+    return result;
+}
+
+outcome engine::run(const request& wanted)
+{
+    constexpr int tries = 2;
+    for (int tried = 1;; ++tried) {
+        call under_way{.wanted = wanted, .how = how_, .handle = connection_.get()};
+        outcome result = perform(wanted, under_way);
+        if (under_way.thrown) {
+            std::rethrow_exception(under_way.thrown);
+        }
+        if (result.done() || is_refusal(result)) {
+            return result;
+        }
+        // What is answered with the server's goodbye has not been carried out.
+        const bool again = result.reply().code == closing || (is_lost(result) && wanted.repeatable);
+        if (tried == tries || !again || (under_way.taken && !wanted.restart)) {
+            fail(wanted, result);
+        }
+        if (under_way.taken) {
+            wanted.restart();
+        }
+        if (wanted.source != nullptr) {
+            wanted.source->seek(wanted.offset);
+        }
+    }
+}
+
+void engine::fail(const request& wanted, const outcome& result) const
+{
+    if (login_->host_key_refusal()) {
+        std::rethrow_exception(login_->host_key_refusal());
+    }
+    const bool opening = info_.login_folder.empty();
+    const std::string server = location_.server();
+    answer said = result.said();
+    said.words += login_->hint(result.code);
+    switch (result.code) {
+    case CURLE_LOGIN_DENIED:
+        raise<error::LoginRefused>(server, said);
+    case CURLE_PEER_FAILED_VERIFICATION:
+        raise<error::CertificateRefused>(server, said);
+    case CURLE_USE_SSL_FAILED:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CIPHER:
+        raise<error::NoEncryption>(server, said);
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_FAILED_INIT:
+    case CURLE_PROXY:
+        raise<error::NoConnection>(server, said);
+    case CURLE_URL_MALFORMAT:
+        raise<error::InvalidName>('"' + wanted.about + '"', "a control character");
+    case CURLE_ABORTED_BY_CALLBACK:
+        raise<error::Cancelled>(wanted.about, said);
+    case CURLE_OUT_OF_MEMORY:
+        throw std::bad_alloc();
+    default:
+        break;
+    }
+    if (opening) {
+        raise<error::NoConnection>(server, said);
+    }
+    if (result.code == CURLE_PARTIAL_FILE) {
+        raise<error::SizeMismatch>(wanted.about, said.words);
+    }
+    if (is_lost(result) || said.reply == closing) {
+        raise<error::ServerGone>(wanted.about, said);
+    }
+    if (result.code == CURLE_OPERATION_TIMEDOUT) {
+        raise<error::Stalled>(wanted.about, said);
+    }
+    raise<error::Refused>(wanted.about, said);
+}
+
+} // namespace qrftp

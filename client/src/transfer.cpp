@@ -1,0 +1,187 @@
+#include "transfer.hpp"
+
+#include "local_file.hpp"
+#include "names.hpp"
+
+#include <foundation/core/except/Exception.hpp>
+
+#include <system_error>
+#include <utility>
+
+namespace qrftp {
+
+namespace files = zorbel::io::common::file;
+namespace fs = std::filesystem;
+using foundation::core::except::raise;
+
+namespace {
+
+std::string sizes(std::uint64_t got, std::uint64_t of)
+{
+    return std::to_string(got) + " of " + std::to_string(of) + " bytes";
+}
+
+/// Removes a file of the client's own after a failure, whose error is the one to report.
+void clean_up(remote& server, const std::string& path) noexcept
+{
+    try {
+        server.discard(path);
+    } catch (...) {
+        return; // It stays; its name tells what it is.
+    }
+}
+
+/// How much of a file of `whole` bytes a resumed transfer finds done.
+std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::uint64_t whole)
+{
+    if (there > whole) {
+        raise<error::CannotResume>(target, "it has " + std::to_string(there) + " bytes already, and the file only " +
+                                               std::to_string(whole));
+    }
+    return there;
+}
+
+/// Sends `source` to `path`, and checks that all of it arrived.
+refusal send_whole(remote& server, const std::string& path, const request& how, const std::string& target)
+{
+    const upload_result result = server.send(path, how);
+    if (!result.refused && result.stored && *result.stored != how.source->size) {
+        raise<error::SizeMismatch>(target, sizes(*result.stored, how.source->size));
+    }
+    return result.refused;
+}
+
+/// Sends to a temporary name beside `target`, which then takes its place.
+void send_atomically(remote& server, const request& how, const std::string& target,
+                     const std::optional<std::int64_t>& time)
+{
+    constexpr long name_not_allowed = 553; // RFC 959, 4.2: also when something else has the name
+    const auto temporary = [&] { return names::join(names::parent(target), names::temporary()); };
+    std::string path = temporary();
+    try {
+        refusal refused = send_whole(server, path, how, target);
+        if (refused && refused->reply == name_not_allowed) {
+            path = temporary();
+            how.source->seek(0);
+            refused = send_whole(server, path, how, target);
+        }
+        if (refused) {
+            explain(server, target, expected::new_file, *refused);
+        }
+        if (time) {
+            server.set_modification_time(path, *time); // A server that cannot do it is no reason to fail.
+        }
+        rename_over(server, path, target);
+    } catch (...) {
+        clean_up(server, path);
+        throw;
+    }
+}
+
+std::uint64_t resume_sending(remote& server, const std::string& path, std::uint64_t whole)
+{
+    if (!server.find(path)) {
+        return 0;
+    }
+    const auto there = server.size(path);
+    if (!there) {
+        raise<error::CannotResume>(path, "the server does not tell its size");
+    }
+    return resume_point(path, *there, whole);
+}
+
+std::uint64_t resume_fetching(remote& server, const std::string& path, const fs::path& local)
+{
+    std::error_code code;
+    const std::uint64_t there = fs::exists(local, code) ? files::file_system()->size(local) : 0;
+    if (there == 0) {
+        return 0;
+    }
+    const auto whole = server.size(path);
+    if (!whole) {
+        raise<error::CannotResume>(local.string(), "the server does not tell the size of \"" + path + '"');
+    }
+    return resume_point(local.string(), there, *whole);
+}
+
+} // namespace
+
+void rename_over(remote& server, const std::string& from, const std::string& to)
+{
+    const refusal refused = server.rename(from, to);
+    if (!refused) {
+        return;
+    }
+    const auto there = server.find(to);
+    if (!there || there->kind == entry_kind::folder || !server.find(from)) {
+        explain(server, there || server.find(from) ? to : from,
+                there || server.find(from) ? expected::new_file : expected::file, *refused);
+    }
+    const std::string aside = names::join(names::parent(to), names::temporary());
+    if (const refusal moved = server.rename(to, aside)) {
+        explain(server, to, expected::file, *moved);
+    }
+    if (const refusal again = server.rename(from, to)) {
+        server.rename(aside, to); // If that fails as well, the old file stays beside its place.
+        explain(server, to, expected::new_file, *again);
+    }
+    clean_up(server, aside);
+}
+
+void fetch_file(remote& server, const std::string& path, const fs::path& local, const transfer_options& how)
+{
+    std::error_code code;
+    if (fs::is_directory(local, code)) {
+        files::raise_file_error(local, std::make_error_code(std::errc::is_a_directory));
+    }
+    if (!how.replace && !how.resume && fs::exists(fs::symlink_status(local, code))) {
+        raise<error::Exists>(local.string());
+    }
+    const std::uint64_t offset = how.resume ? resume_fetching(server, path, local) : 0;
+    local_target target(local, how.in_place || how.resume, offset);
+    request wanted{.about = path, .offset = offset, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
+    wanted.take = [&](std::string_view bytes) { target.write(bytes); };
+    wanted.restart = [&] { target.restart(); };
+    if (const refusal refused = server.fetch(path, wanted)) {
+        explain(server, path, expected::file, *refused);
+    }
+    std::optional<std::int64_t> time;
+    if (how.keep_time) {
+        if (const auto told = server.modification_time(path)) {
+            time = told->seconds;
+        }
+    }
+    target.commit(time);
+}
+
+void send_file(remote& server, const fs::path& local, const std::string& path, const transfer_options& how)
+{
+    const auto file = files::file_system()->open(local, files::OpenMode::read);
+    const upload_source source{
+        .read = [&](char* buffer,
+                    std::size_t room) { return static_cast<std::size_t>(file->read(buffer, static_cast<long>(room))); },
+        .seek = [&](std::uint64_t position) { file->seek(position); },
+        .size = files::file_system()->size(local)};
+    const auto time = how.keep_time ? std::optional(modification_time(local)) : std::nullopt;
+    if (!how.replace && !how.resume && server.find(path)) {
+        raise<error::Exists>(path);
+    }
+    request wanted{.about = path, .source = &source, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
+    if (!how.resume && !how.in_place) {
+        send_atomically(server, wanted, path, time);
+        return;
+    }
+    wanted.offset = how.resume ? resume_sending(server, path, source.size) : 0;
+    wanted.repeatable = wanted.offset == 0; // What was appended would be appended again.
+    if (how.resume && wanted.offset == source.size && source.size > 0) {
+        return;
+    }
+    if (const refusal refused = send_whole(server, path, wanted, path)) {
+        explain(server, path, expected::new_file, *refused);
+    }
+    if (time) {
+        server.set_modification_time(path, *time); // As above.
+    }
+}
+
+} // namespace qrftp
