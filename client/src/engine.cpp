@@ -73,18 +73,22 @@ bool is_one_of(const std::array<CURLcode, Count>& codes, int code)
     return std::find(codes.begin(), codes.end(), code) != codes.end();
 }
 
-/// SFTP: libcurl reports a connection that broke under a quote command like a refused one.
-bool says_lost(const outcome& result)
+/// SFTP: one and the same result says that the server refused and that the connection broke; libcurl's words
+/// tell them apart. Words that are not about a request are about the connection.
+bool ssh_is_lost(const outcome& result)
 {
-    return result.code == CURLE_QUOTE_ERROR && result.words.ends_with("Unknown error in libssh2");
+    const bool refused = result.words.find(": ") != std::string::npos;
+    return !refused || result.words.ends_with("Unknown error in libssh2") ||
+           result.words.find("ssh error") != std::string::npos;
 }
 
 /// The connection broke, in one way or another.
 bool is_lost(const outcome& result)
 {
     static constexpr std::array codes{CURLE_WEIRD_SERVER_REPLY, CURLE_PARTIAL_FILE, CURLE_GOT_NOTHING,
-                                      CURLE_SEND_ERROR,         CURLE_RECV_ERROR,   CURLE_SSH};
-    return is_one_of(codes, result.code) || says_lost(result);
+                                      CURLE_SEND_ERROR, CURLE_RECV_ERROR};
+    const bool ssh = result.code == CURLE_SSH || (result.code == CURLE_QUOTE_ERROR && result.replies.empty());
+    return is_one_of(codes, result.code) || (ssh && ssh_is_lost(result));
 }
 
 /// The server was reached and said no.
@@ -94,8 +98,8 @@ bool is_refusal(const outcome& result)
         CURLE_QUOTE_ERROR,           CURLE_REMOTE_FILE_NOT_FOUND,  CURLE_REMOTE_ACCESS_DENIED,
         CURLE_FTP_COULDNT_RETR_FILE, CURLE_UPLOAD_FAILED,          CURLE_REMOTE_DISK_FULL,
         CURLE_REMOTE_FILE_EXISTS,    CURLE_FTP_COULDNT_USE_REST,   CURLE_FTP_COULDNT_SET_TYPE,
-        CURLE_BAD_DOWNLOAD_RESUME};
-    return is_one_of(codes, result.code) && result.reply().code != closing && !says_lost(result);
+        CURLE_BAD_DOWNLOAD_RESUME,   CURLE_SSH};
+    return is_one_of(codes, result.code) && result.reply().code != closing && !is_lost(result);
 }
 
 std::optional<core::slist> command_list(const std::vector<std::string>& commands)

@@ -52,7 +52,7 @@ public:
 
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
     /// `how` says what is done with the body.
-    refusal fetch(const std::string& path, request how);
+    virtual refusal fetch(const std::string& path, request how);
     virtual upload_result send(const std::string& path, request how) = 0;
 
     virtual std::string system_type() = 0;
