@@ -4,9 +4,9 @@
 # On a system other than Debian or its kin it names the packages and fails; QRFTP_PACKAGES=present skips the check.
 
 declare -A package_list=(
-    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev"
+    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev nlohmann-json3-dev libedit-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
-    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl"
+    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
     [docs]="doxygen"
     [bench]="libbenchmark-dev time"

@@ -40,9 +40,9 @@ std::vector<ftp_reply> parse_replies(const std::string& text)
             line.remove_suffix(1);
         }
         long code = 0;
-        const bool coded = line.size() >= code_length &&
-                           std::from_chars(line.data(), line.data() + code_length, code).ptr ==
-                               line.data() + code_length;
+        const bool coded =
+            line.size() >= code_length &&
+            std::from_chars(line.data(), line.data() + code_length, code).ptr == line.data() + code_length;
         const char mark = line.size() > code_length ? line[code_length] : ' ';
         if (open) {
             replies.back().lines.emplace_back(line);
@@ -94,11 +94,17 @@ bool is_lost(const outcome& result)
 /// The server was reached and said no.
 bool is_refusal(const outcome& result)
 {
-    static constexpr std::array codes{
-        CURLE_QUOTE_ERROR,           CURLE_REMOTE_FILE_NOT_FOUND,  CURLE_REMOTE_ACCESS_DENIED,
-        CURLE_FTP_COULDNT_RETR_FILE, CURLE_UPLOAD_FAILED,          CURLE_REMOTE_DISK_FULL,
-        CURLE_REMOTE_FILE_EXISTS,    CURLE_FTP_COULDNT_USE_REST,   CURLE_FTP_COULDNT_SET_TYPE,
-        CURLE_BAD_DOWNLOAD_RESUME,   CURLE_SSH};
+    static constexpr std::array codes{CURLE_QUOTE_ERROR,
+                                      CURLE_REMOTE_FILE_NOT_FOUND,
+                                      CURLE_REMOTE_ACCESS_DENIED,
+                                      CURLE_FTP_COULDNT_RETR_FILE,
+                                      CURLE_UPLOAD_FAILED,
+                                      CURLE_REMOTE_DISK_FULL,
+                                      CURLE_REMOTE_FILE_EXISTS,
+                                      CURLE_FTP_COULDNT_USE_REST,
+                                      CURLE_FTP_COULDNT_SET_TYPE,
+                                      CURLE_BAD_DOWNLOAD_RESUME,
+                                      CURLE_SSH};
     return is_one_of(codes, result.code) && result.reply().code != closing && !is_lost(result);
 }
 
@@ -175,9 +181,9 @@ struct engine::call {
         return kept ? size * count : 0;
     }
 
-    /// libcurl 7.88 can sleep up to a second, for nothing: when the server answers EPSV or PASV at once, before it
-    /// opens the data connection; and with TLS, while the server waits for the next command before it goes on
-    /// with the handshake there, since the answer on the control connection wakes nobody.
+    /// libcurl 7.88 can sleep up to a second, for nothing: when the server answers EPSV or PASV at once, before
+    /// it opens the data connection; and with TLS, while the server waits for the next command before it goes
+    /// on with the handshake there, since the answer on the control connection wakes nobody.
     void follow_data_connection(std::string_view line)
     {
         if (line.starts_with("229 ") || line.starts_with("227 ")) {
@@ -341,6 +347,10 @@ outcome engine::perform(const request& wanted, call& under_way)
             .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
             .setopt(CURLOPT_MAX_RECV_SPEED_LARGE, wanted.rate_limit, 0)
             .setopt(CURLOPT_MAX_SEND_SPEED_LARGE, wanted.rate_limit, 0);
+        if (wanted.rate_limit > 0) {
+            // libcurl reads many buffers in a row before it looks at the limit.
+            options.setopt(CURLOPT_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.receive_buffer);
+        }
         if (wanted.source != nullptr) {
             options.setopt(CURLOPT_READFUNCTION, &call::give_body, nullptr)
                 .setopt(CURLOPT_READDATA, &under_way, stdin)

@@ -33,7 +33,7 @@ struct request {
                                            ///< the command has an asterisk in front
     std::vector<std::string> afterwards{}; ///< after it
     const char* method = nullptr;          ///< FTP: the command that lists
-    bool enters = false;                          ///< FTP: goes into the folder first and lists it without a name
+    bool enters = false;                   ///< FTP: goes into the folder first and lists it without a name
     std::function<void(std::string_view)> take{}; ///< wants the body
     const upload_source* source = nullptr;        ///< sends a body
     std::uint64_t offset = 0;                     ///< where in the file the body begins

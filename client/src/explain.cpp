@@ -15,8 +15,8 @@ namespace {
 bool is_empty(remote& server, const std::string& path)
 {
     bool empty = true;
-    listing_parser parser(server.format(), [&](const entry&) { empty = false; },
-                          [&](std::string_view) { empty = false; });
+    listing_parser parser(
+        server.format(), [&](const entry&) { empty = false; }, [&](std::string_view) { empty = false; });
     return !server.list(path, parser, [&] { empty = true; }) && empty;
 }
 
@@ -38,6 +38,9 @@ void explain_what_is_there(remote& server, const std::string& path, expected wha
     case expected::new_file:
         if (folder) {
             raise<error::IsFolder>(path, said);
+        }
+        if (kind == entry_kind::link && said.words.find("No such file") != std::string::npos) {
+            raise<error::Missing>(path, said); // what the link leads to
         }
         break;
     case expected::folder:

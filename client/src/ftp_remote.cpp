@@ -38,7 +38,7 @@ std::optional<std::uint64_t> number_of(const ftp_reply& reply)
     const std::string_view text = value_of(reply);
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return reply.code == file_status && error == std::errc() && end != text.data() ? std::optional(number)
-                                                                                  : std::nullopt;
+                                                                                   : std::nullopt;
 }
 
 class ftp_remote final : public remote {

@@ -42,48 +42,55 @@ bool match_one(std::string_view& pattern, char byte)
     return same;
 }
 
+/// Where to go on when what followed a star did not match: the star then takes more. Only the last star of
+/// each kind is ever gone back to, so that no pattern takes long.
+struct retry {
+    std::string_view pattern;
+    std::string_view path;
+    enum class kind { in_segment, anywhere, whole_segments } takes = kind::in_segment;
+    bool set = false;
+
+    /// Whether the star could take more.
+    bool take_more()
+    {
+        if (!set || path.empty() || (path.front() == '/' && takes == kind::in_segment)) {
+            return false;
+        }
+        const std::size_t taken = takes == kind::whole_segments ? path.find('/') : 0;
+        set = taken != std::string_view::npos;
+        path.remove_prefix(set ? taken + 1 : 0);
+        return set;
+    }
+};
+
 } // namespace
 
 bool glob_match(std::string_view pattern, std::string_view path)
 {
-    // What follows the last star of each kind, and where in the path it was last tried: only these two are ever
-    // gone back to, so that no pattern takes long.
-    struct retry {
-        std::string_view pattern;
-        std::string_view path;
-        bool set = false;
-    };
     retry star;
     retry double_star;
-    const auto go_back = [&] {
-        for (retry* last : {&star, &double_star}) {
-            const bool stopped = last == &star && last->set && !last->path.empty() && last->path.front() == '/';
-            if (last->set && !last->path.empty() && !stopped) {
-                last->path.remove_prefix(1);
-                pattern = last->pattern;
-                path = last->path;
-                star.set = last == &star;
-                return true;
-            }
-        }
-        return false;
-    };
     for (;;) {
         if (pattern.starts_with("**")) {
-            pattern.remove_prefix(pattern.starts_with("**/") ? 3 : 2);
-            double_star = {pattern, path, true};
+            const bool whole = pattern.starts_with("**/");
+            pattern.remove_prefix(whole ? 3 : 2);
+            double_star = {pattern, path, whole ? retry::kind::whole_segments : retry::kind::anywhere, true};
             star.set = false;
         } else if (pattern.starts_with('*')) {
             pattern.remove_prefix(1);
-            star = {pattern, path, true};
+            star = {pattern, path, retry::kind::in_segment, true};
         } else if (pattern.empty() && path.empty()) {
             return true;
-        } else if (pattern.empty() || path.empty() || !match_one(pattern, path.front())) {
-            if (!go_back()) {
-                return false;
-            }
-        } else {
+        } else if (!pattern.empty() && !path.empty() && match_one(pattern, path.front())) {
             path.remove_prefix(1);
+        } else if (star.take_more()) {
+            pattern = star.pattern;
+            path = star.path;
+        } else if (double_star.take_more()) {
+            pattern = double_star.pattern;
+            path = double_star.path;
+            star.set = false;
+        } else {
+            return false;
         }
     }
 }

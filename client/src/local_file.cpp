@@ -94,7 +94,9 @@ local_target::~local_target()
 
 void local_target::open()
 {
-    const OpenMode mode = path_ != target_ ? OpenMode::create : offset_ > 0 ? OpenMode::append : OpenMode::write;
+    const OpenMode mode = path_ != target_ ? OpenMode::create
+                          : offset_ > 0    ? OpenMode::append
+                                           : OpenMode::write;
     about(target_, [&] { stream_ = files::file_system()->open(path_, mode); });
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 namespace qrftp {
@@ -52,6 +53,17 @@ std::string key_type(std::string_view blob)
         length = length << 8U | static_cast<unsigned char>(byte);
     }
     return std::string(blob.substr(std::min(length_bytes, blob.size()), length));
+}
+
+bool is_rsa_key(const fs::path& private_key)
+{
+    fs::path public_key = private_key;
+    public_key += ".pub";
+    std::string first;
+    std::string other;
+    std::getline(std::ifstream(private_key), first);
+    std::getline(std::ifstream(public_key), other);
+    return first.find("BEGIN RSA") != std::string::npos || other.starts_with(rsa);
 }
 
 /// The best of the known keys that this libcurl can check: old RSA signatures are refused by newer servers.
@@ -113,7 +125,7 @@ void login::set_up(core::curl_ptr& connection)
 void login::set_up_ftp(core::curl_ptr& connection)
 {
     const bool secret = user_of(location_, how_) != anonymous;
-    const long ssl = how_.tls == tls_mode::none                      ? CURLUSESSL_NONE
+    const long ssl = how_.tls == tls_mode::none                       ? CURLUSESSL_NONE
                      : how_.tls == tls_mode::opportunistic && !secret ? CURLUSESSL_TRY
                                                                       : CURLUSESSL_ALL;
     set_option(connection, CURLOPT_USE_SSL, ssl);
@@ -187,11 +199,13 @@ void login::prefer_known_keys(core::curl_ptr& connection)
 std::string login::hint(int code) const
 {
     if (code == CURLE_FAILED_INIT && rsa_only_) {
-        return "; " + known_hosts_.string() + " has only an RSA key of this host, which servers from OpenSSH "
+        return "; " + known_hosts_.string() +
+               " has only an RSA key of this host, which servers from OpenSSH "
                "8.8 on no longer show to this libssh2: add its Ed25519 or ECDSA key";
     }
-    if (code == CURLE_LOGIN_DENIED && !how_.private_key.empty()) {
-        return "; an RSA key does not work with servers from OpenSSH 8.8 on and this libssh2, an Ed25519 or ECDSA "
+    if (code == CURLE_LOGIN_DENIED && is_rsa_key(how_.private_key)) {
+        return "; an RSA key does not work with servers from OpenSSH 8.8 on and this libssh2, an Ed25519 or "
+               "ECDSA "
                "key does";
     }
     return {};
@@ -213,8 +227,8 @@ void login::check(const host_key& shown)
     case host_key_match::changed:
         raise<error::HostKeyChanged>(shown.host, said + ", and " + known_hosts_.string() + " has another");
     case host_key_match::other_type:
-        raise<error::HostKeyChanged>(shown.host, said + ", and " + known_hosts_.string() +
-                                                     " has one of another type");
+        raise<error::HostKeyChanged>(shown.host,
+                                     said + ", and " + known_hosts_.string() + " has one of another type");
     case host_key_match::unknown:
         break;
     }

@@ -22,8 +22,8 @@ struct upload_result {
     std::optional<std::uint64_t> stored; ///< how long the server says the file is now
 };
 
-/// What the client asks of a server, in the words of one protocol. All paths are absolute and checked. A refusal
-/// is returned for the caller to explain; everything else is thrown, as `engine` does.
+/// What the client asks of a server, in the words of one protocol. All paths are absolute and checked. A
+/// refusal is returned for the caller to explain; everything else is thrown, as `engine` does.
 class remote {
 public:
     static std::unique_ptr<remote> open(url location, options how);

@@ -52,8 +52,8 @@ listing list_all(remote& server, const std::string& path)
 bool is_folder_at(remote& server, const std::string& path)
 {
     const auto found = server.find(path);
-    return found && (found->kind == entry_kind::folder ||
-                     (found->kind == entry_kind::link && !server.enter(path)));
+    return found &&
+           (found->kind == entry_kind::folder || (found->kind == entry_kind::link && !server.enter(path)));
 }
 
 void make_with_parents(remote& server, const std::string& path)

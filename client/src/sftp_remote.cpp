@@ -87,8 +87,8 @@ public:
     refusal set_modification_time(const std::string& path, std::int64_t seconds) override
     {
         const std::string digits = utc_digits(seconds);
-        const std::string date = digits.substr(0, 8) + ' ' + digits.substr(8, 2) + ':' + digits.substr(10, 2) + ':' +
-                                 digits.substr(12) + " GMT";
+        const std::string date = digits.substr(0, 8) + ' ' + digits.substr(8, 2) + ':' + digits.substr(10, 2) +
+                                 ':' + digits.substr(12) + " GMT";
         return tell(path, "mtime " + quoted(date) + ' ' + quoted(path), true);
     }
 

@@ -35,8 +35,8 @@ void clean_up(remote& server, const std::string& path) noexcept
 std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::uint64_t whole)
 {
     if (there > whole) {
-        raise<error::CannotResume>(target, "it has " + std::to_string(there) + " bytes already, and the file only " +
-                                               std::to_string(whole));
+        raise<error::CannotResume>(target, "it has " + std::to_string(there) +
+                                               " bytes already, and the file only " + std::to_string(whole));
     }
     return there;
 }
@@ -51,9 +51,10 @@ refusal send_whole(remote& server, const std::string& path, const request& how, 
     return result.refused;
 }
 
-/// Sends to a temporary name beside `target`, which then takes its place.
-void send_atomically(remote& server, const request& how, const std::string& target,
-                     const std::optional<std::int64_t>& time)
+/// Sends to a temporary name beside `target`, which then takes its place. `stamp` is called with the name of a
+/// file that has arrived.
+template <class Stamp>
+void send_atomically(remote& server, const request& how, const std::string& target, const Stamp& stamp)
 {
     constexpr long name_not_allowed = 553; // RFC 959, 4.2: also when something else has the name
     const auto temporary = [&] { return names::join(names::parent(target), names::temporary()); };
@@ -68,9 +69,7 @@ void send_atomically(remote& server, const request& how, const std::string& targ
         if (refused) {
             explain(server, target, expected::new_file, *refused);
         }
-        if (time) {
-            server.set_modification_time(path, *time); // A server that cannot do it is no reason to fail.
-        }
+        stamp(path);
         rename_over(server, path, target);
     } catch (...) {
         clean_up(server, path);
@@ -139,7 +138,8 @@ void fetch_file(remote& server, const std::string& path, const fs::path& local, 
     }
     const std::uint64_t offset = how.resume ? resume_fetching(server, path, local) : 0;
     local_target target(local, how.in_place || how.resume, offset);
-    request wanted{.about = path, .offset = offset, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
+    request wanted{
+        .about = path, .offset = offset, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
     wanted.take = [&](std::string_view bytes) { target.write(bytes); };
     wanted.restart = [&] { target.restart(); };
     if (const refusal refused = server.fetch(path, wanted)) {
@@ -157,18 +157,26 @@ void fetch_file(remote& server, const std::string& path, const fs::path& local, 
 void send_file(remote& server, const fs::path& local, const std::string& path, const transfer_options& how)
 {
     const auto file = files::file_system()->open(local, files::OpenMode::read);
-    const upload_source source{
-        .read = [&](char* buffer,
-                    std::size_t room) { return static_cast<std::size_t>(file->read(buffer, static_cast<long>(room))); },
-        .seek = [&](std::uint64_t position) { file->seek(position); },
-        .size = files::file_system()->size(local)};
-    const auto time = how.keep_time ? std::optional(modification_time(local)) : std::nullopt;
+    const upload_source source{.read =
+                                   [&](char* buffer, std::size_t room) {
+                                       return static_cast<std::size_t>(
+                                           file->read(buffer, static_cast<long>(room)));
+                                   },
+                               .seek = [&](std::uint64_t position) { file->seek(position); },
+                               .size = files::file_system()->size(local)};
+    const std::int64_t time = how.keep_time ? modification_time(local) : 0;
+    const auto stamp = [&](const std::string& name) {
+        if (how.keep_time) {
+            server.set_modification_time(name, time); // A server that cannot do it is no reason to fail.
+        }
+    };
     if (!how.replace && !how.resume && server.find(path)) {
         raise<error::Exists>(path);
     }
-    request wanted{.about = path, .source = &source, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
+    request wanted{
+        .about = path, .source = &source, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
     if (!how.resume && !how.in_place) {
-        send_atomically(server, wanted, path, time);
+        send_atomically(server, wanted, path, stamp);
         return;
     }
     wanted.offset = how.resume ? resume_sending(server, path, source.size) : 0;
@@ -179,9 +187,7 @@ void send_file(remote& server, const fs::path& local, const std::string& path, c
     if (const refusal refused = send_whole(server, path, wanted, path)) {
         explain(server, path, expected::new_file, *refused);
     }
-    if (time) {
-        server.set_modification_time(path, *time); // As above.
-    }
+    stamp(path);
 }
 
 } // namespace qrftp

@@ -230,9 +230,12 @@ private:
             moved += bytes;
         }
         const double seconds = std::chrono::duration<double>(steady_clock::now() - began_).count();
-        return how_.on_progress({job, action.path, now,
+        return how_.on_progress({job,
+                                 action.path,
+                                 now,
                                  {moved, total_, seconds > 0 ? static_cast<double>(moved) / seconds : 0},
-                                 files_done_, files_});
+                                 files_done_,
+                                 files_});
     }
 
     void tell(const tree_action& action) const
@@ -260,8 +263,8 @@ private:
 tree_result bring_over(session& server, const sides& where, const tree_options& how, const plan_options& plan)
 {
     const bool fetching = where.way == direction::fetch;
-    tree_scan from = fetching ? scan_remote(server, where.remote, how, false)
-                              : scan_local(where.local, how, false);
+    tree_scan from =
+        fetching ? scan_remote(server, where.remote, how, false) : scan_local(where.local, how, false);
     tree_scan to;
     to.there = false;
     if (plan.update) {

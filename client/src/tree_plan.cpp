@@ -67,8 +67,8 @@ protected:
                     raise<error::UnsafeName>(path, "too many symbolic links lead to it");
                 }
             }
-            const bool wanted = found.kind != entry_kind::file || how_.include.empty() ||
-                                matches_any(how_.include, path);
+            const bool wanted =
+                found.kind != entry_kind::file || how_.include.empty() || matches_any(how_.include, path);
             if (!wanted || matches_any(how_.exclude, path)) {
                 keep_above(path);
                 return;
@@ -122,7 +122,8 @@ private:
     {
         std::set<std::string> wanted;
         for (const auto& [path, node] : result_.nodes) {
-            for (std::size_t slash = path.find('/'); node.kind == entry_kind::file && slash != std::string::npos;
+            for (std::size_t slash = path.find('/');
+                 node.kind == entry_kind::file && slash != std::string::npos;
                  slash = path.find('/', slash + 1)) {
                 wanted.insert(path.substr(0, slash));
             }

@@ -63,9 +63,11 @@ url url::parse(const std::string& whole)
     if (whole.find('\0') != std::string::npos) {
         refuse("it holds a control character");
     }
-    // Neither scheme has queries or fragments: what looks like one is part of a name, or of a glob.
+    // Neither scheme has queries or fragments: what looks like one is part of a name, or of a glob. People
+    // write blanks in names, too.
     std::string plain = boost::algorithm::replace_all_copy(whole, "?", "%3F");
     boost::algorithm::replace_all(plain, "#", "%23");
+    boost::algorithm::replace_all(plain, " ", "%20");
     const CURLUcode code =
         curl_url_set(parsed.get(), CURLUPART_URL, plain.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS);
     if (code != CURLUE_OK) {

@@ -16,8 +16,8 @@ namespace qrftp {
 
 /// What the other side and libcurl had to say about a failed request.
 struct answer {
-    long reply = 0;    ///< the FTP server's last reply code; 0 on SFTP and when there was none
-    int curl = 0;      ///< libcurl's result code
+    long reply = 0;      ///< the FTP server's last reply code; 0 on SFTP and when there was none
+    int curl = 0;        ///< libcurl's result code
     std::string words{}; ///< the server's last reply line, else libcurl's own words; may be empty
 };
 

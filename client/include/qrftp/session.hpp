@@ -20,9 +20,9 @@ class remote;
 
 /// What was agreed on with a server. Texts are as the server sent them and may be empty.
 struct connection_info {
-    std::string server;              ///< FTP: the greeting; SFTP: empty
-    std::string tls;                 ///< protocol and cipher, "TLSv1.2 ECDHE-…"; empty without TLS
-    std::optional<host_key> key;     ///< SFTP
+    std::string server;                ///< FTP: the greeting; SFTP: empty
+    std::string tls;                   ///< protocol and cipher, "TLSv1.2 ECDHE-…"; empty without TLS
+    std::optional<host_key> key;       ///< SFTP
     std::vector<std::string> features; ///< FTP: the lines of FEAT (RFC 2389)
     std::string login_folder;
     double round_trip = 0; ///< seconds, of one request that does next to nothing

@@ -1,0 +1,209 @@
+#include "line_editor.hpp"
+
+#include "columns.hpp"
+#include "interrupt.hpp"
+#include "output.hpp"
+#include "password.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+#include <filesystem>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qrftp::cli {
+
+// libedit's interface is made of variable arguments.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-vararg)
+
+namespace {
+
+constexpr int history_size = 1000;
+
+/// Empty where the user has no home.
+std::filesystem::path state_folder()
+{
+    const std::string told = environment("XDG_STATE_HOME").value_or("");
+    const std::filesystem::path all = told.starts_with('/') ? told : expand_home("~/.local/state").string();
+    return all.is_absolute() ? all / "qrftp" : "";
+}
+
+/// The terminal is as the shell that started us left it while this lives, so that its keys interrupt.
+class usual_terminal {
+public:
+    explicit usual_terminal(EditLine* editor) : editor_(editor) { el_set(editor_, EL_PREP_TERM, 0); }
+    ~usual_terminal() { el_set(editor_, EL_PREP_TERM, 1); }
+    usual_terminal(const usual_terminal&) = delete;
+    usual_terminal& operator=(const usual_terminal&) = delete;
+
+private:
+    EditLine* editor_;
+};
+
+/// Below the line that is being edited.
+void list(const std::vector<candidate>& all)
+{
+    std::vector<std::string> names;
+    std::size_t widest = 1;
+    for (const candidate& one : all) {
+        names.push_back(printable(one.name) + (one.kind == entry_kind::folder ? "/" : ""));
+        widest = std::max(widest, columns(names.back()) + 2);
+    }
+    const std::size_t in_a_line = std::max<std::size_t>(terminal_size::of(STDOUT_FILENO).columns / widest, 1);
+    std::string text;
+    for (std::size_t place = 0; place < names.size(); ++place) {
+        text += place % in_a_line == 0 ? "\n" : std::string(widest - columns(names[place - 1]), ' ');
+        text += names[place];
+    }
+    text += '\n';
+    (void)std::fputs(text.c_str(), stdout);
+}
+
+} // namespace
+
+line_editor::line_editor(shell_state& state)
+    : state_(state), history_(history_init(), &history_end),
+      editor_(el_init("qrftp", stdin, stdout, stderr), &el_end)
+{
+    if (!history_ || !editor_) {
+        throw std::runtime_error("The terminal cannot be used to edit lines.");
+    }
+    EditLine* const editor = editor_.get();
+    el_set(editor, EL_CLIENTDATA, this);
+    el_set(editor, EL_PROMPT, &show_prompt);
+    el_set(editor, EL_GETCFN, &read_character);
+    el_set(editor, EL_EDITOR, "emacs");
+    el_set(editor, EL_SETTY, "-d", "-isig", nullptr);
+    el_set(editor, EL_ADDFN, "qrftp-complete", "Completes the word at the cursor", &complete_word);
+    el_set(editor, EL_BIND, "^I", "qrftp-complete", nullptr);
+    el_set(editor, EL_BIND, "^C", "em-kill-line", nullptr);
+    el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    el_set(editor, EL_BIND, "\\e[3~", "ed-delete-next-char", nullptr);
+    open_history();
+    el_source(editor, nullptr);
+}
+
+line_editor::~line_editor()
+{
+    HistEvent event{};
+    if (!history_file_.empty()) {
+        history(history_.get(), &event, H_SAVE, history_file_.c_str());
+    }
+}
+
+void line_editor::open_history()
+{
+    HistEvent event{};
+    history(history_.get(), &event, H_SETSIZE, history_size);
+    history(history_.get(), &event, H_SETUNIQUE, 1);
+    el_set(editor_.get(), EL_HIST, &history, history_.get());
+    const std::filesystem::path folder = state_folder();
+    if (folder.empty()) {
+        return;
+    }
+    const mode_t saved = umask(S_IRWXG | S_IRWXO);
+    std::error_code error; // A shell without a history is still one.
+    std::filesystem::create_directories(folder, error);
+    umask(saved);
+    history_file_ = folder / "history";
+    history(history_.get(), &event, H_LOAD, history_file_.c_str());
+}
+
+std::optional<std::string> line_editor::read(const std::string& prompt)
+{
+    prompt_ = prompt;
+    int length = 0;
+    el_set(editor_.get(), EL_PREP_TERM, 1); // Before the prompt, which libedit prints first.
+    const char* const text = el_gets(editor_.get(), &length);
+    if (text == nullptr || length <= 0) {
+        (void)std::fputs("\n", stdout);
+        return std::nullopt;
+    }
+    std::string line(text, static_cast<std::size_t>(length));
+    if (line.back() == '\n') {
+        line.pop_back();
+    }
+    if (line.find_first_not_of(" \t") != std::string::npos) {
+        HistEvent event{};
+        history(history_.get(), &event, H_ENTER, line.c_str());
+    }
+    return line;
+}
+
+line_editor& line_editor::of(EditLine* editor)
+{
+    void* self = nullptr;
+    el_get(editor, EL_CLIENTDATA, &self);
+    return *static_cast<line_editor*>(self);
+}
+
+char* line_editor::show_prompt(EditLine* editor)
+{
+    return of(editor).prompt_.data();
+}
+
+/// libedit's own reader goes on after a signal.
+int line_editor::read_character(EditLine* editor, wchar_t* into)
+{
+    std::mbstate_t state{};
+    for (;;) {
+        char byte = '\0';
+        const ssize_t got = ::read(STDIN_FILENO, &byte, 1);
+        if (got < 0 && errno == EINTR && !interrupted()) {
+            continue;
+        }
+        if (got <= 0) {
+            return static_cast<int>(got);
+        }
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is not the shared one
+        const std::size_t length = std::mbrtowc(into, &byte, 1, &state);
+        if (length <= 1) {
+            el_resize(editor); // The window may have changed since the last key.
+            return 1;
+        }
+        if (length == static_cast<std::size_t>(-1)) {
+            state = {};
+        }
+    }
+}
+
+completion line_editor::ask_for_completion(const std::string& line)
+try {
+    const usual_terminal scope(editor_.get());
+    return complete(state_, line);
+} catch (const std::exception&) {
+    reset_interrupt();
+    return {}; // What cannot be listed is for a command to report.
+}
+
+unsigned char line_editor::complete_word(EditLine* editor, int /*key*/)
+try {
+    line_editor& self = of(editor);
+    const LineInfo* const info = el_line(editor);
+    const std::string line(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
+    const completion found = self.ask_for_completion(line);
+    if (found.candidates.empty()) {
+        return CC_ERROR;
+    }
+    const std::string typed = line.substr(found.start);
+    if (!found.word.empty() && found.word != typed) {
+        const std::size_t characters = std::mbstowcs(nullptr, typed.c_str(), 0);
+        el_deletestr(editor, static_cast<int>(characters));
+        return el_insertstr(editor, found.word.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    }
+    list(found.candidates);
+    return CC_REDISPLAY;
+} catch (const std::exception&) {
+    return CC_ERROR;
+}
+
+// NOLINTEND(cppcoreguidelines-pro-type-vararg)
+
+} // namespace qrftp::cli

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace qrftp::cli {
+
+/// How the command speaks to whoever runs it; the same for every subcommand.
+struct settings {
+    bool json = false;     ///< one JSON object a line on standard output
+    bool quiet = false;    ///< no progress, no notes; errors only
+    bool human = false;    ///< sizes as people read them
+    bool colour = false;   ///< standard output is a terminal that shows colours
+    bool progress = false; ///< standard error is a terminal, and nobody asked for quiet
+    bool dry_run = false;  ///< says what would be done, does nothing
+    bool verbose = false;  ///< the dialogue with the server, and every file that is moved, are shown
+};
+
+/// The command line, or a line of a batch or of the shell, cannot be understood; the text says why.
+struct usage_error : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Some of several things failed; each has been reported already.
+struct some_failed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+} // namespace qrftp::cli

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "login.hpp"
+#include "settings.hpp"
+
+#include <qrftp/client.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace qrftp::cli {
+
+/// What the command line says. No subcommand uses all of it.
+struct command_line {
+    login_options login;
+    settings how;
+    std::string colour = "auto";
+    std::vector<std::string> words; ///< URLs and paths, in their order
+
+    bool long_form = false;
+    bool recursive = false;
+    bool parents = false;
+    bool replace = false;
+    bool summarize = false;
+    unsigned depth = 0;
+    unsigned count = 1;
+    std::string batch;
+    bool no_replace = false;
+    bool no_keep_time = false;
+    sync_options transfer;
+
+    std::function<int()> run; ///< of the subcommand that was named
+};
+
+/// Adds all subcommands, their options and help texts. Parsing fills `given` in, which must outlive `app`.
+void add_subcommands(CLI::App& app, command_line& given);
+
+} // namespace qrftp::cli

@@ -1,0 +1,40 @@
+#!/bin/bash
+# The shell: what is typed at a terminal, completed, remembered and interrupted; and lines that nobody types.
+source "$(dirname "$0")/common.sh" "$1" proftpd
+type -P expect >/dev/null || { [[ -z ${CI:-} ]] && exit 77; fail "expect is missing"; }
+export HOME=$work XDG_STATE_HOME=$work/state LC_ALL=C.UTF-8 TERM=xterm SHELL=/bin/sh
+mkdir -m 755 "$HOME_DIR"/{"a folder",ab} && truncate -s 64G "$HOME_DIR/big"
+echo one >"$HOME_DIR/a folder/ä 1" && echo two >"$HOME_DIR/other" && chmod 644 "$HOME_DIR"/{a*/*,big,other}
+shell=("$qrftp" shell "$ftp" --tls none)
+cat >"$work/dialogue" <<'END'
+set timeout 20
+proc fail {} { puts "\nThis did not come: $::awaited"; exit 1 }
+proc type {keys pattern} { send $keys; set ::awaited $pattern; expect -re $pattern {} timeout fail eof fail }
+spawn {*}$argv
+type "" {^127.0.0.1:/.*/home> $}
+type "cd a\t\t" {a folder/ +ab/\r\n.*> cd a}
+type " \177 f\t\177\177\177 \003cd a\\ \t\r" {/home/a folder> $}
+type "get \t\r" {ä\\ 1 \r\n[^>]*> $}
+type "!cat ä*; false\r" {one\r\nqrftp: .*status 1\.\r\n.*> $}
+type "cd -\r" {/home> $}
+type "put ä\t\"c \\\"d\\\"\"\r" {home> $}
+type "mget o* c*\r" {home> $}
+type "cat nowhere\r" {\nqrftp: [^\r]*nowhere[^\r]*\r\n.*home> $}
+type "get b\t\r" { left}
+type "\003" {qrftp: Interrupted\.\r\n.*home> $}
+type "help cd\rexit\r" {Change the remote folder.*home> exit\r\n$}
+expect eof
+spawn {*}$argv
+type "" {home> $}
+type "\033\[A\033\[A\r" {help cd\r\ncd .*home> $}
+type "\004" {\r\n$}
+expect eof; exit [lindex [wait] 3]
+END
+expect "$work/dialogue" "${shell[@]}" >"$work/seen" || fail "$(<"$work/seen")"
+[[ $(ls) == $'c "d"\nother\nä 1' && $(cat -- *) == $'one\ntwo\none' ]] || fail "$(ls)"
+[[ $(stat -c %a "$work"/state/qrftp{,/history}) == $'700\n600' ]] || fail "others may read the history"
+run() { status=0 && "${shell[@]}" "$@" >"$work/output" 2>"$work/errors" || status=$?; }
+run < <(printf '%s\n' "cat nowhere" "cat other")
+[[ $status == 5 && $(<"$work/output") == two && $(<"$work/errors") == qrftp:*nowhere* ]] || fail "lines: $(<"$work/errors")"
+run --batch - < <(printf '%s\n' "cat other # two" "" "frob it" "cat other")
+[[ $status == 2 && $(<"$work/output") == two && $(<"$work/errors") == "qrftp: Line 3: "*frob* ]] || fail "batch: $(<"$work/errors")"
