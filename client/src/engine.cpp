@@ -1,5 +1,6 @@
 #include "engine.hpp"
 
+#include "call.hpp"
 #include "login.hpp"
 #include "names.hpp"
 
@@ -8,13 +9,8 @@
 #include <zorbel/io/ftp/core/paths.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
 
-#include <openssl/ssl.h>
-
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <chrono>
-#include <thread>
 #include <utility>
 
 namespace qrftp {
@@ -23,49 +19,10 @@ namespace core = zorbel::io::ftp::core;
 using core::scoped_request;
 using core::set_option;
 using foundation::core::except::raise;
-using std::chrono::microseconds;
-using std::chrono::steady_clock;
 
 namespace {
 
 constexpr long closing = 421; // RFC 959, 4.2: the server closes the control connection
-
-std::vector<ftp_reply> parse_replies(const std::string& text)
-{
-    constexpr std::size_t code_length = 3;
-    std::vector<ftp_reply> replies;
-    bool open = false; // in a reply of several lines
-    for (std::string_view line : core::split_string(text, "\n")) {
-        if (line.ends_with('\r')) {
-            line.remove_suffix(1);
-        }
-        long code = 0;
-        const bool coded =
-            line.size() >= code_length &&
-            std::from_chars(line.data(), line.data() + code_length, code).ptr == line.data() + code_length;
-        const char mark = line.size() > code_length ? line[code_length] : ' ';
-        if (open) {
-            replies.back().lines.emplace_back(line);
-            open = !(coded && mark == ' ' && code == replies.back().code);
-        } else if (coded) {
-            replies.push_back({code, {std::string(line)}});
-            open = mark == '-';
-        }
-    }
-    return replies;
-}
-
-/// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS. To be asked while a request runs.
-std::string describe_tls(CURL* handle)
-{
-    curl_tlssessioninfo* session = nullptr;
-    if (curl_easy_getinfo(handle, CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK || session == nullptr ||
-        session->internals == nullptr || session->backend != CURLSSLBACKEND_OPENSSL) {
-        return {};
-    }
-    const auto* const tls = static_cast<const SSL*>(session->internals);
-    return std::string(SSL_get_version(tls)) + ' ' + SSL_get_cipher_name(tls);
-}
 
 template <std::size_t Count>
 bool is_one_of(const std::array<CURLcode, Count>& codes, int code)
@@ -136,146 +93,6 @@ answer outcome::said() const
     const bool refused = last.code >= 400 && !last.lines.empty();
     return {last.code, code, refused ? last.lines.back() : words};
 }
-
-/// One perform and what its callbacks need. No exception of theirs reaches libcurl: it is kept, the request is
-/// ended, and it goes on afterwards.
-struct engine::call {
-    const request& wanted;
-    const options& how;
-    CURL* handle;
-    std::string header{};
-    std::string tls{};
-    std::uint64_t position = 0; ///< in the source
-    bool taken = false;
-    std::exception_ptr thrown{};
-    steady_clock::time_point began = steady_clock::now();
-    steady_clock::time_point reported{};
-
-    static constexpr microseconds shortest_pause{50};
-    static constexpr microseconds longest_pause{2000};
-    microseconds pause{}; ///< between two looks at the control connection; 0 while libcurl looks by itself
-
-    template <class Work>
-    bool guard(Work work) noexcept
-    {
-        try {
-            work();
-            return true;
-        } catch (...) {
-            thrown = std::current_exception();
-            return false;
-        }
-    }
-
-    static std::size_t take_header(char* data, std::size_t size, std::size_t count, void* user) noexcept
-    {
-        auto& self = *static_cast<call*>(user);
-        const bool kept = self.guard([&] {
-            const std::string_view line(data, size * count);
-            self.header.append(line);
-            if (self.tls.empty()) {
-                self.tls = describe_tls(self.handle);
-            }
-            self.follow_data_connection(line);
-        });
-        return kept ? size * count : 0;
-    }
-
-    /// libcurl 7.88 can sleep up to a second, for nothing: when the server answers EPSV or PASV at once, before
-    /// it opens the data connection; and with TLS, while the server waits for the next command before it goes
-    /// on with the handshake there, since the answer on the control connection wakes nobody.
-    void follow_data_connection(std::string_view line)
-    {
-        if (line.starts_with("229 ") || line.starts_with("227 ")) {
-            look_again();
-            pause = tls.empty() ? microseconds(0) : shortest_pause;
-        } else if (line.starts_with('1') || line.starts_with('4') || line.starts_with('5')) {
-            pause = microseconds(0);
-        } else if (pause > microseconds(0)) {
-            look_again();
-        }
-    }
-
-    /// A pause that is taken back makes libcurl look at its sockets again immediately.
-    void look_again() const
-    {
-        curl_easy_pause(handle, CURLPAUSE_SEND);
-        curl_easy_pause(handle, CURLPAUSE_CONT);
-    }
-
-    void keep_awake()
-    {
-        if (pause > microseconds(0)) {
-            std::this_thread::sleep_for(pause);
-            pause = std::min(pause * 2, longest_pause);
-            look_again();
-        }
-    }
-
-    static std::size_t take_body(char* data, std::size_t size, std::size_t count, void* user) noexcept
-    {
-        auto& self = *static_cast<call*>(user);
-        const bool taken = self.guard([&] {
-            self.taken = true;
-            if (self.wanted.take) {
-                self.wanted.take({data, size * count});
-            }
-        });
-        return taken ? size * count : 0;
-    }
-
-    static std::size_t give_body(char* buffer, std::size_t size, std::size_t count, void* user) noexcept
-    {
-        auto& self = *static_cast<call*>(user);
-        std::size_t given = 0;
-        const bool read = self.guard([&] {
-            // A file that grows is sent as long as it was found.
-            const std::uint64_t left = self.wanted.source->size - self.position;
-            given = self.wanted.source->read(buffer, std::min<std::uint64_t>(size * count, left));
-            self.position += given;
-        });
-        return read ? given : CURL_READFUNC_ABORT;
-    }
-
-    static int seek_body(void* user, curl_off_t offset, int /*origin*/) noexcept
-    {
-        auto& self = *static_cast<call*>(user);
-        const bool sought = self.guard([&] {
-            self.position = static_cast<std::uint64_t>(offset);
-            self.wanted.source->seek(self.position);
-        });
-        return sought ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
-    }
-
-    static int report(void* user, curl_off_t total, curl_off_t got, curl_off_t /*to_send*/,
-                      curl_off_t sent) noexcept
-    {
-        auto& self = *static_cast<call*>(user);
-        return self.guard([&] { self.report_progress(total, self.wanted.source ? sent : got); }) ? 0 : 1;
-    }
-
-    void report_progress(curl_off_t total, curl_off_t moved)
-    {
-        keep_awake();
-        if (wanted.cancellable && how.cancelled && how.cancelled()) {
-            raise<error::Cancelled>(wanted.about);
-        }
-        constexpr auto interval = std::chrono::milliseconds(50);
-        const auto now = steady_clock::now();
-        if (!wanted.on_progress || now - reported < interval) {
-            return;
-        }
-        reported = now;
-        const double seconds = std::chrono::duration<double>(now - began).count();
-        const auto bytes = static_cast<std::uint64_t>(moved);
-        const std::uint64_t whole = wanted.source ? wanted.source->size
-                                    : total > 0   ? static_cast<std::uint64_t>(total) + wanted.offset
-                                                  : 0;
-        if (!wanted.on_progress({bytes + wanted.offset, whole, static_cast<double>(bytes) / seconds})) {
-            raise<error::Cancelled>(wanted.about);
-        }
-    }
-};
 
 engine::engine(url location, options how)
     : location_(std::move(location)), how_(std::move(how)), login_(std::make_unique<login>(location_, how_))
@@ -361,13 +178,13 @@ outcome engine::perform(const request& wanted, call& under_way)
         }
         result.code = connection_.perform();
     }
-    result.replies = parse_replies(under_way.header);
+    result.replies = parse_replies(under_way.header());
     result.words = error.data();
     if (result.words.empty() && result.code != CURLE_OK) {
         result.words = curl_easy_strerror(static_cast<CURLcode>(result.code));
     }
-    if (!under_way.tls.empty()) {
-        info_.tls = under_way.tls;
+    if (!under_way.tls().empty()) {
+        info_.tls = under_way.tls();
     }
     curl_off_t length = -1;
     curl_off_t time = -1;
@@ -386,20 +203,26 @@ outcome engine::run(const request& wanted)
 {
     constexpr int tries = 2;
     for (int tried = 1;; ++tried) {
-        call under_way{.wanted = wanted, .how = how_, .handle = connection_.get()};
+        call under_way(wanted, how_, connection_.get());
         outcome result = perform(wanted, under_way);
-        if (under_way.thrown) {
-            std::rethrow_exception(under_way.thrown);
+        if (under_way.thrown()) {
+            std::rethrow_exception(under_way.thrown());
         }
-        if (result.done() || is_refusal(result)) {
+        if (result.done()) {
+            under_way.report_end();
             return result;
         }
-        // What is answered with the server's goodbye has not been carried out.
-        const bool again = result.reply().code == closing || (is_lost(result) && wanted.repeatable);
-        if (tried == tries || !again || (under_way.taken && !wanted.restart)) {
+        if (is_refusal(result)) {
+            return result;
+        }
+        const bool goodbye = result.reply().code == closing;
+        // A command that is answered with the server's goodbye has not been carried out.
+        const bool again = wanted.repeatable ? goodbye || is_lost(result) : goodbye && under_way.moved() == 0;
+        const bool given_away = wanted.take && under_way.moved() > 0;
+        if (tried == tries || !again || (given_away && !wanted.restart)) {
             fail(wanted, result);
         }
-        if (under_way.taken) {
+        if (given_away) {
             wanted.restart();
         }
         if (wanted.source != nullptr) {

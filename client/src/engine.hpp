@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ftp_reply.hpp"
+
 #include <qrftp/options.hpp>
 #include <qrftp/session.hpp>
 #include <zorbel/io/ftp/core/connection.hpp>
@@ -15,6 +17,7 @@
 
 namespace qrftp {
 
+class call;
 class login;
 
 /// What goes to the server in one upload.
@@ -44,12 +47,6 @@ struct request {
     bool repeatable = true;          ///< may be repeated although it may have been carried out
     std::function<void()> restart{}; ///< called before a repeat: forgets what was taken. Without it, a body of
                                      ///< which something was taken is not asked for again
-};
-
-/// One reply of the control connection, all its lines without their ends (RFC 959, 4.2).
-struct ftp_reply {
-    long code = 0;
-    std::vector<std::string> lines;
 };
 
 /// How a request went that reached the server.
@@ -88,8 +85,6 @@ public:
     const std::string& login_folder() const { return info_.login_folder; }
 
 private:
-    struct call; // one perform
-
     outcome perform(const request& wanted, call& under_way);
     void log_in();
     std::string url_of(const std::string& path);

@@ -2,6 +2,7 @@
 
 #include <foundation/log/sink.hpp>
 
+#include <array>
 #include <utility>
 
 namespace qrftp::error {
@@ -14,7 +15,7 @@ using foundation::core::except::Message;
 /// What every one of the client's messages says. The last argument is what the server said, in brackets.
 void add_sentences()
 {
-    static constexpr std::pair<const char*, const char*> sentences[] = {
+    static constexpr std::array<std::pair<const char*, const char*>, 22> sentences{{
         {"InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
         {"InvalidName", R"(This cannot be sent: {0} holds {1}. It would become another command there.)"},
         {"NoConnection",
@@ -41,7 +42,7 @@ void add_sentences()
         {"SizeMismatch", R"("{0}" did not arrive whole: {1}. What was there before is untouched.)"},
         {"UnsafeName", R"("{0}" may not be written: {1}.)"},
         {"Cancelled", R"(Interrupted: "{0}"{1}.)"},
-    };
+    }};
     for (const auto& [key, sentence] : sentences) {
         Catalogue::instance().add(std::string(component) + ':' + key, sentence);
     }

@@ -170,7 +170,7 @@ private:
         return {reply.code, result.code, reply.lines.empty() ? "no reply" : reply.lines.back()};
     }
 
-    std::optional<entry> mlst_entry(const ftp_reply& reply, const std::string& path) const
+    static std::optional<entry> mlst_entry(const ftp_reply& reply, const std::string& path)
     {
         std::optional<entry> found;
         if (!is_done(reply) || reply.lines.size() < 3) {

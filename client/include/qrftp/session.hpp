@@ -56,8 +56,8 @@ public:
     /// `HostKeyRevoked`, `LoginRefused`, `InvalidName`.
     session(url location, options how);
     session(const std::string& location, options how);
-    session(session&&) noexcept;
-    session& operator=(session&&) noexcept;
+    session(session&& other) noexcept;
+    session& operator=(session&& other) noexcept;
     ~session();
 
     /// Another login like this one, in the same working folder.
@@ -65,7 +65,7 @@ public:
 
     const url& location() const;
 
-    /// FTP: NOOP for the round trip. SFTP: the folder of the login is asked for.
+    /// Makes one request for the round trip. FTP: NOOP. SFTP: the time of the login's folder is asked for.
     connection_info about();
 
     /// Sends nothing.
@@ -76,9 +76,10 @@ public:
     /// Throws `error::Missing`, `NotFolder`, `Denied`; the working folder is then the old one.
     std::string change_folder(const std::string& path);
 
-    /// What is at `path`, or nothing. A link is not followed. FTP: MLST; where the server does not have it,
-    /// SIZE, MDTM and CWD. SFTP, and where those say no: the listing of the parent folder. The name in the
-    /// answer is the last one of `path`, "/" for the root.
+    /// What is at `path`, or nothing. FTP: MLST, and the parent folder's listing where it says no; without
+    /// MLST, CWD, SIZE and MDTM come first. SFTP: the parent folder's listing. A link is not followed, unless
+    /// the server does so in its answer to MLST. The name in the answer is the last one of `path`, "/" for the
+    /// root.
     std::optional<entry> find(const std::string& path);
     /// `find`, throwing `error::Missing`.
     entry stat(const std::string& path);
@@ -93,22 +94,24 @@ public:
     std::optional<timestamp> modification_time(const std::string& path);
 
     /// Gives the entries of a folder to `found` while they arrive, and each line that cannot be read to
-    /// `skipped`. FTP: MLSD, else LIST. Throws `error::Missing`, `NotFolder`, `Denied`.
+    /// `skipped`. FTP: MLSD, else LIST. A request of which something was given away is not repeated. Throws
+    /// `error::Missing`, `NotFolder`, `Denied`.
     void list(const std::string& path, const std::function<void(entry&&)>& found,
               const std::function<void(std::string_view)>& skipped = {});
     listing list(const std::string& path = ".", list_order order = list_order::by_name);
 
-    /// MKD. With `parents`, makes what is missing above as well, and a folder that exists is no error. Throws
-    /// `error::Exists`, `Missing` (the parent), `Denied`.
+    /// MKD (SFTP: mkdir). With `parents`, makes what is missing above as well, and a folder that exists is no
+    /// error. Throws `error::Exists`, `Missing` (the parent), `Denied`.
     void make_folder(const std::string& path, bool parents = false);
-    /// RMD. With `recursive`, removes what is in it first; links are removed, not followed. Throws
-    /// `error::NotEmpty`, `Missing`, `NotFolder`, `Denied`.
+    /// RMD (SFTP: rmdir). With `recursive`, removes what is in it first; links are removed, not followed.
+    /// Throws `error::NotEmpty`, `Missing`, `NotFolder`, `Denied`.
     void remove_folder(const std::string& path, bool recursive = false);
-    /// DELE. Throws `error::Missing`, `IsFolder`, `Denied`.
+    /// DELE (SFTP: rm). Throws `error::Missing`, `IsFolder`, `Denied`.
     void remove_file(const std::string& path);
-    /// RNFR, RNTO. Where something has the new name: without `replace` throws `error::Exists`; with it, a file
-    /// is replaced. A server that does not replace by itself gets the old file moved aside first, and back when
-    /// the renaming fails. Throws `error::Missing`, `IsFolder` (the target is one), `Denied`.
+    /// RNFR, RNTO (SFTP: rename). Where something has the new name: without `replace` throws `error::Exists`;
+    /// with it, a file is replaced. A server that does not replace by itself gets the old file moved aside
+    /// first, and back when the renaming fails. Throws `error::Missing`, `IsFolder` (the target is one),
+    /// `Denied`.
     void rename(const std::string& from, const std::string& to, bool replace = false);
 
     /// Fetches a file (RETR). Throws `error::Missing`, `IsFolder`, `Denied`, `SizeMismatch`, `CannotResume`,

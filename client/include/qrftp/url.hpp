@@ -19,9 +19,9 @@ struct QRFTPCLIENT_EXPORT url {
     /// relative.
     std::string path;
 
-    /// Takes `text` apart. The ports are 21 and 22 where none is given. Throws `error::InvalidUrl` for a text
+    /// Takes `whole` apart. The ports are 21 and 22 where none is given. Throws `error::InvalidUrl` for a text
     /// that is no URL, another scheme than ftp or sftp, no host, or a control character in any part.
-    static url parse(const std::string& text);
+    static url parse(const std::string& whole);
 
     /// The server as people write it: scheme, host, and the port where it is not the usual one.
     std::string server() const;
