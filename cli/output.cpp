@@ -32,7 +32,8 @@ std::string hex(std::string_view bytes)
 {
     constexpr std::string_view digits = "0123456789abcdef";
     std::string text;
-    for (const unsigned char byte : bytes) {
+    for (const char each : bytes) {
+        const auto byte = static_cast<unsigned char>(each);
         text += digits[byte >> 4U];
         text += digits[byte & 15U];
     }

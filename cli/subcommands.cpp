@@ -163,6 +163,9 @@ void add_looks(CLI::App& app, command_line& given)
 
 int run_mv(command_line& given)
 {
+    if (is_url(given.words.back())) {
+        throw usage_error("The new name is a path on the same server, not a URL.");
+    }
     with_urls(given, {given.words.front()}, [&](session& remote, const words& paths) {
         const std::string from = paths.front().substr(0, paths.front().find_last_not_of('/') + 1);
         const std::string& to = given.words.back();

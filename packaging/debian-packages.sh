@@ -6,10 +6,10 @@
 declare -A package_list=(
     [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev nlohmann-json3-dev libedit-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
-    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect"
+    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
     [docs]="doxygen"
-    [bench]="libbenchmark-dev time"
+    [bench]="libbenchmark-dev time openssh-server curl lftp"
 )
 
 need_packages() {

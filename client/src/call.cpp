@@ -66,6 +66,7 @@ std::size_t call::take_body(char* data, std::size_t size, std::size_t count, voi
         if (self.wanted_.take) {
             self.wanted_.take({data, size * count});
         }
+        self.hold_back();
     });
     return taken ? size * count : 0;
 }
@@ -80,6 +81,7 @@ std::size_t call::give_body(char* buffer, std::size_t size, std::size_t count, v
         given = self.wanted_.source->read(buffer, std::min<std::uint64_t>(size * count, left));
         self.position_ += given;
         self.moved_ += given;
+        self.hold_back();
     });
     return read ? given : CURL_READFUNC_ABORT;
 }
@@ -97,14 +99,15 @@ int call::seek_body(void* user, curl_off_t offset, int /*origin*/) noexcept
 int call::report(void* user, curl_off_t total, curl_off_t got, curl_off_t /*to_send*/, curl_off_t sent) noexcept
 {
     auto& self = *static_cast<call*>(user);
-    const curl_off_t done = self.wanted_.source != nullptr ? sent : got;
-    return self.guard([&] { self.report_progress(total, done); }) ? 0 : 1;
+    const auto done = static_cast<std::uint64_t>(self.wanted_.source != nullptr ? sent : got);
+    self.total_ = static_cast<std::uint64_t>(total);
+    return self.guard([&] { self.report_progress(done); }) ? 0 : 1;
 }
 
 void call::report_end() const
 {
     if (wanted_.on_progress && moved_ > 0) {
-        tell(moved_, moved_);
+        tell(moved_);
     }
 }
 
@@ -141,7 +144,22 @@ void call::keep_awake()
     }
 }
 
-void call::report_progress(curl_off_t total, curl_off_t done)
+/// libcurl's own limit lets bursts of many buffers through.
+void call::hold_back()
+{
+    constexpr std::chrono::milliseconds slice(50);
+    if (wanted_.rate_limit == 0) {
+        return;
+    }
+    const std::chrono::duration<double> due(static_cast<double>(moved_) /
+                                            static_cast<double>(wanted_.rate_limit));
+    for (auto left = due - (clock::now() - began_); left > left.zero(); left = due - (clock::now() - began_)) {
+        std::this_thread::sleep_for(std::min<std::chrono::duration<double>>(left, slice));
+        report_progress(moved_);
+    }
+}
+
+void call::report_progress(std::uint64_t done)
 {
     keep_awake();
     if (wanted_.cancellable && how_.cancelled && how_.cancelled()) {
@@ -151,15 +169,15 @@ void call::report_progress(curl_off_t total, curl_off_t done)
     const auto now = clock::now();
     if (wanted_.on_progress && now - reported_ >= interval) {
         reported_ = now;
-        tell(static_cast<std::uint64_t>(total), static_cast<std::uint64_t>(done));
+        tell(done);
     }
 }
 
-void call::tell(std::uint64_t total, std::uint64_t bytes) const
+void call::tell(std::uint64_t bytes) const
 {
     const double seconds = std::chrono::duration<double>(clock::now() - began_).count();
     const std::uint64_t whole = wanted_.source != nullptr ? wanted_.source->size
-                                : total > 0               ? total + wanted_.offset
+                                : total_ > 0              ? total_ + wanted_.offset
                                                           : 0;
     const double rate = seconds > 0 ? static_cast<double>(bytes) / seconds : 0;
     if (!wanted_.on_progress({bytes + wanted_.offset, whole, rate})) {

@@ -45,8 +45,9 @@ private:
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
-    void report_progress(curl_off_t total, curl_off_t done);
-    void tell(std::uint64_t total, std::uint64_t bytes) const;
+    void hold_back();
+    void report_progress(std::uint64_t done);
+    void tell(std::uint64_t bytes) const;
 
     const request& wanted_;
     const options& how_;
@@ -55,6 +56,7 @@ private:
     std::string tls_;
     std::uint64_t position_ = 0; ///< in the source
     std::uint64_t moved_ = 0;
+    std::uint64_t total_ = 0; ///< of a download, as libcurl expects it
     std::exception_ptr thrown_;
     clock::time_point began_ = clock::now();
     clock::time_point reported_{};

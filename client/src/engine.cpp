@@ -24,6 +24,16 @@ namespace {
 
 constexpr long closing = 421; // RFC 959, 4.2: the server closes the control connection
 
+/// On a control connection, which is a Telnet connection, the byte 255 begins a command of Telnet's (RFC 854).
+/// Servers differ in what they make of a doubled one.
+void refuse_telnet(const request& wanted)
+{
+    const auto holds_it = [](const std::string& text) { return text.find('\xff') != std::string::npos; };
+    if (holds_it(wanted.path) || std::any_of(wanted.commands.begin(), wanted.commands.end(), holds_it)) {
+        raise<error::InvalidName>('"' + wanted.about + '"', "the byte 255");
+    }
+}
+
 template <std::size_t Count>
 bool is_one_of(const std::array<CURLcode, Count>& codes, int code)
 {
@@ -37,6 +47,19 @@ bool ssh_is_lost(const outcome& result)
     const bool refused = result.words.find(": ") != std::string::npos;
     return !refused || result.words.ends_with("Unknown error in libssh2") ||
            result.words.find("ssh error") != std::string::npos;
+}
+
+/// FTP: the server's own refusal, which libcurl reports as something else: an upload that the server would not
+/// go on with, as a connection that broke; and a transfer over TLS that it did not even begin, as a bad answer
+/// to PASV, which libcurl 7.88 sends when the handshake of the data connection fails.
+bool is_disguised_refusal(const request& wanted, const outcome& result)
+{
+    constexpr long failed = 400;
+    static constexpr std::array network{closing, 425L, 426L}; // RFC 959, 4.2.2
+    const long reply = result.reply().code;
+    const bool refused = reply >= failed && std::find(network.begin(), network.end(), reply) == network.end();
+    return refused && (result.code == CURLE_FTP_WEIRD_PASV_REPLY ||
+                       (result.code == CURLE_PARTIAL_FILE && wanted.source != nullptr));
 }
 
 /// The connection broke, in one way or another.
@@ -162,11 +185,11 @@ outcome engine::perform(const request& wanted, call& under_way)
                     CURLFTPMETHOD_NOCWD)
             .setopt(CURLOPT_FILETIME, wanted.names_time ? 1L : 0L, 0L)
             .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
-            .setopt(CURLOPT_MAX_RECV_SPEED_LARGE, wanted.rate_limit, 0)
-            .setopt(CURLOPT_MAX_SEND_SPEED_LARGE, wanted.rate_limit, 0);
+            .setopt(CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L, 0L);
         if (wanted.rate_limit > 0) {
-            // libcurl reads many buffers in a row before it looks at the limit.
-            options.setopt(CURLOPT_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.receive_buffer);
+            // What one call moves is held back as a whole.
+            options.setopt(CURLOPT_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.receive_buffer)
+                .setopt(CURLOPT_UPLOAD_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.send_buffer);
         }
         if (wanted.source != nullptr) {
             options.setopt(CURLOPT_READFUNCTION, &call::give_body, nullptr)
@@ -179,6 +202,10 @@ outcome engine::perform(const request& wanted, call& under_way)
         result.code = connection_.perform();
     }
     result.replies = parse_replies(under_way.header());
+    out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE;
+    if (is_disguised_refusal(wanted, result)) {
+        result.code = wanted.source != nullptr ? CURLE_UPLOAD_FAILED : CURLE_FTP_COULDNT_RETR_FILE;
+    }
     result.words = error.data();
     if (result.words.empty() && result.code != CURLE_OK) {
         result.words = curl_easy_strerror(static_cast<CURLcode>(result.code));
@@ -202,6 +229,9 @@ outcome engine::perform(const request& wanted, call& under_way)
 outcome engine::run(const request& wanted)
 {
     constexpr int tries = 2;
+    if (!location_.sftp) {
+        refuse_telnet(wanted);
+    }
     for (int tried = 1;; ++tried) {
         call under_way(wanted, how_, connection_.get());
         outcome result = perform(wanted, under_way);

@@ -95,6 +95,7 @@ private:
     connection_info info_;
     std::unique_ptr<login> login_; // outlives the connection: libcurl refers to it
     zorbel::io::ftp::core::curl_ptr connection_;
+    bool out_of_step_ = false; ///< replies on the control connection may belong to earlier commands
 };
 
 } // namespace qrftp

@@ -17,7 +17,8 @@ void add_sentences()
 {
     static constexpr std::array<std::pair<const char*, const char*>, 22> sentences{{
         {"InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
-        {"InvalidName", R"(This cannot be sent: {0} holds {1}. It would become another command there.)"},
+        {"InvalidName",
+         R"(This cannot be sent: {0} holds {1}. It could be taken for something else on the way.)"},
         {"NoConnection",
          R"(No connection to "{0}"{1}. Check the address, the network and that the server runs.)"},
         {"NoEncryption", R"(No encrypted connection to "{0}"{1}. If it offers no TLS, say so to go without.)"},

@@ -63,7 +63,7 @@ public:
         if (has_mlst_) {
             const outcome result = tell(path, {"MLST " + path}, true);
             if (auto found = mlst_entry(result.reply(), path)) {
-                return found;
+                return found->mode == mode_of_links ? find_link(path, *found) : found;
             }
             has_mlst_ = !is_unknown_command(result.reply());
         }
@@ -190,6 +190,14 @@ private:
             found->name = names::last(path);
         }
         return found;
+    }
+
+    /// ProFTPD answers for a link with the kind of what it leads to, and the size and the mode of the link.
+    static constexpr unsigned mode_of_links = 0777;
+    std::optional<entry> find_link(const std::string& path, const entry& told)
+    {
+        auto found = find_in_parent(path);
+        return found ? found : told;
     }
 
     std::optional<entry> find_without_mlst(const std::string& path)

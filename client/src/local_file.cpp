@@ -76,6 +76,14 @@ void set_modification_time(const fs::path& path, std::int64_t seconds)
     check(path, code);
 }
 
+void raise_folder_error(const fs::path& path, std::error_code reason)
+{
+    if (reason == std::errc::not_a_directory || reason == std::errc::file_exists) {
+        raise<errors::FileError>(files::display_path(path), "it is not a folder");
+    }
+    raise_file_error(path, reason);
+}
+
 local_target::local_target(fs::path target, bool in_place, std::uint64_t offset)
     : target_(std::move(target)), offset_(offset)
 {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 /// Local files through the file system that is in place; each throws its errors.
 namespace qrftp {
@@ -18,6 +19,9 @@ void write_all(zorbel::io::common::file::Stream& file, const std::filesystem::pa
 /// Seconds since 1970; none for a file that is not there.
 std::int64_t modification_time(const std::filesystem::path& path);
 void set_modification_time(const std::filesystem::path& path, std::int64_t seconds);
+
+/// Throws what `reason` means for the folder `path`: something else may have its name.
+[[noreturn]] void raise_folder_error(const std::filesystem::path& path, std::error_code reason);
 
 /// A local file that a fetch writes. Unless told to write to the target itself, it collects what arrives under
 /// a temporary name beside it and gives it the target's name in the end; if that never comes, it is removed

@@ -85,6 +85,7 @@ login::login(const url& location, const options& how)
     : location_(location), how_(how),
       known_hosts_(how.known_hosts_file.empty() ? default_known_hosts() : how.known_hosts_file)
 {
+    names::check(location.host, "the host name");
     names::check(user_of(location, how), "the user name");
     names::check(password_of(location, how), "the password");
     names::check(how.pass_phrase, "the pass phrase");
@@ -104,6 +105,7 @@ void login::set_up(core::curl_ptr& connection)
 {
     set_option(connection, CURLOPT_PROTOCOLS_STR, "ftp,sftp");
     set_option(connection, CURLOPT_NOSIGNAL, 1L);
+    set_option(connection, CURLOPT_MAXCONNECTS, 1L); // a connection that is given up is not taken up again
     set_option(connection, CURLOPT_TCP_KEEPALIVE, 1L);
     set_option(connection, CURLOPT_PATH_AS_IS, 1L);
     set_option(connection, CURLOPT_BUFFERSIZE, how_.receive_buffer);

@@ -24,14 +24,12 @@ outcome remote::run(request wanted)
     return engine_->run(wanted);
 }
 
-void remote::discard(const std::string& path)
+void remote::clean_up(const std::function<void()>& work) noexcept
 {
     cleaning_up_ = true;
     try {
-        remove_file(path);
-    } catch (...) {
-        cleaning_up_ = false;
-        throw;
+        work();
+    } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it is the one to report
     }
     cleaning_up_ = false;
 }
@@ -46,6 +44,9 @@ refusal remote::fetch(const std::string& path, request how)
 std::optional<entry> remote::find_in_parent(const std::string& path, bool* listed)
 {
     const std::string name = names::last(path);
+    if (path == "/") {
+        return entry{.name = name, .kind = entry_kind::folder};
+    }
     std::optional<entry> result;
     const auto look = [&] {
         listing_parser parser(format(), [&](entry&& found) {

@@ -46,8 +46,9 @@ public:
     virtual refusal remove_folder(const std::string& path) = 0;
     virtual refusal remove_file(const std::string& path) = 0;
     virtual refusal rename(const std::string& from, const std::string& to) = 0;
-    /// `remove_file` for a file of the client's own, which is removed although the caller asked for the end.
-    void discard(const std::string& path);
+    /// Does what is to be done after a failure, although the caller may have asked for the end. What fails here
+    /// is lost.
+    void clean_up(const std::function<void()>& work) noexcept;
     virtual refusal set_modification_time(const std::string& path, std::int64_t seconds) = 0;
 
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;

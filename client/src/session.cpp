@@ -76,6 +76,7 @@ void remove_with_content(remote& server, const std::string& path, int depth)
         raise<error::Refused>(path, answer{.words = "its folders lie too deep"});
     }
     for (const entry& found : list_all(server, path).entries) {
+        names::check(found.name, "the name");
         const std::string below = names::join(path, found.name);
         if (found.kind == entry_kind::folder) {
             remove_with_content(server, below, depth + 1);
@@ -172,7 +173,8 @@ bool session::is_file(const std::string& path)
     const std::string whole = absolute(path);
     const auto found = remote_->find(whole);
     return found && found->kind != entry_kind::folder &&
-           (found->kind != entry_kind::link || remote_->size(whole).has_value());
+           // OpenSSH tells a size of folders, too.
+           (found->kind != entry_kind::link || (remote_->enter(whole) && remote_->size(whole)));
 }
 
 std::optional<std::uint64_t> session::file_size(const std::string& path)

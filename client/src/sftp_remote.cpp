@@ -40,9 +40,6 @@ public:
 
     std::optional<entry> find(const std::string& path) override
     {
-        if (path == "/") {
-            return entry{.name = "/", .kind = entry_kind::folder};
-        }
         bool listed = true;
         auto found = find_in_parent(path, &listed);
         // A folder that may be passed through, but not listed.
@@ -52,7 +49,7 @@ public:
         if (!listed) {
             const outcome file = run({.about = path, .path = path, .names_time = true});
             if (file.done()) {
-                return entry{.name = names::last(path), .size = file.length, .modified = time_of(file)};
+                return entry{.name = names::last(path), .size = size_of(file), .modified = time_of(file)};
             }
         }
         return found;
@@ -94,7 +91,7 @@ public:
 
     std::optional<std::uint64_t> size(const std::string& path) override
     {
-        return run({.about = path, .path = path, .names_time = true}).length;
+        return size_of(run({.about = path, .path = path, .names_time = true}));
     }
 
     refusal fetch(const std::string& path, request how) override
@@ -126,6 +123,12 @@ private:
     static std::optional<timestamp> time_of(const outcome& result)
     {
         return result.time ? std::optional(timestamp{.seconds = *result.time}) : std::nullopt;
+    }
+
+    /// libcurl tells no length of an empty file.
+    static std::optional<std::uint64_t> size_of(const outcome& result)
+    {
+        return result.done() ? std::optional(result.length.value_or(0)) : std::nullopt;
     }
 
     refusal tell(const std::string& about, const std::string& command, bool repeatable = false)

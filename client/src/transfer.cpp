@@ -21,16 +21,6 @@ std::string sizes(std::uint64_t got, std::uint64_t of)
     return std::to_string(got) + " of " + std::to_string(of) + " bytes";
 }
 
-/// Removes a file of the client's own after a failure, whose error is the one to report.
-void clean_up(remote& server, const std::string& path) noexcept
-{
-    try {
-        server.discard(path);
-    } catch (...) {
-        return; // It stays; its name tells what it is.
-    }
-}
-
 /// How much of a file of `whole` bytes a resumed transfer finds done.
 std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::uint64_t whole)
 {
@@ -72,7 +62,7 @@ void send_atomically(remote& server, const request& how, const std::string& targ
         stamp(path);
         rename_over(server, path, target);
     } catch (...) {
-        clean_up(server, path);
+        server.clean_up([&] { server.remove_file(path); });
         throw;
     }
 }
@@ -111,20 +101,30 @@ void rename_over(remote& server, const std::string& from, const std::string& to)
     if (!refused) {
         return;
     }
+    if (!server.find(from)) {
+        explain(server, from, expected::file, *refused);
+    }
     const auto there = server.find(to);
-    if (!there || there->kind == entry_kind::folder || !server.find(from)) {
-        explain(server, there || server.find(from) ? to : from,
-                there || server.find(from) ? expected::new_file : expected::file, *refused);
+    if (!there || there->kind == entry_kind::folder) {
+        explain(server, to, expected::new_file, *refused);
     }
     const std::string aside = names::join(names::parent(to), names::temporary());
     if (const refusal moved = server.rename(to, aside)) {
         explain(server, to, expected::file, *moved);
     }
-    if (const refusal again = server.rename(from, to)) {
-        server.rename(aside, to); // If that fails as well, the old file stays beside its place.
+    refusal again;
+    try {
+        again = server.rename(from, to);
+    } catch (...) {
+        // It may have been carried out, and then the old file has been replaced.
+        server.clean_up([&] { server.find(to) ? server.remove_file(aside) : server.rename(aside, to); });
+        throw;
+    }
+    if (again) {
+        server.clean_up([&] { server.rename(aside, to); });
         explain(server, to, expected::new_file, *again);
     }
-    clean_up(server, aside);
+    server.clean_up([&] { server.remove_file(aside); });
 }
 
 void fetch_file(remote& server, const std::string& path, const fs::path& local, const transfer_options& how)
@@ -157,6 +157,9 @@ void fetch_file(remote& server, const std::string& path, const fs::path& local, 
 void send_file(remote& server, const fs::path& local, const std::string& path, const transfer_options& how)
 {
     const auto file = files::file_system()->open(local, files::OpenMode::read);
+    if (!fs::is_regular_file(local)) {
+        raise<ZORBEL::io::common::file::FileError>(files::display_path(local), "it is no ordinary file");
+    }
     const upload_source source{.read =
                                    [&](char* buffer, std::size_t room) {
                                        return static_cast<std::size_t>(

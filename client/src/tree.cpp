@@ -46,7 +46,7 @@ void make_local_folder(const fs::path& folder)
     std::error_code code;
     fs::create_directories(folder, code);
     if (code) {
-        files::raise_file_error(folder, code);
+        raise_folder_error(folder, code);
     }
 }
 

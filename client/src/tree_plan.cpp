@@ -144,7 +144,7 @@ public:
 private:
     void enter(const std::string& path, int depth, int links) override
     {
-        const fs::path folder = root_ / path;
+        const fs::path folder = path.empty() ? root_ : root_ / path;
         std::error_code code;
         fs::directory_iterator entries(folder, code);
         for (; !code && entries != fs::directory_iterator(); entries.increment(code)) {
@@ -152,7 +152,7 @@ private:
             take(path, below.filename().string(), node_of(below, entries->symlink_status(code)), depth, links);
         }
         if (code) {
-            zorbel::io::common::file::raise_file_error(folder, code);
+            raise_folder_error(folder, code);
         }
     }
 

@@ -17,12 +17,12 @@ namespace {
 using handle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 using text = std::unique_ptr<char, decltype(&curl_free)>;
 
-/// The password of a URL that is shown in an error is nobody's to read.
+/// The password of a URL that is shown in an error is nobody's to read, even where the text is no URL.
 std::string without_password(const std::string& whole)
 {
-    const std::size_t begin = whole.find("://");
-    const std::size_t at = whole.rfind('@', whole.find('/', begin == std::string::npos ? 0 : begin + 3));
-    const std::size_t colon = begin == std::string::npos ? begin : whole.find(':', begin + 3);
+    const std::size_t scheme = whole.find("://");
+    const std::size_t colon = whole.find(':', scheme == std::string::npos ? 0 : scheme + 3);
+    const std::size_t at = whole.rfind('@');
     if (at == std::string::npos || colon == std::string::npos || colon > at) {
         return whole;
     }
@@ -72,6 +72,9 @@ url url::parse(const std::string& whole)
         curl_url_set(parsed.get(), CURLUPART_URL, plain.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS);
     if (code != CURLUE_OK) {
         refuse(curl_url_strerror(code));
+    }
+    if (whole.find(":///") != std::string::npos) {
+        refuse("it names no host"); // libcurl would take the first folder for one.
     }
     const std::string scheme = part(parsed, CURLUPART_SCHEME, 0, whole);
     if (scheme == "ftps") {

@@ -2,7 +2,7 @@
 # The completion offers subcommands, their own options, the values of options, and local files.
 set -euo pipefail
 qrftp=$1
-source "$2/cli/completion.bash"
+source "$3/cli/completion.bash"
 expect() { # COMPLETIONS WORD…: of the last word
     local want=$1
     COMP_WORDS=("$qrftp" "${@:2}") COMP_CWORD=$(($# - 1))

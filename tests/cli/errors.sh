@@ -1,31 +1,37 @@
 #!/bin/bash
-# Whatever goes wrong is one sentence on standard error and an exit status; no file is left half written.
+# Whatever goes wrong is one sentence on standard error and an exit status; nothing is left behind on either side.
 source "$(dirname "$0")/common.sh" "$1" proftpd
-expect() { # STATUS PATTERN ARGUMENT…
-    local status=0
-    "$qrftp" "${@:3}" >output 2>errors </dev/null || status=$?
-    [[ $status == "$1" && $(grep -c . errors) == 1 && $(<errors) == $2 ]] || fail "${*:3}: $status $(<errors)"
-    rm output errors
-    [[ $(ls) == there ]] || fail "${*:3} left $(ls)"
+wrong() { # STATUS PATTERN ARGUMENT…
+    ends "$1" "${@:3}" && said "qrftp: $2"
+    [[ $(wc -l <"$work/errors") == "${lines:-1}" && ! -s $work/output ]] || fail "${*:3}: $(cat "$work"/{errors,output})"
+    [[ $(ls -A . "$HOME_DIR") == "$before" ]] || fail "${*:3} left $(ls -A . "$HOME_DIR")"
 }
-echo whole >there
-plain=(--tls none)
-expect 2 '*not a URL*' ls 'ftp://ho st/'
-expect 2 '*not a URL*' ls "ftp://127.0.0.1:70000/"
-expect 2 '*neither ftp:// nor sftp://*' ls http://127.0.0.1/
-expect 2 '*names no file*' get "$ftp/folder/" "${plain[@]}"
-expect 2 '*control character*' get "$ftp/a%0d%0aDELE%20there" "${plain[@]}"
-expect 2 '*control character*' ls "$ftp/" "${plain[@]}" --user $'u\r\nDELE there'
-expect 1 '*could not be entered*' ls "$ftp/nope" "${plain[@]}"
-expect 1 '*"missing"*' get "$ftp/missing" "${plain[@]}"
-expect 1 '*"missing"*' get "$ftp/missing" there "${plain[@]}"
-expect 1 '*nowhere*' put nowhere "$ftp/" "${plain[@]}"
-expect 1 '*could not be sent*' put there "$ftp/denied/there" "${plain[@]}"
-expect 1 '*No connection*' ls "$ftp/" --cacert "$OTHER_CA_FILE"
-expect 1 '*No connection*' ls "$ftp/"
-expect 1 '*No connection*' ls "ftp://127.0.0.1:1/"
-QRFTP_PASSWORD=wrong expect 1 '*refused*' ls "$ftp/" "${plain[@]}"
-"$qrftp" put there "$ftp/" "${plain[@]}"
-expect 1 '*disk*' get "$ftp/there" /dev/full "${plain[@]}"
-"$qrftp" ls "$ftp/" --tls none >/dev/full 2>/dev/null && fail "a listing that cannot be written"
-[[ $(<there) == whole ]]
+echo whole >there && echo stays >"$HOME_DIR/there" && chmod 644 "$HOME_DIR/there" && before=$(ls -A . "$HOME_DIR")
+key=$(cut -d ' ' -f 2 "$KEY_PUB") && sed "s:AAAA.*:$key:" "$KNOWN_HOSTS" >"$work/changed"
+options=()
+wrong 2 '*"frob"*' frob
+wrong 2 '*--frob*' ls "$ftp/" --frob
+for url in 'ftp://ho st/' ftp://127.0.0.1:70000/ http://127.0.0.1/ "$ftp/a%0d%0aDELE%20there"; do wrong 2 '*is not the URL*' get "$url"; done
+wrong 2 '*same server*' ls "$ftp/" "$sftp/"
+wrong 2 '*not a URL*' mv "$ftp/there" "$ftp/new"
+wrong 2 '*another command*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
+wrong 3 '*No connection*' ls ftp://127.0.0.1:1/
+for trust in "--cacert $OTHER_CA_FILE" "--tls strict" "--tls opportunistic"; do wrong 9 '*certificate*' ls "$ftp/" $trust; done
+wrong 9 '*not known*' ls "$sftp/" --host-key strict
+for check in strict accept-new; do wrong 9 '*not the one*' ls "$sftp/" --host-key $check --known-hosts "$work/changed"; done
+for url in "$ftp" "$sftp/~"; do
+    options=(--tls none --known-hosts "$KNOWN_HOSTS")
+    QRFTP_PASSWORD=wrong wrong 4 '*refused*' ls "$url/"
+    for words in ls\ no/pe {ls,get,rm,stat}\ nope get\ 'no*' "put there nope/"; do wrong 5 '*"*no*"*' ${words% *} "$url/${words##* }"; done
+    wrong 5 '*nope*' get "$url/nope" there
+    for words in {ls,"put there"}\ denied {get,rm,mkdir}\ denied/a; do wrong 6 '*allow*denied*' ${words% *} "$url/${words##* }"; done
+    wrong 7 '*nowhere*' put nowhere "$url/"
+    for target in /dev/full nowhere/there; do wrong 7 "*$target*" get "$url/there" $target; done
+    for words in "put there" get; do wrong 1 '*already*' $words "$url/there" --no-replace; done
+    [[ $(<there) == whole && $(<"$HOME_DIR/there") == stays ]]
+    lines=2 wrong 8 '*nope*nope2*' get "$url/nope" "$url/there" "$url/nope2" && [[ $(<there) == stays ]]
+    echo whole >there
+done
+status=0 && "$qrftp" ls "$ftp/" "${options[@]}" >/dev/full 2>"$work/errors" || status=$?
+[[ $status == 1 ]] && said '*output*'
+wrong 7 '*' put <(echo piped) "$ftp/piped"

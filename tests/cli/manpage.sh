@@ -1,7 +1,7 @@
 #!/bin/bash
 # The manual names every subcommand and every long option that the help shows, and no others.
 set -euo pipefail
-qrftp=$1 manual=$2/docs/qrftp.1
+qrftp=$1 manual=$3/docs/qrftp.1
 options() { grep -oP '(?<![\w-])--[a-z][a-z-]+' | sort -u; }
 mapfile -t subcommands < <("$qrftp" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p')
 ((${#subcommands[@]} > 10))

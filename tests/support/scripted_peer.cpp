@@ -43,12 +43,15 @@ struct scripted_peer::session {
     std::optional<std::string> content(const std::string& line) const
     {
         const auto state = peer.state_.operator->();
+        const auto upload = line.starts_with("RETR ") ? state->uploads.find(line.substr(5)) : state->uploads.end();
+        if (upload != state->uploads.end()) return upload->second;
         const auto found = state->bodies.find(state->bodies.contains(line) ? line : verb_of(line));
         return found == state->bodies.end() ? std::nullopt : std::optional(found->second);
     }
     bool transfer(const std::string& line, std::size_t limit);
     answer own(const std::string& verb, const std::string& argument);
     answer own_file(const std::string& verb, const std::string& argument);
+    answer own_facts(const std::string& verb, const std::string& argument);
     answer open_data(const std::string& verb, const std::string& argument);
     bool step(const std::string& line);
     bool run(int number); ///< Whether the script ended the connection.
@@ -65,14 +68,15 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
     passive.close();
     if (!data) return false;
     const auto verb = verb_of(line);
-    if (verb != "STOR") {
+    if (verb != "STOR" && verb != "APPE") {
         data << content(line).value_or("").substr(0, limit) << std::flush;
         return data.good();
     }
-    std::string bytes;
-    for (char byte = 0; bytes.size() < limit && data.get(byte);) bytes += byte;
+    const auto name = line.substr(verb.size() + 1);
+    auto bytes = verb == "APPE" ? content("RETR " + name).value_or("") : "";
+    for (char byte = 0; limit-- > 0 && data.get(byte);) bytes += byte;
     const auto state = peer.state_.operator->();
-    state->uploads[line.substr(verb.size() + 1)] = bytes;
+    state->uploads[name] = bytes;
     return true;
 }
 
@@ -80,7 +84,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
 answer scripted_peer::session::own(const std::string& verb, const std::string& argument)
 {
     static const std::map<std::string, std::string> plain{{"greeting", "220 ready"}, {"USER", "331 password"}, {"PASS", "230 in"},
-        {"SYST", "215 UNIX Type: L8"}, {"AUTH", "502 no"}, {"FEAT", "211-Features:\r\n EPSV\r\n211 End"}, {"RNFR", "350 to?"}};
+        {"SYST", "215 UNIX Type: L8"}, {"AUTH", "502 no"},
+        {"FEAT", "211-Features:\r\n EPSV\r\n MLST type*;size*;modify*;\r\n SIZE\r\n MDTM\r\n MFMT\r\n211 End"}, {"RNFR", "350 to?"}};
     if (plain.contains(verb)) return answer::reply(plain.at(verb));
     if (verb == "TYPE" || verb == "NOOP" || verb == "RMD" || verb == "DELE" || verb == "RNTO")
         return answer::reply(verb == "TYPE" || verb == "NOOP" ? "200 ok" : "250 done");
@@ -91,23 +96,39 @@ answer scripted_peer::session::own(const std::string& verb, const std::string& a
     }
     if (verb == "MKD") return answer::reply("257 \"" + argument + "\" created");
     if (verb == "QUIT") return answer::reply("221 bye").then_drop();
-    if (verb == "EPSV" || verb == "EPRT") return open_data(verb, argument);
+    if (verb == "EPSV" || verb == "EPRT" || (verb == "PASV" && !peer.state_->passive_address.empty())) return open_data(verb, argument);
     return own_file(verb, argument);
 }
 
 answer scripted_peer::session::own_file(const std::string& verb, const std::string& argument)
 {
     const auto file = content("RETR " + argument);
-    if (verb == "LIST" || verb == "NLST" || verb == "STOR" || (file && verb == "RETR")) return answer::transfer(whole, "226 done\r\n");
+    if (verb == "MLST" || verb == "MDTM" || verb == "MFMT") return own_facts(verb, argument);
+    if (verb == "LIST" || verb == "MLSD" || verb == "NLST" || verb == "STOR" || verb == "APPE" || (file && verb == "RETR"))
+        return answer::transfer(whole, "226 done\r\n");
     if (verb != "RETR" && verb != "SIZE") return answer::reply("500 unknown");
     return answer::reply(file ? "213 " + std::to_string(file->size()) : "550 no such file");
+}
+
+/// What is there: the files, the login folder, and whatever has an MLSD body of its own.
+answer scripted_peer::session::own_facts(const std::string& verb, const std::string& argument)
+{
+    const auto file = content("RETR " + argument);
+    const bool listed = argument == folder || argument == "/" || peer.state_->bodies.contains("MLSD " + argument);
+    if (verb == "MFMT") return answer::reply("213 Modify=" + argument);
+    if (verb == "MDTM" && file) return answer::reply("213 20240102030405");
+    if (verb == "MDTM" || (!file && !listed)) return answer::reply("550 no such file");
+    const auto facts = file ? "type=file;size=" + std::to_string(file->size()) : "type=dir";
+    return answer::reply("250-\r\n " + facts + ";modify=20240102030405; " + argument + "\r\n250 End");
 }
 
 answer scripted_peer::session::open_data(const std::string& verb, const std::string& argument)
 {
     if (verb == "EPRT") return answer::reply(sscanf(argument.c_str(), "|1|127.0.0.1|%hu|", &active) == 1 ? "200 ok" : "501 no");
     passive = tcp::acceptor(io, {loopback, 0});
-    return answer::reply("229 ok (|||" + std::to_string(passive.local_endpoint().port()) + "|)");
+    const int port = passive.local_endpoint().port();
+    const auto address = peer.state_->passive_address + ',' + std::to_string(port / 256) + ',' + std::to_string(port % 256);
+    return answer::reply(verb == "PASV" ? "227 ok (" + address + ")" : "229 ok (|||" + std::to_string(port) + "|)");
 }
 
 bool scripted_peer::session::step(const std::string& line)

@@ -48,6 +48,8 @@ public:
     /// What a line or a verb sends on the data connection; a listing without a body is empty.
     void body(const std::string& line, const std::string& bytes) { state_->bodies[line] = bytes; }
     void file(const std::string& name, const std::string& bytes) { body("RETR " + name, bytes); }
+    /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.
+    void passive_address(const std::string& numbers) { state_->passive_address = numbers; }
 
     /// The lines received, without their ends: on one connection (1, 2, …) or on all (0).
     std::vector<std::string> commands(int connection = 0) const { return state_->commands[connection]; }
@@ -71,6 +73,7 @@ private:
         std::map<int, answer> steps;
         std::map<std::string, std::string> bodies, uploads;
         std::map<int, std::vector<std::string>> commands;
+        std::string passive_address;
         int step = 0;
         answer scripted(const std::string& line);
     };

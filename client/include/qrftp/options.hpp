@@ -26,18 +26,18 @@ enum class host_key_check {
 /// How to reach a server and log in.
 struct options {
     /// Else the URL's; else "anonymous" over FTP. SFTP needs one.
-    std::string user;
+    std::string user{};
     /// Else the URL's.
-    std::optional<std::string> password;
+    std::optional<std::string> password{};
     /// SFTP: the key to log in with instead of a password.
-    std::filesystem::path private_key;
+    std::filesystem::path private_key{};
     /// Else the private key's file name with ".pub", where there is such a file; else made of the private key.
-    std::filesystem::path public_key;
-    std::string pass_phrase;
+    std::filesystem::path public_key{};
+    std::string pass_phrase{};
 
     tls_mode tls = tls_mode::strict;
     /// PEM file of the certificate authorities to trust, and no others; empty means the system's.
-    std::filesystem::path certificate_authorities;
+    std::filesystem::path certificate_authorities{};
     /// FTP: the server opens the data connections.
     bool active = false;
     /// Goes through the HTTP proxy that the host program's proxy selector names (the stand-alone host's reads
@@ -46,9 +46,9 @@ struct options {
 
     host_key_check host_keys = host_key_check::accept_new;
     /// Empty means .ssh/known_hosts in the user's home folder.
-    std::filesystem::path known_hosts_file;
+    std::filesystem::path known_hosts_file{};
     /// Asked before a new key is accepted (`accept_new`); false refuses it. Empty means yes.
-    std::function<bool(const host_key&)> confirm_host_key;
+    std::function<bool(const host_key&)> confirm_host_key{};
 
     std::chrono::milliseconds connect_timeout = std::chrono::seconds(30);
     /// Gives up a request that moves less than a byte a second for so long; 0 means never.
@@ -62,7 +62,7 @@ struct options {
 
     /// Asked several times a second while a request runs; true ends it with `error::Cancelled`. Called on the
     /// thread of the request; with `tree_options::jobs` on several threads at once.
-    std::function<bool()> cancelled;
+    std::function<bool()> cancelled{};
 };
 
 } // namespace qrftp

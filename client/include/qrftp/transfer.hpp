@@ -27,7 +27,7 @@ struct transfer_options {
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;
     /// Called several times a second on the thread of the transfer; false ends it with `error::Cancelled`.
-    std::function<bool(const progress&)> on_progress;
+    std::function<bool(const progress&)> on_progress{};
 };
 
 } // namespace qrftp

@@ -13,14 +13,14 @@ struct tree_action {
     enum class reason { wanted, missing, newer, other_size, extra };
     kind what = kind::copy;
     reason why = reason::wanted;
-    std::string path; ///< below both roots, with "/" between segments
+    std::string path{}; ///< below both roots, with "/" between segments
     std::uint64_t size = 0;
 };
 
 /// How far a tree is; `file` is one of `running` files.
 struct tree_progress {
     unsigned job = 0; ///< which of the parallel connections, from 0
-    std::string path;
+    std::string path{};
     progress file;
     progress all;
     std::size_t files_done = 0;
@@ -28,26 +28,26 @@ struct tree_progress {
 };
 
 struct tree_failure {
-    std::string path;
+    std::string path{};
     std::exception_ptr error;
 };
 
 struct tree_result {
-    std::vector<tree_action> done; ///< in a dry run: what would be done
-    std::vector<tree_failure> failures;
+    std::vector<tree_action> done{}; ///< in a dry run: what would be done
+    std::vector<tree_failure> failures{};
     /// Lines of remote listings that could not be read, or whose names no local file may get: such entries are
     /// passed over, and nothing is removed then.
-    std::vector<std::string> skipped;
+    std::vector<std::string> skipped{};
     std::uint64_t bytes = 0; ///< copied
 };
 
 struct tree_options {
-    transfer_options transfer; ///< of each file; its `on_progress` is not used; the rate is that of each job
+    transfer_options transfer{}; ///< of each file; its `on_progress` is not used; the rate is that of each job
     /// Globs: "*" and "?" stop at "/", "**" does not, "[…]" is a set. One without "/" is compared with names,
     /// one with "/" with paths below the root. A file must match one of `include`, unless that is empty, and
     /// nothing may match one of `exclude`.
-    std::vector<std::string> include;
-    std::vector<std::string> exclude;
+    std::vector<std::string> include{};
+    std::vector<std::string> exclude{};
     /// Follows symbolic links; otherwise they are passed over.
     bool follow_links = false;
     /// How many connections work side by side.
@@ -57,10 +57,10 @@ struct tree_options {
     /// Only says what would be done.
     bool dry_run = false;
     /// Called when a step has been done, or would be. Calls come one at a time.
-    std::function<void(const tree_action&)> on_action;
+    std::function<void(const tree_action&)> on_action{};
     /// Called several times a second and at the end of each file, one call at a time; false ends it all with
     /// `error::Cancelled`.
-    std::function<bool(const tree_progress&)> on_progress;
+    std::function<bool(const tree_progress&)> on_progress{};
 };
 
 enum class direction { fetch, send };

@@ -1,0 +1,26 @@
+#!/bin/bash
+# An interrupted transfer leaves the old file whole and no part of the new one; a killed one at most a part beside it.
+source "$(dirname "$0")/common.sh" "$1" proftpd
+parts() { find "$HOME_DIR" . -name '.*' -type f "$@"; }
+cut_short() { # SIGNAL STATUS ARGUMENT…: as soon as a part has content
+    local status=0 process
+    touch "$work/mark"
+    "$qrftp" "${@:3}" --limit-rate 2M "${options[@]}" 2>"$work/errors" &
+    process=$! SECONDS=0
+    until [[ $(parts -size +0 -newer "$work/mark") ]]; do
+        ((SECONDS < 20)) && kill -0 "$process" || fail "${*:3} began nothing: $(<"$work/errors")"
+    done
+    { kill "-$1" "$process" && wait "$process" || status=$?; } 2>/dev/null
+    [[ $status == "$2" && $(<old) == whole && $(<"$HOME_DIR/old") == whole ]] || fail "$*: $status $(<"$work/errors")"
+}
+echo whole >old && truncate -s 1G big "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big"
+for url in "$ftp" "$sftp/~"; do
+    ends 0 put old "$url/"
+    for transfer in "INT 130 put big $url/old" "TERM 143 get $url/big old"; do
+        cut_short $transfer && said "qrftp: Interrupted." && [[ ! $(parts) ]] || fail "$transfer: $(parts)"
+    done
+    cut_short KILL 137 put big "$url/old" && cut_short KILL 137 get "$url/big" old
+    [[ ! $(parts ! -name '.qrftp-*.part') ]] || fail "$(parts)"
+    ends 0 get "$url/old" old2 && ends 0 put old2 "$url/old" && cmp old old2
+    parts -delete
+done
