@@ -105,6 +105,9 @@ void login::set_up(core::curl_ptr& connection)
 {
     set_option(connection, CURLOPT_PROTOCOLS_STR, "ftp,sftp");
     set_option(connection, CURLOPT_NOSIGNAL, 1L);
+    // libcurl keeps an entry for every port that it has connected to, and walks through them all on each
+    // request.
+    set_option(connection, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
     set_option(connection, CURLOPT_MAXCONNECTS, 1L); // a connection that is given up is not taken up again
     set_option(connection, CURLOPT_TCP_KEEPALIVE, 1L);
     set_option(connection, CURLOPT_PATH_AS_IS, 1L);

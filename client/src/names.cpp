@@ -67,7 +67,7 @@ std::string temporary()
 {
     static constexpr std::string_view digits = "0123456789abcdef";
     static constexpr int length = 16;
-    std::random_device entropy;
+    thread_local std::random_device entropy; // costly to open
     std::string name = ".qrftp-";
     for (int i = 0; i < length; ++i) {
         name += digits[entropy() % digits.size()];

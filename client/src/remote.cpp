@@ -18,6 +18,12 @@ remote::remote(std::unique_ptr<engine> opened) : folder(opened->login_folder()),
 
 remote::~remote() = default;
 
+bool remote::is_folder(const std::string& path)
+{
+    const auto found = find(path);
+    return found && (found->kind == entry_kind::folder || (found->kind == entry_kind::link && !enter(path)));
+}
+
 outcome remote::run(request wanted)
 {
     wanted.cancellable = !cleaning_up_;

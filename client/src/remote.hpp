@@ -35,6 +35,8 @@ public:
     virtual refusal ping() = 0;
     /// Whether there is a folder at `path` that can be entered.
     virtual refusal enter(const std::string& path) = 0;
+    /// Whether there is a folder, or a link to one.
+    virtual bool is_folder(const std::string& path);
     virtual std::optional<entry> find(const std::string& path) = 0;
     virtual std::optional<timestamp> modification_time(const std::string& path) = 0;
     /// `restart`, where given, undoes what `parser` was fed.

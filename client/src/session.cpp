@@ -49,17 +49,10 @@ listing list_all(remote& server, const std::string& path)
     return result;
 }
 
-bool is_folder_at(remote& server, const std::string& path)
-{
-    const auto found = server.find(path);
-    return found &&
-           (found->kind == entry_kind::folder || (found->kind == entry_kind::link && !server.enter(path)));
-}
-
 void make_with_parents(remote& server, const std::string& path)
 {
     refusal refused = server.make_folder(path);
-    if (!refused || is_folder_at(server, path)) {
+    if (!refused || server.is_folder(path)) {
         return;
     }
     const std::string above = names::parent(path);
@@ -165,7 +158,7 @@ bool session::exists(const std::string& path)
 
 bool session::is_folder(const std::string& path)
 {
-    return is_folder_at(*remote_, absolute(path));
+    return remote_->is_folder(absolute(path));
 }
 
 bool session::is_file(const std::string& path)

@@ -2,6 +2,8 @@
 #include "remote.hpp"
 #include "utc.hpp"
 
+#include <curl/curl.h>
+
 #include <utility>
 
 namespace qrftp {
@@ -36,6 +38,12 @@ public:
     {
         listing_parser parser(format(), [](const entry&) {});
         return list(path, parser, [] {});
+    }
+
+    bool is_folder(const std::string& path) override
+    {
+        const refusal refused = enter(path);
+        return !refused || (refused->curl == CURLE_REMOTE_ACCESS_DENIED && remote::is_folder(path));
     }
 
     std::optional<entry> find(const std::string& path) override
@@ -91,7 +99,7 @@ public:
 
     std::optional<std::uint64_t> size(const std::string& path) override
     {
-        return size_of(run({.about = path, .path = path, .names_time = true}));
+        return size_of(run({.about = path, .path = path}));
     }
 
     refusal fetch(const std::string& path, request how) override

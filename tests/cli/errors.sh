@@ -14,7 +14,7 @@ wrong 2 '*--frob*' ls "$ftp/" --frob
 for url in 'ftp://ho st/' ftp://127.0.0.1:70000/ http://127.0.0.1/ "$ftp/a%0d%0aDELE%20there"; do wrong 2 '*is not the URL*' get "$url"; done
 wrong 2 '*same server*' ls "$ftp/" "$sftp/"
 wrong 2 '*not a URL*' mv "$ftp/there" "$ftp/new"
-wrong 2 '*another command*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
+wrong 2 '*taken for something else*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
 wrong 3 '*No connection*' ls ftp://127.0.0.1:1/
 for trust in "--cacert $OTHER_CA_FILE" "--tls strict" "--tls opportunistic"; do wrong 9 '*certificate*' ls "$ftp/" $trust; done
 wrong 9 '*not known*' ls "$sftp/" --host-key strict

@@ -13,7 +13,7 @@ proc type {keys pattern} { send $keys; set ::awaited $pattern; expect -re $patte
 spawn {*}$argv
 type "" {^127.0.0.1:/.*/home> $}
 type "cd a\t\t" {a folder/ +ab/\r\n.*> cd a}
-type " \177 f\t\177\177\177 \003cd a\\ \t\r" {/home/a folder> $}
+type " \177 f\t\177\177\177 \177\177\177\177\177cd a\\ \t\r" {/home/a folder> $}
 type "get \t\r" {ä\\ 1 \r\n[^>]*> $}
 type "!cat ä*; false\r" {one\r\nqrftp: .*status 1\.\r\n.*> $}
 type "cd -\r" {/home> $}
