@@ -1,11 +1,13 @@
 // The client against what honest servers never do: what the caller gets, and what was sent.
 
+#include "ledger.hpp"
 #include "scripted_peer.hpp"
 
 #include <fstream>
 #include <gmock/gmock.h>
 #include <qrftp/client.hpp>
 #include <regex>
+#include <zorbel/io/common/file/FaultyFileSystem.hpp>
 
 using namespace support;
 using namespace qrftp::error;
@@ -247,6 +249,43 @@ TEST(ClientDialogue, SendsNoMoreThanItNeeds)
     EXPECT_EQ(t.sent(),
         "USER u|PASS p|PWD|FEAT|EPSV|TYPE A|MLSD ~|CWD ~no|CWD ~|MLST ~no|EPSV|MLSD ~|CWD ~d|CWD ~|EPSV|TYPE I|SIZE ~f|RETR ~f|"
         "NOOP|USER u|PASS p|PWD|DELE ~d/x");
+}
+
+TEST(ClientDialogue, LosesNothingToALocalDiskThatFails)
+{
+    namespace files = zorbel::io::common::file;
+    using Call = files::FaultyFileSystem::Call;
+    using ZORBEL::io::common::file::DiskFull;
+    const auto full = std::make_exception_ptr(foundation::core::except::Exception<DiskFull>(DiskFull(u"x")));
+    for (const auto call : {Call::open, Call::size, Call::read, Call::write, Call::close, Call{-1}})
+        for (const bool sends : {false, true}) {
+            stage t;
+            auto faults = std::make_shared<files::FaultyFileSystem>(files::exchange_file_system(nullptr));
+            t.open();
+            call == Call{-1} ? faults->shorten_writes(2) : faults->fail(call, 1, full);
+            files::exchange_file_system(faults);
+            const std::string ended =
+                error_of([&] { sends ? t.client->send(t.local / "long", "t") : t.client->fetch("t", t.local / "f"); });
+            files::exchange_file_system(nullptr);
+            const bool concerned =
+                call == Call::open || (sends ? call == Call::size || call == Call::read : call != Call::size && call != Call::read);
+            EXPECT_EQ(ended, concerned ? "DiskFull" : "nothing") << static_cast<int>(call) << sends;
+            EXPECT_EQ(t.files(), 2); // no temporary one
+            EXPECT_EQ(fs::file_size(t.local / "f"), sends || concerned ? 5U : 6U);
+            EXPECT_EQ(t.sent("RNTO"), sends && !concerned ? "RNTO ~t" : "");
+        }
+}
+
+TEST(ClientDialogue, TellsLibcurlWhatKeepsATransferSafeAndFast)
+{
+    ledger::start();
+    stage t;
+    t.open();
+    const auto lines = ledger::lines();
+    for (const char* setting : {"BUFFERSIZE=2097152", "UPLOAD_BUFFERSIZE=2097152", "PROTOCOLS_STR=ftp,sftp", "SSL_VERIFYPEER=1",
+             "SSL_VERIFYHOST=2", "FTP_SKIP_PASV_IP=1", "PROXY=", "LOW_SPEED_TIME=60", "NOSIGNAL=1"})
+        EXPECT_THAT(lines, Contains(setting));
+    EXPECT_THAT(lines, Not(Contains(StartsWith("CAINFO")))); // an empty one would stand in for the system's
 }
 
 TEST(ClientDialogue, SaysWhatTheServerSaidAndNoSecret)

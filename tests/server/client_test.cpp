@@ -8,12 +8,13 @@
 #include <boost/algorithm/string.hpp>
 #include <boost/range/adaptor/transformed.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <set>
 #include <sys/stat.h>
 
 #pragma GCC diagnostic ignored "-Wmissing-field-initializers" // most options stay as they are
 using namespace qrftp;
+using testing::HasSubstr;
 using namespace std::chrono;
 namespace fs = std::filesystem;
 using strings = std::vector<std::string>;
@@ -377,6 +378,21 @@ TEST_P(Client, LoginsAreRefusedForAReason)
         EXPECT_EQ((strings{log_in(known, accept), log_in(known)}), (strings{"", ""}));
         EXPECT_EQ(content(file), boost::trim_copy(there) + (there.empty() ? "" : "\n") + host + ' ' + key.substr(0, key.rfind(' ')) + '\n');
     }
+    // This libssh2 and newer servers agree on no RSA signature: the error says what to do instead.
+    put(file, host + " ssh-rsa AAAAB3NzaC1yc2EAAAADAQABAAAAAQM=");
+    const auto words = [&](const auto& change) {
+        auto all = how();
+        change(all);
+        try {
+            session(url(port()), all);
+        } catch (const std::exception& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    EXPECT_THAT(words(known), HasSubstr("only an RSA key"));
+    EXPECT_EQ(std::system(("ssh-keygen -q -t rsa -m PEM -N '' -f " + (here_ / "rsa").string()).c_str()), 0);
+    EXPECT_THAT(words([&](options& all) { all.private_key = here_ / "rsa"; }), HasSubstr("an Ed25519 or ECDSA key"));
     put(file, host + ' ' + other);
     EXPECT_EQ(log_in(known) + log_in(known, accept), "HostKeyChanged " + host + "HostKeyChanged " + host);
     EXPECT_EQ(content(file), host + ' ' + other);
