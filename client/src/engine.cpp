@@ -263,9 +263,6 @@ outcome engine::run(const request& wanted)
 
 void engine::fail(const request& wanted, const outcome& result) const
 {
-    if (login_->host_key_refusal()) {
-        std::rethrow_exception(login_->host_key_refusal());
-    }
     const bool opening = info_.login_folder.empty();
     const std::string server = location_.server();
     answer said = result.said();
@@ -274,6 +271,9 @@ void engine::fail(const request& wanted, const outcome& result) const
     case CURLE_LOGIN_DENIED:
         raise<error::LoginRefused>(server, said);
     case CURLE_PEER_FAILED_VERIFICATION:
+        if (login_->host_key_refusal()) {
+            std::rethrow_exception(login_->host_key_refusal());
+        }
         raise<error::CertificateRefused>(server, said);
     case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_CONNECT_ERROR:
