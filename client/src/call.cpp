@@ -153,8 +153,9 @@ void call::hold_back()
     }
     const std::chrono::duration<double> due(static_cast<double>(moved_) /
                                             static_cast<double>(wanted_.rate_limit));
-    for (auto left = due - (clock::now() - began_); left > left.zero(); left = due - (clock::now() - began_)) {
-        std::this_thread::sleep_for(std::min<std::chrono::duration<double>>(left, slice));
+    const auto left = [&] { return due - (clock::now() - began_); };
+    while (left().count() > 0) {
+        std::this_thread::sleep_for(std::min<std::chrono::duration<double>>(left(), slice));
         report_progress(moved_);
     }
 }
