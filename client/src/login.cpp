@@ -192,6 +192,9 @@ void login::prefer_known_keys(core::curl_ptr& connection)
     }
     host_key key = best_of(keys);
     rsa_only_ = key.type == rsa;
+    if (rsa_only_) {
+        return; // A server that has no other key shows it anyway.
+    }
     key.host = "[" + location_.host + "]:" + std::to_string(location_.port);
     preferred_ = fs::temp_directory_path() / names::temporary();
     const auto file = files::file_system()->open(preferred_, files::OpenMode::create);
@@ -203,11 +206,6 @@ void login::prefer_known_keys(core::curl_ptr& connection)
 
 std::string login::hint(int code) const
 {
-    if (code == CURLE_FAILED_INIT && rsa_only_) {
-        return "; " + known_hosts_.string() +
-               " has only an RSA key of this host, which servers from OpenSSH "
-               "8.8 on no longer show to this libssh2: add its Ed25519 or ECDSA key";
-    }
     if (code == CURLE_LOGIN_DENIED && is_rsa_key(how_.private_key)) {
         return "; an RSA key does not work with servers from OpenSSH 8.8 on and this libssh2, an Ed25519 or "
                "ECDSA "
@@ -232,8 +230,12 @@ void login::check(const host_key& shown)
     case host_key_match::changed:
         raise<error::HostKeyChanged>(shown.host, said + ", and " + known_hosts_.string() + " has another");
     case host_key_match::other_type:
-        raise<error::HostKeyChanged>(shown.host,
-                                     said + ", and " + known_hosts_.string() + " has one of another type");
+        raise<error::HostKeyChanged>(
+            shown.host,
+            said + ", and " + known_hosts_.string() +
+                (rsa_only_ ? " has only an RSA key of this host, which newer servers no longer show to "
+                             "this libssh2: if the fingerprint is right, add this key"
+                           : " has one of another type"));
     case host_key_match::unknown:
         break;
     }
