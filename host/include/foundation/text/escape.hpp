@@ -8,7 +8,7 @@
 namespace foundation::text {
 
 /// `text` as UTF-8 that is safe on a terminal: control characters (C0, DEL and C1) and whatever is not valid
-/// Unicode are written as \xNN for a byte and \uNNNN for a UTF-16 code unit.
+/// Unicode are written as a backslash, "x" and two digits for a byte, "u" and four for a UTF-16 code unit.
 ZORBELHOST_EXPORT std::string escape(std::string_view text);
 ZORBELHOST_EXPORT std::string escape(std::u16string_view text);
 

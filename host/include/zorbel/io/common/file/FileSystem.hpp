@@ -50,7 +50,7 @@ ZORBELHOST_EXPORT std::shared_ptr<FileSystem> file_system();
 /// Throws the error of `errors.hpp` that `reason` stands for.
 [[noreturn]] ZORBELHOST_EXPORT void raise_file_error(const std::filesystem::path& path, std::error_code reason);
 
-/// `path` as the errors show it: bytes that are not valid UTF-8 are written as \xNN.
+/// `path` as the errors show it: bytes that are not valid UTF-8 are escaped.
 ZORBELHOST_EXPORT fl::ustring display_path(const std::filesystem::path& path);
 
 } // namespace zorbel::io::common::file
