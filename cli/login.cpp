@@ -6,6 +6,7 @@
 #include "terminal.hpp"
 
 #include <foundation/log/sink.hpp>
+#include <zorbel/io/common/file/FileSystem.hpp>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -17,6 +18,8 @@
 #include <map>
 
 namespace qrftp::cli {
+
+using zorbel::io::common::file::read_whole_file;
 
 namespace fs = std::filesystem;
 
@@ -43,7 +46,7 @@ std::string written_password(const std::string& word)
     return end == std::string::npos || colon >= end ? "" : word.substr(colon + 1, end - colon - 1);
 }
 
-std::chrono::milliseconds milliseconds(double seconds)
+std::chrono::milliseconds to_milliseconds(double seconds)
 {
     return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 }
@@ -69,9 +72,9 @@ options connection_options(const login_options& given, const settings& how)
     wanted.host_keys = host_key_checks.at(given.host_key);
     wanted.known_hosts_file = expand_home(given.known_hosts);
     wanted.confirm_host_key = [how](const host_key& key) { return accept_host_key(key, how); };
-    wanted.connect_timeout = milliseconds(given.connect_timeout);
+    wanted.connect_timeout = to_milliseconds(given.connect_timeout);
     wanted.stall_timeout = std::chrono::seconds(given.stall_timeout);
-    wanted.total_timeout = milliseconds(given.timeout);
+    wanted.total_timeout = to_milliseconds(given.timeout);
     wanted.cancelled = interrupted;
     return wanted;
 }
@@ -83,7 +86,7 @@ std::optional<netrc_entry> look_up_netrc(const login_options& given, const url& 
     if (given.netrc_file == login_options().netrc_file && !fs::exists(file)) {
         return {};
     }
-    auto entry = find_in_netrc(read_file(file), where.host, user);
+    auto entry = find_in_netrc(read_whole_file(file), where.host, user);
     constexpr auto others = fs::perms::group_read | fs::perms::others_read;
     if (entry && (fs::status(file).permissions() & others) != fs::perms::none) {
         note(how, "Warning: others can read " + file.string() + ", which holds passwords.");

@@ -1,6 +1,5 @@
 #include "password.hpp"
 
-#include <fl/i18n/ustring_to_utf8.hpp>
 #include <zorbel/io/common/file/FileSystem.hpp>
 
 #include <algorithm>
@@ -15,12 +14,13 @@
 namespace qrftp::cli {
 
 namespace fs = std::filesystem;
+using zorbel::io::common::file::read_whole_file;
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view netrc_blanks = " \t\r\n";
 
-std::string take_quoted(std::string_view& rest)
+std::string take_quoted_token(std::string_view& rest)
 {
     std::string word;
     for (rest.remove_prefix(1); !rest.empty() && rest.front() != '"'; rest.remove_prefix(1)) {
@@ -34,13 +34,13 @@ std::string take_quoted(std::string_view& rest)
 }
 
 /// The next word; empty at the end.
-std::string take_word(std::string_view& rest)
+std::string take_token(std::string_view& rest)
 {
-    rest.remove_prefix(std::min(rest.find_first_not_of(blanks), rest.size()));
+    rest.remove_prefix(std::min(rest.find_first_not_of(netrc_blanks), rest.size()));
     if (rest.starts_with('"')) {
-        return take_quoted(rest);
+        return take_quoted_token(rest);
     }
-    const std::size_t end = std::min(rest.find_first_of(blanks), rest.size());
+    const std::size_t end = std::min(rest.find_first_of(netrc_blanks), rest.size());
     std::string word(rest.substr(0, end));
     rest.remove_prefix(end);
     return word;
@@ -59,16 +59,16 @@ struct machine {
 std::vector<machine> read_netrc(std::string_view text)
 {
     std::vector<machine> all;
-    for (std::string word = take_word(text); !word.empty(); word = take_word(text)) {
+    for (std::string word = take_token(text); !word.empty(); word = take_token(text)) {
         if (word == "machine") {
-            all.push_back({take_word(text), {}});
+            all.push_back({take_token(text), {}});
         } else if (word == "default") {
             all.push_back({});
         } else if (word == "macdef") {
             skip_to(text, "\n\n");
         } else if (word.starts_with('#')) {
             skip_to(text, "\n");
-        } else if (std::string value = take_word(text); !all.empty()) {
+        } else if (std::string value = take_token(text); !all.empty()) {
             netrc_entry& entry = all.back().entry;
             (word == "login" ? entry.login : word == "password" ? entry.password : word) = std::move(value);
         }
@@ -108,20 +108,9 @@ fs::path expand_home(const std::string& path)
     return home + path.substr(1);
 }
 
-std::string read_file(const fs::path& file)
-{
-    const auto opened = zorbel::io::common::file::make_readable_file(fl::i18n::utf8_to_ustring(file.string()));
-    std::string text;
-    std::array<char, 4096> piece{};
-    while (const long count = opened.stream()->read(piece.data(), piece.size())) {
-        text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    return text;
-}
-
 std::string first_line(const fs::path& file)
 {
-    const std::string text = read_file(file);
+    const std::string text = read_whole_file(file);
     return text.substr(0, text.find_first_of("\r\n"));
 }
 
@@ -141,7 +130,7 @@ bool is_encrypted(const fs::path& key)
 {
     // What the base64 of an OpenSSH key begins with when both its cipher and its key derivation are "none".
     constexpr std::string_view open_key = "b3BlbnNzaC1rZXktdjEAAAAABG5vbmUAAAAEbm9uZ";
-    const std::string text = read_file(key);
+    const std::string text = read_whole_file(key);
     return text.find("BEGIN OPENSSH PRIVATE KEY") != std::string::npos
                ? text.find(open_key) == std::string::npos
                : text.find("ENCRYPTED") != std::string::npos;

@@ -26,9 +26,6 @@ std::optional<netrc_entry> find_in_netrc(std::string_view text, std::string_view
 /// The user's home folder, in place of a "~" that `path` begins with.
 std::filesystem::path expand_home(const std::string& path);
 
-/// The content of a local file. Throws the local file layer's errors.
-std::string read_file(const std::filesystem::path& file);
-
 /// The first line of a local file, without its end.
 std::string first_line(const std::filesystem::path& file);
 

@@ -6,6 +6,7 @@
 #include "password.hpp"
 #include "run_batch.hpp"
 
+#include <zorbel/io/common/file/FileSystem.hpp>
 #include <zorbel/io/ftp/core/logger.hpp>
 
 #include <CLI/App.hpp>
@@ -21,6 +22,8 @@
 #include <unistd.h>
 
 namespace qrftp::cli {
+
+using zorbel::io::common::file::read_whole_file;
 
 namespace {
 
@@ -254,7 +257,7 @@ int run_sync(command_line& given)
 int run_shell(command_line& given)
 {
     const bool file = !given.batch.empty() && given.batch != "-";
-    std::istringstream lines(file ? read_file(given.batch) : "");
+    std::istringstream lines(file ? read_whole_file(given.batch) : "");
     int status = success;
     with_urls(given, given.words, [&](session& remote, const words& paths) {
         if (!paths.front().empty()) {
@@ -268,15 +271,15 @@ int run_shell(command_line& given)
 
 void add_transfers(CLI::App& app, command_line& given)
 {
-    constexpr int any = CLI::detail::expected_max_vector_size;
+    constexpr int any_number = CLI::detail::expected_max_vector_size;
     CLI::App& fetch = add(app, given, "get", "Fetch files and folders", [&] { return run_get(given); });
     fetch.add_option("URL... [LOCAL]", given.words, "Remote paths; local file or folder, else here")
         ->required()
-        ->expected(1, any);
+        ->expected(1, any_number);
     CLI::App& send = add(app, given, "put", "Send files and folders", [&] { return run_put(given); });
     send.add_option("LOCAL... URL", given.words, "Local paths; remote file, or folder to put them in")
         ->required()
-        ->expected(2, any);
+        ->expected(2, any_number);
     for (CLI::App* command : {&fetch, &send}) {
         add_transfer_options(*command, given);
         command->add_flag("-r,--recursive", given.recursive, "Folders, too, with all that is in them");

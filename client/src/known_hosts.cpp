@@ -1,8 +1,9 @@
 #include <qrftp/known_hosts.hpp>
 
-#include <fl/i18n/errors.hpp>
-#include <fl/i18n/ustring_to_utf8.hpp>
+#include "local_file.hpp"
+
 #include <foundation/core/except/Exception.hpp>
+#include <zorbel/io/common/file/FileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
 #include <openssl/evp.h>
@@ -10,9 +11,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstddef>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -23,6 +22,7 @@ namespace {
 
 using foundation::core::except::raise;
 namespace errors = ZORBEL::io::common::file;
+namespace files = zorbel::io::common::file;
 namespace fs = std::filesystem;
 
 constexpr std::string_view blanks = " \t";
@@ -64,20 +64,6 @@ std::string from_base64(std::string_view text)
     data.resize(data.size() - static_cast<std::size_t>(std::count(text.end() - 2, text.end(), '=')));
     // OpenSSL takes blanks around the text, "=" inside it and stray bits at its end.
     return to_base64(data) == text ? data : std::string();
-}
-
-/// The key type that a blob begins with, empty when it does not.
-std::string_view type_in(std::string_view blob)
-{
-    constexpr std::size_t prefix = 4;
-    if (blob.size() < prefix) {
-        return {};
-    }
-    std::size_t length = 0;
-    for (const char c : blob.substr(0, prefix)) {
-        length = length << 8U | static_cast<unsigned char>(c);
-    }
-    return length <= blob.size() - prefix ? blob.substr(prefix, length) : std::string_view();
 }
 
 /// The names of RSA signatures stand for the one type of RSA keys.
@@ -141,60 +127,6 @@ bool hash_matches(std::string_view hashed, std::string_view host)
     return hashed.substr(bar + 1) == to_base64(hash);
 }
 
-fl::ustring shown(const fs::path& file)
-{
-    const std::u8string name = file.u8string();
-    try {
-        return fl::i18n::utf8_to_ustring({reinterpret_cast<const char*>(name.data()), name.size()});
-    } catch (const ZORBEL::fl::i18n::InvalidText&) {
-        fl::ustring result;
-        for (const char8_t c : name) {
-            result += c < 0x80 ? static_cast<char16_t>(c) : u'\uFFFD';
-        }
-        return result;
-    }
-}
-
-[[noreturn]] void raise_error(const fs::path& file, const std::error_code& code)
-{
-    if (code == std::errc::permission_denied || code == std::errc::operation_not_permitted ||
-        code == std::errc::read_only_file_system) {
-        raise<errors::PermissionDenied>(shown(file));
-    }
-    bool full = code == std::errc::no_space_on_device;
-#ifdef EDQUOT
-    full = full || code == std::error_code(EDQUOT, std::generic_category());
-#endif
-    if (full) {
-        raise<errors::DiskFull>(shown(file));
-    }
-    raise<errors::FileError>(shown(file), code.message());
-}
-
-void check(const fs::path& file, const std::error_code& code)
-{
-    if (code) {
-        raise_error(file, code);
-    }
-}
-
-/// What went wrong last in a stream. Streams do not promise to set `errno`, so there is an error without it.
-std::error_code last_error()
-{
-    return {errno != 0 ? errno : EIO, std::generic_category()};
-}
-
-void refuse_odd_names(const fs::path& file)
-{
-    if (file.native().find(fs::path::value_type{}) != fs::path::string_type::npos) {
-        raise<errors::FileError>(shown(file), "its name holds a NUL character");
-    }
-    std::error_code ignored;
-    if (fs::is_directory(file, ignored)) {
-        raise_error(file, std::make_error_code(std::errc::is_a_directory));
-    }
-}
-
 void make_folder_of(const fs::path& file)
 {
     const fs::path folder = file.parent_path();
@@ -204,10 +136,11 @@ void make_folder_of(const fs::path& file)
     }
     error.clear();
     const bool made = fs::create_directories(folder, error);
-    check(folder, error);
-    if (made) {
+    if (!error && made) {
         fs::permissions(folder, fs::perms::owner_all, error);
-        check(folder, error);
+    }
+    if (error) {
+        raise_folder_error(folder, error);
     }
 }
 
@@ -219,37 +152,47 @@ bool is_cut_off(const fs::path& file)
     if (error || size == 0) {
         return false;
     }
-    std::ifstream in(file, std::ios::binary);
-    in.seekg(-1, std::ios::end);
-    return in.get() != '\n';
+    try {
+        const auto stream = files::file_system()->open(file, files::OpenMode::read);
+        char last = 0;
+        stream->seek(size - 1);
+        stream->read(&last, 1);
+        return last != '\n';
+    } catch (const errors::PermissionDenied&) {
+        return true;
+    }
 }
 
+/// One write for the text, so that those of two processes do not mix.
 void append_text(const fs::path& file, const std::string& text)
 {
     std::error_code error;
     const bool is_new = !fs::exists(file, error);
-    std::ofstream out;
-    out.rdbuf()->pubsetbuf(nullptr, 0); // One write for the text, so that those of two processes do not mix.
-    errno = 0;
-    out.open(file, std::ios::binary | std::ios::app);
-    if (!out.is_open()) {
-        raise_error(file, last_error());
-    }
+    const auto stream = files::file_system()->open(file, files::OpenMode::append);
     if (is_new) {
         fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write, error);
-        check(file, error);
+        if (error) {
+            files::raise_file_error(file, error);
+        }
     }
-    errno = 0;
-    if (!out.write(text.data(), static_cast<std::streamsize>(text.size())).flush()) {
-        raise_error(file, last_error());
-    }
-    out.close();
-    if (!out) {
-        raise_error(file, last_error());
-    }
+    write_all(*stream, file, text);
+    stream->close();
 }
 
 } // namespace
+
+std::string_view type_of_key(std::string_view blob)
+{
+    constexpr std::size_t prefix = 4;
+    if (blob.size() < prefix) {
+        return {};
+    }
+    std::size_t length = 0;
+    for (const char c : blob.substr(0, prefix)) {
+        length = length << 8U | static_cast<unsigned char>(c);
+    }
+    return length <= blob.size() - prefix ? blob.substr(prefix, length) : std::string_view();
+}
 
 std::string host_key::fingerprint() const
 {
@@ -294,7 +237,7 @@ known_hosts::known_hosts(std::string_view text)
         }
         const std::string_view type = key_type(take(rest, blanks));
         std::string blob = from_base64(take(rest, blanks));
-        if (!type.empty() && type == type_in(blob)) {
+        if (!type.empty() && type == type_of_key(blob)) {
             lines_.push_back({revoked, std::string(hosts), std::string(type), std::move(blob)});
         }
     }
@@ -302,26 +245,11 @@ known_hosts::known_hosts(std::string_view text)
 
 known_hosts known_hosts::read(const fs::path& file)
 {
-    refuse_odd_names(file);
-    errno = 0;
-    std::ifstream in(file, std::ios::binary);
-    if (!in.is_open()) {
-        const std::error_code error = last_error();
-        if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
-            return {};
-        }
-        raise_error(file, error);
+    try {
+        return known_hosts(files::read_whole_file(file));
+    } catch (const errors::NoSuchFile&) {
+        return {};
     }
-    std::string text;
-    std::array<char, 65536> buffer = {};
-    while (in) {
-        in.read(buffer.data(), buffer.size());
-        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
-    }
-    if (in.bad()) {
-        raise_error(file, last_error());
-    }
-    return known_hosts(text);
 }
 
 host_key_match known_hosts::match(const host_key& key) const
@@ -361,12 +289,14 @@ std::vector<host_key> known_hosts::keys_of(std::string_view host) const
 
 void known_hosts::append(const fs::path& file, const host_key& key)
 {
-    refuse_odd_names(file);
+    if (file.empty()) {
+        raise<errors::FileError>(fl::ustring(), "it has no name");
+    }
     // Names from outside must not become a pattern, a second line or a line about something else.
     const std::vector<host_key> meant = {{lower(key.host), std::string(key_type(key.type)), key.blob}};
     if (key.host.find_first_of("*?") != std::string::npos ||
         known_hosts(key.line()).keys_of(key.host) != meant) {
-        raise<errors::FileError>(shown(file), "no line of a known-hosts file can hold this key");
+        raise<errors::FileError>(files::display_path(file), "no line of a known-hosts file can hold this key");
     }
     make_folder_of(file);
     append_text(file, (is_cut_off(file) ? "\n" : "") + key.line() + '\n');

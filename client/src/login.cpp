@@ -44,17 +44,6 @@ fs::path default_known_hosts()
     return home == nullptr ? fs::path() : fs::path(home) / ".ssh" / "known_hosts";
 }
 
-/// The name of a key's type, with which its encoding begins (RFC 4253, 6.6).
-std::string key_type(std::string_view blob)
-{
-    constexpr std::size_t length_bytes = 4;
-    std::size_t length = 0;
-    for (const char byte : blob.substr(0, length_bytes)) {
-        length = length << 8U | static_cast<unsigned char>(byte);
-    }
-    return std::string(blob.substr(std::min(length_bytes, blob.size()), length));
-}
-
 bool is_rsa_key(const fs::path& private_key)
 {
     fs::path public_key = private_key;
@@ -253,7 +242,8 @@ int login::host_key_callback(void* self, int /*type*/, const char* blob, std::si
     auto& mine = *static_cast<login*>(self);
     try {
         const std::string bytes(blob, size);
-        mine.check({known_hosts_name(mine.location_.host, mine.location_.port), key_type(bytes), bytes});
+        mine.check({known_hosts_name(mine.location_.host, mine.location_.port), std::string(type_of_key(bytes)),
+                    bytes});
         return CURLKHMATCH_OK;
     } catch (...) {
         mine.refusal_ = std::current_exception();

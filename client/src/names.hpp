@@ -20,6 +20,9 @@ std::string last(const std::string& path);
 /// `name` below the absolute `folder`.
 std::string join(const std::string& folder, const std::string& name);
 
+/// Deeper folders than any file system has them are a server's joke.
+inline constexpr int deepest = 256;
+
 /// A name that nothing else has, for a file on its way.
 std::string temporary();
 

@@ -15,9 +15,6 @@ using foundation::core::except::raise;
 
 namespace {
 
-/// Deeper folders than any file system has them are a server's joke.
-constexpr int deepest = 256;
-
 void require(const refusal& refused, remote& server, const std::string& path, expected what)
 {
     if (refused) {
@@ -65,7 +62,7 @@ void make_with_parents(remote& server, const std::string& path)
 
 void remove_with_content(remote& server, const std::string& path, int depth)
 {
-    if (depth > deepest) {
+    if (depth > names::deepest) {
         raise<error::Refused>(path, answer{.words = "its folders lie too deep"});
     }
     for (const entry& found : list_all(server, path).entries) {

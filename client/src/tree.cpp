@@ -207,7 +207,7 @@ private:
             return;
         }
         const auto& time = from_.nodes.at(action.path).modified;
-        const bool exact = time && time->utc && time->precision == time_precision::second;
+        const bool exact = time && is_exact(*time);
         how.keep_time = how.keep_time && !exact;
         server.fetch(remote, local, how);
         if (how_.transfer.keep_time && exact) {

@@ -18,7 +18,6 @@ namespace {
 
 /// Symbolic links that lead to each other would be followed for ever.
 constexpr int most_links = 8;
-constexpr int deepest = 256;
 
 bool matches_any(const std::vector<std::string>& globs, const std::string& path)
 {
@@ -75,7 +74,7 @@ protected:
             }
             result_.nodes.emplace(path, found);
             if (found.kind == entry_kind::folder) {
-                if (depth == deepest) {
+                if (depth == names::deepest) {
                     raise<error::UnsafeName>(path, "its folders lie too deep");
                 }
                 enter(path, depth + 1, links);
@@ -216,11 +215,6 @@ private:
     std::string root_;
 };
 
-bool is_exact(const timestamp& time)
-{
-    return time.utc && time.precision == time_precision::second;
-}
-
 /// Whether `time` is later than `than`, one of which may be coarse; none when that cannot be told.
 std::optional<bool> is_later(const timestamp& time, const timestamp& than)
 {
@@ -285,6 +279,11 @@ void add_removals(std::vector<tree_action>& plan, const tree_scan& from, const t
 }
 
 } // namespace
+
+bool is_exact(const timestamp& time)
+{
+    return time.utc && time.precision == time_precision::second;
+}
 
 tree_scan scan_local(const fs::path& root, const tree_options& how, bool may_miss)
 {

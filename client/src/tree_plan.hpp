@@ -27,6 +27,9 @@ struct tree_scan {
     bool there = true; ///< there is such a folder
 };
 
+/// Whether `time` is known to the second, and in UTC.
+bool is_exact(const timestamp& time);
+
 /// Missing folders are empty trees when `may_miss`. Failures inside are thrown unless the options collect them.
 tree_scan scan_local(const std::filesystem::path& root, const tree_options& how, bool may_miss);
 tree_scan scan_remote(session& server, const std::string& root, const tree_options& how, bool may_miss);

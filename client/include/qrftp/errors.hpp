@@ -54,7 +54,8 @@ struct QRFTPCLIENT_EXPORT failure {
 
 /// The text is not the URL of an FTP or SFTP server. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidUrl);
-/// A name, user name or password holds what cannot be sent as part of one (CR, LF, NUL). Nothing was sent.
+/// A name, user name or password holds what cannot be sent as part of one: CR, LF or NUL; over FTP, the byte
+/// 255, which is Telnet's (RFC 854), and in transfers and listings any control character. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidName);
 
 /// No connection came about: unknown host, nobody listens, the proxy or the network refused.

@@ -25,6 +25,9 @@ struct host_key {
     bool operator==(const host_key&) const = default;
 };
 
+/// The type that a key's encoding begins with; empty when it does not.
+QRFTPCLIENT_EXPORT std::string_view type_of_key(std::string_view blob);
+
 /// `name` and `port` as known-hosts files write a host.
 QRFTPCLIENT_EXPORT std::string known_hosts_name(std::string_view name, std::uint16_t port);
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <system_error>
 
 namespace zorbel::io::common::file {
@@ -46,6 +47,9 @@ ZORBELHOST_EXPORT std::shared_ptr<FileSystem> exchange_file_system(std::shared_p
 
 /// The one in place.
 ZORBELHOST_EXPORT std::shared_ptr<FileSystem> file_system();
+
+/// All that the file holds, from the file system in place. Throws the errors of `errors.hpp`.
+ZORBELHOST_EXPORT std::string read_whole_file(const std::filesystem::path& path);
 
 /// Throws the error of `errors.hpp` that `reason` stands for.
 [[noreturn]] ZORBELHOST_EXPORT void raise_file_error(const std::filesystem::path& path, std::error_code reason);
