@@ -1,6 +1,7 @@
 #include "complete.hpp"
 
 #include "shell_commands.hpp"
+#include "words.hpp"
 
 #include <algorithm>
 #include <filesystem>
@@ -11,8 +12,6 @@
 namespace qrftp::cli {
 
 namespace {
-
-constexpr std::string_view blanks = " \t\r\n\v\f";
 
 /// A line up to the cursor, in words. The last one is not complete: its quotes may be open.
 struct typed_line {
@@ -35,7 +34,7 @@ typed_line take_apart(std::string_view line)
             quote = '\0';
         } else if (quote == '\0' && (letter == '\'' || letter == '"')) {
             quote = letter;
-        } else if (quote == '\0' && blanks.find(letter) != std::string_view::npos) {
+        } else if (quote == '\0' && word_blanks.find(letter) != std::string_view::npos) {
             if (found.start < place) {
                 found.words.emplace_back();
             }
@@ -52,7 +51,7 @@ std::string quoted(const std::string& word)
 {
     std::string text;
     for (const char letter : word) {
-        const bool is_special = blanks.find(letter) != std::string_view::npos || letter == '\'' ||
+        const bool is_special = word_blanks.find(letter) != std::string_view::npos || letter == '\'' ||
                                 letter == '"' || letter == '\\' ||
                                 (text.empty() && (letter == '#' || letter == '!'));
         text += is_special ? std::string{'\\', letter} : std::string(1, letter);

@@ -19,7 +19,7 @@ namespace {
 /// The terminal of the process, or standard input where that is one.
 class terminal {
 public:
-    terminal() : own_(open("/dev/tty", O_RDWR | O_CLOEXEC))
+    terminal() : own_(::open("/dev/tty", O_RDWR | O_CLOEXEC))
     {
         descriptor_ = own_ >= 0 ? own_ : isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1;
     }

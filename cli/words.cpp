@@ -8,8 +8,6 @@ namespace qrftp::cli {
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n\v\f";
-
 /// Takes the quoted text that begins at `rest`, without its quotes.
 std::string take_quoted(std::string_view& rest)
 {
@@ -31,7 +29,7 @@ std::string take_quoted(std::string_view& rest)
 std::string take_word(std::string_view& rest)
 {
     std::string word;
-    while (!rest.empty() && blanks.find(rest.front()) == std::string_view::npos) {
+    while (!rest.empty() && word_blanks.find(rest.front()) == std::string_view::npos) {
         if (rest.front() == '\'' || rest.front() == '"') {
             word += take_quoted(rest);
             continue;
@@ -55,7 +53,7 @@ std::vector<std::string> split_words(const std::string& line)
     std::vector<std::string> words;
     std::string_view rest = line;
     for (;;) {
-        const auto start = rest.find_first_not_of(blanks);
+        const auto start = rest.find_first_not_of(word_blanks);
         if (start == std::string_view::npos || rest[start] == '#') {
             return words;
         }

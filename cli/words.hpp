@@ -1,9 +1,13 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qrftp::cli {
+
+/// What parts words.
+inline constexpr std::string_view word_blanks = " \t\r\n\v\f";
 
 /// The words of a command line, as sh(1) splits one: blanks part words; single quotes keep everything, double
 /// quotes everything but a backslash before a quote or a backslash; a backslash outside quotes keeps the next
