@@ -8,6 +8,7 @@ declare -A package_list=(
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
+    [fuzz]="clang-16 libclang-rt-16-dev"
     [docs]="doxygen"
     [bench]="libbenchmark-dev time openssh-server curl lftp"
 )
