@@ -62,7 +62,7 @@ std::size_t call::take_body(char* data, std::size_t size, std::size_t count, voi
 {
     auto& self = *static_cast<call*>(user);
     const bool taken = self.guard([&] {
-        self.moved_ += size * count;
+        self.count(size * count);
         if (self.wanted_.take) {
             self.wanted_.take({data, size * count});
         }
@@ -80,7 +80,7 @@ std::size_t call::give_body(char* buffer, std::size_t size, std::size_t count, v
         const std::uint64_t left = self.wanted_.source->size - self.position_;
         given = self.wanted_.source->read(buffer, std::min<std::uint64_t>(size * count, left));
         self.position_ += given;
-        self.moved_ += given;
+        self.count(given);
         self.hold_back();
     });
     return read ? given : CURL_READFUNC_ABORT;
@@ -142,6 +142,15 @@ void call::keep_awake()
         pause_ = std::min(pause_ * 2, longest);
         look_again();
     }
+}
+
+/// The time that the connection and the server took before the first byte is no part of the rate.
+void call::count(std::uint64_t bytes)
+{
+    if (moved_ == 0) {
+        began_ = clock::now();
+    }
+    moved_ += bytes;
 }
 
 /// libcurl's own limit lets bursts of many buffers through.

@@ -45,6 +45,7 @@ private:
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
+    void count(std::uint64_t bytes);
     void hold_back();
     void report_progress(std::uint64_t done);
     void tell(std::uint64_t bytes) const;
