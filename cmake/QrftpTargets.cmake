@@ -5,6 +5,8 @@ if(QRFTP_CCACHE AND PROJECT_IS_TOP_LEVEL)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${QRFTP_CCACHE})
 endif()
 
+include(cmake/QrftpHardening.cmake)
+
 function(qrftp_target target)
     target_compile_features(${target} PUBLIC cxx_std_20)
     set_target_properties(${target} PROPERTIES
@@ -19,6 +21,7 @@ function(qrftp_target target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_FLAGS MATCHES "-fsanitize=")
         target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
     endif()
+    qrftp_harden(${target})
 endfunction()
 
 # qrftp_library(TARGET INCLUDE DIR EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header,
