@@ -101,7 +101,29 @@ int call::report(void* user, curl_off_t total, curl_off_t got, curl_off_t /*to_s
     auto& self = *static_cast<call*>(user);
     const auto done = static_cast<std::uint64_t>(self.wanted_.source != nullptr ? sent : got);
     self.total_ = static_cast<std::uint64_t>(total);
-    return self.guard([&] { self.report_progress(done); }) ? 0 : 1;
+    const bool goes_on = self.guard([&] {
+        self.look_for_stall(done);
+        self.report_progress(done);
+    });
+    return goes_on ? 0 : 1;
+}
+
+/// libcurl's own limit holds while a body is under way; over SFTP, the requests before it have none. libcurl
+/// looks every second at least: longer gaps are a question to the user, or a process that was stopped.
+void call::look_for_stall(std::uint64_t done)
+{
+    constexpr clock::duration longest_gap = std::chrono::seconds(2);
+    const auto now = clock::now();
+    const std::uint64_t heard = done + moved_ + header_.size();
+    silence_ = heard == heard_ ? silence_ + std::min(now - looked_at_, longest_gap) : clock::duration(0);
+    heard_ = heard;
+    looked_at_ = now;
+    long connected = 0;
+    curl_easy_getinfo(handle_, CURLINFO_NUM_CONNECTS, &connected);
+    const auto opening = connected > 0 ? how_.connect_timeout : std::chrono::milliseconds(0);
+    if (how_.stall_timeout.count() > 0 && silence_ > how_.stall_timeout + opening) {
+        raise<error::Stalled>(wanted_.about, answer{.words = "the server does not answer"});
+    }
 }
 
 void call::report_end() const

@@ -45,6 +45,7 @@ private:
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
+    void look_for_stall(std::uint64_t done);
     void count(std::uint64_t bytes);
     void hold_back();
     void report_progress(std::uint64_t done);
@@ -61,6 +62,9 @@ private:
     std::exception_ptr thrown_;
     clock::time_point began_ = clock::now();
     clock::time_point reported_{};
+    std::uint64_t heard_ = 0;   ///< bytes of any kind, as far as libcurl tells
+    clock::duration silence_{}; ///< since that changed
+    clock::time_point looked_at_ = began_;
     microseconds pause_{}; ///< between two looks at the control connection; 0 while libcurl looks by itself
 };
 

@@ -5,19 +5,23 @@
 #include "names.hpp"
 
 #include <foundation/core/except/Exception.hpp>
+#include <foundation/net/peer_closed.hpp>
 #include <zorbel/io/ftp/core/navigation.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
 
+#include <openssl/x509_vfy.h>
+
 #include <algorithm>
 #include <array>
+#include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace qrftp {
 
 namespace core = zorbel::io::ftp::core;
 using core::scoped_request;
-using core::set_option;
 using foundation::core::except::raise;
 
 namespace {
@@ -49,6 +53,14 @@ bool ssh_is_lost(const outcome& result)
            result.words.find("ssh error") != std::string::npos;
 }
 
+/// SFTP: whatever fails once the connection is lost, libcurl words as the refusal before it, if there was one.
+bool is_closed(const core::curl_ptr& connection)
+{
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    curl_easy_getinfo(connection.get(), CURLINFO_ACTIVESOCKET, &socket);
+    return socket != CURL_SOCKET_BAD && foundation::net::peer_closed(socket);
+}
+
 /// FTP: the server's own refusal, which libcurl reports as something else: an upload that the server would not
 /// go on with, as a connection that broke; and a transfer over TLS that it did not even begin, as a bad answer
 /// to PASV, which libcurl 7.88 sends when the handshake of the data connection fails.
@@ -60,6 +72,27 @@ bool is_disguised_refusal(const request& wanted, const outcome& result)
     const bool refused = reply >= failed && std::find(network.begin(), network.end(), reply) == network.end();
     return refused && (result.code == CURLE_FTP_WEIRD_PASV_REPLY ||
                        (result.code == CURLE_PARTIAL_FILE && wanted.source != nullptr));
+}
+
+/// Encryption that failed, and libcurl reports something else: a certificate with a wrong signature, as any
+/// handshake that fails; more in the clear than the answer to AUTH, as a weird reply; and the handshake of a
+/// data connection, as a bad answer to PASV (see above). `verified` is about the last handshake.
+void tell_encryption(outcome& result, long verified)
+{
+    constexpr long goes_ahead = 234; // RFC 2228, 5.1
+    const auto says = [&](const char* part) { return result.words.find(part) != std::string::npos; };
+    if (result.code == CURLE_SSL_CONNECT_ERROR && says(" routines:") && !says("SSL routines:")) {
+        result.code = CURLE_PEER_FAILED_VERIFICATION;
+        result.words = "its signature is wrong; " + result.words;
+    } else if (result.code == CURLE_WEIRD_SERVER_REPLY && result.reply().code == goes_ahead) {
+        result.code = CURLE_USE_SSL_FAILED;
+        result.words = "replies came before the encryption, perhaps from somebody in between";
+    } else if (result.code == CURLE_FTP_WEIRD_PASV_REPLY && verified != X509_V_OK) {
+        const bool known = verified != X509_V_ERR_UNSPECIFIED;
+        result.code = known ? CURLE_PEER_FAILED_VERIFICATION : CURLE_USE_SSL_FAILED;
+        result.words = std::string("data connection: ") +
+                       (known ? X509_verify_cert_error_string(verified) : "the handshake failed");
+    }
 }
 
 /// The connection broke, in one way or another.
@@ -93,6 +126,9 @@ std::optional<core::slist> command_list(const std::vector<std::string>& commands
     std::optional<core::slist> list;
     for (const std::string& command : commands) {
         list ? (void)list->append(command) : (void)list.emplace(command);
+        if (list->get() == nullptr) {
+            throw std::bad_alloc(); // A request without its commands would seem to have carried them out.
+        }
     }
     return list;
 }
@@ -156,7 +192,11 @@ void engine::log_in()
 
 std::string engine::url_of(const std::string& path)
 {
-    return core::make_absolute_url(connection_, location_.server(), path, false);
+    try {
+        return core::make_absolute_url(connection_, location_.server(), path, false);
+    } catch (const std::logic_error&) {
+        throw std::bad_alloc(); // what the core means by it: libcurl has no memory for the escaped name
+    }
 }
 
 outcome engine::perform(const request& wanted, call& under_way)
@@ -168,7 +208,7 @@ outcome engine::perform(const request& wanted, call& under_way)
     outcome result;
     {
         scoped_request options(connection_);
-        set_option(connection_, CURLOPT_URL, url_of(wanted.path).c_str());
+        set_text(connection_, CURLOPT_URL, url_of(wanted.path));
         options.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr)
             .setopt(CURLOPT_HEADERFUNCTION, &call::take_header, nullptr)
             .setopt(CURLOPT_HEADERDATA, &under_way, nullptr)
@@ -180,12 +220,15 @@ outcome engine::perform(const request& wanted, call& under_way)
             .setopt(CURLOPT_NOBODY, body || wanted.source != nullptr ? 0L : 1L, 0L)
             .setopt(CURLOPT_QUOTE, get(before), nullptr)
             .setopt(CURLOPT_POSTQUOTE, get(after), nullptr)
-            .setopt(CURLOPT_CUSTOMREQUEST, wanted.method, nullptr)
+            .setopt(CURLOPT_CUSTOMREQUEST, nullptr, nullptr)
             .setopt(CURLOPT_FTP_FILEMETHOD, wanted.enters ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD,
                     CURLFTPMETHOD_NOCWD)
             .setopt(CURLOPT_FILETIME, wanted.names_time ? 1L : 0L, 0L)
             .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
             .setopt(CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L, 0L);
+        if (wanted.method != nullptr) {
+            set_text(connection_, CURLOPT_CUSTOMREQUEST, wanted.method);
+        }
         if (wanted.rate_limit > 0) {
             // What one call moves is held back as a whole.
             options.setopt(CURLOPT_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.receive_buffer)
@@ -201,8 +244,8 @@ outcome engine::perform(const request& wanted, call& under_way)
         }
         result.code = connection_.perform();
     }
-    result.replies = parse_replies(under_way.header());
     out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE;
+    result.replies = parse_replies(under_way.header());
     if (is_disguised_refusal(wanted, result)) {
         result.code = wanted.source != nullptr ? CURLE_UPLOAD_FAILED : CURLE_FTP_COULDNT_RETR_FILE;
     }
@@ -210,6 +253,9 @@ outcome engine::perform(const request& wanted, call& under_way)
     if (result.words.empty() && result.code != CURLE_OK) {
         result.words = curl_easy_strerror(static_cast<CURLcode>(result.code));
     }
+    long verified = X509_V_OK;
+    curl_easy_getinfo(connection_.get(), CURLINFO_SSL_VERIFYRESULT, &verified);
+    tell_encryption(result, verified);
     if (!under_way.tls().empty()) {
         info_.tls = under_way.tls();
     }
@@ -222,6 +268,12 @@ outcome engine::perform(const request& wanted, call& under_way)
     }
     if (time >= 0) {
         result.time = time;
+    }
+    // libcurl takes a size that it was not told for a file that has none.
+    const bool no_size = result.done() && wanted.commands.empty() && !body && !wanted.source && !result.length;
+    if (location_.sftp && (no_size || is_refusal(result)) && is_closed(connection_)) {
+        result.code = CURLE_SSH;
+        result.words = "the connection was lost";
     }
     return result;
 }
@@ -274,15 +326,23 @@ void engine::fail(const request& wanted, const outcome& result) const
         if (login_->host_key_refusal()) {
             std::rethrow_exception(login_->host_key_refusal());
         }
+        said.words = result.words; // whatever the server replied
         raise<error::CertificateRefused>(server, said);
     case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:
         raise<error::NoEncryption>(server, said);
+    case CURLE_FAILED_INIT:
+        if (!login_->asked_for().empty() && said.words.find("exchange encryption keys") != std::string::npos) {
+            raise<error::HostKeyChanged>(known_hosts_name(location_.host, location_.port),
+                                         "it shows no " + login_->asked_for() +
+                                             " key, the type that the known-hosts file has of it",
+                                         said);
+        }
+        raise<error::NoConnection>(server, said);
     case CURLE_COULDNT_RESOLVE_PROXY:
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_CONNECT:
-    case CURLE_FAILED_INIT:
     case CURLE_PROXY:
         raise<error::NoConnection>(server, said);
     case CURLE_URL_MALFORMAT:

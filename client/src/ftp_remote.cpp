@@ -86,8 +86,7 @@ public:
     {
         const auto folder_path = path.ends_with('/') ? path : path + '/';
         request wanted{.about = path, .path = folder_path, .method = has_mlst_ ? "MLSD" : "LIST"};
-        wanted.take = [&](std::string_view bytes) { parser.feed(bytes); };
-        wanted.restart = restart;
+        feed_listing(wanted, parser, restart);
         // LIST may take a name for a pattern or for several, and list a file as if it were a folder's content.
         wanted.enters = !has_mlst_;
         const outcome result = run(wanted);

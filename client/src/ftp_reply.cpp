@@ -12,11 +12,15 @@ std::vector<ftp_reply> parse_replies(const std::string& text)
     constexpr std::size_t code_length = 3;
     std::vector<ftp_reply> replies;
     bool open = false; // in a reply of several lines
-    for (std::string_view line : zorbel::io::ftp::core::split_string(text, "\n")) {
+    auto lines = zorbel::io::ftp::core::split_string(text, "\n");
+    if (lines.back().empty()) {
+        lines.pop_back(); // A final line end begins no line.
+    }
+    for (std::string_view line : lines) {
         if (line.ends_with('\r')) {
             line.remove_suffix(1);
         }
-        long code = 0;
+        unsigned code = 0; // takes no sign
         const bool coded =
             line.size() >= code_length &&
             std::from_chars(line.data(), line.data() + code_length, code).ptr == line.data() + code_length;

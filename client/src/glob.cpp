@@ -67,11 +67,13 @@ struct retry {
 
 bool glob_match(std::string_view pattern, std::string_view path)
 {
+    const std::string_view all = pattern;
     retry star;
     retry double_star;
     for (;;) {
         if (pattern.starts_with("**")) {
-            const bool whole = pattern.starts_with("**/");
+            const std::string_view before = all.substr(0, all.size() - pattern.size());
+            const bool whole = pattern.starts_with("**/") && (before.empty() || before.ends_with('/'));
             pattern.remove_prefix(whole ? 3 : 2);
             double_star = {pattern, path, whole ? retry::kind::whole_segments : retry::kind::anywhere, true};
             star.set = false;

@@ -71,6 +71,12 @@ void listing_parser::feed(std::string_view bytes)
     }
 }
 
+void listing_parser::restart()
+{
+    rest_.clear();
+    passing_over_ = false;
+}
+
 void listing_parser::finish()
 {
     take_part({}, true);

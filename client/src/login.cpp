@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <new>
 #include <string>
 
 namespace qrftp {
@@ -70,6 +71,14 @@ long milliseconds(std::chrono::milliseconds time)
 
 } // namespace
 
+void set_text(core::curl_ptr& connection, CURLoption option, const std::string& text)
+{
+    connection.throw_if_null();
+    if (curl_easy_setopt(connection.get(), option, text.c_str()) == CURLE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
+
 login::login(const url& location, const options& how)
     : location_(location), how_(how),
       known_hosts_(how.known_hosts_file.empty() ? default_known_hosts() : how.known_hosts_file)
@@ -92,7 +101,7 @@ login::~login()
 
 void login::set_up(core::curl_ptr& connection)
 {
-    set_option(connection, CURLOPT_PROTOCOLS_STR, "ftp,sftp");
+    set_text(connection, CURLOPT_PROTOCOLS_STR, "ftp,sftp");
     set_option(connection, CURLOPT_NOSIGNAL, 1L);
     // libcurl keeps an entry for every port that it has connected to, and walks through them all on each
     // request.
@@ -102,14 +111,14 @@ void login::set_up(core::curl_ptr& connection)
     set_option(connection, CURLOPT_PATH_AS_IS, 1L);
     set_option(connection, CURLOPT_BUFFERSIZE, how_.receive_buffer);
     set_option(connection, CURLOPT_UPLOAD_BUFFERSIZE, how_.send_buffer);
-    set_option(connection, CURLOPT_USERNAME, user_of(location_, how_).c_str());
-    set_option(connection, CURLOPT_PASSWORD, password_of(location_, how_).c_str());
+    set_text(connection, CURLOPT_USERNAME, user_of(location_, how_));
+    set_text(connection, CURLOPT_PASSWORD, password_of(location_, how_));
     set_option(connection, CURLOPT_PORT, static_cast<long>(location_.port));
     set_option(connection, CURLOPT_LOW_SPEED_LIMIT, 1L);
     set_option(connection, CURLOPT_LOW_SPEED_TIME, static_cast<long>(how_.stall_timeout.count()));
     core::connection_timeout(connection, milliseconds(how_.connect_timeout));
     core::transfer_timeout(connection, milliseconds(how_.total_timeout));
-    set_option(connection, CURLOPT_PROXY, ""); // not what the environment says to libcurl
+    set_text(connection, CURLOPT_PROXY, ""); // not what the environment says to libcurl
     if (how_.use_proxy) {
         core::configure_proxy(connection);
     }
@@ -129,7 +138,7 @@ void login::set_up_ftp(core::curl_ptr& connection)
     if (!how_.certificate_authorities.empty()) {
         // libcurl would call a file that it cannot read a bad certificate.
         files::file_system()->open(how_.certificate_authorities, files::OpenMode::read)->close();
-        set_option(connection, CURLOPT_CAINFO, how_.certificate_authorities.string().c_str());
+        set_text(connection, CURLOPT_CAINFO, how_.certificate_authorities.string());
         set_option(connection, CURLOPT_CAPATH, nullptr); // the system's would be trusted as well
     }
     // With TLS 1.3 libcurl 7.88 can cut the end of an upload off, unnoticed, and reuses no TLS session from the
@@ -139,7 +148,9 @@ void login::set_up_ftp(core::curl_ptr& connection)
         versions |= CURL_SSLVERSION_MAX_TLSv1_2;
     }
     set_option(connection, CURLOPT_SSLVERSION, versions);
-    set_option(connection, CURLOPT_FTPPORT, how_.active ? "-" : nullptr);
+    if (how_.active) {
+        set_text(connection, CURLOPT_FTPPORT, "-");
+    }
     set_option(connection, CURLOPT_FTP_SKIP_PASV_IP, 1L); // a server may not send its clients elsewhere
     set_option(connection, CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(how_.stall_timeout.count()));
 }
@@ -160,11 +171,11 @@ void login::set_up_sftp(core::curl_ptr& connection)
         public_key = fs::exists(beside) ? beside : fs::path();
     }
     set_option(connection, CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PUBLICKEY));
-    set_option(connection, CURLOPT_SSH_PRIVATE_KEYFILE, how_.private_key.string().c_str());
+    set_text(connection, CURLOPT_SSH_PRIVATE_KEYFILE, how_.private_key.string());
     if (!public_key.empty()) {
-        set_option(connection, CURLOPT_SSH_PUBLIC_KEYFILE, public_key.string().c_str());
+        set_text(connection, CURLOPT_SSH_PUBLIC_KEYFILE, public_key.string());
     }
-    set_option(connection, CURLOPT_KEYPASSWD, how_.pass_phrase.c_str());
+    set_text(connection, CURLOPT_KEYPASSWD, how_.pass_phrase);
 }
 
 /// A server has keys of several types and shows the one that the client asks for first. libcurl asks for the
@@ -185,12 +196,13 @@ void login::prefer_known_keys(core::curl_ptr& connection)
         return; // A server that has no other key shows it anyway.
     }
     key.host = "[" + location_.host + "]:" + std::to_string(location_.port);
+    asked_for_ = key.type;
     preferred_ = fs::temp_directory_path() / names::temporary();
     const auto file = files::file_system()->open(preferred_, files::OpenMode::create);
     const std::string line = key.line() + '\n';
     write_all(*file, preferred_, line);
     file->close();
-    set_option(connection, CURLOPT_SSH_KNOWNHOSTS, preferred_.string().c_str());
+    set_text(connection, CURLOPT_SSH_KNOWNHOSTS, preferred_.string());
 }
 
 std::string login::hint(int code) const

@@ -30,14 +30,15 @@ outcome remote::run(request wanted)
     return engine_->run(wanted);
 }
 
-void remote::clean_up(const std::function<void()>& work) noexcept
+void remote::feed_listing(request& wanted, listing_parser& parser, const std::function<void()>& restart)
 {
-    cleaning_up_ = true;
-    try {
-        work();
-    } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it is the one to report
+    wanted.take = [&parser](std::string_view bytes) { parser.feed(bytes); };
+    if (restart) {
+        wanted.restart = [&parser, &restart] {
+            parser.restart();
+            restart();
+        };
     }
-    cleaning_up_ = false;
 }
 
 refusal remote::fetch(const std::string& path, request how)

@@ -50,7 +50,16 @@ public:
     virtual refusal rename(const std::string& from, const std::string& to) = 0;
     /// Does what is to be done after a failure, although the caller may have asked for the end. What fails here
     /// is lost.
-    void clean_up(const std::function<void()>& work) noexcept;
+    template <class Work>
+    void clean_up(const Work& work) noexcept
+    {
+        cleaning_up_ = true;
+        try {
+            work();
+        } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it is the one to report
+        }
+        cleaning_up_ = false;
+    }
     virtual refusal set_modification_time(const std::string& path, std::int64_t seconds) = 0;
 
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
@@ -72,6 +81,8 @@ public:
 
 protected:
     outcome run(request wanted);
+    /// Gives the body to `parser`; both are to outlive the request.
+    static void feed_listing(request& wanted, listing_parser& parser, const std::function<void()>& restart);
 
 private:
     std::unique_ptr<engine> engine_;

@@ -71,8 +71,7 @@ public:
     refusal list(const std::string& path, listing_parser& parser, const std::function<void()>& restart) override
     {
         request wanted{.about = path, .path = path.ends_with('/') ? path : path + '/'};
-        wanted.take = [&](std::string_view bytes) { parser.feed(bytes); };
-        wanted.restart = restart;
+        feed_listing(wanted, parser, restart);
         const outcome result = run(wanted);
         parser.finish();
         return result.done() ? refusal() : result.said();

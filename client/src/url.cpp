@@ -20,8 +20,10 @@ using text = std::unique_ptr<char, decltype(&curl_free)>;
 /// The password of a URL that is shown in an error is nobody's to read, even where the text is no URL.
 std::string without_password(const std::string& whole)
 {
-    const std::size_t scheme = whole.find("://");
-    const std::size_t colon = whole.find(':', scheme == std::string::npos ? 0 : scheme + 3);
+    std::size_t colon = whole.find(':');
+    if (whole.find("://") == colon && colon != std::string::npos) {
+        colon = whole.find(':', colon + 3);
+    }
     const std::size_t at = whole.rfind('@');
     if (at == std::string::npos || colon == std::string::npos || colon > at) {
         return whole;
@@ -91,6 +93,9 @@ url url::parse(const std::string& whole)
     }
     const std::string port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT, whole);
     std::from_chars(port.data(), port.data() + port.size(), result.port);
+    if (result.port == 0) {
+        refuse("it names port 0"); // libcurl would take it for none.
+    }
     result.user = part(parsed, CURLUPART_USER, CURLU_URLDECODE, whole);
     result.password = part(parsed, CURLUPART_PASSWORD, CURLU_URLDECODE, whole);
     result.path = client_path(result.sftp, part(parsed, CURLUPART_PATH, CURLU_URLDECODE, whole));

@@ -13,12 +13,21 @@ struct FaultyFileSystem::Orders {
         std::exception_ptr failure;
     };
 
-    void obey(Call call)
+    /// Whether the call is to be made in full.
+    bool obey(Call call)
     {
-        const auto order = by_call.find(call);
-        if (order != by_call.end() && order->second.calls_left > 0 && --order->second.calls_left == 0) {
-            std::rethrow_exception(order->second.failure);
+        bool whole = true;
+        for (const Call kind : {call, Call::any}) {
+            const auto order = by_call.find(kind);
+            if (order == by_call.end() || order->second.calls_left == 0 || --order->second.calls_left > 0) {
+                continue;
+            }
+            if (order->second.failure) {
+                std::rethrow_exception(order->second.failure);
+            }
+            whole = false;
         }
+        return whole;
     }
 
     std::map<Call, Order> by_call;
@@ -27,10 +36,9 @@ struct FaultyFileSystem::Orders {
 
 class FaultyFileSystem::FaultyStream final : public Stream {
 public:
-    FaultyStream(std::shared_ptr<Stream> inner, std::shared_ptr<Orders> orders)
-        : inner_(std::move(inner)), orders_(std::move(orders))
-    {
-    }
+    explicit FaultyStream(std::shared_ptr<Orders> orders) : orders_(std::move(orders)) {}
+
+    void attach(std::shared_ptr<Stream> inner) { inner_ = std::move(inner); }
 
     long read(char* buffer, long count) override
     {
@@ -40,11 +48,15 @@ public:
 
     long write(const char* data, long count) override
     {
-        orders_->obey(Call::write);
-        return inner_->write(data, std::min(count, orders_->most_written));
+        const long most = orders_->obey(Call::write) ? count : count / 2;
+        return inner_->write(data, std::min(most, orders_->most_written));
     }
 
-    void seek(std::uint64_t position) override { inner_->seek(position); }
+    void seek(std::uint64_t position) override
+    {
+        orders_->obey(Call::seek);
+        inner_->seek(position);
+    }
 
     void close() override
     {
@@ -67,6 +79,12 @@ void FaultyFileSystem::fail(Call call, unsigned number, std::exception_ptr failu
     orders_->by_call[call] = {.calls_left = number, .failure = std::move(failure)};
 }
 
+bool FaultyFileSystem::pending(Call call) const
+{
+    const auto order = orders_->by_call.find(call);
+    return order != orders_->by_call.end() && order->second.calls_left > 0;
+}
+
 void FaultyFileSystem::shorten_writes(long most)
 {
     orders_->most_written = most;
@@ -75,7 +93,9 @@ void FaultyFileSystem::shorten_writes(long most)
 std::shared_ptr<Stream> FaultyFileSystem::open(const std::filesystem::path& path, OpenMode mode)
 {
     orders_->obey(Call::open);
-    return std::make_shared<FaultyStream>(inner_->open(path, mode), orders_);
+    auto stream = std::make_shared<FaultyStream>(orders_); // first: a file that was made is not to be lost
+    stream->attach(inner_->open(path, mode));
+    return stream;
 }
 
 std::uint64_t FaultyFileSystem::size(const std::filesystem::path& path)

@@ -34,6 +34,9 @@ public:
     /// Takes the next bytes of the listing; lines end with LF or CR LF. What the sinks throw passes through.
     void feed(std::string_view bytes);
 
+    /// Forgets the line that is not finished: the listing is sent once more, from its beginning.
+    void restart();
+
     /// Takes what was fed last as a line although it has no end. A listing that was cut off there is the
     /// caller's to notice.
     void finish();

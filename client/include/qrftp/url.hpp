@@ -20,7 +20,8 @@ struct QRFTPCLIENT_EXPORT url {
     std::string path;
 
     /// Takes `whole` apart. The ports are 21 and 22 where none is given. Throws `error::InvalidUrl` for a text
-    /// that is no URL, another scheme than ftp or sftp, no host, or a control character in any part.
+    /// that is no URL, another scheme than ftp or sftp, no host, port 0, or a control character in any
+    /// part.
     static url parse(const std::string& whole);
 
     /// The server as people write it: scheme, host, and the port where it is not the usual one.

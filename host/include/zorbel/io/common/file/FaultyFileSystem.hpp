@@ -10,13 +10,17 @@ namespace zorbel::io::common::file {
 /// One thread at a time.
 class ZORBELHOST_EXPORT FaultyFileSystem final : public FileSystem {
 public:
-    enum class Call { open, size, read, write, close };
+    enum class Call { open, size, read, write, seek, close, any };
 
     explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner);
 
-    /// The `number`th call of this kind from now, counted from 1, throws `failure` instead of being made. A
-    /// later order for the same kind replaces the earlier one; number 0 takes it back.
+    /// The `number`th call of this kind from now, counted from 1, throws `failure` instead of being made;
+    /// without a failure, a write takes half of its bytes and returns the shorter count. A later order for the
+    /// same kind replaces the earlier one; number 0 takes it back.
     void fail(Call call, unsigned number, std::exception_ptr failure);
+
+    /// Whether a call of this kind is still to be met by its order.
+    bool pending(Call call) const;
 
     /// From now on a write takes `most` bytes at most and returns the shorter count.
     void shorten_writes(long most);
