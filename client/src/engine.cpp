@@ -270,7 +270,8 @@ outcome engine::perform(const request& wanted, call& under_way)
         result.time = time;
     }
     // libcurl takes a size that it was not told for a file that has none.
-    const bool no_size = result.done() && wanted.commands.empty() && !body && !wanted.source && !result.length;
+    const bool no_size =
+        result.done() && wanted.commands.empty() && !body && wanted.source == nullptr && !result.length;
     if (location_.sftp && (no_size || is_refusal(result)) && is_closed(connection_)) {
         result.code = CURLE_SSH;
         result.words = "the connection was lost";

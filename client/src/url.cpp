@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <memory>
+#include <new>
 
 namespace qrftp {
 
@@ -31,6 +32,14 @@ std::string without_password(const std::string& whole)
     return whole.substr(0, colon) + ":****" + whole.substr(at);
 }
 
+/// A part that libcurl had no memory for is not one that is not there.
+void check_memory(CURLUcode code)
+{
+    if (code == CURLUE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
+
 std::string part(const handle& parsed, CURLUPart which, unsigned flags, const std::string& whole)
 {
     char* found = nullptr;
@@ -38,6 +47,7 @@ std::string part(const handle& parsed, CURLUPart which, unsigned flags, const st
     if (code == CURLUE_URLDECODE) {
         raise<error::InvalidUrl>(without_password(whole), "it holds a control character");
     }
+    check_memory(code);
     const text owner(found, &curl_free);
     return code == CURLUE_OK ? owner.get() : "";
 }
@@ -59,6 +69,9 @@ std::string client_path(bool sftp, const std::string& path)
 url url::parse(const std::string& whole)
 {
     const handle parsed(curl_url(), &curl_url_cleanup);
+    if (parsed == nullptr) {
+        throw std::bad_alloc();
+    }
     const auto refuse = [&](const std::string& reason) {
         raise<error::InvalidUrl>(without_password(whole), reason);
     };
@@ -72,6 +85,7 @@ url url::parse(const std::string& whole)
     boost::algorithm::replace_all(plain, " ", "%20");
     const CURLUcode code =
         curl_url_set(parsed.get(), CURLUPART_URL, plain.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS);
+    check_memory(code);
     if (code != CURLUE_OK) {
         refuse(curl_url_strerror(code));
     }

@@ -2,8 +2,7 @@
 # folder of its own, which is also the working folder; all ends with the shell. A missing server is a skip, but not in CI.
 set -euo pipefail
 qrftp=$(readlink -f "$1")
-servers=$(dirname "${BASH_SOURCE[0]}")/../../packaging/servers.sh
-servers=$(readlink -f "$servers")
+servers=$(readlink -f "$(dirname "${BASH_SOURCE[0]}")/../../packaging/servers.sh")
 work=$(mktemp -d)
 chmod 711 "$work"
 trap '"$servers" stop "$work/servers" || true; rm -rf "$work"' EXIT
@@ -16,10 +15,7 @@ ftp=ftp://$USER@127.0.0.1:$FTP_PORT
 sftp=sftp://$USER@127.0.0.1:$SFTP_PORT
 options=(--tls none --known-hosts "$KNOWN_HOSTS")
 
-fail() {
-    echo "failed: $*" >&2
-    exit 1
-}
+fail() { echo "failed: $*" >&2 && exit 1; }
 
 ends() { # STATUS ARGUMENT…: with the options; leaves $work/output and $work/errors
     local status=0

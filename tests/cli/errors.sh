@@ -17,7 +17,6 @@ wrong 2 '*not a URL*' mv "$ftp/there" "$ftp/new"
 wrong 2 '*taken for something else*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
 wrong 3 '*No connection*' ls ftp://127.0.0.1:1/
 for trust in "--cacert $OTHER_CA_FILE" "--tls strict" "--tls opportunistic"; do wrong 9 '*certificate*' ls "$ftp/" $trust; done
-wrong 9 '*not known*' ls "$sftp/" --host-key strict
 for check in strict accept-new; do wrong 9 '*not the one*' ls "$sftp/" --host-key $check --known-hosts "$work/changed"; done
 for url in "$ftp" "$sftp/~"; do
     options=(--tls none --known-hosts "$KNOWN_HOSTS")

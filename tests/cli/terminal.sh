@@ -23,7 +23,6 @@ list=("$qrftp" ls "$ftp/" --tls none)
 echo 1 >"$HOME_DIR/here" && chmod 644 "$HOME_DIR/here"
 at_terminal 0 'assword.*: $' "$PASSWORD"$'\r' env -u QRFTP_PASSWORD "${list[@]}"
 grep -q here "$work/seen" && ! grep -q "$PASSWORD" "$work/seen" || fail "$(<"$work/seen")"
-at_terminal 4 'assword.*: $' $'wrong\r' env -u QRFTP_PASSWORD "${list[@]}"
 at_terminal 130 'assword.*: $' $'\003' env -u QRFTP_PASSWORD "${list[@]}"
 list=("$qrftp" ls "$sftp/~" --known-hosts "$work/known")
 at_terminal 9 'SHA256:.*N] $' $'\r' "${list[@]}"

@@ -30,14 +30,17 @@ struct protocol {
 const protocol protocols[] = {{"ftp", "ftp", "FTP_PORT", "USER", tls_mode::none}, {"ftps", "ftp", "FTP_PORT", "USER", tls_mode::strict},
     {"sftp", "sftp", "SFTP_PORT", "USER", tls_mode::strict}, {"openssh", "sftp", "SSHD_PORT", "SSHD_USER", tls_mode::strict}};
 
+std::string said; // by the last call's error
+
 /// What comes of a call: its value, or its error as the type and what it is about.
 std::string outcome_of(const std::function<std::string()>& call)
 try {
+    said.clear();
     return call();
 } catch (const std::exception& thrown) {
     const auto& error = dynamic_cast<const foundation::core::except::IMsgIDException&>(thrown);
-    EXPECT_TRUE(!boost::contains(thrown.what(), error.identifier()) && boost::contains(thrown.what(), " "))
-        << "no sentence: " << thrown.what();
+    said = thrown.what();
+    EXPECT_TRUE(!boost::contains(said, error.identifier()) && boost::contains(said, " ")) << "no sentence: " << said;
     const auto& about = error.arguments().at(0);
     const auto type =
         boost::replace_first_copy(boost::erase_first_copy(error.identifier(), "qrftp:client:"), "ZORBEL:io:common:file:", "file:");
@@ -130,6 +133,12 @@ protected:
         boost::replace_all(got, here_.string() + "/", "@"), boost::erase_all(got, there_.string() + "/"),
             boost::replace_all(got, there_.string(), ".");
         return boost::replace_all_copy(boost::replace_all_copy(got, home_.string(), "~"), url(port()), "server");
+    }
+    std::string log_in(const auto&... changes) const
+    {
+        auto all = how();
+        (changes(all), ...);
+        return outcome([&] { return session(url(port()), all), ""; });
     }
     std::string run(session& s, const strings& step) const;
     /// Takes steps, "verb argument argument > outcome", one after the other.
@@ -248,9 +257,8 @@ TEST_P(Client, TransfersKeepEveryByteAndTime)
     for (const std::size_t there : {std::size_t{0}, std::size_t{1000}, all.size(), all.size() + 1}) {
         const std::string part(there, 'x'), whole = part + all.substr(std::min(there, all.size()));
         put(here_ / "down", part), put(there_ / "up", part);
-        const bool longer = there > all.size();
-        check(s, {longer ? "send all up rest > CannotResume up" : "send all up rest",
-                     longer ? "fetch all down rest > CannotResume @down" : "fetch all down rest"});
+        const auto ends = [&](const std::string& name) { return " rest" + (there > all.size() ? " > CannotResume " + name : ""); };
+        check(s, {"send all up" + ends("up"), "fetch all down" + ends("@down")});
         EXPECT_TRUE(content(there_ / "up") == whole && content(here_ / "down") == whole) << there;
     }
     check(s, {"send all up", "fetch all down"});
@@ -349,20 +357,14 @@ TEST_P(Client, SynchronisesWhatDiffers)
 
 TEST_P(Client, LoginsAreRefusedForAReason)
 {
-    const auto log_in = [this](const auto&... changes) {
-        auto all = how();
-        (changes(all), ...);
-        return outcome([&] { return session(url(port()), all), ""; });
-    };
-    const auto authorities = [&](const std::string& file) { return log_in([&](options& all) { all.certificate_authorities = file; }); };
     const auto wrong = [this](options& all) {
         all.private_key.empty() ? void(all.password = "wrong") : void(all.private_key = servers_->path() + "/host_key");
     };
     EXPECT_EQ(log_in() + log_in(wrong), "LoginRefused server");
     EXPECT_EQ(outcome([this] { return session(url(1), how()), ""; }), "NoConnection " + url(1));
-    const std::string ca = "CertificateRefused server";
+    const auto trust = [this](const std::string& file) { return log_in([&](options& all) { all.certificate_authorities = file; }); };
     if (GetParam().name == "ftps") {
-        EXPECT_EQ(authorities((*servers_)["OTHER_CA_FILE"]) + authorities("") + authorities("/no"), ca + ca + "file:NoSuchFile /no");
+        EXPECT_EQ(trust("") + trust("/no"), "CertificateRefused serverfile:NoSuchFile /no");
     }
     if (!sftp()) return;
     const fs::path file = here_ / "new/known";
@@ -378,24 +380,42 @@ TEST_P(Client, LoginsAreRefusedForAReason)
         EXPECT_EQ((strings{log_in(known, accept), log_in(known)}), (strings{"", ""}));
         EXPECT_EQ(content(file), boost::trim_copy(there) + (there.empty() ? "" : "\n") + host + ' ' + key.substr(0, key.rfind(' ')) + '\n');
     }
+    put(file, host + ' ' + other);
+    EXPECT_EQ(log_in(known, accept), "HostKeyChanged " + host);
+    EXPECT_EQ(content(file), host + ' ' + other);
     // This libssh2 and newer servers agree on no RSA signature: the error says what to do instead.
     put(file, host + " ssh-rsa AAAAB3NzaC1yc2EAAAADAQABAAAAAQM=");
-    const auto words = [&](const auto& change) {
-        auto all = how();
-        change(all);
-        try {
-            session(url(port()), all);
-        } catch (const std::exception& error) {
-            return std::string(error.what());
-        }
-        return std::string();
-    };
-    EXPECT_THAT(words(known), HasSubstr("only an RSA key"));
+    EXPECT_THAT((log_in(known), said), HasSubstr("only an RSA key"));
     EXPECT_EQ(std::system(("ssh-keygen -q -t rsa -m PEM -N '' -f " + (here_ / "rsa").string()).c_str()), 0);
-    EXPECT_THAT(words([&](options& all) { all.private_key = here_ / "rsa"; }), HasSubstr("an Ed25519 or ECDSA key"));
-    put(file, host + ' ' + other);
-    EXPECT_EQ(log_in(known) + log_in(known, accept), "HostKeyChanged " + host + "HostKeyChanged " + host);
-    EXPECT_EQ(content(file), host + ' ' + other);
+    EXPECT_THAT((log_in([&](options& all) { all.private_key = here_ / "rsa"; }), said), HasSubstr("an Ed25519 or ECDSA key"));
+}
+
+TEST_P(Client, HostKeysThatAreNotKnownGetNoLogin)
+{
+    if (!sftp()) return;
+    const fs::path file = here_ / "known", log = servers_->path() + "/sftp.log";
+    const auto key_of = [](const std::string& text) { return text.substr(0, text.rfind(' ')); };
+    const std::string host = "[127.0.0.1]:" + std::to_string(port()) + ' ', key = key_of(content(servers_->path() + "/host_key.pub")),
+                      other = key_of(content((*servers_)["KEY_PUB"])), ecdsa = "ecdsa-sha2-nistp256 AAAAE2VjZHNhLXNoYTItbmlzdHAyNTY=",
+                      shows = "it shows ssh-ed25519 " + known_hosts("h " + key).keys_of("h").at(0).fingerprint();
+    const std::string unknown = "is not known: " + shows + ", and " + file.string() + " has none", revoked = "has been revoked: " + shows,
+                      changed = "is not the one that is known: ";
+    const std::pair<std::string, std::string> rows[] = {{host + key, ""}, {host + other + '\n' + host + key, ""}, {"", unknown},
+        {"127.0.0.1 " + key, unknown}, {host + key.substr(0, key.size() - 3), unknown}, {"@cert-authority * " + key, unknown},
+        {"@revoked * " + other, unknown}, {"@revoked " + host + key, revoked}, {"@revoked * " + key, revoked},
+        {host + key + "\n@revoked * " + key, revoked}, {host + other, changed + shows + ", and " + file.string() + " has another"},
+        {host + ecdsa, changed + "it shows no ecdsa-sha2-nistp256 key"}};
+    for (const auto& [lines, sentence] : rows)
+        for (const std::string hash : {"ssh-keygen -q -H -f ", "test -f "}) {
+            SCOPED_TRACE(hash + lines);
+            put(file, lines + '\n');
+            EXPECT_EQ(std::system((hash + file.string() + " >/dev/null 2>&1").c_str()), 0);
+            const std::size_t before = content(log).size();
+            log_in([&](options& all) { all.known_hosts_file = file; });
+            EXPECT_TRUE(boost::contains(said, sentence) && said.empty() == sentence.empty()) << said;
+            // Every login, refused or not, leaves a word in the log of this server.
+            EXPECT_EQ(boost::contains(content(log).substr(before), "userauth"), said.empty() && GetParam().name == "sftp");
+        }
 }
 
 TEST_P(Client, LostConnectionsAreOpenedAgainWhereTheyWere)
@@ -419,8 +439,7 @@ TEST_P(Client, LostConnectionsAreOpenedAgainWhereTheyWere)
             const auto cut = [&](const progress& now) { return now.bytes == 0 || drops++ > 0 || (relay.drop(), true); };
             const transfer_options how{.in_place = in_place, .rate_limit = 16 << 20, .on_progress = cut};
             EXPECT_EQ(outcome([&] { return sends ? s.send(here_ / "new", "old", how) : s.fetch("new", here_ / "old", how), ""; }), "");
-            EXPECT_TRUE(drops > 0 && relay.connections() > before) << "never cut " << sends;
-            EXPECT_TRUE(content(sends ? there_ / "d/e/old" : here_ / "old") == all);
+            EXPECT_TRUE(drops > 0 && relay.connections() > before && content(sends ? there_ / "d/e/old" : here_ / "old") == all) << sends;
         }
     fs::remove(home_ / "x");
 }

@@ -5,13 +5,11 @@
 
 #include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/log/sink.hpp>
-#include <zorbel/io/common/file/MemoryFileSystem.hpp>
-#include <zx/warning.hpp>
-
 #include <gmock/gmock.h>
-
 #include <set>
 #include <thread>
+#include <zorbel/io/common/file/MemoryFileSystem.hpp>
+#include <zx/warning.hpp>
 
 using namespace support;
 using fl::i18n::utf8_to_ustring;
@@ -33,8 +31,7 @@ std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls, con
 {
     // With TLS 1.3 libcurl 7.88 reuses no session from the second transfer on, which the server insists on.
     core::set_option(c, CURLOPT_SSLVERSION, CURL_SSLVERSION_MAX_TLSv1_2);
-    core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS,
-        10L); // libcurl 7.88 waits for it with data connections
+    core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L); // it waits for it with data connections
     return core::connect(
         c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy, s[authority], verify, verify, 1, 60);
 }
@@ -67,11 +64,7 @@ const way_in ways[] = {
     {"openssh", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
 };
 
-std::string content(const fs::path& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+std::string content(const fs::path& file) { return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}}; }
 
 /// Bytes without a pattern that a buffer's size divides.
 std::string bytes(std::size_t size)
@@ -109,10 +102,10 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
     const std::string folder = core::add_trailing_slash(way.open(c_, servers_, ""));
     EXPECT_EQ(fs::path(folder), home() / "");
     const std::string dir = folder + "new dir";
-    (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir);
+    const auto create_folder = way.sftp ? core::sftp_create_folder : core::create_folder;
+    create_folder(c_, dir);
     EXPECT_TRUE(fs::is_directory(home() / "new dir"));
-    EXPECT_EQ(
-        error_of([&] { (way.sftp ? core::sftp_create_folder : core::create_folder)(c_, dir); }), (texts{"CouldNotCreateFolder", dir}));
+    EXPECT_EQ(error_of([&] { create_folder(c_, dir); }), (texts{"CouldNotCreateFolder", dir}));
 
     core::cd(c_, core::fullurl(c_, dir, false));
     for (const auto size :
@@ -158,53 +151,41 @@ INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways), [](const aut
 
 TEST_F(Server, CertificatesAndCredentialsAreChecked)
 {
-    const auto outcome = [&](auto open) {
-        core::curl_ptr c;
-        return error_of([&] { open(c); }).front();
-    };
+    using core::curl_ptr, core::set_option;
     const auto& s = servers_;
-    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE"); }), "NoConnection");
-    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE", false); }), "nothing");
-    EXPECT_EQ(outcome([&](auto& c) { ftp(c, s, "opportunistic"); }), "nothing");
-    EXPECT_EQ(outcome([&](auto& c) { password(c, s, "", "wrong"); }), "BadLogin");
-    EXPECT_EQ(outcome([&](auto& c) { password(c, s, "/tmp", "wrong"); }), "BadLogin");
-    EXPECT_EQ(outcome([&](auto& c) { phrase(c, s, "", "wrong"); }), "BadLogin");
-    EXPECT_EQ(outcome([&](auto& c) {
-        core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str());
-        password(c, s, "");
-    }),
-        "nothing");
-    EXPECT_EQ(outcome([&](auto& c) {
-        core::set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null");
-        password(c, s, "");
-    }),
-        "NoConnection");
-    EXPECT_EQ(
-        error_of([&] { core::connect_with_password(c_, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true, true, 1, 60, false); }),
-        (texts{"NoConnectionToStartingFolder", "no-such-host.invalid", "22"}));
+    const std::pair<const char*, std::function<void(curl_ptr&)>> rows[] = {
+        {"nothing", [&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE", false); }},
+        {"nothing", [&](auto& c) { ftp(c, s, "opportunistic"); }}, {"BadLogin", [&](auto& c) { password(c, s, "/tmp", "wrong"); }},
+        {"BadLogin", [&](auto& c) { password(c, s, "", "wrong"); }}, {"BadLogin", [&](auto& c) { phrase(c, s, "", "wrong"); }},
+        {"nothing", [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str()), password(c, s, ""); }},
+        {"NoConnection", [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null"), password(c, s, ""); }},
+        {"NoConnectionToStartingFolder|no-such-host.invalid|22", [](auto& c) {
+             core::connect_with_password(c, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true, true, 1, 60, false);
+         }}};
+    for (const auto& row : rows) {
+        curl_ptr c;
+        const texts error = error_of([&] { row.second(c); });
+        EXPECT_EQ(std::string(row.first).find('|') == std::string::npos ? error.front() : joined(error), row.first) << &row - rows;
+    }
 }
 
 TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
 {
     fs::create_directory(home() / "s p");
     fs::permissions(home() / "s p", fs::perms(0777));
-    struct row {
-        std::string folder, url;
-        texts warnings;
-    };
-    const row rows[] = {{"", "/~", {}}, {"/~/", "/~", {}}, {home() / "s p", (home() / "s%20p/").string(), {}},
-        {(home() / "s p").string().substr(1), (home() / "s%20p/").string(), {}}, {"/no/such", "/", {"CouldNotDetermineHomeFolder"}}};
-    for (const auto& r : rows) {
+    const std::string path = home() / "s p", encoded = home() / "s%20p/";
+    // What is asked for; the URL and the folder that it leads to; warnings.
+    const std::tuple<std::string, std::string, std::string, texts> rows[] = {{"", "/~", home(), {}}, {"/~/", "/~", home(), {}},
+        {path, encoded, path, {}}, {path.substr(1), encoded, path, {}}, {"/no/such", "/", "", {"CouldNotDetermineHomeFolder"}}};
+    for (const auto& [asked, url, folder, warned] : rows) {
         texts warnings;
         const auto earlier = zxSetWarningHandler([&](const auto& message) { warnings.push_back(message.key); });
         core::curl_ptr c;
-        const std::string path = r.url == "/~" ? home().string() : r.url == "/" ? "" : (home() / "s p").string();
-        EXPECT_EQ(core::add_trailing_slash(password(c, servers_, r.folder)),
-            path + "/"); // what the URL leads to
-        EXPECT_EQ(core::current_remote_url(c), "sftp://127.0.0.1" + r.url);
-        EXPECT_EQ(warnings, r.warnings);
+        EXPECT_EQ(core::add_trailing_slash(password(c, servers_, asked)), folder + "/");
+        EXPECT_EQ(core::current_remote_url(c), "sftp://127.0.0.1" + url);
+        EXPECT_EQ(warnings, warned);
         // With a starting folder the probe of it leaves listings in long form.
-        if (!r.folder.empty() && r.folder[0] == '/' && r.folder != "/~/") {
+        if (asked.starts_with("/") && asked != "/~/") {
             core::cd(c, core::fullurl(c, home(), false));
             EXPECT_THAT(core::list(c, ""), testing::HasSubstr("rwx"));
         }

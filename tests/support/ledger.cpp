@@ -22,8 +22,21 @@ std::string text(const void* value, curl_easytype type)
     return list;
 }
 
+struct within {
+    within() { ++ledger::inside; }
+    within(const within&) = delete;
+    ~within() { --ledger::inside; }
+};
+
+void note(const char* what, CURL* handle)
+{
+    const within recording;
+    ledger::record->push_back({what, handle});
+}
+
 CURLcode set(CURL* handle, CURLoption option, auto value)
 {
+    const within setting;
     if (const auto* known = curl_easy_option_by_id(option); known == nullptr)
         ledger::record->push_back({std::to_string(option), handle, option});
     else if constexpr (std::is_pointer_v<decltype(value)>)
@@ -46,6 +59,7 @@ std::vector<std::string> ledger::lines()
 extern "C" CURL* curl_easy_init() { return ledger::init_fails.exchange(false) ? nullptr : REAL(curl_easy_init)(); }
 extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text)
 {
+    const within appending;
     return ledger::append_fails-- == 1 ? nullptr : REAL(curl_slist_append)(list, text);
 }
 extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
@@ -61,12 +75,12 @@ extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)
 }
 extern "C" CURLcode curl_easy_perform(CURL* handle)
 {
-    ledger::record->push_back({"perform", handle});
+    note("perform", handle);
     return REAL(curl_easy_perform)(handle);
 }
 extern "C" void curl_easy_cleanup(CURL* handle)
 {
-    ledger::record->push_back({"cleanup", handle});
+    note("cleanup", handle);
     REAL(curl_easy_cleanup)(handle);
 }
 #pragma GCC visibility pop

@@ -31,6 +31,7 @@ public:
     static inline auto& record = *new guarded<std::vector<event>>; // outlives handles with static storage
     static inline std::atomic<bool> init_fails = false;
     static inline std::atomic<int> append_fails = 0;
+    static inline thread_local int inside = 0; ///< raised while the ledger records, makes a setting or a list
 };
 
 } // namespace support

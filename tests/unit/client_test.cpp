@@ -5,66 +5,27 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <qrftp/client.hpp>
+#include <regex>
 
 using namespace qrftp;
+using namespace std::literals;
 using namespace testing;
 using foundation::core::except::Catalogue;
 using foundation::core::except::Exception;
 
 TEST(Glob, MatchesWholeNamesAndPaths)
 {
-    struct row {
-        const char *pattern, *path;
-        bool matches;
-    };
-    for (const auto& [pattern, path, matches] : std::vector<row>{
-             {"", "", true},
-             {"", "a", false},
-             {"a", "a", true},
-             {"a", "ab", false},
-             {"ab", "a", false},
-             {"*", "", true},
-             {"*", "abc", true},
-             {"*", "a/b", false},
-             {"*.txt", "a.txt", true},
-             {"*.txt", ".txt", true},
-             {"*.txt", "a.txt.gz", false},
-             {"a*b*c", "aXbYbZc", true},
-             {"a*b*c", "aXbYbZ", false},
-             {"?", "a", true},
-             {"?", "/", false},
-             {"?", "", false},
-             {"a?c", "abc", true},
-             {"a/*", "a/b", true},
-             {"a/*", "a/b/c", false},
-             {"a/**", "a/b/c", true},
-             {"**/c", "a/b/c", true},
-             {"**/c", "c", true},
-             {"**/c", "abc", false},
-             {"a/**/z", "a/z", true},
-             {"a/**/z", "a/b/c/z", true},
-             {"a/**/z", "az", false},
-             {"**", "a/b/c", true},
-             {"**/*.o", "a/b.o", true},
-             {"**/b/*.o", "a/b/x/b/c.o", true},
-             {"*/b/**", "a/b/c/d", true},
-             {"[abc]", "b", true},
-             {"[abc]", "d", false},
-             {"[!abc]", "d", true},
-             {"[^abc]", "a", false},
-             {"[a-c]x", "bx", true},
-             {"[a-c]", "d", false},
-             {"[]]", "]", true},
-             {"[!]]", "]", false},
-             {"[!a]", "/", false},
-             {"[a-]", "-", true},
-             {"[", "[", true},
-             {"a[b", "a[b", true},
-             {"[]", "[]", true},
-             {"\xff*", "\xff\xfe", true},
-             {"*a*a*a*a*a*a*a*b", "aaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
-         })
-        EXPECT_EQ(glob_match(pattern, path), matches) << pattern << " and " << path;
+    using paths = std::vector<std::string>;
+    const std::tuple<const char*, paths, paths> rows[] = {{"a", {"a"}, {"ab", ""}}, {"ab", {}, {"a"}}, {"*", {"", "abc"}, {"a/b"}},
+        {"*.txt", {"a.txt", ".txt"}, {"a.txt.gz"}}, {"a*b*c", {"aXbYbZc"}, {"aXbYbZ"}}, {"?", {"a"}, {"/", ""}}, {"a?c", {"abc"}, {}},
+        {"a/*", {"a/b"}, {"a/b/c"}}, {"a/**", {"a/b/c"}, {}}, {"**/c", {"a/b/c", "c"}, {"abc"}}, {"a/**/z", {"a/z", "a/b/c/z"}, {"az"}},
+        {"**", {"a/b/c"}, {}}, {"**/b/*.o", {"a/b/x/b/c.o"}, {}}, {"*/b/**", {"a/b/c/d"}, {}}, {"[abc]", {"b"}, {"d"}},
+        {"[!abc]", {"d"}, {}}, {"[^abc]", {}, {"a"}}, {"[a-c]x", {"bx"}, {"dx"}}, {"[]]", {"]"}, {}}, {"[!]]", {}, {"]"}},
+        {"[!a]", {}, {"/"}}, {"[a-]", {"-"}, {}}, {"a[b", {"a[b"}, {}}, {"[]", {"[]"}, {}}, {"\xff*", {"\xff\xfe"}, {}}};
+    for (const auto& [pattern, matching, others] : rows) {
+        for (const auto& path : matching) EXPECT_TRUE(glob_match(pattern, path)) << pattern << " and " << path;
+        for (const auto& path : others) EXPECT_FALSE(glob_match(pattern, path)) << pattern << " and " << path;
+    }
     // Neither kind of star may take time that grows like a power of the length.
     std::string stars;
     for (int i = 0; i < 200; ++i) stars += "*a**a";
@@ -82,55 +43,27 @@ TEST(Url, IsTakenApartAsPeopleWriteIt)
             return std::get<std::string>(refused.message.arguments[0]) + ": " + std::get<std::string>(refused.message.arguments[1]);
         }
     };
-    const std::map<std::string, std::string> rows{
-        {"ftp://h", "ftp h 21 || = ftp://h"},
-        {"FTP://h/", "ftp h 21 || = ftp://h"},
-        {"ftp://h/a/b", "ftp h 21 ||a/b = ftp://h"},
-        {"ftp://h//a", "ftp h 21 ||/a = ftp://h"},
-        {"ftp://u:p%40%3a@h:2121/%41/", "ftp h 2121 u|p@:|A/ = ftp://h:2121"},
-        {"sftp://u@h:22/a", "sftp h 22 u||/a = sftp://h"},
-        {"sftp://h", "sftp h 22 || = sftp://h"},
-        {"sftp://h/", "sftp h 22 || = sftp://h"},
-        {"sftp://h/~", "sftp h 22 || = sftp://h"},
-        {"sftp://h/~/a b", "sftp h 22 ||a b = sftp://h"},
-        {"sftp://h/~a", "sftp h 22 ||/~a = sftp://h"},
+    const std::pair<std::string, std::string> rows[] = {{"FTP://h/", "ftp h 21 || = ftp://h"}, {"ftp://h/a/b", "ftp h 21 ||a/b = ftp://h"},
+        {"ftp://h//a", "ftp h 21 ||/a = ftp://h"}, {"ftp://u:p%40%3a@h:2121/%41/", "ftp h 2121 u|p@:|A/ = ftp://h:2121"},
+        {"sftp://u@h:22/a", "sftp h 22 u||/a = sftp://h"}, {"sftp://h", "sftp h 22 || = sftp://h"},
+        {"sftp://h/", "sftp h 22 || = sftp://h"}, {"sftp://h/~", "sftp h 22 || = sftp://h"},
+        {"sftp://h/~/a b", "sftp h 22 ||a b = sftp://h"}, {"sftp://h/~a", "sftp h 22 ||/~a = sftp://h"},
         {"ftp://[::1]:2121/a", "ftp [::1] 2121 ||a = ftp://[::1]:2121"},
-        {"ftp://h/a?[b]*#c;type=a", "ftp h 21 ||a?[b]*#c;type=a = ftp://h"},
-        {"ftp://h/\xc3\xa4%ff", "ftp h 21 ||\xc3\xa4\xff = ftp://h"},
-        {"ftp://h/a/../b/./c", "ftp h 21 ||a/../b/./c = ftp://h"},
-    };
+        {"ftp://h/a?[b]*#c;type=a/../%ff", "ftp h 21 ||a?[b]*#c;type=a/../\xff = ftp://h"}};
     for (const auto& [text, want] : rows) EXPECT_EQ(parsed(text), want) << text;
-    for (const std::string refused : {"", "h", "h/a", "http://h/", "scp://h/", "ftps://h/", "file:///a", "ftp://", "ftp:///a",
-             "sftp:///a/b", "ftp://h:0x/", "ftp://h:99999/", "ftp://h/%0d%0aDELE%20a", "ftp://h/%00", "ftp://u%0a@h/",
-             "ftp://u:secret%0d@h/", "sftp://h/a\n", "ftp://h:secret@/"}) {
-        EXPECT_THROW(url::parse(refused), error::InvalidUrl) << refused;
-        EXPECT_THAT(parsed(refused), Not(HasSubstr("secret"))) << refused;
-    }
-    EXPECT_THROW(url::parse(std::string("ftp://h/a\0b", 11)), error::InvalidUrl);
+    for (const std::string_view refused :
+        {""sv, "h/a"sv, "http://h/"sv, "ftps://h/"sv, "file:///a"sv, "ftp://"sv, "ftp:///a"sv, "ftp://h:0x/"sv, "ftp://h:99999/"sv,
+            "ftp://u:secret%0d@h/"sv, "ftp://u%0a@h/"sv, "ftp://h/%00"sv, "sftp://h/a\n"sv, "ftp://h/a\0b"sv, "ftp://h:secret@/"sv})
+        EXPECT_THAT(parsed(std::string(refused)), AllOf(HasSubstr(": "), Not(HasSubstr("secret")))) << refused;
 }
 
 TEST(Names, AreResolvedWithoutTheServer)
 {
-    const std::vector<std::array<std::string, 3>> rows{
-        {"/", "", "/"},
-        {"/a", "", "/a"},
-        {"/a", ".", "/a"},
-        {"/a", "b", "/a/b"},
-        {"/a", "/b/", "/b"},
-        {"/a/b", "..", "/a"},
-        {"/a", "../../..", "/"},
-        {"/a", "./b//c/.", "/a/b/c"},
-        {"/a", "..b/...", "/a/..b/..."},
-        {"/", "b ", "/b "},
-        {"/a", "/..", "/"},
-    };
+    const std::array<std::string, 3> rows[] = {{"/", "", "/"}, {"/a", ".", "/a"}, {"/a", "b", "/a/b"}, {"/a", "/b/", "/b"},
+        {"/a/b", "..", "/a"}, {"/a", "../../..", "/"}, {"/a", "./b//c/.", "/a/b/c"}, {"/a", "..b/...", "/a/..b/..."}, {"/", "b ", "/b "}};
     for (const auto& [folder, path, want] : rows) EXPECT_EQ(names::absolute(folder, path), want) << folder << " and " << path;
-    for (const auto& [path, above, last] :
-        std::vector<std::array<std::string, 3>>{{"/", "/", "/"}, {"/a", "/", "a"}, {"/a/b c", "/a", "b c"}}) {
-        EXPECT_EQ(names::parent(path), above);
-        EXPECT_EQ(names::last(path), last);
-        EXPECT_EQ(path == "/" ? path : names::join(above, last), path);
-    }
+    for (const auto& path : {"/a", "/a/b c"}) EXPECT_EQ(names::join(names::parent(path), names::last(path)), path);
+    EXPECT_EQ(names::parent("/") + names::last("/") + names::parent("/a") + names::last("/a/b c"), "///b c");
     EXPECT_NE(names::temporary(), names::temporary());
     EXPECT_EQ(utc_digits(1672542245), "20230101030405");
     EXPECT_EQ(utc_digits(-1), "19691231235959");
@@ -154,35 +87,20 @@ TEST(Errors, EachHasASentenceThatStandsInTheDocs)
 
 namespace {
 
-/// "a/ b:3@100" is a folder and a file of 3 bytes from second 100; "@d100" a day, "@m100" a minute, "?" no known zone.
+/// "a/ b:3@100 l>" is a folder, a file of 3 bytes from second 100, a link; "@d100" a day, "@m100" a minute, "?" no known zone.
 tree_scan scan(const std::string& text)
 {
+    static const std::regex form("([a-z/]*[a-z])(?:(/)|(>)|:([0-9]+)(?:@([dm]?)([0-9]+)([?]?))?)");
     tree_scan result;
-    std::istringstream words(text);
-    for (std::string word; words >> word;) {
-        tree_node node;
-        if (word.ends_with('/')) {
-            node.kind = entry_kind::folder;
-            word.pop_back();
-        } else if (word.ends_with('>')) {
-            node.kind = entry_kind::link;
-            word.pop_back();
-        } else if (const auto colon = word.find(':'); colon != std::string::npos) {
-            node.size = std::stoul(word.substr(colon + 1));
-            if (const auto at = word.find('@'); at != std::string::npos) {
-                timestamp time;
-                std::string value = word.substr(at + 1);
-                time.utc = !value.ends_with('?');
-                if (value[0] == 'd' || value[0] == 'm') {
-                    time.precision = value[0] == 'd' ? time_precision::day : time_precision::minute;
-                    value.erase(0, 1);
-                }
-                time.seconds = std::stol(value);
-                node.modified = time;
-            }
-            word.resize(colon);
-        }
-        result.nodes.emplace(word, node);
+    for (std::sregex_iterator found(text.begin(), text.end(), form), end; found != end; ++found) {
+        const auto& part = *found;
+        tree_node& node = result.nodes[part[1]];
+        if (part[2].matched) node.kind = entry_kind::folder;
+        if (part[3].matched) node.kind = entry_kind::link;
+        if (part[4].matched) node.size = std::stoul(part[4]);
+        if (!part[6].matched) continue;
+        const auto precision = part[5] == "d" ? time_precision::day : part[5] == "m" ? time_precision::minute : time_precision::second;
+        node.modified = timestamp{std::stol(part[6]), precision, part[7].length() == 0};
     }
     return result;
 }
