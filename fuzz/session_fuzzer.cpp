@@ -94,9 +94,13 @@ void run_client(std::size_t first, text input)
     if (!done([&] { opened.emplace("ftp://127.0.0.1", how); })) return;
     for (std::size_t i = 0; i < std::size(client_operations) && (i == 0 || !playing->pieces.empty()); ++i)
         done([&] { client_operations[(first + i) % std::size(client_operations)](*opened); });
-    for (const auto& file : fs::recursive_directory_iterator(root)) // no temporary file stays
-        require(!text(file.path().filename().c_str()).starts_with(".qrftp-") || input.find(".qrftp-") != none);
-    require(std::distance(fs::directory_iterator(root), {}) == 2); // nothing lies beside the folders
+    int outside = 0;
+    for (const auto& file : fs::recursive_directory_iterator(root)) {
+        const std::string name = file.path().filename();
+        require(!name.starts_with(".qrftp-") || input.find(name) != none); // no temporary file stays
+        outside += !file.path().string().starts_with(in.string());
+    }
+    require(outside == 4); // the folder that is sent
 }
 extern "C" {
 #pragma GCC visibility push(default) // libcurl and the standard library find these instead of the system's

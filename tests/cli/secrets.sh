@@ -26,7 +26,7 @@ session() { # URL OPTION…: everything once
     "$qrftp" get "$url/big" --limit-rate 64k -v "${@:2}" >"$shown/slow" 2>"$shown/slow.errors" </dev/null &
     process=$! SECONDS=0
     until [[ $(find . -name '.qrftp-*' -size +0) ]]; do ((SECONDS < 20)) && kill -0 "$process" || fail "nothing began"; done
-    cat "/proc/$process/cmdline" >"$shown/command" && ps -ww -o args -p "$process" >>"$shown/command"
+    cat "/proc/$process/cmdline" >"$shown/command" # what others see of a process
     no_leak "$*" && kill "$process" && { wait "$process" || true; }
 }
 unset QRFTP_PASSWORD QRFTP_PASSPHRASE
