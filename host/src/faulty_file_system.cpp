@@ -1,7 +1,5 @@
 #include <zorbel/io/common/file/FaultyFileSystem.hpp>
 
-#include <algorithm>
-#include <limits>
 #include <map>
 #include <utility>
 
@@ -31,7 +29,6 @@ struct FaultyFileSystem::Orders {
     }
 
     std::map<Call, Order> by_call;
-    long most_written = std::numeric_limits<long>::max();
 };
 
 class FaultyFileSystem::FaultyStream final : public Stream {
@@ -48,8 +45,8 @@ public:
 
     long write(const char* data, long count) override
     {
-        const long most = orders_->obey(Call::write) ? count : count / 2;
-        return inner_->write(data, std::min(most, orders_->most_written));
+        const bool whole = orders_->obey(Call::write);
+        return inner_->write(data, whole ? count : count / 2);
     }
 
     void seek(std::uint64_t position) override
@@ -83,11 +80,6 @@ bool FaultyFileSystem::pending(Call call) const
 {
     const auto order = orders_->by_call.find(call);
     return order != orders_->by_call.end() && order->second.calls_left > 0;
-}
-
-void FaultyFileSystem::shorten_writes(long most)
-{
-    orders_->most_written = most;
 }
 
 std::shared_ptr<Stream> FaultyFileSystem::open(const std::filesystem::path& path, OpenMode mode)

@@ -17,11 +17,11 @@
 using namespace qrftp;
 using support::fault;
 namespace fs = std::filesystem;
+using support::content;
 using files = std::map<std::string, std::string>; // what every path holds; "/" is a folder
 
 namespace {
 
-std::string content(const fs::path& file) { return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}}; }
 std::string held(const files& in, const std::string& path) { return in.count(path) ? in.at(path) : "nothing"; }
 void expect(bool right, const std::string& wrong) { right ? void() : throw std::logic_error(wrong); }
 

@@ -16,11 +16,11 @@
 using namespace qrftp;
 using std::chrono::steady_clock;
 namespace fs = std::filesystem;
+using support::content;
 
 namespace {
 
 long setting(const char* name, long otherwise) { return std::getenv(name) ? std::stol(std::getenv(name)) : otherwise; }
-std::string content(const fs::path& file) { return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}}; }
 
 const int one_arena = mallopt(M_ARENA_MAX, 1); // mallinfo2 tells of the first one only
 

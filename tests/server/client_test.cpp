@@ -17,6 +17,7 @@ using namespace qrftp;
 using testing::HasSubstr;
 using namespace std::chrono;
 namespace fs = std::filesystem;
+using support::bytes, support::content;
 using strings = std::vector<std::string>;
 using files = std::map<std::string, std::string>;
 
@@ -57,17 +58,6 @@ std::string text(const tree_result& of)
         all.insert("!" + each.path + ": " + outcome_of([&]() -> std::string { std::rethrow_exception(each.error); }));
     return boost::join(all, "|");
 }
-
-/// Bytes without a pattern that a buffer's size divides.
-std::string bytes(std::size_t size)
-{
-    std::string all(size, '\0');
-    std::uint32_t state = 1;
-    for (char& byte : all) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-    return all;
-}
-
-std::string content(const fs::path& file) { return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}}; }
 
 const auto past = floor<seconds>(file_clock::now()) - hours(10000); // listings tell the day
 

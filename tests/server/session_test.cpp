@@ -16,6 +16,7 @@ using fl::i18n::utf8_to_ustring;
 using zorbel::io::common::file::exchange_file_system;
 using zorbel::io::common::file::MemoryFileSystem;
 namespace fs = std::filesystem;
+using support::bytes, support::content;
 
 namespace {
 
@@ -63,17 +64,6 @@ const way_in ways[] = {
     {"sftp_pass_phrase", true, [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
     {"openssh", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
 };
-
-std::string content(const fs::path& file) { return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}}; }
-
-/// Bytes without a pattern that a buffer's size divides.
-std::string bytes(std::size_t size)
-{
-    std::string all(size, '\0');
-    std::uint32_t state = 1;
-    for (char& byte : all) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-    return all;
-}
 
 class Session : public testing::TestWithParam<way_in> {
 protected:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,20 @@
 #include <unistd.h>
 
 namespace support {
+
+inline std::string content(const std::filesystem::path& file)
+{
+    return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}};
+}
+
+/// Bytes without a pattern that a buffer's size divides.
+inline std::string bytes(std::size_t size)
+{
+    std::string all(size, '\0');
+    std::uint32_t state = 1;
+    for (char& byte : all) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    return all;
+}
 
 /// Real servers on loopback for as long as it lives, with what a client must know of them by name (see
 /// servers.sh).

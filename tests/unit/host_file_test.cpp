@@ -49,8 +49,8 @@ TEST(LocalFile, IsWrittenReadAndTellsItsFailuresApartWhereverItLives)
     const auto faulty = std::make_shared<FaultyFileSystem>(std::make_shared<MemoryFileSystem>());
     const auto earlier = exchange_file_system(faulty);
     check_round_trip(u"f");
-    faulty->shorten_writes(2);
-    EXPECT_EQ(write(make_writeable_file(u"f"), "abc", 3), Count(2L));
+    faulty->fail(FaultyFileSystem::Call::write, 1, nullptr);
+    EXPECT_EQ(write(make_writeable_file(u"f"), "abcd", 4), Count(2L));
     EXPECT_THROW(make_readable_file(u"missing"), NoSuchFile);
     exchange_file_system(earlier);
 }

@@ -22,9 +22,6 @@ public:
     /// Whether a call of this kind is still to be met by its order.
     bool pending(Call call) const;
 
-    /// From now on a write takes `most` bytes at most and returns the shorter count.
-    void shorten_writes(long most);
-
     std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) override;
     std::uint64_t size(const std::filesystem::path& path) override;
 
