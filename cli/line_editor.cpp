@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace qrftp::cli {
@@ -35,16 +36,29 @@ std::filesystem::path state_folder()
     return all.is_absolute() ? all / "qrftp" : "";
 }
 
-/// The terminal is as the shell that started us left it while this lives, so that its keys interrupt.
-class usual_terminal {
+/// The terminal's keys interrupt while this lives. It stays in libedit's mode else: what is typed ahead is for libedit.
+class interruptible_terminal {
 public:
-    explicit usual_terminal(EditLine* editor) : editor_(editor) { el_set(editor_, EL_PREP_TERM, 0); }
-    ~usual_terminal() { el_set(editor_, EL_PREP_TERM, 1); }
-    usual_terminal(const usual_terminal&) = delete;
-    usual_terminal& operator=(const usual_terminal&) = delete;
+    interruptible_terminal()
+    {
+        if (tcgetattr(STDIN_FILENO, &saved_) == 0) {
+            termios with_signals = saved_;
+            with_signals.c_lflag |= ISIG;
+            is_changed_ = tcsetattr(STDIN_FILENO, TCSADRAIN, &with_signals) == 0;
+        }
+    }
+    ~interruptible_terminal()
+    {
+        if (is_changed_) {
+            tcsetattr(STDIN_FILENO, TCSADRAIN, &saved_);
+        }
+    }
+    interruptible_terminal(const interruptible_terminal&) = delete;
+    interruptible_terminal& operator=(const interruptible_terminal&) = delete;
 
 private:
-    EditLine* editor_;
+    termios saved_{};
+    bool is_changed_ = false;
 };
 
 /// Below the line that is being edited.
@@ -176,7 +190,7 @@ int line_editor::read_character(EditLine* editor, wchar_t* into)
 
 completion line_editor::ask_for_completion(const std::string& line)
 try {
-    const usual_terminal scope(editor_.get());
+    const interruptible_terminal scope;
     return complete(state_, line);
 } catch (const std::exception&) {
     reset_interrupt();
