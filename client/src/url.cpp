@@ -113,6 +113,13 @@ url url::parse(const std::string& whole)
     result.user = part(parsed, CURLUPART_USER, CURLU_URLDECODE, whole);
     result.password = part(parsed, CURLUPART_PASSWORD, CURLU_URLDECODE, whole);
     result.path = client_path(result.sftp, part(parsed, CURLUPART_PATH, CURLU_URLDECODE, whole));
+    // libcurl 7.88 looks for numeric addresses before it decodes the host: asked for this one, it would take
+    // another.
+    const CURLUcode again = curl_url_set(parsed.get(), CURLUPART_URL, result.server().c_str(), 0);
+    check_memory(again);
+    if (again != CURLUE_OK || part(parsed, CURLUPART_HOST, 0, whole) != result.host) {
+        refuse("its host is an address in disguise");
+    }
     return result;
 }
 
