@@ -51,13 +51,22 @@ void remove(session& remote, const std::string& path, bool folder, bool recursiv
     });
 }
 
+/// Removes a folder only where it was told to.
+void remove_as_told(session& remote, const std::string& path, bool folder, bool recursive, const settings& how)
+{
+    if (folder && !recursive) {
+        foundation::core::except::raise<error::IsFolder>(path);
+    }
+    remove(remote, path, folder, recursive, how);
+}
+
 void remove_matching(session& remote, const std::string& pattern, bool recursive, const settings& how)
 {
     const std::vector<located> found = expand_glob(remote, pattern);
     attempts all(found.size() == 1);
     for (const located& one : found) {
-        const bool folder = one.what.kind == entry_kind::folder;
-        all.attempt([&] { remove(remote, one.path, folder && recursive, recursive, how); });
+        all.attempt(
+            [&] { remove_as_told(remote, one.path, one.what.kind == entry_kind::folder, recursive, how); });
     }
     all.finish();
 }
@@ -76,10 +85,7 @@ void rm(session& remote, const std::vector<std::string>& paths, bool recursive, 
             }
             const bool look = recursive || how.dry_run;
             const bool folder = look && remote.stat(path).kind == entry_kind::folder;
-            if (folder && !recursive) {
-                foundation::core::except::raise<error::IsFolder>(path);
-            }
-            remove(remote, path, folder, recursive, how);
+            remove_as_told(remote, path, folder, recursive, how);
         });
     }
     all.finish();

@@ -13,6 +13,11 @@ namespace qrftp::cli {
 
 namespace {
 
+std::string counted(std::size_t count, const std::string& what)
+{
+    return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
+}
+
 listing read_folder(session& remote, const std::string& path, const settings& how)
 {
     listing found = remote.list(path);
@@ -173,7 +178,7 @@ public:
     void print_sum() const
     {
         if (!how_.json) {
-            print_line("\n" + std::to_string(folders_) + " folders, " + std::to_string(others_) + " files");
+            print_line('\n' + counted(folders_, "folder") + ", " + counted(others_, "file"));
         }
     }
 

@@ -53,7 +53,28 @@ bool ssh_is_lost(const outcome& result)
            result.words.find("ssh error") != std::string::npos;
 }
 
-/// SFTP: whatever fails once the connection is lost, libcurl words as the refusal before it, if there was one.
+/// SFTP: some words end in the error of libssh2, too, which is always the same one when the server has
+/// answered.
+bool names_other_error(const std::string& words)
+{
+    constexpr std::string_view answered = "-31"; // LIBSSH2_ERROR_SFTP_PROTOCOL
+    for (const std::string_view before : {" :: ", "/"}) {
+        const std::size_t error = words.rfind(std::string(before) + '-');
+        if (error != std::string::npos &&
+            words.compare(error + before.size(), answered.size(), answered) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// SFTP: why the server refused, in libcurl's words for its status.
+std::string reason_of(const outcome& result)
+{
+    const std::string reason = result.words.substr(std::min(result.words.find(": "), result.words.size()));
+    return reason.substr(0, std::min(reason.find(" ("), reason.find(" :: ", 1)));
+}
+
 bool is_closed(const core::curl_ptr& connection)
 {
     curl_socket_t socket = CURL_SOCKET_BAD;
@@ -93,6 +114,12 @@ void tell_encryption(outcome& result, long verified)
         result.words = std::string("data connection: ") +
                        (known ? X509_verify_cert_error_string(verified) : "the handshake failed");
     }
+}
+
+void tell_loss(outcome& result)
+{
+    result.code = CURLE_SSH;
+    result.words = "the connection was lost";
 }
 
 /// The connection broke, in one way or another.
@@ -269,14 +296,31 @@ outcome engine::perform(const request& wanted, call& under_way)
     if (time >= 0) {
         result.time = time;
     }
-    // libcurl takes a size that it was not told for a file that has none.
-    const bool no_size =
-        result.done() && wanted.commands.empty() && !body && wanted.source == nullptr && !result.length;
-    if (location_.sftp && (no_size || is_refusal(result)) && is_closed(connection_)) {
-        result.code = CURLE_SSH;
-        result.words = "the connection was lost";
+    if (location_.sftp && names_other_error(result.words)) {
+        tell_loss(result);
+    }
+    if (location_.sftp) {
+        const bool no_size = result.done() && wanted.commands.empty() && !body && wanted.source == nullptr &&
+                             !wanted.path.ends_with('/') && !result.length;
+        const bool refused = is_refusal(result);
+        result.doubtful = no_size || (refused && reason_of(result) == last_reason_);
+        if (refused) {
+            last_reason_ = reason_of(result);
+        }
     }
     return result;
+}
+
+/// SFTP: asks for what every server tells, the time of the login folder, over the same connection.
+bool engine::still_answers()
+{
+    const request question{
+        .about = "the connection", .path = info_.login_folder, .names_time = true, .cancellable = false};
+    call under_way(question, how_, connection_.get());
+    const bool told = perform(question, under_way).time.has_value();
+    long connections = 1;
+    curl_easy_getinfo(connection_.get(), CURLINFO_NUM_CONNECTS, &connections);
+    return told && connections == 0;
 }
 
 outcome engine::run(const request& wanted)
@@ -290,6 +334,10 @@ outcome engine::run(const request& wanted)
         outcome result = perform(wanted, under_way);
         if (under_way.thrown()) {
             std::rethrow_exception(under_way.thrown());
+        }
+        if (result.doubtful && (is_closed(connection_) || !still_answers())) {
+            tell_loss(result);
+            out_of_step_ = true; // libcurl would go on with it
         }
         if (result.done()) {
             under_way.report_end();

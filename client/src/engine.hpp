@@ -56,6 +56,9 @@ struct outcome {
     std::string words; ///< libcurl's
     std::optional<std::uint64_t> length;
     std::optional<std::int64_t> time;
+    /// SFTP: perhaps the connection is lost. Whatever fails then, libcurl words as the refusal before, if there
+    /// was one; a size that it was not told, it takes for that of an empty file.
+    bool doubtful = false;
 
     bool done() const { return code == 0; }
     /// The reply to the command that stands `from_last` before the last one.
@@ -86,6 +89,7 @@ public:
 
 private:
     outcome perform(const request& wanted, call& under_way);
+    bool still_answers();
     void log_in();
     std::string url_of(const std::string& path);
     [[noreturn]] void fail(const request& wanted, const outcome& result) const;
@@ -96,6 +100,7 @@ private:
     std::unique_ptr<login> login_; // outlives the connection: libcurl refers to it
     zorbel::io::ftp::core::curl_ptr connection_;
     bool out_of_step_ = false; ///< replies on the control connection may belong to earlier commands
+    std::string last_reason_;  ///< SFTP: of the last refusal
 };
 
 } // namespace qrftp

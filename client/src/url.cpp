@@ -86,6 +86,9 @@ url url::parse(const std::string& whole)
     const CURLUcode code =
         curl_url_set(parsed.get(), CURLUPART_URL, plain.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS);
     check_memory(code);
+    if (code == CURLUE_BAD_SCHEME || code == CURLUE_UNSUPPORTED_SCHEME) {
+        refuse("it begins with neither ftp:// nor sftp://");
+    }
     if (code != CURLUE_OK) {
         refuse(curl_url_strerror(code));
     }

@@ -17,7 +17,7 @@ for url in "$ftp" "$sftp/~"; do
     leaves "1 two x" 0 mv "$c/one" 1 && leaves "two x x/1" 0 mv "$c/1" x && leaves "1 two x" 0 mv "$c/x/1" "$home/"
     leaves "1 two x" 1 mv "$c/1" two && said '*already*' && leaves "two x" 0 mv --replace "$c/1" two && [[ $(<"$home/two") == one ]]
     leaves "two y" 0 mv "$c/x/" y && leaves "two x" 0 mv "$c/y" "$home/x" && leaves "two two* x" 0 put one "$c/two*"
-    leaves "two two* x" 1 rm "$c/x" && said '*is a folder*' && leaves "two two* x" 0 rm -r "$c/t*" "$c/x" --dry-run
+    leaves "two two* x" 1 rm "$c/x" && leaves "two two* x" 1 rm "$c/x*" --dry-run && said '*is a folder*' && leaves "two two* x" 0 rm -r "$c/t*" "$c/x" --dry-run
     leaves "two x" 8 rm "$c/nope" "$c/two*" && said '*nope*' && [[ $(wc -l <"$work/errors") == 1 ]]
     mkdir "$work/outside" && echo stays >"$work/outside/x" && ln -s "$work/outside" "$home/x/link"
     leaves "two x x/link" 1 rmdir "$c/x" && leaves two 0 rm -r "$c/x" && [[ $(<"$work/outside/x") == stays ]]

@@ -31,7 +31,7 @@ public:
     ~fault_relay() { io_.stop(); }
 
     long port() const { return listener_->local_endpoint().port(); }
-    std::atomic<int> harmed = 0, corrupted = 0; ///< faults so far that can be noticed; those of them that flip a bit
+    std::atomic<int> harmed = 0; ///< faults so far that can be noticed
 
     /// `after` is in bytes, both ways and over all connections together. What was planned before and has not happened goes first.
     void plan_next(fault kind, std::size_t after)
@@ -123,7 +123,7 @@ private:
         const bool noticed = ftp_ ? of.control && to_client && boost::is_digit()(bytes[0]) : !to_client;
         if (kind == fault::corrupt && !noticed) return after_ = 0, size;
         if (kind < fault::corrupt && ftp_ && listing_ && !of.control) kind = fault::reset;
-        planned_.reset(), harmed += kind != fault::pieces, corrupted += kind == fault::corrupt;
+        planned_.reset(), harmed += kind != fault::pieces;
         if (kind == fault::corrupt)
             bytes[ftp_ ? 0 : at] ^= static_cast<char>(1 << (ftp_ ? 4 + random_() % 4 : random_() % 8));
         else if (kind == fault::pieces)

@@ -18,9 +18,9 @@ namespace zorbel::io::ftp::core {
 /// `verify_host` check the server's certificate against `certificate_authority_file` and against the host's
 /// name. A transfer slower than `low_speed_limit` bytes per second for `low_speed_time` seconds is given up.
 ///
-/// Sends the login (AUTH TLS, USER, PASS, PBSZ, PROT), CWD per segment of the starting folder, and PWD. A
-/// server that refuses the folder of `server_url` is asked for its root instead, with the warning
-/// "CouldNotLoginToRemoteFolder".
+/// Sends the login (AUTH SSL, where that is refused AUTH TLS, USER, PASS, PBSZ, PROT), CWD per segment of the
+/// starting folder, and PWD. A server that refuses the folder of `server_url` is asked for its root instead,
+/// with the warning "CouldNotLoginToRemoteFolder".
 ///
 /// Throws `InternalError` ("TLSMode", …) for an unknown TLS mode, before any request; `BadLogin` with the URL
 /// when the login is refused; `NoConnection` with the URL and the port for any other failure to get in;
