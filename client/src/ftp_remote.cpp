@@ -58,14 +58,18 @@ public:
         return is_done(result.reply(1)) ? refusal() : said_by(result, 1);
     }
 
+    /// Without a listing: what is asked about is often a new file, in a folder of many.
+    bool is_folder(const std::string& path) override
+    {
+        const auto told = ask_mlst(path);
+        return told && told->kind != entry_kind::link ? told->kind == entry_kind::folder : !enter(path);
+    }
+
     std::optional<entry> find(const std::string& path) override
     {
-        if (has_mlst_) {
-            const outcome result = tell(path, {"MLST " + path}, true);
-            if (auto found = mlst_entry(result.reply(), path)) {
-                return found->mode == mode_of_links ? find_link(path, *found) : found;
-            }
-            has_mlst_ = !is_unknown_command(result.reply());
+        const auto told = ask_mlst(path);
+        if (told) {
+            return told->mode == mode_of_links ? find_link(path, *told) : told;
         }
         return has_mlst_ ? find_in_parent(path) : find_without_mlst(path);
     }
@@ -188,6 +192,17 @@ private:
         if (found) {
             found->name = names::last(path);
         }
+        return found;
+    }
+
+    std::optional<entry> ask_mlst(const std::string& path)
+    {
+        if (!has_mlst_) {
+            return {};
+        }
+        const outcome result = tell(path, {"MLST " + path}, true);
+        auto found = mlst_entry(result.reply(), path);
+        has_mlst_ = found || !is_unknown_command(result.reply());
         return found;
     }
 

@@ -101,16 +101,18 @@ void rename_over(remote& server, const std::string& from, const std::string& to)
     if (!refused) {
         return;
     }
-    if (!server.find(from)) {
+    // Most often the target is there, among how many others ever: no listing is asked for unless something is
+    // wrong.
+    if (!server.size(from) && !server.find(from)) {
         explain(server, from, expected::file, *refused);
     }
-    const auto there = server.find(to);
-    if (!there || there->kind == entry_kind::folder) {
+    if (server.is_folder(to)) {
         explain(server, to, expected::new_file, *refused);
     }
     const std::string aside = names::join(names::parent(to), names::temporary());
     if (const refusal moved = server.rename(to, aside)) {
-        explain(server, to, expected::file, *moved);
+        const bool there = server.find(to).has_value();
+        explain(server, to, there ? expected::file : expected::new_file, there ? *moved : *refused);
     }
     refusal again;
     try {

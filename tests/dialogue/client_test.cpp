@@ -206,7 +206,7 @@ TEST(ClientDialogue, FetchesAllOrNothing)
         for (const bool once : {false, true}) {
             stage t(rule("RETR", what, once));
             EXPECT_EQ(error_of([&] { t.open().fetch("f", t.local / "f"); }), once ? "nothing" : error) << *what.bytes;
-            EXPECT_EQ(10 * t.files() + fs::file_size(t.local / "f"), once ? 26 : 25); // no other file, the new one or the old
+            EXPECT_EQ(10 * t.files() + long(fs::file_size(t.local / "f")), once ? 26 : 25); // no other file, the new one or the old
             t.peer.on("RETR", what, 1);
             std::string got;
             EXPECT_EQ(error_of([&] { t.client->fetch("f", [&](auto bytes) { return got += bytes, true; }); }), error) << *what.bytes;
