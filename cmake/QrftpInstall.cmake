@@ -1,4 +1,5 @@
-# What another project needs to find and link the libraries: a CMake package and pkg-config files.
+# What another project needs to find and link the libraries: a CMake package and pkg-config files; and all that is
+# installed as one archive, which works where it is unpacked (target package).
 
 include(CMakePackageConfigHelpers)
 
@@ -22,3 +23,12 @@ endfunction()
 qrftp_pkgconfig(qrftpcore-host zorbelhost "The stand-alone host below libqrftpcore" "")
 qrftp_pkgconfig(qrftpcore qrftpcore "${PROJECT_DESCRIPTION}" "qrftpcore-host libcurl")
 qrftp_pkgconfig(qrftp-client qrftpclient "FTP, FTPS and SFTP sessions that are safe to use" "qrftpcore-host")
+
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+if(PROJECT_IS_TOP_LEVEL)
+    set(CPACK_GENERATOR TGZ)
+    set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
+    set(CPACK_STRIP_FILES ON)
+    include(CPack)
+endif()

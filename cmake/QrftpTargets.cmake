@@ -12,9 +12,11 @@ function(qrftp_target target)
     set_target_properties(${target} PROPERTIES
         CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden
-        VISIBILITY_INLINES_HIDDEN ON)
+        VISIBILITY_INLINES_HIDDEN ON
+        # Inside another project, its compiler and its standard are not ours to be strict about.
+        COMPILE_WARNING_AS_ERROR ${PROJECT_IS_TOP_LEVEL})
     target_compile_options(${target} PRIVATE
-        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion
         # Trace records name their source file as the project knows it, wherever it was built.
         "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
     # With a sanitizer, GCC takes values in headers of the standard library and of Boost for uninitialised.
@@ -24,26 +26,37 @@ function(qrftp_target target)
     qrftp_harden(${target})
 endfunction()
 
-# qrftp_library(TARGET INCLUDE DIR EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header,
-# a version and a soname, its headers installed below one folder that no other package shares.
+# The libraries lie as they will when installed, and what is built finds them in the same way: in the run path of a
+# program that is still to be changed, CMake leaves an empty entry, which is the working folder.
+set(built_as_installed
+    BUILD_WITH_INSTALL_RPATH ON
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
+
+# qrftp_library(TARGET INCLUDE DIR… EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header,
+# a version and a soname, its headers installed below one folder that no other package shares. Every one of them
+# compiles alone: all_verify_interface_header_sets builds that (CMAKE_VERIFY_INTERFACE_HEADER_SETS).
 function(qrftp_library target)
-    cmake_parse_arguments(arg "" "INCLUDE;EXPORT_NAME" "" ${ARGN})
+    cmake_parse_arguments(arg "" "EXPORT_NAME" "INCLUDE" ${ARGN})
     qrftp_target(${target})
-    generate_export_header(${target} BASE_NAME ${target}
-        EXPORT_FILE_NAME ${PROJECT_BINARY_DIR}/generated/${target}/${target}_export.hpp)
-    target_include_directories(${target} PUBLIC
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/${arg_INCLUDE}>
-        $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/generated/${target}>
-        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/qrftpcore>)
+    set(generated ${PROJECT_BINARY_DIR}/generated/${target})
+    generate_export_header(${target} BASE_NAME ${target} EXPORT_FILE_NAME ${generated}/${target}_export.hpp)
+    list(TRANSFORM arg_INCLUDE PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+    list(TRANSFORM arg_INCLUDE APPEND /*.h* OUTPUT_VARIABLE headers)
+    file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${headers})
+    target_sources(${target} PUBLIC FILE_SET HEADERS
+        BASE_DIRS ${arg_INCLUDE} ${generated}
+        FILES ${headers} ${generated}/${target}_export.hpp)
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_EXPORT_NAME}
+        ${built_as_installed}
         INSTALL_RPATH $ORIGIN
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR})
     add_library(qrftpcore::${arg_EXPORT_NAME} ALIAS ${target})
-    install(TARGETS ${target} EXPORT qrftpcoreTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${arg_INCLUDE}/
-        ${PROJECT_BINARY_DIR}/generated/${target}/
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qrftpcore
-        FILES_MATCHING PATTERN "*.hpp")
+    if(QRFTP_INSTALL)
+        install(TARGETS ${target} EXPORT qrftpcoreTargets
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qrftpcore
+            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qrftpcore)
+    endif()
 endfunction()

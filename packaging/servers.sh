@@ -2,6 +2,7 @@
 # Real servers on loopback, in a private folder, for the main job, the tests and the benchmarks.
 #   servers.sh start DIR [proftpd] [sshd] [proxy]   makes config, keys and certificates below DIR, starts the servers
 #                                                   and writes DIR/env (NAME=value lines) once all of them serve
+#                                                   (PASSIVE_PORTS="FIRST LAST" bounds those of FTP's data connections)
 #   servers.sh stop DIR                             ends them and returns when the last process is gone
 # Exit status 77: a server's program is not installed. Root needs no privilege here: the servers then run as daemon.
 set -euo pipefail
@@ -31,7 +32,7 @@ make_secrets() {
     certificate ca "Test CA"
     certificate other_ca "Unrelated CA"
     certificate server localhost -CA "$dir/ca.pem" -CAkey "$dir/ca.key" \
-        -addext subjectAltName=DNS:localhost,IP:127.0.0.1 -addext basicConstraints=critical,CA:FALSE
+        -addext subjectAltName=DNS:localhost,IP:127.0.0.1,IP:127.0.0.2 -addext basicConstraints=critical,CA:FALSE
     key host_key ""
     key key ""
     key key_pass "$pass_phrase"
@@ -98,6 +99,7 @@ TLSRequired off
   SFTPLog $dir/sftp.log
 </VirtualHost>
 END
+    if [[ ${PASSIVE_PORTS:-} ]]; then echo "PassivePorts $PASSIVE_PORTS" >>"$dir/proftpd.conf"; fi
     command=(proftpd --nodaemon --config "$dir/proftpd.conf") ready_line="STARTUP"
     greetings=("FTP_PORT=220 ready" "SFTP_PORT=SSH-2.0-")
 }

@@ -46,9 +46,9 @@ BEFORE(int, go, UNSAFE_CD, void* c, void* to)
     return spared(restoring > 0, [=] { return real_go(c, to); });
 }
 // The standard library's own limit: these need memory where they promise not to throw.
-BEFORE(void, enter, ITERATOR "C1ERKNS0_4pathENS_17directory_optionsEPSt10error_code", void* self, void* path, int options, void* error)
+BEFORE(void, enter, ITERATOR "C" KIND "ERKNS0_4pathENS_17directory_optionsEPSt10error_code", void* self, void* path, int how, void* error)
 {
-    spared(true, [=] { real_enter(self, path, options, error); });
+    spared(true, [=] { real_enter(self, path, how, error); });
 }
 BEFORE(void*, next, ITERATOR "9incrementERSt10error_code", void* self, void* error)
 {

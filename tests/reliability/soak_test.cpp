@@ -81,7 +81,7 @@ TEST(Soak, NothingIsLostOrKept)
         std::cout << what << ": " << made << " requests, " << double(made) / passed() << "/s; heap " << warm.first << " > " << end.first
                   << ", files " << warm.second << " > " << end.second << std::endl;
         EXPECT_EQ(end.second, warm.second);
-        EXPECT_LE(end.first, warm.first + std::max(32L * 1024, connections * 8192));
+        EXPECT_LE(end.first, warm.first + 16384 + 256 * std::size_t(connections));
     }
 }
 

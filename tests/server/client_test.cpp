@@ -347,7 +347,7 @@ TEST_P(Client, SynchronisesWhatDiffers)
 
 TEST_P(Client, LoginsAreRefusedForAReason)
 {
-    const auto wrong = [this](options& all) {
+    const auto wrong = [](options& all) {
         all.private_key.empty() ? void(all.password = "wrong") : void(all.private_key = servers_->path() + "/host_key");
     };
     EXPECT_EQ(log_in() + log_in(wrong), "LoginRefused server");

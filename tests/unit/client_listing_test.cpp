@@ -86,7 +86,7 @@ TEST(Listing, ReadsEveryFormOfLineAndAllTheSameInPieces)
         for (const auto& [line, expected] : rows) {
             const std::vector all(expected.empty() ? 0 : 3, expected == "!" ? "!" + line : expected);
             const std::string lines = line + "\r\n" + line + "\n\r\n\n" + line;
-            for (const std::size_t step : {999, 7, 1}) EXPECT_EQ(parse(format, lines, step), all) << line;
+            for (const std::size_t step : {999U, 7U, 1U}) EXPECT_EQ(parse(format, lines, step), all) << line;
         }
 }
 
@@ -95,7 +95,7 @@ TEST(Listing, SkipsHostileCutAndOverlongLines)
     const std::string start = "-rw-r--r-- 1 a b 3 Jan  1 2020 ", whole = start + "f", read = "F 'f' 3 2020-01-01 644 a:b";
     const std::string longest = start + std::string(65536 - start.size(), 'n'), sample = "!" + longest.substr(0, 1024);
     for (std::size_t i = 1; i < whole.size(); ++i) EXPECT_THAT(parse(list, whole.substr(0, i)), ElementsAre("!" + whole.substr(0, i)));
-    for (const std::size_t step : {999999, 1000, 1}) {
+    for (const std::size_t step : {999999U, 1000U, 1U}) {
         const auto found = parse(list, whole + '\n' + longest + "n" + whole + '\n' + longest + '\n' + longest + 'n', step);
         EXPECT_THAT(found, ElementsAre(read, sample, testing::StartsWith("F 'nn"), sample));
     }

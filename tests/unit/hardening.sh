@@ -20,6 +20,7 @@ for file; do
     check "position independent start" has "$headers$dynamic" 'PIE|shared object|\(SONAME\)'
     check "stack without code" has "$headers" 'GNU_STACK.* RW '
     check "code without relocations" eval '! has "$dynamic" TEXTREL'
+    check "run path without the working folder" eval '! has "$dynamic" "path: \[(.*:)?(:|\]|[^\$/])"'
     check "stack protector" has "$symbols" __stack_chk_fail
     all=${all-}$symbols
 done

@@ -8,7 +8,7 @@
 #include <sstream>
 
 // In the place of libcurl's own, for the whole test program.
-extern "C" [[gnu::visibility("default")]] int curl_global_init(long) { return std::getenv("REFUSE_LIBCURL") != nullptr; }
+extern "C" [[gnu::visibility("default"), gnu::used]] int curl_global_init(long) { return std::getenv("REFUSE_LIBCURL") != nullptr; }
 
 using namespace foundation;
 using httpclient_core::libcurlinitializer::LibCurlInitializer;
