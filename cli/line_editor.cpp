@@ -36,7 +36,8 @@ std::filesystem::path state_folder()
     return all.is_absolute() ? all / "qrftp" : "";
 }
 
-/// The terminal's keys interrupt while this lives. It stays in libedit's mode else: what is typed ahead is for libedit.
+/// The terminal's keys interrupt while this lives. It stays in libedit's mode else: what is typed ahead is for
+/// libedit.
 class interruptible_terminal {
 public:
     interruptible_terminal()
