@@ -6,6 +6,8 @@ Environment: SIZE    MiB of the large file [1024]; on slow links at most 64
              ROUNDS  [5], and SLOW_ROUNDS [ROUNDS] on slow links, where little varies
              ONLY    a regular expression; rows whose name it is not found in are passed over
              LIMIT   seconds; a program that takes longer for one run is left out of the row [60]
+             MINUTES after which no other row is begun
+             GO_ON   1: rows that results.json has already are taken from there
              OUT     folder of results.json, table.md and throughput.svg [build/bench]
 """
 import dataclasses
@@ -606,6 +608,9 @@ def main():
     out = pathlib.Path(os.environ.get("OUT", ROOT / "build/bench"))
     out.mkdir(parents=True, exist_ok=True)
     wanted = [row for row in rows() if ONLY.search(row.name)]
+    results = out / "results.json"
+    go_on = setting("GO_ON", 0) and results.exists()
+    earlier = {row["name"]: Row(**row) for row in (json.loads(results.read_text()) if go_on else [])}
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     # In memory, where there is room for the large file three times: a disk would be what is measured.
     shm = pathlib.Path("/dev/shm")
@@ -613,7 +618,7 @@ def main():
     work = pathlib.Path(tempfile.mkdtemp(dir=shm if in_memory else None))
     work.chmod(0o711)
     servers = link = None
-    done = []
+    done, began = [], time.monotonic()
     try:
         servers = Servers(work)
         os.environ |= {"LC_ALL": "C", "HOME": str(work), "QRFTP_PASSWORD": servers.env["PASSWORD"]}
@@ -623,9 +628,13 @@ def main():
         programs = {"qrftp": Qrftp, "curl": Curl, "libcurl": BareCurl, "lftp": Lftp, "sftp": Sftp, "python": Python}
         bench = Bench(build, servers, link, {name: kind(build) for name, kind in programs.items()})
         for row in wanted:
-            bench.run(row)
-            done.append(row)
-            print(f"{row.took:6.1f} s  {row.name}", file=sys.stderr)
+            if row.name in earlier:
+                done.append(earlier[row.name])
+            elif time.monotonic() - began < 60 * setting("MINUTES", 1 << 20):
+                bench.run(row)
+                done.append(row)
+                print(f"{row.took:6.1f} s  {row.name}", file=sys.stderr)
+                results.write_text(json.dumps([dataclasses.asdict(each) for each in done], indent=1) + "\n")
     finally:
         if link:
             link.close()
@@ -635,10 +644,11 @@ def main():
             f"{ROUNDS} rounds, {SLOW_ROUNDS} on slow links; the fastest program of a row is in bold", "", *table(done), ""]
     if reasons := left_out(done):
         text += ["Left out:", "", *reasons, ""]
+    if missing := [row.name for row in wanted if row.name not in {each.name for each in done}]:
+        text += [f"Not run: {'; '.join(missing)}", ""]
     text += list(targets(done))
     print("\n".join(text))
     (out / "table.md").write_text("\n".join(text) + "\n")
-    (out / "results.json").write_text(json.dumps([dataclasses.asdict(row) for row in done], indent=1) + "\n")
     if {row.name for row in rows() if row.mib} <= {row.name for row in done}:
         plot(done, out / "throughput.svg")
 
