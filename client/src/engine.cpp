@@ -57,15 +57,12 @@ bool ssh_is_lost(const outcome& result)
 /// answered.
 bool names_other_error(const std::string& words)
 {
-    constexpr std::string_view answered = "-31"; // LIBSSH2_ERROR_SFTP_PROTOCOL
-    for (const std::string_view before : {" :: ", "/"}) {
-        const std::size_t error = words.rfind(std::string(before) + '-');
-        if (error != std::string::npos &&
-            words.compare(error + before.size(), answered.size(), answered) != 0) {
-            return true;
-        }
-    }
-    return false;
+    static constexpr std::string_view answered = "31"; // less than 0: LIBSSH2_ERROR_SFTP_PROTOCOL
+    static constexpr std::array<std::string_view, 2> marks{" :: -", "/-"};
+    return std::any_of(marks.begin(), marks.end(), [&](std::string_view mark) {
+        const std::size_t error = words.rfind(mark);
+        return error != std::string::npos && words.compare(error + mark.size(), answered.size(), answered) != 0;
+    });
 }
 
 /// SFTP: why the server refused, in libcurl's words for its status.
@@ -296,19 +293,25 @@ outcome engine::perform(const request& wanted, call& under_way)
     if (time >= 0) {
         result.time = time;
     }
-    if (location_.sftp && names_other_error(result.words)) {
-        tell_loss(result);
-    }
     if (location_.sftp) {
-        const bool no_size = result.done() && wanted.commands.empty() && !body && wanted.source == nullptr &&
-                             !wanted.path.ends_with('/') && !result.length;
-        const bool refused = is_refusal(result);
-        result.doubtful = no_size || (refused && reason_of(result) == last_reason_);
-        if (refused) {
-            last_reason_ = reason_of(result);
-        }
+        look_for_loss(wanted, result);
     }
     return result;
+}
+
+/// SFTP: what may be a lost connection, and what is one.
+void engine::look_for_loss(const request& wanted, outcome& result)
+{
+    if (names_other_error(result.words)) {
+        tell_loss(result);
+    }
+    const bool no_size = result.done() && wanted.commands.empty() && wanted.take == nullptr &&
+                         wanted.source == nullptr && !wanted.path.ends_with('/') && !result.length;
+    const bool refused = is_refusal(result);
+    result.doubtful = no_size || (refused && reason_of(result) == last_reason_);
+    if (refused) {
+        last_reason_ = reason_of(result);
+    }
 }
 
 /// SFTP: asks for what every server tells, the time of the login folder, over the same connection.

@@ -89,6 +89,7 @@ public:
 
 private:
     outcome perform(const request& wanted, call& under_way);
+    void look_for_loss(const request& wanted, outcome& result);
     bool still_answers();
     void log_in();
     std::string url_of(const std::string& path);
