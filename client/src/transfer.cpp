@@ -101,13 +101,15 @@ void rename_over(remote& server, const std::string& from, const std::string& to)
     if (!refused) {
         return;
     }
-    // Most often the target is there, among how many others ever: no listing is asked for unless something is
-    // wrong.
+    // No listing of the folder, which may be long, unless something is wrong.
     if (!server.size(from) && !server.find(from)) {
         explain(server, from, expected::file, *refused);
     }
     if (server.is_folder(to)) {
-        explain(server, to, expected::new_file, *refused);
+        const auto there = server.find(to); // A link to a folder is replaced as other links are.
+        if (!there || there->kind == entry_kind::folder) {
+            explain(server, to, expected::new_file, *refused);
+        }
     }
     const std::string aside = names::join(names::parent(to), names::temporary());
     if (const refusal moved = server.rename(to, aside)) {
