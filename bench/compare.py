@@ -5,7 +5,7 @@ Environment: SIZE    MiB of the large file [1024]; on slow links at most 64
              FILES   how many small ones [2000]
              ROUNDS  [5], and SLOW_ROUNDS [ROUNDS] on slow links, where little varies
              ONLY    a regular expression; rows whose name it is not found in are passed over
-             LIMIT   seconds; a program that takes longer for one run is left out of the row [60]
+             LIMIT   seconds; a program that takes longer for one run is left out of the row [20]
              MINUTES after which no other row is begun
              GO_ON   1: rows that results.json has already are taken from there
              OUT     folder of results.json, table.md and throughput.svg [build/bench]
@@ -37,7 +37,7 @@ def setting(name, value):
     return int(os.environ.get(name, value))
 
 
-SIZE, MANY, LIMIT = setting("SIZE", 1024), setting("FILES", 2000), setting("LIMIT", 60)
+SIZE, MANY, LIMIT = setting("SIZE", 1024), setting("FILES", 2000), setting("LIMIT", 20)
 ROUNDS = setting("ROUNDS", 5)
 SLOW_ROUNDS = setting("SLOW_ROUNDS", ROUNDS)
 SLOW_SIZE = min(SIZE, 64)
@@ -343,7 +343,7 @@ class Row:
     took: float = 0
 
 
-DELAYS = {5: (20, (1, 4)), 20: (10, (1, 4)), 100: (4, (4,))}  # and how many files by how many connections: bearable
+DELAYS = {5: (10, (1, 4)), 20: (10, (1, 4)), 100: (4, (4,))}  # and how many files by how many connections: bearable
 
 
 def rows():
@@ -360,7 +360,7 @@ def rows():
     for protocol in ("FTP", "SFTP"):
         yield Row(f"{protocol} listing of 100000 names", protocol, "ls", "100000_names")
     for protocol in ("FTP", "FTPS", "SFTP"):
-        yield Row(f"{protocol} {connect}", protocol, "ls", "0_names", times=10)
+        yield Row(f"{protocol} {connect}", protocol, "ls", "0_names", times=3)
     for delay, (files, numbers) in DELAYS.items():
         for protocol in ("FTP", "FTPS", "SFTP"):
             link = f"{delay} ms: {protocol}"

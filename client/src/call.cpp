@@ -210,7 +210,7 @@ void call::tell(std::uint64_t bytes) const
     const double seconds = std::chrono::duration<double>(clock::now() - began_).count();
     const std::uint64_t whole = wanted_.source != nullptr ? wanted_.source->size
                                 : total_ > 0              ? total_ + wanted_.offset
-                                                          : 0;
+                                                          : wanted_.listed_size.value_or(0);
     const double rate = seconds > 0 ? static_cast<double>(bytes) / seconds : 0;
     if (!wanted_.on_progress({bytes + wanted_.offset, whole, rate})) {
         raise<error::Cancelled>(wanted_.about);

@@ -247,6 +247,7 @@ outcome engine::perform(const request& wanted, call& under_way)
             .setopt(CURLOPT_CUSTOMREQUEST, nullptr, nullptr)
             .setopt(CURLOPT_FTP_FILEMETHOD, wanted.enters ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD,
                     CURLFTPMETHOD_NOCWD)
+            .setopt(CURLOPT_IGNORE_CONTENT_LENGTH, wanted.listed_size ? 1L : 0L, 0L)
             .setopt(CURLOPT_FILETIME, wanted.names_time ? 1L : 0L, 0L)
             .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
             .setopt(CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L, 0L);

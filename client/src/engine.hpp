@@ -40,6 +40,7 @@ struct request {
     std::function<void(std::string_view)> take{}; ///< wants the body
     const upload_source* source = nullptr;        ///< sends a body
     std::uint64_t offset = 0;                     ///< where in the file the body begins
+    std::optional<std::uint64_t> listed_size{};   ///< FTP: of a body to take; it is not asked for then
     bool names_time = false;                      ///< SFTP: asks for size and modification time
     std::uint64_t rate_limit = 0;
     std::function<bool(const progress&)> on_progress{};

@@ -53,9 +53,12 @@ public:
 
     refusal enter(const std::string& path) override
     {
+        if (const refusal refused = ask(path, {"CWD " + path}, true)) {
+            return refused;
+        }
         // Back at once: a folder that the server stands in could not be removed.
-        const outcome result = tell(path, {"CWD " + path, "CWD " + info().login_folder}, true);
-        return is_done(result.reply(1)) ? refusal() : said_by(result, 1);
+        tell(path, {"CWD " + info().login_folder}, true);
+        return {};
     }
 
     /// Without a listing: what is asked about is often a new file, in a folder of many.

@@ -35,6 +35,8 @@ public:
     ~local_target();
 
     void write(std::string_view bytes);
+    /// Whether what is written can be forgotten, whatever the target is.
+    bool is_temporary() const { return path_ != target_; }
     std::uint64_t written() const { return written_; }
     /// Forgets what was written.
     void restart();

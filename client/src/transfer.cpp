@@ -16,6 +16,9 @@ using foundation::core::except::raise;
 
 namespace {
 
+/// A longer file is not worth being fetched twice to save one round trip.
+constexpr std::uint64_t small = std::uint64_t{1} << 20;
+
 std::string sizes(std::uint64_t got, std::uint64_t of)
 {
     return std::to_string(got) + " of " + std::to_string(of) + " bytes";
@@ -146,7 +149,17 @@ void fetch_file(remote& server, const std::string& path, const fs::path& local, 
         .about = path, .offset = offset, .rate_limit = how.rate_limit, .on_progress = how.on_progress};
     wanted.take = [&](std::string_view bytes) { target.write(bytes); };
     wanted.restart = [&] { target.restart(); };
-    if (const refusal refused = server.fetch(path, wanted)) {
+    if (target.is_temporary() && how.listed_size <= small) {
+        wanted.listed_size = how.listed_size;
+    }
+    refusal refused = server.fetch(path, wanted);
+    if (!refused && wanted.listed_size && target.written() != wanted.listed_size) {
+        // It is not as long as it was, or not all of it came.
+        wanted.listed_size.reset();
+        wanted.restart();
+        refused = server.fetch(path, wanted);
+    }
+    if (refused) {
         explain(server, path, expected::file, *refused);
     }
     std::optional<std::int64_t> time;

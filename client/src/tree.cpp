@@ -209,6 +209,9 @@ private:
         const auto& time = from_.nodes.at(action.path).modified;
         const bool exact = time && is_exact(*time);
         how.keep_time = how.keep_time && !exact;
+        if (action.size > 0) { // 0 also when the listing had none
+            how.listed_size = action.size;
+        }
         server.fetch(remote, local, how);
         if (how_.transfer.keep_time && exact) {
             set_modification_time(local, time->seconds);

@@ -203,9 +203,10 @@ TEST(ClientDialogue, FetchesAllOrNothing)
     for (const auto& [what, error] : {std::pair(answer::transfer(3, "226 done\r\n"), "SizeMismatch"),
              {cut(3, "426 cut\r\n"), "SizeMismatch"}, {cut(whole, "451 cut\r\n"), "SizeMismatch"}, {cut(3, ""), "SizeMismatch"},
              {cut(whole, "421 bye\r\n"), "ServerGone"}, {cut(whole, ""), "ServerGone"}})
-        for (const bool once : {false, true}) {
+        for (const auto& [once, listed] : {std::pair(false, 0U), {true, 0U}, {true, 6U}, {true, 7U}}) {
             stage t(rule("RETR", what, once));
-            EXPECT_EQ(error_of([&] { t.open().fetch("f", t.local / "f"); }), once ? "nothing" : error) << *what.bytes;
+            const auto how = listed > 0 ? qrftp::transfer_options{.listed_size = listed} : qrftp::transfer_options{};
+            EXPECT_EQ(error_of([&] { t.open().fetch("f", t.local / "f", how); }), once ? "nothing" : error) << *what.bytes << listed;
             EXPECT_EQ(10 * t.files() + long(fs::file_size(t.local / "f")), once ? 26 : 25); // no other file, the new one or the old
             t.peer.on("RETR", what, 1);
             std::string got;
@@ -241,9 +242,10 @@ TEST(ClientDialogue, SendsNoMoreThanItNeeds)
     EXPECT_EQ(error_of([&] { c.change_folder("no"); }), "Missing");
     EXPECT_EQ(c.absolute("../d/./e//"), "/home/d/e");
     EXPECT_EQ(c.change_folder("./x/../d/"), "/home/u/d");
-    c.fetch("../f", [](auto) { return true; }), c.about(), t.peer.await_drop(), c.remove_file("x");
+    c.fetch("../f", [](auto) { return true; }), c.fetch("../f", t.local / "f", {.listed_size = 6});
+    c.about(), t.peer.await_drop(), c.remove_file("x");
     EXPECT_EQ(t.sent(),
-        "USER u|PASS p|PWD|FEAT|EPSV|TYPE A|MLSD ~|CWD ~no|CWD ~|MLST ~no|EPSV|MLSD ~|CWD ~d|CWD ~|EPSV|TYPE I|SIZE ~f|RETR ~f|"
+        "USER u|PASS p|PWD|FEAT|EPSV|TYPE A|MLSD ~|CWD ~no|MLST ~no|EPSV|MLSD ~|CWD ~d|CWD ~|EPSV|TYPE I|SIZE ~f|RETR ~f|EPSV|RETR ~f|"
         "NOOP|USER u|PASS p|PWD|DELE ~d/x");
 }
 

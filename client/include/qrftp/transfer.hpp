@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 namespace qrftp {
 
@@ -24,6 +25,10 @@ struct transfer_options {
     bool replace = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;
+    /// Of a file to fetch: its size, as a listing told it. Over FTP a small file is then fetched without asking
+    /// for the size first (SIZE), a round trip less; where what arrives has another one, it is fetched once
+    /// more, and the server asked.
+    std::optional<std::uint64_t> listed_size{};
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;
     /// Called several times a second on the thread of the transfer; false ends it with `error::Cancelled`.
