@@ -423,7 +423,7 @@ class Bench:
                     raise Cannot(f"more than {LIMIT} s") from None
                 raise
         if process.returncode:
-            errors = (work / "errors").read_text(errors="replace").strip().splitlines()
+            errors = re.findall(r"^\D*\w: .*", (work / "errors").read_text(errors="replace"), re.M)  # no progress
             self.servers.clean()
             raise Cannot(f"failed: {errors[-1] if errors else process.returncode}")
         if check:
