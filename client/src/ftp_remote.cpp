@@ -53,12 +53,12 @@ public:
 
     refusal enter(const std::string& path) override
     {
-        if (const refusal refused = ask(path, {"CWD " + path}, true)) {
-            return refused;
+        refusal refused = ask(path, {"CWD " + path}, true);
+        if (!refused) {
+            // Back at once: a folder that the server stands in could not be removed.
+            tell(path, {"CWD " + info().login_folder}, true);
         }
-        // Back at once: a folder that the server stands in could not be removed.
-        tell(path, {"CWD " + info().login_folder}, true);
-        return {};
+        return refused;
     }
 
     /// Without a listing: what is asked about is often a new file, in a folder of many.
