@@ -10,7 +10,7 @@ declare -A package_list=(
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
     [fuzz]="clang-16 libclang-rt-16-dev"
     [docs]="doxygen"
-    [package]="git debhelper dpkg-dev lintian debootstrap"
+    [package]="git build-essential debhelper dpkg-dev lintian debootstrap"
     [bench]="libbenchmark-dev openssh-server curl lftp python3 python3-paramiko gnuplot-nox"
 )
 
