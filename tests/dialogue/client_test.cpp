@@ -206,7 +206,7 @@ TEST(ClientDialogue, FetchesAllOrNothing)
         for (const auto& [once, listed] : {std::pair(false, 0U), {true, 0U}, {true, 6U}, {true, 7U}}) {
             stage t(rule("RETR", what, once));
             const auto how = listed > 0 ? qrftp::transfer_options{.listed_size = listed} : qrftp::transfer_options{};
-            EXPECT_EQ(error_of([&] { t.open().fetch("f", t.local / "f", how); }), once ? "nothing" : error) << *what.bytes << listed;
+            EXPECT_EQ(error_of([&] { t.open().fetch("f", t.local / "f", how); }), once ? "nothing" : error) << *what.bytes << ' ' << listed;
             EXPECT_EQ(10 * t.files() + long(fs::file_size(t.local / "f")), once ? 26 : 25); // no other file, the new one or the old
             t.peer.on("RETR", what, 1);
             std::string got;

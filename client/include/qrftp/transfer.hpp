@@ -25,9 +25,9 @@ struct transfer_options {
     bool replace = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;
-    /// Of a file to fetch: its size, as a listing told it. Over FTP a small file is then fetched without asking
-    /// for the size first (SIZE), a round trip less; where what arrives has another one, it is fetched once
-    /// more, and the server asked.
+    /// Of a file to fetch: its size, as a listing told it. Over FTP, a file of up to 1 MiB that goes to a
+    /// temporary name is then fetched without asking for the size first (SIZE), a round trip less; where what
+    /// arrives has another one, it is fetched once more, and the server asked. Of no meaning otherwise.
     std::optional<std::uint64_t> listed_size{};
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;
