@@ -341,7 +341,8 @@ remote_file session::open(const std::string& remote_path) const
     if (there->kind == entry_kind::folder) {
         throw IsFolder(path);
     }
-    return remote_file(std::make_unique<stream_reader>(*this, path, mine.server->size(path)));
+    return remote_file(
+        std::make_unique<stream_reader>(mine.location, mine.options, path, mine.server->size(path)));
 }
 
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,

@@ -12,8 +12,9 @@ constexpr std::size_t read_ahead = std::size_t{4} << 20;
 
 } // namespace
 
-stream_reader::stream_reader(const session& like, std::string path, std::optional<std::uint64_t> size)
-    : connection_(like.clone()), path_(std::move(path)), size_(size)
+stream_reader::stream_reader(url server, session_options options, std::string path,
+                             std::optional<std::uint64_t> size)
+    : server_(std::move(server)), options_(std::move(options)), path_(std::move(path)), size_(size)
 {
 }
 
@@ -66,12 +67,20 @@ void stream_reader::stop()
     }
 }
 
-void stream_reader::fetch(const std::stop_token& asked_to_stop, std::uint64_t offset)
+void stream_reader::fetch(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept
 {
     std::exception_ptr failure;
     try {
-        connection_.fetch(path_, [&](std::string_view bytes) { return take(asked_to_stop, bytes); },
-                          {.offset = offset});
+        // Either token ends it: that of the session, and that of this fetch.
+        std::stop_source either;
+        const auto end = [&either] { either.request_stop(); };
+        const std::stop_callback by_caller(options_.stop, end);
+        const std::stop_callback by_reader(asked_to_stop, end);
+        session_options options = options_;
+        options.stop = either.get_token();
+        session(server_, std::move(options))
+            .fetch(path_, [&](std::string_view bytes) { return take(asked_to_stop, bytes); },
+                   {.offset = offset});
     } catch (...) {
         failure = std::current_exception();
     }

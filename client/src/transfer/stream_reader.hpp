@@ -18,7 +18,7 @@ namespace qrftp {
 /// own fetches ahead into a bounded queue; another place, unless it is a little further on, is another fetch.
 class stream_reader final : public random_reader {
 public:
-    stream_reader(const session& like, std::string path, std::optional<std::uint64_t> size);
+    stream_reader(url server, session_options options, std::string path, std::optional<std::uint64_t> size);
     ~stream_reader() override;
 
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
@@ -27,12 +27,13 @@ public:
 private:
     void start(std::uint64_t offset);
     void stop();
-    void fetch(const std::stop_token& asked_to_stop, std::uint64_t offset);
+    void fetch(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept;
     bool take(const std::stop_token& asked_to_stop, std::string_view bytes);
     /// Up to so many bytes, moved into `buffer` or dropped where there is none; 0 at the end.
     std::size_t consume(std::span<char> buffer, std::size_t most);
 
-    session connection_;
+    url server_;
+    session_options options_;
     std::string path_;
     std::optional<std::uint64_t> size_;
     std::uint64_t position_ = 0; ///< of the next byte in the queue
