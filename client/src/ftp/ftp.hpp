@@ -24,7 +24,7 @@ public:
     void enter(const std::string& path) override;
     bool is_folder(const std::string& path) override;
     std::optional<entry> find(const std::string& path) override;
-    std::optional<entry> lstat(const std::string& path);
+    std::optional<entry> lstat(const std::string& path) override;
     std::optional<entry> stat(const std::string& path) override { return find(path); }
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
