@@ -7,8 +7,8 @@
 
 namespace qrftp::sftp {
 
-/// A stream of bytes in both directions, over which SFTP packets travel: an SSH channel, or a socket in tests. Neither
-/// reading nor writing blocks; `wait` does. One thread at a time.
+/// A stream of bytes in both directions, over which SFTP packets travel: an SSH channel, or a socket in tests.
+/// Neither reading nor writing blocks; `wait` does. One thread at a time.
 ///
 /// Every member throws `ConnectionLost` when the other side is gone.
 class transport {
