@@ -24,9 +24,12 @@ public:
     };
     static void start() { record->clear(); } ///< Forgets what was recorded so far.
     static std::vector<event> events() { return record.copy(); }
-    static std::vector<std::string> lines();                 ///< The texts of the events.
-    static void fail_append(int nth) { append_fails = nth; } ///< Makes the nth curl_slist_append from now return null.
-    static void fail_next_init() { init_fails = true; }      ///< Makes the next curl_easy_init return null.
+    static std::vector<std::string> lines(); ///< The texts of the events.
+    static void fail_append(int nth)
+    {
+        append_fails = nth;
+    } ///< Makes the nth curl_slist_append from now return null.
+    static void fail_next_init() { init_fails = true; } ///< Makes the next curl_easy_init return null.
 
     static inline auto& record = *new guarded<std::vector<event>>; // outlives handles with static storage
     static inline std::atomic<bool> init_fails = false;

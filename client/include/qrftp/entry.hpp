@@ -15,8 +15,8 @@ enum class time_precision { day, minute, second };
 
 /// A modification time as the server gives it.
 struct timestamp {
-    /// Where `utc` is false the server did not say in which time zone it counts: this is the reading of its clock
-    /// taken for UTC.
+    /// Where `utc` is false the server did not say in which time zone it counts: this is the reading of its
+    /// clock taken for UTC.
     std::chrono::sys_seconds time{};
     time_precision precision = time_precision::second;
     bool utc = true;

@@ -78,8 +78,8 @@ private:
 /// The name of the class for `why`: "NotFound".
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string_view name_of(error_cause why) noexcept;
 
-/// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason, and
-/// what the server said.
+/// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason,
+/// and what the server said.
 #define QRFTP_ERROR(name, why)                                                                                 \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
@@ -100,8 +100,8 @@ private:
 
 /// The text is not the URL of an FTP or SFTP server. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidUrl, invalid_url);
-/// A name, user name or password holds a byte that the protocol cannot carry: NUL on either; on FTP also CR, LF and
-/// the byte 255, which is Telnet's (RFC 854). Nothing was sent.
+/// A name, user name or password holds a byte that the protocol cannot carry: NUL on either; on FTP also CR, LF
+/// and the byte 255, which is Telnet's (RFC 854). Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidName, invalid_name);
 /// An option, or a setting of a configuration file, has a value that means nothing. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidOption, invalid_option);
@@ -112,8 +112,8 @@ QRFTP_ERROR(NoConnection, no_connection);
 QRFTP_ERROR(NoEncryption, no_encryption);
 /// The server's certificate was not accepted. Nothing secret was sent.
 QRFTP_ERROR(CertificateRefused, certificate_refused);
-/// The host has no line in the known-hosts files, and unknown ones are not accepted. The reason holds the key's type
-/// and fingerprint.
+/// The host has no line in the known-hosts files, and unknown ones are not accepted. The reason holds the key's
+/// type and fingerprint.
 QRFTP_ERROR_WITH_REASON(HostKeyUnknown, host_key_unknown);
 /// The host showed another key than the known-hosts files have for it.
 QRFTP_ERROR_WITH_REASON(HostKeyChanged, host_key_changed);
@@ -123,11 +123,11 @@ QRFTP_ERROR_WITH_REASON(HostKeyRevoked, host_key_revoked);
 QRFTP_ERROR(LoginRefused, login_refused);
 /// Nothing arrived, or too little, for the time allowed.
 QRFTP_ERROR(Timeout, timeout);
-/// The connection broke during a request. A request that changes something may have been carried out; it was not
-/// repeated.
+/// The connection broke during a request. A request that changes something may have been carried out; it was
+/// not repeated.
 QRFTP_ERROR(ConnectionLost, connection_lost);
-/// The other side does not keep to the protocol: a packet that cannot be read, an answer that nobody asked for. The
-/// connection is closed.
+/// The other side does not keep to the protocol: a packet that cannot be read, an answer that nobody asked for.
+/// The connection is closed.
 QRFTP_ERROR_WITH_REASON(ProtocolError, protocol_error);
 
 /// There is nothing of that name on the server.
@@ -149,14 +149,15 @@ QRFTP_ERROR(NotSupported, not_supported);
 /// The server refused, for a reason that only its own words tell.
 QRFTP_ERROR(Refused, refused);
 
-/// The server began a listing and did not end it, or said that it left something out. Nothing was concluded from it.
+/// The server began a listing and did not end it, or said that it left something out. Nothing was concluded
+/// from it.
 QRFTP_ERROR_WITH_REASON(IncompleteListing, incomplete_listing);
 /// A partial file cannot be completed; the reason says why. Nothing was changed.
 QRFTP_ERROR_WITH_REASON(CannotResume, cannot_resume);
 /// What arrived is not as long as what was sent.
 QRFTP_ERROR_WITH_REASON(SizeMismatch, size_mismatch);
-/// The server sent a name that no local file may get ("..", or one with "/" or NUL), or a local link leads out of the
-/// destination. Nothing was written.
+/// The server sent a name that no local file may get ("..", or one with "/" or NUL), or a local link leads out
+/// of the destination. Nothing was written.
 QRFTP_ERROR_WITH_REASON(UnsafeName, unsafe_name);
 /// The caller asked for the end: by the stop token or by a callback that returned false.
 QRFTP_ERROR(Cancelled, cancelled);

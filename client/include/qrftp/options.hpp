@@ -52,11 +52,12 @@ struct session_options {
     std::string user{};
     /// Else the URL's.
     std::optional<std::string> password{};
-    /// Asked where a password is needed and none is given, with how often it was asked before; SFTP: after the host key
-    /// was accepted and keys were refused. No value ends the login.
+    /// Asked where a password is needed and none is given, with how often it was asked before; SFTP: after the
+    /// host key was accepted and keys were refused. No value ends the login.
     std::function<std::optional<std::string>(unsigned attempt)> ask_password{};
 
-    /// SFTP: the private keys to log in with, in this order; else those of ssh_config, else the usual ones of `~/.ssh`.
+    /// SFTP: the private keys to log in with, in this order; else those of ssh_config, else the usual ones of
+    /// `~/.ssh`.
     std::vector<std::filesystem::path> private_keys{};
     /// The pass phrase of the private keys.
     std::optional<std::string> pass_phrase{};
@@ -68,8 +69,8 @@ struct session_options {
     bool use_agent = true;
     /// SFTP: of the agent's keys, only those that `private_keys` names.
     bool identities_only = false;
-    /// SFTP: answers the server's own prompts; without it, the password answers a single hidden one. No value ends the
-    /// login.
+    /// SFTP: answers the server's own prompts; without it, the password answers a single hidden one. No value
+    /// ends the login.
     std::function<std::optional<std::vector<std::string>>(const login_prompts&)> answer_prompts{};
     /// SFTP: OpenSSH's configuration, which fills in what is not set here.
     ssh_config_files ssh_config{};
@@ -80,8 +81,8 @@ struct session_options {
     std::filesystem::path certificate_authorities{};
     /// FTP: the server opens the data connections.
     bool active = false;
-    /// Goes through the proxy that the host program's proxy selector names (the stand-alone host's reads http_proxy,
-    /// https_proxy and no_proxy): HTTP CONNECT, or SOCKS5 for "socks5://" and "socks5h://".
+    /// Goes through the proxy that the host program's proxy selector names (the stand-alone host's reads
+    /// http_proxy, https_proxy and no_proxy): HTTP CONNECT, or SOCKS5 for "socks5://" and "socks5h://".
     bool use_proxy = false;
 
     host_key_check host_keys = host_key_check::accept_new;

@@ -17,19 +17,19 @@ struct tree_action {
     std::uint64_t size = 0;
 };
 
-/// How far a tree is; `file` is one of `running` files.
+/// How far a tree is; `file` is one of several that are under way.
 struct tree_progress {
-    unsigned job = 0; ///< which of the parallel connections, from 0
-    std::string path{};
-    progress file;
-    progress all;
+    unsigned job = 0;   ///< which of the parallel connections, from 0
+    std::string path{}; ///< of the file that moved last
+    progress file{};
+    progress all{};
     std::size_t files_done = 0;
     std::size_t files = 0;
 };
 
 struct tree_failure {
     std::string path{};
-    std::exception_ptr error;
+    std::exception_ptr error{};
 };
 
 struct tree_result {
@@ -42,7 +42,7 @@ struct tree_result {
 };
 
 struct tree_options {
-    transfer_options transfer{}; ///< of each file; its `on_progress` is not used; the rate is that of each job
+    transfer_options transfer{}; ///< of each file; its `on_progress` is not used
     /// Globs: "*" and "?" stop at "/", "**" does not, "[…]" is a set. One without "/" is compared with names,
     /// one with "/" with paths below the root. A file must match one of `include`, unless that is empty, and
     /// nothing may match one of `exclude`.
@@ -50,16 +50,17 @@ struct tree_options {
     std::vector<std::string> exclude{};
     /// Follows symbolic links; otherwise they are passed over.
     bool follow_links = false;
-    /// How many connections work side by side.
-    unsigned jobs = 1;
-    /// Collects errors in the result and goes on; otherwise the first one ends it and is thrown.
+    /// How many connections work side by side; 0 lets the protocol choose: 4 over FTP, fewer where the server
+    /// refuses more; one over SFTP, which carries many files at a time.
+    unsigned jobs = 0;
+    /// Collects errors in the result and continues; otherwise the first one ends it and is thrown.
     bool keep_going = false;
     /// Only says what would be done.
     bool dry_run = false;
     /// Called when a step has been done, or would be. Calls come one at a time.
     std::function<void(const tree_action&)> on_action{};
     /// Called several times a second and at the end of each file, one call at a time; false ends it all with
-    /// `error::Cancelled`.
+    /// `Cancelled`.
     std::function<bool(const tree_progress&)> on_progress{};
 };
 
@@ -73,24 +74,21 @@ struct sync_options : tree_options {
 /// Fetches the folder `remote_folder` with all that is in it into `local_folder`, which is made when missing.
 ///
 /// Nothing is written outside `local_folder`: a name that could lead out of it is passed over, and a symbolic
-/// link in the place of a folder is a failure (`error::UnsafeName`), unless links are followed. Throws what
-/// `list` and `fetch` throw.
+/// link in the place of a folder is a failure (`UnsafeName`), unless links are followed. Throws what `list` and
+/// `fetch` throw.
 QRFTPCLIENT_EXPORT tree_result fetch_tree(session& from, const std::string& remote_folder,
                                           const std::filesystem::path& local_folder,
-                                          const tree_options& how = {});
+                                          const tree_options& options = {});
 
 /// Sends the folder `local_folder` with all that is in it into `remote_folder`, which is made when missing.
 QRFTPCLIENT_EXPORT tree_result send_tree(session& to, const std::filesystem::path& local_folder,
-                                         const std::string& remote_folder, const tree_options& how = {});
+                                         const std::string& remote_folder, const tree_options& options = {});
 
 /// Brings over the files that the destination does not have, has older, or has in another size. Where a
 /// listing's time is too coarse to tell, the server is asked for the exact one; if it does not tell, files of
 /// the same size are taken for the same. Nothing is removed when a part of the source could not be read.
 QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem::path& local_folder,
                                            const std::string& remote_folder, direction way,
-                                           const sync_options& how = {});
-
-/// Whether `path` matches the glob `pattern`, as in `tree_options`.
-QRFTPCLIENT_EXPORT bool glob_match(std::string_view pattern, std::string_view path);
+                                           const sync_options& options = {});
 
 } // namespace qrftp

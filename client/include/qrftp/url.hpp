@@ -17,12 +17,13 @@ struct QRFTPCLIENT_EXPORT url {
     std::uint16_t port = 0; ///< 0 where none is given: 21, or 22 and what ssh_config says
     std::string user{};
     std::string password{};
-    /// Absolute, or relative to the folder of the login; empty for that folder itself. "ftp://host/a" is relative,
-    /// "ftp://host//a" absolute (RFC 1738, 3.2.2); "sftp://host/a" is absolute, "sftp://host/~/a" relative.
+    /// Absolute, or relative to the folder of the login; empty for that folder itself. "ftp://host/a" is
+    /// relative, "ftp://host//a" absolute (RFC 1738, 3.2.2); "sftp://host/a" is absolute, "sftp://host/~/a"
+    /// relative.
     std::string path{};
 
-    /// Takes `whole` apart. Throws `InvalidUrl` for a text that is no URL, another scheme than ftp or sftp, no host,
-    /// port 0, or a control character in any part.
+    /// Takes `whole` apart. Throws `InvalidUrl` for a text that is no URL, another scheme than ftp or sftp, no
+    /// host, port 0, or a control character in any part.
     [[nodiscard]] static url parse(std::string_view whole);
 
     /// The server as people write it: scheme, host, and the port where one is given that is not the usual one.
