@@ -329,7 +329,9 @@ void pipeline::drop(const reply& answer)
 pipeline::duration pipeline::longest_wait() const
 {
     const auto now = clock::now();
-    auto left = last_progress_ + settings_.stall_timeout - now;
+    const bool may_stall = settings_.stall_timeout > duration::zero();
+    auto left =
+        may_stall ? last_progress_ + settings_.stall_timeout - now : clock::duration(std::chrono::hours(1));
     if (deadline_) {
         left = std::min(left, *deadline_ - now);
     }

@@ -91,6 +91,7 @@ public:
     void set_stall_timeout(duration longest) noexcept { settings_.stall_timeout = longest; }
     void set_stop(std::stop_token stop) noexcept { settings_.stop = std::move(stop); }
     [[nodiscard]] const std::stop_token& stop() const noexcept { return settings_.stop; }
+    [[nodiscard]] std::optional<clock::time_point> deadline() const noexcept { return deadline_; }
     /// When everything is to be over: `Timeout` from then on.
     void set_deadline(std::optional<clock::time_point> deadline) noexcept { deadline_ = deadline; }
 
