@@ -77,6 +77,9 @@ private:
 
 /// The name of the class for `why`: "NotFound".
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string_view name_of(error_cause why) noexcept;
+/// The sentence of `why`: "{0}" stands for the subject, "{1}" for the reason, "{2}" for what the server said, in
+/// parentheses.
+[[nodiscard]] QRFTPCLIENT_EXPORT std::string_view sentence_of(error_cause why) noexcept;
 
 /// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason,
 /// and what the server said.
