@@ -95,9 +95,7 @@ private:
     void report(copy_state& state)
     {
         while (!state.ended.empty()) {
-            copy_job* const ended = state.ended.back();
-            state.ended.pop_back();
-            active_job done = take(ended->position);
+            active_job done = take_ended(state);
             if (done.job->is_postponed()) {
                 (done.job->wants_to_be_alone() ? alone_ : postponed_).push_back(std::move(done));
                 continue;
@@ -113,6 +111,31 @@ private:
         if (active_.empty() && !(postponed_.empty() && alone_.empty() && exhausted_)) {
             start_files(state);
         }
+    }
+
+    /// The same, after something else has failed.
+    void report_ended(copy_state& state, const std::exception_ptr& why) noexcept
+    {
+        while (!state.ended.empty()) {
+            active_job done = take_ended(state);
+            if (done.job->is_postponed()) {
+                report_lost(done.what, why);
+                continue;
+            }
+            done.job->settle(hooks_);
+            if (done.job->failure()) {
+                report_lost(done.what, done.job->failure());
+            } else {
+                report_finished(done.what);
+            }
+        }
+    }
+
+    active_job take_ended(copy_state& state)
+    {
+        const std::size_t position = state.ended.back()->position;
+        state.ended.pop_back();
+        return take(position);
     }
 
     active_job take(std::size_t position)
@@ -135,6 +158,7 @@ private:
 
     void stop(copy_state& state, const std::exception_ptr& why)
     {
+        report_ended(state, why);
         std::vector<active_job> left = std::exchange(active_, {});
         if (state.server.is_open()) {
             for (active_job& each : left) {
@@ -148,6 +172,14 @@ private:
             } else {
                 report_lost(each.what, why);
             }
+        }
+    }
+
+    void report_finished(const part& done) noexcept
+    {
+        try {
+            files_.finished(done);
+        } catch (...) { // NOLINT(bugprone-empty-catch): as below
         }
     }
 

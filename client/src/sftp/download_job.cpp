@@ -12,107 +12,122 @@ namespace {
 /// What every server gives in answer to one READ.
 constexpr std::uint32_t smallest_read = 32 * 1024;
 
-file_facts facts_of(const attributes& values)
+std::exception_ptr size_mismatch(const std::string& path, std::uint64_t got, std::uint64_t size)
 {
-    const entry told = make_entry({}, values);
-    file_facts facts{.size = values.size, .modified = {}, .mode = told.mode};
-    if (told.modified) {
-        facts.modified = told.modified->time;
-    }
-    return facts;
+    return std::make_exception_ptr(SizeMismatch(path, fmt::format("{} of {} bytes", got, size)));
 }
 
 } // namespace
 
 void download_job::send_first()
 {
-    const bool needs_stat = is_retry() || file_.needs_time() || !file_.listed_size();
-    has_facts_ = !needs_stat;
-    if (needs_stat) {
-        // Before OPEN: should the file be replaced in between, its new content comes with the old time and is
-        // seen as changed the next time.
-        ask(packet_type::stat, step::stat, file_.path());
-    } else {
-        expected_ = file_.listed_size();
-        plan(*expected_);
+    if (!is_retry() && !file_.needs_time()) {
+        size_ = file_.listed_size();
     }
+    is_listed_ = size_.has_value();
+    plan(size_.value_or(0));
     send_open(step::open, file_.path(), open_flag::read);
 }
 
 void download_job::handle_reply(const request_tag& tag, const reply& answer)
 {
     switch (tag.step) {
-    case step::stat:
-        return on_stat(answer);
     case step::open:
-        if (take_handle(answer, file_.path())) {
-            begin();
-        }
-        return;
-    case step::check_size:
-        return on_size(answer);
+        return take_handle(answer, file_.path()) ? on_opened() : void();
+    case step::fstat:
+        return on_fstat(answer);
     default:
         return on_read(tag, answer);
     }
 }
 
-void download_job::on_stat(const reply& answer)
+void download_job::on_opened()
 {
-    has_facts_ = true;
-    if (!answer.is_status()) { // else OPEN tells what is the matter
-        source_ = answer.attrs();
-        expected_ = source_->size;
-        if (kind_of(*source_) == entry_kind::folder) {
-            return fail(std::make_exception_ptr(IsFolder(file_.path())));
-        }
+    if (is_listed_) {
+        return begin();
     }
+    ask(packet_type::fstat, step::fstat, handle());
+    if (!file_.needs_size() && !is_retry()) {
+        // All of a small file comes with its attributes.
+        const std::uint64_t length = std::min<std::uint64_t>(state().read_size, part_.end - part_.begin);
+        ask_for(step::read, part_.begin, static_cast<std::uint32_t>(length));
+        ahead_ = part_.begin + length;
+    }
+}
+
+void download_job::on_fstat(const reply& answer)
+{
+    if (answer.is_status()) {
+        return fail_refused(file_.path(), answer);
+    }
+    source_ = answer.attrs();
+    if (kind_of(*source_) == entry_kind::folder) {
+        return fail(std::make_exception_ptr(IsFolder(file_.path())));
+    }
+    // Files of no size may be made as they are read.
+    size_ = source_->size == 0 && !file_.needs_size() ? std::nullopt : source_->size;
     begin();
 }
 
-/// Goes on when both the facts and the handle are there.
 void download_job::begin()
 {
-    if (!has_facts_ || !is_open()) {
-        return;
+    const bool begun = guarded([this] { has_begun_ ? begin_again() : begin_first_time(); });
+    if (begun) {
+        start_reading();
     }
-    if (!guarded([this] { has_begun_ ? void() : begin_first_time(); })) {
-        return;
-    }
-    if (is_retry() && !is_unchanged()) {
-        if (position_ > range_.begin && !file_.restart()) {
-            return fail(std::make_exception_ptr(ConnectionLost(file_.path())));
-        }
-        position_ = range_.begin;
-    }
-    next_ = position_;
-    plan(std::min(limit(), range_.end) - std::min(next_, limit()));
-    advance_or_finish();
 }
 
 void download_job::begin_first_time()
 {
-    file_facts facts = source_ ? facts_of(*source_) : file_facts{};
-    facts.size = expected_;
-    range_ = file_.begin(facts);
+    range_ = file_.begin(facts());
     range_.begin = std::max(range_.begin, part_.begin);
     range_.end = std::min(range_.end, part_.end);
     position_ = range_.begin;
     has_begun_ = true;
 }
 
-bool download_job::is_unchanged() const
+/// After a lost connection, or a listing that does not hold any more.
+void download_job::begin_again()
 {
-    return earlier_ && source_ && earlier_->size && earlier_->time && earlier_->size == source_->size &&
-           earlier_->time->modified == source_->time.value_or(attributes::times{}).modified;
+    if (is_unchanged()) {
+        return;
+    }
+    const bool is_restarted = part_.is_whole() && file_.restart();
+    if (!is_restarted && position_ > range_.begin) {
+        throw SizeMismatch(file_.path(), "it was changed while it was fetched");
+    }
+    position_ = range_.begin;
 }
 
-/// Up to where it is asked for: one byte beyond the size that was told. Without that as much as has come.
+bool download_job::is_unchanged() const
+{
+    return earlier_ && earlier_->size && earlier_->time && earlier_->size == source_->size && source_->time &&
+           earlier_->time->modified == source_->time->modified;
+}
+
+void download_job::start_reading()
+{
+    is_reading_ = true;
+    next_ = std::max(part_.begin == position_ ? ahead_ : 0, position_);
+    ahead_ = 0;
+    plan(limit() - std::min(next_, limit()));
+    early_.erase(early_.begin(), early_.lower_bound(position_));
+    if (guarded([this] { write_early(); })) {
+        advance_or_finish();
+    }
+}
+
+std::uint64_t download_job::expected_end() const
+{
+    return std::min(range_.end, size_.value_or(unknown));
+}
+
 std::uint64_t download_job::limit() const
 {
     const std::uint64_t come = position_ - range_.begin;
-    const std::uint64_t told =
-        expected_ ? *expected_ : position_ + std::max<std::uint64_t>(come, state().read_size);
-    return std::min({told < unknown ? told + 1 : told, range_.end, end_});
+    const std::uint64_t last =
+        size_ ? *size_ + (is_listed_ ? 1 : 0) : position_ + std::max<std::uint64_t>(come, state().read_size);
+    return std::min({last, range_.end, end_});
 }
 
 bool download_job::send_more()
@@ -143,7 +158,7 @@ void download_job::on_read(const request_tag& tag, const reply& answer)
     } else {
         on_data(tag, answer.data());
     }
-    if (!has_ended()) {
+    if (!has_ended() && is_reading_) {
         advance_or_finish();
     }
 }
@@ -157,45 +172,42 @@ void download_job::on_data(const request_tag& tag, std::string_view bytes)
         state().read_size = std::max(smallest_read, state().read_size / 2);
     }
     const std::uint64_t after = tag.offset + bytes.size();
-    if (expected_ && after > *expected_ && range_.end > *expected_) {
-        expected_.reset(); // It is longer than was told.
+    if (bytes.size() < tag.length && after != size_) {
+        ask_for(step::read_again, after, tag.length - static_cast<std::uint32_t>(bytes.size()));
     }
-    if (bytes.size() < tag.length) {
-        if (after == expected_) {
-            end_ = std::min(end_, after);
-        } else {
-            ask_for(step::read_again, after, tag.length - static_cast<std::uint32_t>(bytes.size()));
-        }
+    if (is_reading_ && after > expected_end()) {
+        is_longer_ = is_listed_;
+        bytes.remove_suffix(std::min<std::size_t>(bytes.size(), after - expected_end()));
     }
-    guarded([&] { write(tag.offset, bytes); });
+    if (!bytes.empty()) {
+        guarded([&] { write(tag.offset, bytes); });
+    }
 }
 
+/// In order: what comes early waits.
 void download_job::write(std::uint64_t offset, std::string_view bytes)
 {
-    if (offset == position_) {
+    if (!is_reading_ || offset > position_) {
+        early_.insert_or_assign(offset, std::string(bytes));
+    } else if (offset == position_) {
         file_.write(offset, bytes);
         position_ += bytes.size();
-        return write_early();
+        write_early();
     }
-    early_part part{bytes.size(), {}};
-    if (file_.takes_any_order()) {
-        file_.write(offset, bytes);
-    } else {
-        part.bytes = bytes;
-    }
-    early_.insert_or_assign(offset, std::move(part));
 }
 
 void download_job::write_early()
 {
     for (auto first = early_.begin(); first != early_.end() && first->first == position_;
          first = early_.begin()) {
-        const early_part part = std::move(first->second);
+        std::string bytes = std::move(first->second);
         early_.erase(first);
-        if (!part.bytes.empty()) {
-            file_.write(position_, part.bytes);
+        bytes.resize(
+            std::min<std::uint64_t>(bytes.size(), expected_end() - std::min(position_, expected_end())));
+        if (!bytes.empty()) {
+            file_.write(position_, bytes);
+            position_ += bytes.size();
         }
-        position_ += part.length;
     }
 }
 
@@ -210,37 +222,39 @@ void download_job::advance_or_finish()
 
 void download_job::on_all_read()
 {
-    if (!early_.empty()) {
-        return fail(std::make_exception_ptr(SizeMismatch(
-            file_.path(),
-            fmt::format("the server told of its end at byte {}, and sent bytes behind it", end_))));
+    const bool is_short = size_ && position_ < expected_end();
+    if (is_listed_ && (is_longer_ || is_short)) {
+        is_listed_ = false;
+        is_longer_ = false;
+        is_reading_ = false;
+        end_ = unknown;
+        early_.clear();
+        return ask(packet_type::fstat, step::fstat, handle());
     }
-    if (expected_ && position_ < std::min(*expected_, range_.end)) {
-        return ask(packet_type::fstat, step::check_size, handle());
+    if (is_short || !early_.empty()) { // It has become shorter, or the server does not give all of it.
+        return fail(size_mismatch(file_.path(), position_, size_.value_or(position_)));
     }
     finish();
 }
 
-/// The end came early: the file has become shorter, or the server does not give all of it.
-void download_job::on_size(const reply& answer)
+file_facts download_job::facts() const
 {
-    const auto size = answer.is_status() ? std::nullopt : answer.attrs().size;
-    if (size != position_) {
-        return fail(std::make_exception_ptr(
-            SizeMismatch(file_.path(), fmt::format("the server has {} bytes of it and gave {}",
-                                                   size.value_or(*expected_), position_))));
+    file_facts told{.size = size_};
+    if (source_) {
+        const entry found = make_entry({}, *source_);
+        told.mode = found.mode;
+        told.modified = found.modified ? std::optional(found.modified->time) : std::nullopt;
     }
-    expected_ = position_;
-    finish();
+    return told;
 }
 
 void download_job::finish()
 {
     close();
     guarded([this] {
-        file_facts facts = source_ ? facts_of(*source_) : file_facts{};
-        facts.size = expected_ ? *expected_ : position_;
-        file_.finish(facts);
+        file_facts found = facts();
+        found.size = size_.value_or(position_);
+        file_.finish(found);
     });
     end();
 }
@@ -248,7 +262,10 @@ void download_job::finish()
 bool download_job::reset()
 {
     earlier_ = std::exchange(source_, std::nullopt);
-    expected_.reset();
+    size_.reset();
+    is_longer_ = false;
+    is_reading_ = false;
+    ahead_ = 0;
     end_ = unknown;
     early_.clear();
     return true;

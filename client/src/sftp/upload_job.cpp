@@ -31,7 +31,8 @@ void upload_job::send_first()
     if (is_renaming_) {
         return ask_whether_renamed();
     }
-    if (!file_.may_replace() && !is_retry()) {
+    knows_target_ = is_retry() || (file_.may_replace() && !file_.needs_replaced());
+    if (!knows_target_) {
         ask(packet_type::lstat, step::look_at_target, file_.target());
     }
     if (has_begun_) {
@@ -49,7 +50,7 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
     case step::look:
         return on_look(answer);
     case step::look_at_target:
-        return answer.is_status() ? void() : fail(std::make_exception_ptr(AlreadyExists(file_.target())));
+        return on_look_at_target(answer);
     case step::open:
         return on_open(answer);
     case step::write:
@@ -76,6 +77,20 @@ void upload_job::on_look(const reply& answer)
     file_facts there;
     there.size = answer.attrs().size;
     begin(there);
+}
+
+void upload_job::on_look_at_target(const reply& answer)
+{
+    knows_target_ = true;
+    if (!answer.is_status()) {
+        replaced_ = make_entry({}, answer.attrs());
+        if (!file_.may_replace()) {
+            return fail(std::make_exception_ptr(AlreadyExists(file_.target())));
+        }
+    }
+    if (is_sent_ && is_open()) {
+        finish_writing();
+    }
 }
 
 void upload_job::begin(const std::optional<file_facts>& there)
@@ -162,15 +177,24 @@ bool upload_job::send_more()
 void upload_job::finish_writing()
 {
     is_sent_ = true;
+    if (!knows_target_) {
+        return;
+    }
     if (part_.is_whole()) {
         send_facts();
+    }
+    if (has_ended()) {
+        return;
     }
     ask_close(step::close);
 }
 
 void upload_job::send_facts()
 {
-    const attributes values = attributes_of(file_.facts_to_set());
+    attributes values;
+    if (!guarded([&] { values = attributes_of(file_.facts_to_set(replaced_)); })) {
+        return;
+    }
     if (values == attributes{}) {
         return;
     }

@@ -42,6 +42,7 @@ private:
     [[nodiscard]] std::uint32_t open_flags() const;
     void on_open(const reply& answer);
     void on_look(const reply& answer);
+    void on_look_at_target(const reply& answer);
     void on_written(const request_tag& tag, const reply& answer);
     void on_closed(const reply& answer);
     void finish_writing();
@@ -58,6 +59,8 @@ private:
     upload& file_;
     byte_range part_;
     bool has_begun_ = false;
+    bool knows_target_ = true; ///< or need not
+    std::optional<entry> replaced_{};
     byte_range range_{};
     std::uint64_t next_ = 0;      ///< everything before it has been sent
     std::uint64_t confirmed_ = 0; ///< everything before it is on the server
