@@ -16,7 +16,7 @@ struct description {
     std::string_view sentence;
 };
 
-constexpr std::array<description, 29> descriptions{{
+constexpr std::array<description, 31> descriptions{{
     {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
     {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
     {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
@@ -54,6 +54,10 @@ constexpr std::array<description, 29> descriptions{{
     {error_cause::cannot_resume, "CannotResume", R"("{0}" cannot be completed: {1}. Nothing was changed.)"},
     {error_cause::size_mismatch, "SizeMismatch", R"("{0}" did not arrive whole: {1}.)"},
     {error_cause::unsafe_name, "UnsafeName", R"("{0}" may not be written: {1}.)"},
+    {error_cause::empty_source, "EmptySource",
+     R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},
+    {error_cause::too_many_removals, "TooManyRemovals",
+     R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
     {error_cause::local_file, "LocalFileError", R"("{0}" failed on this machine: {1}.)"},
     {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
     {error_cause::closed, "Closed", R"(The session is closed.)"},
@@ -90,8 +94,8 @@ error::error(error_cause why, std::string subject, std::string reason, response 
     const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(masked(said.message)));
     std::string sentence =
         fmt::format(fmt::runtime(describe(why).sentence), escape(subject), escape(reason), words);
-    details_ = std::make_shared<const details>(
-        details{why, std::move(subject), std::move(said), std::move(sentence)});
+    details_ =
+        std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(sentence)});
 }
 
 const char* error::what() const noexcept

@@ -1,10 +1,24 @@
 #include "protocol.hpp"
 
+#include "random_reader.hpp"
+#include "remote_path.hpp"
+
 namespace qrftp {
 
 std::unique_ptr<protocol> protocol::open(const url& server, const session_options& options)
 {
     return server.scheme == url_scheme::sftp ? open_sftp(server, options) : open_ftp(server, options);
+}
+
+std::optional<entry> protocol::follow(const std::string& path)
+{
+    if (is_folder(path)) {
+        return entry{.name = remote_path::filename(path), .kind = entry_kind::folder};
+    }
+    const auto bytes = size(path);
+    return bytes ? std::optional(entry{
+                       .name = remote_path::filename(path), .size = bytes, .modified = modification_time(path)})
+                 : std::nullopt;
 }
 
 void protocol::list(folder_queue& folders)
@@ -49,6 +63,11 @@ void protocol::apply(const path_change& change)
         remove_folder(change.path);
         break;
     }
+}
+
+std::unique_ptr<random_reader> protocol::open_reader(const std::string& /*path*/)
+{
+    return nullptr;
 }
 
 void protocol::clean_up(const std::function<void()>& work) noexcept

@@ -21,6 +21,8 @@
 
 namespace qrftp {
 
+class random_reader;
+
 /// What is known of a file's content and is copied with it. Empty: not told, or not to be set.
 struct file_facts {
     std::optional<std::uint64_t> size{};
@@ -105,8 +107,8 @@ public:
     [[nodiscard]] virtual bool reads_anywhere() const = 0;
     /// Whether `facts_to_set` has to be given what it replaces: a file that is replaced keeps its mode.
     [[nodiscard]] virtual bool needs_replaced() const = 0;
-    /// What the file at `path` is given when all of it was sent, as far as the server can. `replaced` is what has the
-    /// name of the target now.
+    /// What the file at `path` is given when all of it was sent, as far as the server can. `replaced` is what
+    /// has the name of the target now.
     [[nodiscard]] virtual file_facts facts_to_set(const std::optional<entry>& replaced) const = 0;
     /// Told what the server has confirmed; reports progress.
     virtual void sent(std::uint64_t bytes) = 0;
@@ -206,8 +208,12 @@ public:
     virtual bool is_folder(const std::string& path) = 0;
     /// What is there; links are not followed, as far as the server can.
     virtual std::optional<entry> find(const std::string& path) = 0;
+    /// What is there itself: a link is told from what it leads to, whatever that costs.
+    virtual std::optional<entry> lstat(const std::string& path) { return find(path); }
     /// `find`, and where a link leads (`entry::link_target`).
     virtual std::optional<entry> stat(const std::string& path) = 0;
+    /// What the link at `path` leads to in the end; nothing where that is missing.
+    virtual std::optional<entry> follow(const std::string& path);
     /// The size of a file, through links.
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
     /// The modification time of a file, through links.
@@ -234,6 +240,8 @@ public:
     /// and cannot be mended by opening another, is thrown.
     virtual void fetch(download_batch& files) = 0;
     virtual void send(upload_batch& files) = 0;
+    /// Opens a file to be read at any place; null where the protocol cannot do that.
+    virtual std::unique_ptr<random_reader> open_reader(const std::string& path);
     /// How many connections serve a batch of small files best.
     [[nodiscard]] virtual unsigned best_connections() const = 0;
     /// Whether one file may come and go in parts over several connections.

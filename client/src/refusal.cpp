@@ -10,7 +10,8 @@ namespace qrftp {
 
 namespace {
 
-/// FTP: a reply code that may mean that the server does not allow it (RFC 959, 4.2.2). SFTP's status says so by itself.
+/// FTP: a reply code that may mean that the server does not allow it (RFC 959, 4.2.2). SFTP's status says so by
+/// itself.
 bool may_mean_denied(const response& said)
 {
     static constexpr std::array codes{530L, 532L, 550L, 553L};

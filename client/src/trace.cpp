@@ -41,9 +41,8 @@ void set_trace(trace_level level, std::function<void(std::string_view)> on_line)
     }
     wanted_level.store(level, std::memory_order_relaxed);
     const bool debug = level == trace_level::debug;
-    foundation::log::set_entry_handler(
-        debug ? [](const foundation::log::entry& each) { trace_line(each.text); }
-              : foundation::log::entry_handler());
+    foundation::log::set_entry_handler(debug ? [](const foundation::log::entry& each) { trace_line(each.text); }
+                                             : foundation::log::entry_handler());
     ftp::trace_libraries(debug);
     sftp::trace_libraries(debug);
 }

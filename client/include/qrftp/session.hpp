@@ -2,6 +2,7 @@
 
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
+#include <qrftp/file.hpp>
 #include <qrftp/options.hpp>
 #include <qrftp/server_info.hpp>
 #include <qrftp/transfer.hpp>
@@ -18,8 +19,6 @@
 #include <vector>
 
 namespace qrftp {
-
-class protocol;
 
 /// The entries of a folder.
 struct listing {
@@ -130,6 +129,9 @@ public:
     [[nodiscard]] std::string fetch_string(const std::string& remote_path,
                                            const transfer_options& options = {});
 
+    /// Opens a file to be read at any place. Throws `NotFound`, `IsFolder`, `PermissionDenied`.
+    [[nodiscard]] remote_file open(const std::string& remote_path) const;
+
     /// Sends a file. FTP: STOR (APPE when it resumes), SIZE, RNFR, RNTO. SFTP: OPEN, many WRITEs at a time,
     /// FSETSTAT, CLOSE, rename. Throws as `fetch` does, and `DiskFull`.
     void send(const std::filesystem::path& local_path, const std::string& remote_path,
@@ -144,10 +146,11 @@ public:
     [[nodiscard]] std::string system_type();
 
 private:
-    friend protocol& protocol_of(const session& opened);
+    friend struct session_access;
     struct state;
 
-    [[nodiscard]] state& open_state() const;
+    explicit session(std::unique_ptr<state> opened);
+    [[nodiscard]] state& opened() const;
 
     std::unique_ptr<state> state_;
 };
