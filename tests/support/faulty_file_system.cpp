@@ -1,9 +1,9 @@
-#include <zorbel/io/common/file/FaultyFileSystem.hpp>
+#include "faulty_file_system.hpp"
 
 #include <map>
 #include <utility>
 
-namespace zorbel::io::common::file {
+namespace support {
 
 struct FaultyFileSystem::Orders {
     struct Order {
@@ -96,4 +96,4 @@ std::uint64_t FaultyFileSystem::size(const std::filesystem::path& path)
     return inner_->size(path);
 }
 
-} // namespace zorbel::io::common::file
+} // namespace support

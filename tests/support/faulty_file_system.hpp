@@ -4,22 +4,26 @@
 
 #include <exception>
 
-namespace zorbel::io::common::file {
+namespace support {
 
-/// Another file system with faults on order, for tests. Files that it opened keep their orders when it goes.
-/// One thread at a time.
-class ZORBELHOST_EXPORT FaultyFileSystem final : public FileSystem {
+using zorbel::io::common::file::FileSystem;
+using zorbel::io::common::file::OpenMode;
+using zorbel::io::common::file::Stream;
+
+/// Injects the failures that a test asked for into another file system. Files that it opened keep failing as
+/// asked after it is gone. One thread at a time.
+class FaultyFileSystem final : public FileSystem {
 public:
     enum class Call { open, size, read, write, seek, close, any };
 
     explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner);
 
     /// The `number`th call of this kind from now, counted from 1, throws `failure` instead of being made;
-    /// without a failure, a write takes half of its bytes and returns the shorter count. A later order for the
-    /// same kind replaces the earlier one; number 0 takes it back.
+    /// without a failure, a write takes half of its bytes and returns the shorter count. A later request for
+    /// the same kind replaces the earlier one; number 0 takes it back.
     void fail(Call call, unsigned number, std::exception_ptr failure);
 
-    /// Whether a call of this kind is still to be met by its order.
+    /// Whether the failure that was asked for is still to come.
     bool pending(Call call) const;
 
     std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) override;
@@ -33,4 +37,4 @@ private:
     std::shared_ptr<Orders> orders_;
 };
 
-} // namespace zorbel::io::common::file
+} // namespace support
