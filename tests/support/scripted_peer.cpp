@@ -42,6 +42,7 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
+    std::size_t rest = 0; ///< where the next download begins
     bool dropped = false;
 
     std::optional<std::string> content(const std::string& line) const
@@ -81,7 +82,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
         return false;
     const auto verb = verb_of(line);
     if (verb != "STOR" && verb != "APPE") {
-        data << content(line).value_or("").substr(0, limit) << std::flush;
+        const auto all = content(line).value_or("");
+        data << all.substr(std::min(std::exchange(rest, 0), all.size())).substr(0, limit) << std::flush;
         return data.good();
     }
     const auto name = line.substr(verb.size() + 1);
@@ -112,6 +114,10 @@ answer scripted_peer::session::own(const std::string& verb, const std::string& a
         return answer::reply(plain.at(verb));
     if (verb == "TYPE" || verb == "NOOP" || verb == "RMD" || verb == "DELE" || verb == "RNTO")
         return answer::reply(verb == "TYPE" || verb == "NOOP" ? "200 ok" : "250 done");
+    if (verb == "REST") {
+        rest = std::stoul(argument);
+        return answer::reply("350 from there");
+    }
     if (verb == "PWD")
         return answer::reply("257 \"" + folder.string() + "\" is current");
     if (verb == "CWD") {

@@ -53,8 +53,14 @@ public:
     /// What a line or a verb sends on the data connection; a listing without a body is empty.
     void body(const std::string& line, const std::string& bytes) { state_->bodies[line] = bytes; }
     void file(const std::string& name, const std::string& bytes) { body("RETR " + name, bytes); }
-    /// From now on the peer keeps files as real servers do. Rules and bodies go first.
-    void keep(const files& all) { state_->tree.emplace(all); }
+    /// From now on the peer keeps files as real servers do, and forgets the bodies so far. Later rules and
+    /// bodies come before what it keeps.
+    void keep(const files& all)
+    {
+        const auto state = state_.operator->();
+        state->bodies.clear();
+        state->tree.emplace(all);
+    }
     files kept() const { return state_->tree->all(); }
     /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.
     void passive_address(const std::string& numbers) { state_->passive_address = numbers; }
