@@ -144,7 +144,8 @@ std::optional<std::string> scripted_peer::session::own_tree(const std::string& v
     const auto reply = state->tree->obey(verb, path);
     if (verb == "CWD" && reply->starts_with("250"))
         folder = path;
-    if (verb == "MLSD" && !state->bodies.contains("MLSD " + path) && !state->tree->content(verb, path))
+    if (verb == "MLSD" && !state->bodies.contains("MLSD " + path) && !state->bodies.contains(verb) &&
+        !state->tree->content(verb, path))
         return "550 no such folder";
     return reply;
 }

@@ -57,9 +57,8 @@ public:
     /// bodies come before what it keeps.
     void keep(const files& all)
     {
-        const auto state = state_.operator->();
-        state->bodies.clear();
-        state->tree.emplace(all);
+        state_->bodies.clear();
+        state_->tree.emplace(all);
     }
     files kept() const { return state_->tree->all(); }
     /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.
