@@ -103,8 +103,11 @@ public:
     virtual std::size_t read(std::uint64_t offset, std::span<char> buffer) = 0;
     /// Whether the source can be read from any place, and again.
     [[nodiscard]] virtual bool reads_anywhere() const = 0;
-    /// What the file at `path` is given when all of it was sent, as far as the server can.
-    [[nodiscard]] virtual file_facts facts_to_set() const = 0;
+    /// Whether `facts_to_set` has to be given what it replaces: a file that is replaced keeps its mode.
+    [[nodiscard]] virtual bool needs_replaced() const = 0;
+    /// What the file at `path` is given when all of it was sent, as far as the server can. `replaced` is what
+    /// has the name of the target now.
+    [[nodiscard]] virtual file_facts facts_to_set(const std::optional<entry>& replaced) const = 0;
     /// Told what the server has confirmed; reports progress.
     virtual void sent(std::uint64_t bytes) = 0;
 
@@ -203,8 +206,12 @@ public:
     virtual bool is_folder(const std::string& path) = 0;
     /// What is there; links are not followed, as far as the server can.
     virtual std::optional<entry> find(const std::string& path) = 0;
+    /// What is there itself: a link is told from what it leads to, whatever that costs.
+    virtual std::optional<entry> lstat(const std::string& path) { return find(path); }
     /// `find`, and where a link leads (`entry::link_target`).
     virtual std::optional<entry> stat(const std::string& path) = 0;
+    /// What the link at `path` leads to in the end; nothing where that is missing.
+    virtual std::optional<entry> follow(const std::string& path);
     /// The size of a file, through links.
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
     /// The modification time of a file, through links.
@@ -244,6 +251,7 @@ public:
     void clean_up(const std::function<void()>& work) noexcept;
 
 protected:
+    void apply(const path_change& change);
     [[nodiscard]] bool is_cleaning_up() const { return cleaning_up_; }
 
 private:

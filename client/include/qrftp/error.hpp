@@ -39,6 +39,8 @@ enum class error_cause {
     cannot_resume,
     size_mismatch,
     unsafe_name,
+    empty_source,
+    too_many_removals,
     local_file,
     cancelled,
     closed,
@@ -77,6 +79,9 @@ private:
 
 /// The name of the class for `why`: "NotFound".
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string_view name_of(error_cause why) noexcept;
+/// The sentence of `why`: "{0}" stands for the subject, "{1}" for the reason, "{2}" for what the server said,
+/// in parentheses.
+[[nodiscard]] QRFTPCLIENT_EXPORT std::string_view sentence_of(error_cause why) noexcept;
 
 /// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason,
 /// and what the server said.
@@ -159,6 +164,11 @@ QRFTP_ERROR_WITH_REASON(SizeMismatch, size_mismatch);
 /// The server sent a name that no local file may get ("..", or one with "/" or NUL), or a local link leads out
 /// of the destination. Nothing was written.
 QRFTP_ERROR_WITH_REASON(UnsafeName, unsafe_name);
+/// The source of a synchronisation is empty, and the destination is not: it may be a folder that is not
+/// mounted. Nothing was removed.
+QRFTP_ERROR(EmptySource, empty_source);
+/// More would be removed than the options allow; the reason says how many. Nothing was changed.
+QRFTP_ERROR_WITH_REASON(TooManyRemovals, too_many_removals);
 /// The caller asked for the end: by the stop token or by a callback that returned false.
 QRFTP_ERROR(Cancelled, cancelled);
 /// The session was closed, or moved from.

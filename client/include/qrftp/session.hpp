@@ -19,8 +19,6 @@
 
 namespace qrftp {
 
-class protocol;
-
 /// The entries of a folder.
 struct listing {
     std::vector<entry> entries{};
@@ -144,10 +142,11 @@ public:
     [[nodiscard]] std::string system_type();
 
 private:
-    friend protocol& protocol_of(const session& opened);
+    friend struct session_access;
     struct state;
 
-    [[nodiscard]] state& open_state() const;
+    explicit session(std::unique_ptr<state> opened);
+    [[nodiscard]] state& opened() const;
 
     std::unique_ptr<state> state_;
 };

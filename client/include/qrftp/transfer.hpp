@@ -27,6 +27,14 @@ struct transfer_options {
     bool replace = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;
+    /// Gives the target the permissions of its source, as far as the server can (SITE CHMOD on FTP);
+    /// set-user-ID and set-group-ID are never among them. Otherwise a target that is replaced keeps its own,
+    /// and a new local file gets what the umask allows, but nothing for others where the source had nothing for
+    /// them.
+    bool keep_mode = false;
+    /// Waits until the storage has the content before the target gets its name (fsync; on SFTP where the server
+    /// has it).
+    bool sync = false;
     /// Fetching: from which byte of the remote file on, and how many; for transfers that give the bytes to a
     /// program.
     std::uint64_t offset = 0;
