@@ -217,7 +217,7 @@ TEST(HostileTrees, EndWhereLinksGoInCircles)
         EXPECT_EQ(error_of_client([&] { result = stage.run(); }), "");
         EXPECT_EQ(stage.destination().at("a"), "new");
         ASSERT_TRUE(result);
-        EXPECT_THAT(result->skipped, Not(IsEmpty())) << "no note";
+        EXPECT_THAT(result->passed_over, Not(IsEmpty())) << "no note";
     }
 }
 
