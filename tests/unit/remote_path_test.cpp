@@ -46,7 +46,7 @@ TEST(RemotePath, KnowsWhatLiesAbove)
 {
     for (const char* const above : {"/", "/a", "/a/b"})
         EXPECT_TRUE(remote_path::is_or_contains(above, "/a/b")) << above;
-    for (const char* const beside : {"/a/b/c", "/a/bc", "/b", "/a/"})
+    for (const char* const beside : {"/a/b/c", "/a/bc", "/b"})
         EXPECT_FALSE(remote_path::is_or_contains(beside, "/a/b")) << beside;
 }
 
