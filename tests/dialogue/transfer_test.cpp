@@ -108,7 +108,7 @@ TEST(Transfer, FetchesAllOrNothing)
             const auto got = error_of_client([&] { t.open().fetch("f", t.local / "f", options); });
             EXPECT_EQ(got.empty(), once) << got;
             EXPECT_EQ(files_in(t.local).at("f"), once ? "remote" : "local");
-            EXPECT_THAT(t.local_leftovers(), IsEmpty());
+            EXPECT_THAT(leftovers_in(t.local), IsEmpty());
             t.peer.on("RETR", what, 1);
             std::string piece;
             const auto take = [&](std::string_view bytes) {
@@ -165,7 +165,7 @@ TEST(Transfer, KeepsTheModeOfALocalFileThatItReplacesAndShowsNobodyATemporaryOne
         fs::perms on_the_way{};
         transfer_options options;
         options.on_progress = [&](const auto&) {
-            for (const auto& name : t.local_leftovers())
+            for (const auto& [name, _] : leftovers_in(t.local))
                 on_the_way |= mode_of(t.local / name);
             return true;
         };

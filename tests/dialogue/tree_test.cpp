@@ -141,7 +141,7 @@ TEST(Tree, EndsAtTheFirstFailureOrGoesOn)
                 EXPECT_EQ(result.failures.at(0).path, "d/8");
                 EXPECT_EQ(files_in(tree.t.local / "tree"), whole_tree);
             }
-            EXPECT_THAT(tree.t.local_leftovers(), IsEmpty());
+            EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
         }
 }
 
@@ -156,7 +156,7 @@ TEST(Tree, IsCancelledByItsProgress)
             error_of_client([&] { qrftp::fetch_tree(client, "tree", tree.t.local / "tree", tree.options); }),
             "Cancelled");
         EXPECT_LT(files_in(tree.t.local / "tree").size(), static_cast<std::size_t>(number_of_files));
-        EXPECT_THAT(tree.t.local_leftovers(), IsEmpty());
+        EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
         EXPECT_EQ(client.list("tree").entries.size(), number_of_files / 2 + 1U); // the session serves on
     }
 }

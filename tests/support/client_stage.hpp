@@ -1,5 +1,7 @@
 #pragma once
 
+#include "client_error.hpp"
+#include "local_files.hpp"
 #include "scripted_peer.hpp"
 
 #include <qrftp/client.hpp>
@@ -13,15 +15,6 @@
 #include <vector>
 
 namespace support {
-
-/// The name of the class of the client's error that `call` throws, "NotFound"; empty when it throws nothing.
-/// Checks that the error says a sentence.
-std::string error_of_client(const std::function<void()>& call);
-
-/// What a local folder holds.
-files files_in(const std::filesystem::path& root);
-/// Writes a local file, and the folders above it.
-void write_file(const std::filesystem::path& file, const std::string& content);
 
 /// One of scripted_peer::on().
 struct rule {
@@ -43,8 +36,6 @@ public:
     /// The lines that were sent, or those of `verbs` alone, joined by "|". The login folder is "~", and
     /// temporary names are "T1", "T2", … in the order in which they appear.
     [[nodiscard]] std::string sent(std::initializer_list<std::string_view> verbs = {}) const;
-    /// What lies in the local folder under a temporary name.
-    [[nodiscard]] std::vector<std::string> local_leftovers() const;
 
     scripted_peer peer{};
     std::filesystem::path local;

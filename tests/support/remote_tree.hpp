@@ -1,13 +1,11 @@
 #pragma once
 
-#include <map>
+#include "local_files.hpp"
+
 #include <optional>
 #include <string>
 
 namespace support {
-
-/// What each path of a tree holds: a file its content, a folder "/", a link "-> " and where it leads.
-using files = std::map<std::string, std::string>;
 
 /// The files of a scripted FTP server, by absolute names; "/" itself is always a folder. Every file is of
 /// 2024-01-02 03:04:05.

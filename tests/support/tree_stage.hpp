@@ -2,7 +2,6 @@
 
 #include "client_stage.hpp"
 
-#include <fstream>
 #include <gmock/gmock.h>
 
 namespace support {
