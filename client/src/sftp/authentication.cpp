@@ -101,6 +101,7 @@ authentication::result authentication::judge(int libssh_result)
         return result::accepted;
     case SSH_AUTH_PARTIAL:
         return result::partly;
+    case SSH_AUTH_AGAIN:
     case SSH_AUTH_ERROR:
         if (!connection_->is_connected()) {
             closing_words_ = connection_->last_words();
@@ -140,7 +141,7 @@ authentication::result authentication::try_next_method()
         used_methods_ |= SSH_AUTH_METHOD_PASSWORD;
         return try_passwords();
     }
-    refuse(fmt::format("it offers {}; {} of {} keys were tried", names_of(offered), next_, identities_.size()));
+    refuse(fmt::format("it accepts {}; keys tried: {}", names_of(offered), next_));
 }
 
 void authentication::refuse(const std::string& why) const

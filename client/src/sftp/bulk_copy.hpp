@@ -44,7 +44,20 @@ public:
     }
 
     /// Whether `run` has got further since the last time that this was asked.
-    [[nodiscard]] bool has_advanced() { return std::exchange(reported_, 0) > 0; }
+    [[nodiscard]] bool has_advanced() noexcept { return std::exchange(reported_, 0) > 0; }
+
+    /// Whether the batch has ended by throwing: there is nothing to go on with.
+    [[nodiscard]] bool is_over() const noexcept { return is_over_; }
+    /// There will be no other connection: reports what was to be begun anew.
+    void give_up(const std::exception_ptr& why) noexcept
+    {
+        for (auto* const waiting : {&postponed_, &alone_}) {
+            for (const active_job& each : *waiting) {
+                try_to_tell(each.what, why);
+            }
+            waiting->clear();
+        }
+    }
 
 private:
     using part = typename batch_type::part;
@@ -100,12 +113,10 @@ private:
                 (done.job->wants_to_be_alone() ? alone_ : postponed_).push_back(std::move(done));
                 continue;
             }
-            ++reported_;
             done.job->settle(hooks_);
-            if (done.job->failure()) {
-                files_.failed(done.what, done.job->failure());
-            } else {
-                files_.finished(done.what);
+            tell(done.what, done.job->failure());
+            if (hooks_.on_file_ended) {
+                hooks_.on_file_ended();
             }
         }
         if (active_.empty() && !(postponed_.empty() && alone_.empty() && exhausted_)) {
@@ -118,16 +129,30 @@ private:
     {
         while (!state.ended.empty()) {
             active_job done = take_ended(state);
-            if (done.job->is_postponed()) {
-                report_lost(done.what, why);
-                continue;
-            }
             done.job->settle(hooks_);
-            if (done.job->failure()) {
-                report_lost(done.what, done.job->failure());
-            } else {
-                report_finished(done.what);
-            }
+            try_to_tell(done.what, done.job->is_postponed() ? why : done.job->failure());
+        }
+    }
+
+    void tell(const part& ended, const std::exception_ptr& failure)
+    {
+        ++reported_;
+        is_over_ = true; // if the batch throws
+        if (failure) {
+            files_.failed(ended, failure);
+        } else {
+            files_.finished(ended);
+        }
+        is_over_ = false;
+    }
+
+    void try_to_tell(const part& ended, const std::exception_ptr& failure) noexcept
+    {
+        const bool was_over = is_over_;
+        try {
+            tell(ended, failure);
+            is_over_ = was_over;
+        } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it ends the batch already
         }
     }
 
@@ -170,24 +195,8 @@ private:
             if (!state.server.is_open() && each.job->interrupt()) {
                 postponed_.push_back(std::move(each));
             } else {
-                report_lost(each.what, why);
+                try_to_tell(each.what, why);
             }
-        }
-    }
-
-    void report_finished(const part& done) noexcept
-    {
-        try {
-            files_.finished(done);
-        } catch (...) { // NOLINT(bugprone-empty-catch): as below
-        }
-    }
-
-    void report_lost(const part& lost, const std::exception_ptr& why) noexcept
-    {
-        try {
-            files_.failed(lost, why);
-        } catch (...) { // NOLINT(bugprone-empty-catch): the batch has ended already, for a reason of its own
         }
     }
 
@@ -198,6 +207,7 @@ private:
     std::deque<active_job> alone_{}; ///< refused while others were open: to be opened alone
     std::size_t reported_ = 0;
     bool exhausted_ = false;
+    bool is_over_ = false;
 };
 
 } // namespace qrftp::sftp

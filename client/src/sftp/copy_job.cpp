@@ -12,6 +12,20 @@ constexpr unsigned max_refusals = 2;
 
 } // namespace
 
+attributes to_attributes(const file_facts& facts)
+{
+    attributes values;
+    if (facts.mode) {
+        values.permissions = static_cast<std::uint32_t>(*facts.mode) & 07777;
+    }
+    if (facts.modified) {
+        const auto seconds = facts.modified->time_since_epoch().count();
+        const auto sent = static_cast<std::uint32_t>(std::clamp<std::int64_t>(seconds, 0, 0xffffffff));
+        values.time = attributes::times{sent, sent};
+    }
+    return values;
+}
+
 copy_state::copy_state(pipeline& connection)
     : server(connection), handles(connection.round_trip(), connection.limits().handles),
       read_size(connection.limits().read)

@@ -35,7 +35,12 @@ struct copy_hooks {
         explain{};
     /// Renames over a file that is there, on a server whose RENAME does not. Throws.
     std::function<void(const std::string& from, const std::string& to)> replace{};
+    /// Called after each file.
+    std::function<void()> on_file_ended{};
 };
+
+/// Mode and time, as far as `facts` tell.
+[[nodiscard]] attributes to_attributes(const file_facts& facts);
 
 /// One file of a batch on its way. It ends, successfully or with an error, by being put into
 /// `copy_state::ended`.

@@ -239,13 +239,14 @@ private:
     std::exception_ptr failure_{};
 };
 
-folder_scan::folder_scan(folder_queue& folders) : folders_(folders)
+folder_scan::folder_scan(folder_queue& folders, explain_function explain)
+    : folders_(folders), explain_(std::move(explain))
 {
 }
 
 folder_scan::~folder_scan() = default;
 
-bool folder_scan::has_advanced()
+bool folder_scan::has_advanced() noexcept
 {
     return std::exchange(reported_, 0) > 0;
 }
@@ -299,12 +300,39 @@ void folder_scan::report()
             (done->wants_to_be_alone() ? alone_ : again_).push_back(std::move(done));
             continue;
         }
-        ++reported_;
-        if (done->failure()) {
-            folders_.failed(done->path(), done->failure());
-        } else {
-            folders_.finished(done->path());
+        tell(*done, done->failure() && explain_ ? explain_(done->path(), done->failure()) : done->failure());
+    }
+}
+
+void folder_scan::tell(const job& ended, const std::exception_ptr& failure)
+{
+    ++reported_;
+    is_over_ = true; // if the queue throws
+    if (failure) {
+        folders_.failed(ended.path(), failure);
+    } else {
+        folders_.finished(ended.path());
+    }
+    is_over_ = false;
+}
+
+void folder_scan::try_to_tell(const job& ended, const std::exception_ptr& failure) noexcept
+{
+    const bool was_over = is_over_;
+    try {
+        tell(ended, failure);
+        is_over_ = was_over;
+    } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it ends the listing already
+    }
+}
+
+void folder_scan::give_up(const std::exception_ptr& why) noexcept
+{
+    for (auto* const waiting : {&again_, &alone_}) {
+        for (const auto& each : *waiting) {
+            try_to_tell(*each, why);
         }
+        waiting->clear();
     }
 }
 
@@ -328,7 +356,7 @@ void folder_scan::stop(pipeline& server, const std::exception_ptr& why)
         } else if (each->interrupt()) {
             again_.push_back(std::move(each));
         } else {
-            folders_.failed(each->path(), why);
+            try_to_tell(*each, why);
         }
     }
     if (is_open) {

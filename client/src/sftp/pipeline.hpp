@@ -83,6 +83,9 @@ public:
     pipeline(std::unique_ptr<transport> connection, settings options);
 
     [[nodiscard]] const server_limits& limits() const noexcept { return limits_; }
+    using extension_map = std::map<std::string, std::string, std::less<>>;
+    /// What VERSION offered, with its data.
+    [[nodiscard]] const extension_map& extensions() const noexcept { return extensions_; }
     /// Whether the server offers the extension in that version.
     [[nodiscard]] bool has_extension(std::string_view name, std::string_view version) const;
     /// The shortest time that an answer took while nothing else was on its way.
@@ -217,7 +220,7 @@ private:
     std::unique_ptr<transport> connection_;
     settings settings_;
     std::optional<clock::time_point> deadline_{};
-    std::map<std::string, std::string, std::less<>> extensions_{};
+    extension_map extensions_{};
     server_limits limits_{};
     bool has_version_ = false;
 

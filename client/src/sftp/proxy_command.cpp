@@ -6,10 +6,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <unistd.h>
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every system's unistd.h has it
 
@@ -45,7 +46,8 @@ private:
 
 bool has_ended(pid_t pid, int longest_ms)
 {
-    const unique_fd process(::pidfd_open(pid, 0));
+    // glibc 2.36 declares pidfd_open for C only.
+    const unique_fd process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     pollfd polled{process.get(), POLLIN, 0};
     return process && ::poll(&polled, 1, longest_ms) > 0;
 }

@@ -7,7 +7,11 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cstddef>
+#include <limits>
 #include <new>
+#include <sys/socket.h>
 #include <utility>
 
 namespace qrftp::sftp {
@@ -17,6 +21,12 @@ namespace {
 std::string text_of(const char* text)
 {
     return text == nullptr ? std::string() : std::string(text);
+}
+
+void set_low_water(int fd, int bytes)
+{
+    // Where a socket does not have it, an FTP server is taken for any other that is not SSH.
+    [[maybe_unused]] const int result = ::setsockopt(fd, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
 }
 
 } // namespace
@@ -61,22 +71,39 @@ void ssh_connection::exchange_keys(const ssh_settings& settings, const std::vect
     const int fd = socket_.get();
     set(SSH_OPTIONS_FD, &fd);
     socket_.release(); // libssh closes it
-    if (finish([&] { return ssh_connect(get()); }, SSH_AGAIN) != SSH_OK) {
-        throw_not_connected(settings);
+    // The first bytes are looked at before libssh takes them: its first call may not read.
+    set_low_water(fd, std::numeric_limits<int>::max());
+    int result = ssh_connect(get());
+    set_low_water(fd, 1);
+    for (wait_.restart(); result == SSH_AGAIN; result = ssh_connect(get())) {
+        wait_for_server();
+        refuse_ftp(fd, settings);
+    }
+    if (result != SSH_OK) {
+        throw NoConnection(wait_.subject(), {0, first_line_.starts_with("SSH-") ? last_words() : not_ssh()});
     }
 }
 
-void ssh_connection::throw_not_connected(const ssh_settings& settings) const
+/// A server may send lines before its identification (RFC 4253, 4.2), but none that begins an FTP dialogue.
+void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
 {
-    const std::string said = identification();
-    if (said.empty() || said.starts_with("SSH-")) {
-        throw NoConnection(wait_.subject(), {0, last_words()});
+    std::array<char, 255> bytes{};
+    const ssize_t size =
+        first_line_.empty() ? ::recv(fd, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT) : 0;
+    if (size <= 0) {
+        return;
     }
-    if (said.starts_with("220") || said.starts_with("120")) { // RFC 959, 5.4
+    first_line_.assign(bytes.data(), static_cast<std::size_t>(size));
+    first_line_ = first_line_.substr(0, first_line_.find_first_of("\r\n"));
+    if (first_line_.starts_with("220") || first_line_.starts_with("120")) { // RFC 959, 5.4
         throw NoConnection(wait_.subject(), {0, fmt::format("it is an FTP server: write ftp://{}:{}",
                                                             settings.host, settings.port)});
     }
-    throw NoConnection(wait_.subject(), {0, fmt::format("it is not an SSH server and says \"{}\"", said)});
+}
+
+std::string ssh_connection::not_ssh() const
+{
+    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", first_line_);
 }
 
 void ssh_connection::wait_for_server()

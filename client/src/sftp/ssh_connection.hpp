@@ -43,7 +43,7 @@ public:
     {
         wait_.restart();
         int result = call();
-        while (result == again) {
+        while (result == again && is_connected()) {
             wait_for_server();
             result = call();
         }
@@ -66,12 +66,14 @@ private:
     };
     void set(ssh_options_e option, const void* value);
     void wait_for_server();
-    [[noreturn]] void throw_not_connected(const ssh_settings& settings) const;
+    void refuse_ftp(int fd, const ssh_settings& settings);
+    [[nodiscard]] std::string not_ssh() const;
 
     proxy_process process_; ///< ends after the session
     interruptible_wait& wait_;
     std::unique_ptr<ssh_session_struct, deleter> session_;
     unique_fd socket_; ///< until libssh has it
+    std::string first_line_;
 };
 
 } // namespace qrftp::sftp

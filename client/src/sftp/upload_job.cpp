@@ -10,20 +10,6 @@ namespace {
 
 const request posix_rename("posix-rename@openssh.com", packet_type::status);
 
-attributes attributes_of(const file_facts& facts)
-{
-    attributes values;
-    if (facts.mode) {
-        values.permissions = static_cast<std::uint32_t>(*facts.mode) & 07777;
-    }
-    if (facts.modified) {
-        const auto seconds = facts.modified->time_since_epoch().count();
-        const auto sent = static_cast<std::uint32_t>(std::clamp<std::int64_t>(seconds, 0, 0xffffffff));
-        values.time = attributes::times{sent, sent};
-    }
-    return values;
-}
-
 } // namespace
 
 void upload_job::send_first()
@@ -192,7 +178,7 @@ void upload_job::finish_writing()
 void upload_job::send_facts()
 {
     attributes values;
-    if (!guarded([&] { values = attributes_of(file_.facts_to_set(replaced_)); })) {
+    if (!guarded([&] { values = to_attributes(file_.facts_to_set(replaced_)); })) {
         return;
     }
     if (values == attributes{}) {
@@ -321,7 +307,7 @@ bool upload_job::reset()
 
 void upload_job::settle(const copy_hooks& hooks)
 {
-    if (needs_replace_ && !failure()) {
+    if (std::exchange(needs_replace_, false) && !failure()) {
         try {
             hooks.replace(file_.path(), file_.target());
             has_temporary_ = false;
