@@ -88,7 +88,25 @@ void sftp_peer::reconnect()
     output.clear();
     handles_.clear();
     has_init_ = false;
-    cut_after = static_cast<std::size_t>(-1);
+    is_cut_ = false;
+}
+
+void sftp_peer::cut_at(packet_type type, std::size_t count, bool carried_out)
+{
+    cut_after_requests(count, carried_out);
+    cut_type_ = type;
+}
+
+void sftp_peer::cut_after_requests(std::size_t count, bool carried_out)
+{
+    cut_type_.reset();
+    requests_to_cut_ = count;
+    cut_is_carried_out_ = carried_out;
+}
+
+bool sftp_peer::counts_for_cut(packet_type type)
+{
+    return requests_to_cut_ > 0 && (!cut_type_ || *cut_type_ == type) && --requests_to_cut_ == 0;
 }
 
 std::size_t sftp_peer::count(packet_type type) const
@@ -136,8 +154,14 @@ void sftp_peer::handle(std::string_view packet)
     }
     const std::uint32_t id = fields.read_u32();
     const request asked{type, id, fields};
-    ++requests_;
     ++counts_[type];
+    is_cut_ = counts_for_cut(type);
+    if (is_cut_) {
+        if (cut_is_carried_out_) {
+            carry_out(asked);
+        }
+        return;
+    }
     std::optional<std::string> scripted = intercept ? intercept(asked) : std::nullopt;
     answers_.push_back(scripted ? std::move(*scripted) : carry_out(asked));
 }
@@ -300,9 +324,9 @@ std::string sftp_peer::read_folder(request asked)
         file->listed_dots = true;
     }
     for (; file->next != nodes.end() && names.size() < names_at_once; ++file->next) {
-        const auto& [path, node] = *file->next;
+        const auto& [path, what] = *file->next;
         if (path != "/" && parent(path) == file->path) {
-            names.emplace_back(path.substr(path.rfind('/') + 1), attributes_of(node));
+            names.emplace_back(path.substr(path.rfind('/') + 1), attributes_of(what));
         }
     }
     return names.empty() ? status_packet(asked.id, status_code::eof, "End of file")

@@ -41,13 +41,15 @@ public:
     std::function<std::optional<std::string>(const request&)> intercept{};
     /// Sees the answers to the requests that came together, and may put them into another order.
     std::function<void(std::vector<std::string>&)> reorder{};
-    /// The connection is gone when so many requests have been carried out.
-    std::size_t cut_after = static_cast<std::size_t>(-1);
+    /// The connection goes at the `count`th request from now on, of that type or of any: before it is carried
+    /// out, or before its answer is sent.
+    void cut_at(qrftp::sftp::packet_type type, std::size_t count, bool carried_out);
+    void cut_after_requests(std::size_t count, bool carried_out = false);
 
     void receive(std::string_view bytes);
     /// What is to be sent to the client; taken off by who sends it.
     std::string output{};
-    [[nodiscard]] bool is_cut() const { return requests_ >= cut_after; }
+    [[nodiscard]] bool is_cut() const { return is_cut_; }
     /// A new connection: open files are forgotten.
     void reconnect();
 
@@ -84,7 +86,12 @@ private:
     std::vector<std::string> answers_{};
     std::map<std::string, open_file> handles_{};
     std::map<qrftp::sftp::packet_type, std::size_t> counts_{};
-    std::size_t requests_ = 0;
+    bool counts_for_cut(qrftp::sftp::packet_type type);
+
+    std::optional<qrftp::sftp::packet_type> cut_type_{};
+    std::size_t requests_to_cut_ = 0; ///< 0: none
+    bool cut_is_carried_out_ = false;
+    bool is_cut_ = false;
     std::size_t most_handles_ = 0;
     std::uint32_t next_handle_ = 0;
     bool has_init_ = false;

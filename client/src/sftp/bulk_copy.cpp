@@ -2,6 +2,13 @@
 
 namespace qrftp::sftp {
 
+void send_all(pipeline& server)
+{
+    while (server.unsent() > 0) {
+        server.pump();
+    }
+}
+
 void drain(pipeline& server) noexcept
 {
     const std::stop_token stop = server.stop();

@@ -15,6 +15,9 @@ namespace qrftp::sftp {
 /// most, and without telling what fails.
 void drain(pipeline& server) noexcept;
 
+/// Sends what is waiting, without waiting for answers.
+void send_all(pipeline& server);
+
 /// How much may wait to be sent: more would only take memory.
 inline constexpr std::size_t max_unsent = std::size_t{512} * 1024;
 
@@ -36,7 +39,7 @@ public:
             while (start_files(state), send_requests(state), report(state), !active_.empty()) {
                 server.pump();
             }
-            flush(server);
+            send_all(server);
         } catch (...) {
             stop(state, std::current_exception());
             throw;
@@ -172,13 +175,6 @@ private:
         }
         active_.pop_back();
         return taken;
-    }
-
-    static void flush(pipeline& server)
-    {
-        while (server.unsent() > 0) {
-            server.pump();
-        }
     }
 
     void stop(copy_state& state, const std::exception_ptr& why)

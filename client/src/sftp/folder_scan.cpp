@@ -259,6 +259,7 @@ void folder_scan::run(pipeline& server)
             server.pump();
             report();
         }
+        send_all(server);
     } catch (...) {
         stop(server, std::current_exception());
         throw;
