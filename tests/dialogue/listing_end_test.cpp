@@ -27,7 +27,8 @@ void expect_failures(const std::vector<rule>& rules, const std::string& error)
     qrftp::sync_options mirror;
     mirror.remove_extra = true;
     mirror.jobs = 1;
-    EXPECT_EQ(error_of_client([&] { synchronise(client, t.local, ".", qrftp::direction::fetch, mirror); }), error);
+    EXPECT_EQ(error_of_client([&] { synchronise(client, t.local, ".", qrftp::direction::fetch, mirror); }),
+              error);
     EXPECT_TRUE(files_in(t.local).contains("long"));
 }
 
@@ -44,11 +45,12 @@ qrftp::session_options options_for(const tls_peer& server)
 
 TEST(ListingEnd, IsTheServersOwnWordThatAllOfItCame)
 {
-    for (const auto& [end, error] : {std::pair(answer::reply("450 no such folder"), "Refused"),
-                                     {listing("226 Transfer done (but failed to open directory)."), "IncompleteListing"},
-                                     {listing("226 Output truncated to 2 matches"), "IncompleteListing"},
-                                     {listing("426 cut"), "IncompleteListing"},
-                                     {listing("451 cut"), "IncompleteListing"}}) {
+    for (const auto& [end, error] :
+         {std::pair(answer::reply("450 no such folder"), "Refused"),
+          {listing("226 Transfer done (but failed to open directory)."), "IncompleteListing"},
+          {listing("226 Output truncated to 2 matches"), "IncompleteListing"},
+          {listing("426 cut"), "IncompleteListing"},
+          {listing("451 cut"), "IncompleteListing"}}) {
         SCOPED_TRACE(*end.bytes);
         expect_failures({{"MLSD", end}}, error);
         expect_failures({{"FEAT", answer::reply("211 none")}, {"LIST", end}, {"LIST -a", end}}, error);
