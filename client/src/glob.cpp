@@ -9,6 +9,7 @@ namespace qrftp {
 namespace {
 
 constexpr std::string_view magic = "*?[";
+constexpr std::string_view special_in_sets = "]!^-";
 
 /// Takes one literal byte off the front of `pattern`, with the backslash that may stand before it.
 char take_literal(std::string_view& pattern)
@@ -188,7 +189,8 @@ std::string glob_escape(std::string_view text)
 {
     std::string pattern;
     for (const char byte : text) {
-        const bool is_special = byte == '\\' || magic.find(byte) != magic.npos;
+        const bool is_special = byte == '\\' || magic.find(byte) != magic.npos ||
+                                special_in_sets.find(byte) != special_in_sets.npos;
         pattern.append(is_special ? 1 : 0, '\\').push_back(byte);
     }
     return pattern;

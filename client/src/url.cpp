@@ -81,12 +81,9 @@ std::string decode(std::string_view part)
 
 std::string decode_to_pattern(std::string_view part)
 {
-    const auto literal = [](char byte) {
-        constexpr std::string_view special = "*?[]\\!^-";
-        return special.find(byte) == special.npos ? std::string(1, byte) : std::string{'\\', byte};
-    };
-    return decode(part, literal,
-                  [](char byte) { return byte == '\\' ? std::string("\\\\") : std::string(1, byte); });
+    const auto literal = [](char byte) { return glob_escape({&byte, 1}); };
+    const auto plain = [&](char byte) { return byte == '\\' ? literal(byte) : std::string(1, byte); };
+    return decode(part, literal, plain);
 }
 
 bool has_control_character(std::string_view text)

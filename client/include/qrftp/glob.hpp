@@ -21,7 +21,7 @@ struct remote_entry {
 /// Whether `text` holds "*", "?" or "[" that no backslash stands before.
 [[nodiscard]] QRFTPCLIENT_EXPORT bool has_magic(std::string_view text) noexcept;
 
-/// `text` as a pattern that matches it alone, and back: without the backslashes.
+/// `text` as a pattern, or a part of one, that matches it alone; and back: without the backslashes.
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string glob_escape(std::string_view text);
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string glob_unescape(std::string_view pattern);
 

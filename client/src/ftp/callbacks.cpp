@@ -145,7 +145,7 @@ int transfer_callbacks::on_progress(void* user, curl_off_t /*total*/, curl_off_t
         if (self.request_->cancellable && self.stop_.stop_requested()) {
             throw Cancelled(self.request_->subject);
         }
-        if (self.request_->source != nullptr && sent > 0) {
+        if (self.request_->source != nullptr) {
             self.request_->source->on_sent(self.request_->range.begin + static_cast<std::uint64_t>(sent));
         }
     });

@@ -20,19 +20,40 @@ namespace core = zorbel::io::ftp::core;
 
 namespace {
 
-/// libcurl does not judge the answers to commands with an asterisk: for a refused one it would close the
-/// connection.
 std::optional<core::slist> make_list(const std::vector<std::string>& commands)
 {
     std::optional<core::slist> list;
     for (const std::string& command : commands) {
-        const std::string unchecked = '*' + command;
-        list ? (void)list->append(unchecked) : (void)list.emplace(unchecked);
+        list ? (void)list->append(command) : (void)list.emplace(command);
         if (list->get() == nullptr) {
             throw std::bad_alloc(); // A request without its commands would seem to have carried them out.
         }
     }
     return list;
+}
+
+/// libcurl does not judge the answers to commands with an asterisk: for a refused one it would close the
+/// connection.
+std::vector<std::string> unchecked(std::vector<std::string> commands)
+{
+    for (std::string& command : commands) {
+        command.insert(0, 1, '*');
+    }
+    return commands;
+}
+
+/// What goes in between the type and RETR. libcurl's own request for the size takes "-1" for 1, and cuts the
+/// file there; without it, it sends no REST either.
+std::vector<std::string> commands_before_retrieval(const request& request)
+{
+    std::vector<std::string> commands;
+    if (request.want_size) {
+        commands.push_back("*SIZE " + request.path);
+    }
+    if (request.source == nullptr && request.range.begin > 0) {
+        commands.push_back(fmt::format("REST {}", request.range.begin));
+    }
+    return commands;
 }
 
 curl_slist* get(const std::optional<core::slist>& list)
@@ -81,8 +102,9 @@ void connection::log_in()
     logged_in_ = true;
     const char* folder = nullptr;
     curl_easy_getinfo(handle_.get(), CURLINFO_FTP_ENTRY_PATH, &folder);
-    // The server's word, but it goes into commands: what cannot be a name leads nowhere.
+    // The server's word, but it goes into commands.
     info_.login_folder = remote_path::absolute("/", folder == nullptr ? "/" : folder);
+    check_text(info_.login_folder, "the folder of the login");
     if (!result.replies.empty()) {
         info_.greeting = result.replies.front().lines.back();
         read_features(result.last_reply());
@@ -107,18 +129,22 @@ std::string connection::url_of(const std::string& path)
     }
 }
 
-void connection::set_request(const request& request)
+void connection::set_commands(const request& request)
 {
-    const bool body = request.on_data || request.list_command != nullptr;
-    const auto put_back = [&](command_list& held, CURLoption option, const std::vector<std::string>& commands) {
+    const auto set = [&](command_list& held, CURLoption option, const std::vector<std::string>& commands) {
         command_list made = make_list(commands);
         setopt(handle_, option, get(made));
         held = std::move(made);
     };
-    put_back(before_, CURLOPT_QUOTE, request.commands);
-    put_back(between_, CURLOPT_PREQUOTE,
-             request.want_size ? std::vector{"SIZE " + request.path} : std::vector<std::string>());
-    put_back(after_, CURLOPT_POSTQUOTE, request.last_commands);
+    set(before_, CURLOPT_QUOTE, unchecked(request.commands));
+    set(between_, CURLOPT_PREQUOTE, commands_before_retrieval(request));
+    set(after_, CURLOPT_POSTQUOTE, unchecked(request.last_commands));
+}
+
+void connection::set_request(const request& request)
+{
+    const bool body = request.on_data || request.list_command != nullptr;
+    set_commands(request);
     setopt(handle_, CURLOPT_URL, url_of(request.path));
     setopt(handle_, CURLOPT_UPLOAD, request.source != nullptr ? 1L : 0L); // before NOBODY, which it changes
     setopt(handle_, CURLOPT_NOBODY, body || request.source != nullptr ? 0L : 1L);
@@ -129,13 +155,13 @@ void connection::set_request(const request& request)
     }
     setopt(handle_, CURLOPT_FTP_FILEMETHOD,
            request.change_directory ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD);
-    const bool part = request.range.end != byte_range::to_the_end;
-    setopt(handle_, CURLOPT_RESUME_FROM_LARGE, part ? 0 : request.range.begin);
-    if (part) {
-        setopt(handle_, CURLOPT_RANGE, fmt::format("{}-{}", request.range.begin, request.range.end - 1));
+    const bool part = request.source == nullptr && request.range.end != byte_range::to_the_end;
+    if (part) { // from where the server was told to begin
+        setopt(handle_, CURLOPT_RANGE, fmt::format("0-{}", request.range.end - request.range.begin - 1));
     } else {
         setopt(handle_, CURLOPT_RANGE, nullptr);
     }
+    setopt(handle_, CURLOPT_RESUME_FROM_LARGE, request.source != nullptr ? request.range.begin : 0);
     const auto size = request.source == nullptr ? std::nullopt : request.source->size;
     setopt(handle_, CURLOPT_INFILESIZE_LARGE, size ? static_cast<curl_off_t>(*size) : -1);
     setopt(handle_, CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L);

@@ -45,6 +45,7 @@ private:
     void log_in();
     void read_features(const reply& features);
     std::string url_of(const std::string& path);
+    void set_commands(const request& request);
     void set_request(const request& request);
     request_result perform(const request& request);
     bool may_repeat(const request& request, const request_result& result) const;

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace qrftp::ftp {
@@ -152,7 +153,7 @@ void file_send::run()
     const auto there = find_what_is_there();
     range_ = file_.begin(there);
     const bool complete = there && range_.begin >= range_.end;
-    const auto replaced = file_.needs_replaced() ? server_.find(file_.target()) : std::nullopt;
+    const auto replaced = file_.needs_replaced() ? server_.find_replaced(file_.target()) : std::nullopt;
     try {
         if (!complete) {
             send_content();
@@ -205,9 +206,9 @@ request_result file_send::store() const
         .read = [this](std::uint64_t offset, std::span<char> buffer) { return file_.read(offset, buffer); },
         .on_sent =
             [&](std::uint64_t position) {
-                if (position > told) { // A repeat sends again what was sent.
-                    file_.sent(position - std::exchange(told, position));
-                }
+                // A repeat sends again what was sent.
+                const std::uint64_t known = std::exchange(told, std::max(told, position));
+                file_.sent(told - known);
             }};
     source.size = file_.size();
     source.reads_again = file_.reads_anywhere();

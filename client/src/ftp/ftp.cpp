@@ -46,6 +46,12 @@ std::optional<entry> read_mlst(const reply& answer, const std::string& path)
     return found;
 }
 
+/// ProFTPD answers for a link with the kind of what it leads to, and the size and the mode of the link.
+bool may_be_link(const entry& told)
+{
+    return told.mode == std::filesystem::perms::all;
+}
+
 /// Some servers say that a listing went well although it did not: vsftpd of a folder that it may not open,
 /// pure-ftpd of one with more entries than it lists.
 void check_listing_end(const std::string& path, const reply& last)
@@ -56,6 +62,15 @@ void check_listing_end(const std::string& path, const reply& last)
             throw IncompleteListing(path, fmt::format("the server said \"{}\"", words), last.said());
         }
     }
+}
+
+/// Without a question to the server: whoever renames knows better what there is.
+[[noreturn]] void throw_refused_rename(const std::string& path, const response& said)
+{
+    if (said.code == code::file_unavailable || said.code == code::file_name_not_allowed) {
+        throw PermissionDenied(path, said);
+    }
+    throw Refused(path, said);
 }
 
 /// After these, further files of a batch would fail as well.
@@ -103,21 +118,15 @@ ftp::ftp(const url& server, const session_options& options)
 {
 }
 
-/// A control connection is a Telnet connection: the byte 255 begins a command of Telnet's (RFC 854), and
-/// servers differ in what they make of a doubled one.
 void ftp::check_name(std::string_view path) const
 {
-    static constexpr std::string_view forbidden("\r\n\0\xff", 4);
-    const std::size_t place = path.find_first_of(forbidden);
-    if (place != std::string_view::npos) {
-        throw InvalidName(std::string(path), fmt::format("the byte {} at position {}",
-                                                         static_cast<unsigned char>(path[place]), place));
-    }
+    check_text(path, std::string(path));
 }
 
 request_result ftp::run(request request)
 {
     request.cancellable = !is_cleaning_up();
+    request.repeatable = request.repeatable || is_cleaning_up(); // What is already gone does no harm then.
     return connection_.run(request);
 }
 
@@ -181,10 +190,8 @@ std::optional<entry> ftp::ask_mlst(const std::string& path)
 
 std::optional<entry> ftp::find(const std::string& path)
 {
-    // ProFTPD answers for a link with the kind of what it leads to, and the size and the mode of the link.
-    const auto mode_of_links = std::filesystem::perms::all;
     const auto told = ask_mlst(path);
-    if (told && told->mode != mode_of_links) {
+    if (told && !may_be_link(*told)) {
         return told;
     }
     auto found = has_mlst_ ? find_in_parent(path) : find_without_mlst(path);
@@ -195,6 +202,15 @@ std::optional<entry> ftp::lstat(const std::string& path)
 {
     auto found = find_in_parent(path);
     return found ? found : find(path);
+}
+
+std::optional<entry> ftp::find_replaced(const std::string& path)
+{
+    const auto told = ask_mlst(path);
+    if (told ? may_be_link(*told) : !has_mlst_ && size(path)) {
+        return find_in_parent(path);
+    }
+    return told;
 }
 
 /// A parent folder that cannot be listed holds nothing.
@@ -353,7 +369,7 @@ void ftp::rename(const std::string& from, const std::string& to)
     for (bool again = true;; again = false) {
         const request_result first = send_unchecked(from, {"RNFR " + from}, true);
         if (first.last_reply().code != code::pending_further_information) {
-            throw Refused(from, first.last_reply().said());
+            throw_refused_rename(from, first.last_reply().said());
         }
         request_result second;
         try {
@@ -370,7 +386,7 @@ void ftp::rename(const std::string& from, const std::string& to)
         }
         // It reached the server on another connection, where it means nothing.
         if (!again || !second.reconnected) {
-            throw Refused(to, second.last_reply().said());
+            throw_refused_rename(to, second.last_reply().said());
         }
     }
 }

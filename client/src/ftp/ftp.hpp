@@ -45,6 +45,10 @@ public:
 
     std::string system_type() override;
 
+    /// What an upload to `path` will replace. Without a listing where nothing is there: that costs too much for
+    /// each of many new files.
+    std::optional<entry> find_replaced(const std::string& path);
+
     /// Runs a request; one that cleans up is not cancelled.
     request_result run(request request);
     /// Sends commands. What the server answers is for the caller to see; `repeatable` as in `request`.

@@ -3,6 +3,8 @@
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
+#include <fmt/format.h>
+
 #include <fstream>
 
 namespace qrftp::ftp {
@@ -10,16 +12,6 @@ namespace qrftp::ftp {
 namespace {
 
 constexpr const char* anonymous = "anonymous";
-
-/// Throws `InvalidName` where `text`, described by `subject`, would end a command (CR, LF, NUL). The text
-/// itself may be a password.
-void check_text(std::string_view text, const char* subject)
-{
-    static constexpr std::string_view forbidden("\r\n\0", 3);
-    if (text.find_first_of(forbidden) != std::string_view::npos) {
-        throw InvalidName(subject, "a line end or a NUL");
-    }
-}
 
 /// libcurl counts some limits in whole seconds.
 long seconds_of(std::chrono::milliseconds time)
@@ -33,6 +25,16 @@ long milliseconds_of(std::chrono::milliseconds time)
 }
 
 } // namespace
+
+void check_text(std::string_view text, const std::string& subject)
+{
+    static constexpr std::string_view forbidden("\r\n\0\xff", 4);
+    const std::size_t place = text.find_first_of(forbidden);
+    if (place != std::string_view::npos) {
+        throw InvalidName(
+            subject, fmt::format("the byte {} at position {}", static_cast<unsigned char>(text[place]), place));
+    }
+}
 
 login::login(const url& server, const session_options& options)
     : server_(server), options_(options), user_(options.user.empty() ? server.user : options.user),
@@ -66,7 +68,7 @@ void login::set_up(const curl_ptr& handle)
     if (options_.active) {
         setopt(handle, CURLOPT_FTPPORT, std::string("-"));
     }
-    // libcurl's own request for the size takes "-1" for 1, and a file is then cut there.
+    // Sizes are asked for by commands of ours.
     setopt(handle, CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
     set_limits(handle);
     set_encryption(handle);

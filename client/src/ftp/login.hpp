@@ -6,8 +6,14 @@
 #include <qrftp/url.hpp>
 
 #include <string>
+#include <string_view>
 
 namespace qrftp::ftp {
+
+/// Throws `InvalidName` where `text`, which errors call `subject`, cannot be a part of a command: CR, LF and
+/// NUL end it, and what follows would be another one; the byte 255 begins a command of Telnet's (RFC 854),
+/// which a control connection is, and servers differ in what they make of a doubled one.
+void check_text(std::string_view text, const std::string& subject);
 
 /// Who logs in where, and what libcurl is told of it once, before the first request of a connection.
 class login {

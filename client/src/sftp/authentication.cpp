@@ -60,6 +60,9 @@ bool authentication::log_in(ssh_connection& connection)
     if (agent_) {
         ssh_set_agent_socket(connection.get(), agent_->connect());
     }
+    // With the answer comes which RSA signatures the server takes (RFC 8308); libssh must know before the first
+    // key.
+    connection.finish([&] { return ssh_service_request(connection.get(), "ssh-userauth"); }, SSH_AGAIN);
     // A server that takes one of the keys is not asked what it takes, which saves a round trip.
     result last = next_ < identities_.size() ? try_keys() : try_none();
     for (unsigned step = 0; last == result::partly || last == result::refused; ++step) {
@@ -157,6 +160,9 @@ authentication::result authentication::try_keys()
             break;
         }
         const result outcome = try_key(identities_[next_++]);
+        if (outcome == result::closed && refused_) {
+            --next_; // Some servers close after the last refusal, some in its place.
+        }
         if (outcome != result::refused) {
             return outcome;
         }

@@ -4,6 +4,7 @@
 #include "../remote_path.hpp"
 #include "../trace.hpp"
 #include "change_batch.hpp"
+#include "file_reader.hpp"
 
 #include <fmt/format.h>
 
@@ -52,6 +53,7 @@ void sftp_protocol::connect()
     info.round_trip = opened->round_trip();
     info_ = std::move(info);
     pipeline_ = std::move(opened);
+    ++connections_;
 }
 
 /// The connection, limited as the next request is to be.
@@ -138,6 +140,21 @@ std::optional<attributes> sftp_protocol::attributes_of(packet_type request, cons
         }
         answer.check(path);
         return answer.attrs();
+    });
+}
+
+std::unique_ptr<random_reader> sftp_protocol::open_reader(const std::string& path)
+{
+    const auto current = [this] {
+        pipeline& server = connected();
+        return file_reader::connection{server, connections_};
+    };
+    return ask(path, [&](pipeline& /*server*/) -> std::unique_ptr<random_reader> {
+        try {
+            return std::make_unique<file_reader>(current, path);
+        } catch (const Refused& failure) {
+            throw_refusal(*this, path, expected::file, said_by(failure));
+        }
     });
 }
 

@@ -46,6 +46,7 @@ public:
 
     void fetch(download_batch& files) override;
     void send(upload_batch& files) override;
+    std::unique_ptr<random_reader> open_reader(const std::string& path) override;
     [[nodiscard]] unsigned best_connections() const override { return 1; }
     [[nodiscard]] bool carries_parts() const override { return true; }
 
@@ -79,6 +80,7 @@ private:
     session_options options_;
     server_info info_{};
     std::unique_ptr<pipeline> pipeline_{};
+    unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
 };
 

@@ -33,8 +33,7 @@ void set_low_water(int fd, int bytes)
 
 void ssh_connection::deleter::operator()(ssh_session session) const noexcept
 {
-    ssh_disconnect(session);
-    ssh_free(session);
+    ssh_free(session); // ssh_disconnect would leave the socket open, since it was not libssh that opened it.
 }
 
 ssh_connection::ssh_connection(byte_connection connection, interruptible_wait& wait)
