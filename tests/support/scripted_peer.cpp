@@ -42,7 +42,8 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
-    std::size_t rest = 0; ///< where the next download begins
+    std::size_t rest = 0;   ///< where the next download begins
+    std::string renaming{}; ///< what RNFR named
     bool dropped = false;
 
     std::optional<std::string> content(const std::string& line) const
@@ -145,7 +146,7 @@ std::optional<std::string> scripted_peer::session::own_tree(const std::string& v
     if (!state->tree)
         return std::nullopt;
     const auto path = (folder / argument).lexically_normal().string();
-    const auto reply = state->tree->obey(verb, path);
+    const auto reply = state->tree->obey(verb, path, renaming);
     if (verb == "CWD" && reply->starts_with("250"))
         folder = path;
     if (verb == "MLSD" && !state->bodies.contains("MLSD " + path) && !state->bodies.contains(verb) &&
