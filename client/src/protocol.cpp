@@ -1,5 +1,6 @@
 #include "protocol.hpp"
 
+#include "random_reader.hpp"
 #include "remote_path.hpp"
 
 namespace qrftp {
@@ -62,6 +63,11 @@ void protocol::apply(const path_change& change)
         remove_folder(change.path);
         break;
     }
+}
+
+std::unique_ptr<random_reader> protocol::open_reader(const std::string& /*path*/)
+{
+    return nullptr;
 }
 
 void protocol::clean_up(const std::function<void()>& work) noexcept

@@ -21,6 +21,8 @@
 
 namespace qrftp {
 
+class random_reader;
+
 /// What is known of a file's content and is copied with it. Empty: not told, or not to be set.
 struct file_facts {
     std::optional<std::uint64_t> size{};
@@ -238,6 +240,8 @@ public:
     /// and cannot be mended by opening another, is thrown.
     virtual void fetch(download_batch& files) = 0;
     virtual void send(upload_batch& files) = 0;
+    /// Opens a file to be read at any place; null where the protocol cannot do that.
+    virtual std::unique_ptr<random_reader> open_reader(const std::string& path);
     /// How many connections serve a batch of small files best.
     [[nodiscard]] virtual unsigned best_connections() const = 0;
     /// Whether one file may come and go in parts over several connections.

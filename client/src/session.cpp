@@ -1,4 +1,5 @@
 #include "protocol.hpp"
+#include "random_reader.hpp"
 #include "refusal.hpp"
 #include "remote_path.hpp"
 #include "session_access.hpp"
@@ -7,6 +8,7 @@
 #include "transfer/send.hpp"
 #include "transfer/single_batch.hpp"
 #include "transfer/single_file.hpp"
+#include "transfer/stream_reader.hpp"
 #include "tree/remove.hpp"
 
 #include <qrftp/session.hpp>
@@ -323,6 +325,24 @@ std::string session::fetch_string(const std::string& remote_path, const transfer
         },
         options);
     return result;
+}
+
+remote_file session::open(const std::string& remote_path) const
+{
+    const state& mine = opened();
+    const std::string path = mine.absolute(remote_path);
+    if (auto reader = mine.server->open_reader(path)) {
+        return remote_file(std::move(reader));
+    }
+    const auto there = mine.server->stat(path);
+    if (!there) {
+        throw NotFound(path);
+    }
+    if (there->kind == entry_kind::folder) {
+        throw IsFolder(path);
+    }
+    return remote_file(
+        std::make_unique<stream_reader>(mine.location, mine.options, path, mine.server->size(path)));
 }
 
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,

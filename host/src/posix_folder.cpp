@@ -99,11 +99,14 @@ public:
     {
         constexpr mode_t private_mode = 0600;
         constexpr mode_t as_the_umask_allows = 0666;
-        const int flags = flags_of(how) | O_CLOEXEC | O_NOCTTY | no_follow(links);
+        // A pipe that nobody reads is an error, not a wait without end.
+        const int flags = flags_of(how) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | no_follow(links);
         const mode_t mode = how == Open::create ? private_mode : as_the_umask_allows;
-        return make_posix_file(
-            checked(path_ / name, [&] { return ::openat(descriptor_, segment(name), flags, mode); }),
-            path_ / name);
+        const int opened =
+            checked(path_ / name, [&] { return ::openat(descriptor_, segment(name), flags, mode); });
+        auto file = make_posix_file(opened, path_ / name);
+        checked(path_ / name, [&] { return ::fcntl(opened, F_SETFL, flags & O_ACCMODE); });
+        return file;
     }
 
     void make_folder(const std::string& name) override

@@ -5,6 +5,7 @@
 
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
+#include <qrftp/file.hpp>
 #include <qrftp/glob.hpp>
 #include <qrftp/known_hosts.hpp>
 #include <qrftp/listing.hpp>

@@ -2,6 +2,7 @@
 
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
+#include <qrftp/file.hpp>
 #include <qrftp/options.hpp>
 #include <qrftp/server_info.hpp>
 #include <qrftp/transfer.hpp>
@@ -127,6 +128,9 @@ public:
     /// A file, or the part of it that the options name, as a string.
     [[nodiscard]] std::string fetch_string(const std::string& remote_path,
                                            const transfer_options& options = {});
+
+    /// Opens a file to be read at any place. Throws `NotFound`, `IsFolder`, `PermissionDenied`.
+    [[nodiscard]] remote_file open(const std::string& remote_path) const;
 
     /// Sends a file. FTP: STOR (APPE when it resumes), SIZE, RNFR, RNTO. SFTP: OPEN, many WRITEs at a time,
     /// FSETSTAT, CLOSE, rename. Throws as `fetch` does, and `DiskFull`.

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "engine.hpp"
+#include "data_tls.hpp"
+#include "request.hpp"
 
-#include <curl/curl.h>
+#include <qrftp/options.hpp>
 
 #include <chrono>
 #include <cstdint>
@@ -10,62 +11,60 @@
 #include <string>
 #include <string_view>
 
-namespace qrftp {
+namespace qrftp::ftp {
 
-/// One perform and what libcurl's callbacks need while it runs. No exception of theirs reaches libcurl: it is
-/// kept in `thrown`, the request is ended, and it goes on afterwards.
-class call {
+/// What libcurl calls while a request runs. No exception reaches libcurl: it is kept in `thrown`, the request
+/// is ended, and the exception continues afterwards. Outlives the connection, which says goodbye to the server
+/// at its end.
+class transfer_callbacks {
 public:
-    call(const request& wanted, const options& how, CURL* handle);
+    transfer_callbacks(std::stop_token stop, data_tls& data) : stop_(std::move(stop)), data_(data) {}
+    transfer_callbacks(const transfer_callbacks&) = delete;
+    transfer_callbacks& operator=(const transfer_callbacks&) = delete;
+    ~transfer_callbacks() = default;
 
-    /// For CURLOPT_HEADERFUNCTION, _WRITEFUNCTION, _READFUNCTION, _SEEKFUNCTION and _XFERINFOFUNCTION, with the
-    /// call as their data.
-    static std::size_t take_header(char* data, std::size_t size, std::size_t count, void* user) noexcept;
-    static std::size_t take_body(char* data, std::size_t size, std::size_t count, void* user) noexcept;
-    static std::size_t give_body(char* buffer, std::size_t size, std::size_t count, void* user) noexcept;
-    static int seek_body(void* user, curl_off_t offset, int origin) noexcept;
-    static int report(void* user, curl_off_t total, curl_off_t got, curl_off_t to_send,
-                      curl_off_t sent) noexcept;
+    void set_up(const curl_ptr& handle);
 
-    /// The last figures of a transfer are told whenever the last ones before them were.
-    void report_end() const;
+    /// `request` stays until `end`.
+    void begin(const request& request);
+    void end();
 
-    const std::string& header() const { return header_; }
-    const std::string& tls() const { return tls_; }
+    [[nodiscard]] const std::string& replies() const { return replies_; }
+    /// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS.
+    [[nodiscard]] const std::string& encryption() const { return encryption_; }
+    [[nodiscard]] std::optional<std::uint64_t> size() const { return size_; }
     /// Bytes of the body, in either direction.
-    std::uint64_t moved() const { return moved_; }
-    const std::exception_ptr& thrown() const { return thrown_; }
+    [[nodiscard]] std::uint64_t moved() const { return moved_; }
+    [[nodiscard]] const std::exception_ptr& thrown() const { return thrown_; }
 
 private:
     using microseconds = std::chrono::microseconds;
-    using clock = std::chrono::steady_clock;
+
+    static std::size_t on_reply(char* data, std::size_t size, std::size_t count, void* user) noexcept;
+    static std::size_t on_body(char* data, std::size_t size, std::size_t count, void* user) noexcept;
+    static std::size_t read_body(char* buffer, std::size_t size, std::size_t count, void* user) noexcept;
+    static int seek_body(void* user, curl_off_t offset, int origin) noexcept;
+    static int on_progress(void* user, curl_off_t total, curl_off_t received, curl_off_t to_send,
+                           curl_off_t sent) noexcept;
 
     template <class Work>
     bool guard(Work work) noexcept;
+    void take_reply(std::string_view line);
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
-    void look_for_stall(std::uint64_t done);
-    void count(std::uint64_t bytes);
-    void hold_back();
-    void report_progress(std::uint64_t done);
-    void tell(std::uint64_t bytes) const;
 
-    const request& wanted_;
-    const options& how_;
-    CURL* handle_;
-    std::string header_;
-    std::string tls_;
+    std::stop_token stop_;
+    data_tls& data_;
+    CURL* handle_ = nullptr;
+    const request* request_ = nullptr;
+    std::string replies_;
+    std::string encryption_;
+    std::optional<std::uint64_t> size_;
     std::uint64_t position_ = 0; ///< in the source
     std::uint64_t moved_ = 0;
-    std::uint64_t total_ = 0; ///< of a download, as libcurl expects it
     std::exception_ptr thrown_;
-    clock::time_point began_ = clock::now();
-    clock::time_point reported_{};
-    std::uint64_t heard_ = 0;   ///< bytes of any kind, as far as libcurl tells
-    clock::duration silence_{}; ///< since that changed
-    clock::time_point looked_at_ = began_;
     microseconds pause_{}; ///< between two looks at the control connection; 0 while libcurl looks by itself
 };
 
-} // namespace qrftp
+} // namespace qrftp::ftp

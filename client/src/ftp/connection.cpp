@@ -1,151 +1,26 @@
-#include "engine.hpp"
+#include "connection.hpp"
 
-#include "call.hpp"
-#include "login.hpp"
-#include "names.hpp"
+#include "../remote_path.hpp"
+#include "failure.hpp"
+#include "trace_callback.hpp"
 
-#include <foundation/core/except/Exception.hpp>
-#include <foundation/net/peer_closed.hpp>
-#include <zorbel/io/ftp/core/navigation.hpp>
+#include <zorbel/io/ftp/core/connect.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
-#include <zorbel/io/ftp/core/request.hpp>
 
-#include <openssl/x509_vfy.h>
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <new>
 #include <stdexcept>
-#include <utility>
+#include <stop_token>
 
-namespace qrftp {
+namespace qrftp::ftp {
 
 namespace core = zorbel::io::ftp::core;
-using core::scoped_request;
-using foundation::core::except::raise;
 
 namespace {
 
-constexpr long closing = 421; // RFC 959, 4.2: the server closes the control connection
-
-/// On a control connection, which is a Telnet connection, the byte 255 begins a command of Telnet's (RFC 854).
-/// Servers differ in what they make of a doubled one.
-void refuse_telnet(const request& wanted)
-{
-    const auto holds_it = [](const std::string& text) { return text.find('\xff') != std::string::npos; };
-    if (holds_it(wanted.path) || std::any_of(wanted.commands.begin(), wanted.commands.end(), holds_it)) {
-        raise<error::InvalidName>('"' + wanted.about + '"', "the byte 255");
-    }
-}
-
-template <std::size_t Count>
-bool is_one_of(const std::array<CURLcode, Count>& codes, int code)
-{
-    return std::find(codes.begin(), codes.end(), code) != codes.end();
-}
-
-/// SFTP: one and the same result says that the server refused and that the connection broke; libcurl's words
-/// tell them apart. Words that are not about a request are about the connection.
-bool ssh_is_lost(const outcome& result)
-{
-    const bool refused = result.words.find(": ") != std::string::npos;
-    return !refused || result.words.ends_with("Unknown error in libssh2") ||
-           result.words.find("ssh error") != std::string::npos;
-}
-
-/// SFTP: some words end in the error of libssh2, too, which is always the same one when the server has
-/// answered.
-bool names_other_error(const std::string& words)
-{
-    static constexpr std::string_view answered = "31"; // less than 0: LIBSSH2_ERROR_SFTP_PROTOCOL
-    static constexpr std::array<std::string_view, 2> marks{" :: -", "/-"};
-    return std::any_of(marks.begin(), marks.end(), [&](std::string_view mark) {
-        const std::size_t error = words.rfind(mark);
-        return error != std::string::npos && words.compare(error + mark.size(), answered.size(), answered) != 0;
-    });
-}
-
-/// SFTP: why the server refused, in libcurl's words for its status.
-std::string reason_of(const outcome& result)
-{
-    const std::string reason = result.words.substr(std::min(result.words.find(": "), result.words.size()));
-    return reason.substr(0, std::min(reason.find(" ("), reason.find(" :: ", 1)));
-}
-
-bool is_closed(const core::curl_ptr& connection)
-{
-    curl_socket_t socket = CURL_SOCKET_BAD;
-    curl_easy_getinfo(connection.get(), CURLINFO_ACTIVESOCKET, &socket);
-    return socket != CURL_SOCKET_BAD && foundation::net::peer_closed(socket);
-}
-
-/// FTP: the server's own refusal, which libcurl reports as something else: an upload that the server would not
-/// go on with, as a connection that broke; and a transfer over TLS that it did not even begin, as a bad answer
-/// to PASV, which libcurl 7.88 sends when the handshake of the data connection fails.
-bool is_disguised_refusal(const request& wanted, const outcome& result)
-{
-    constexpr long failed = 400;
-    static constexpr std::array network{closing, 425L, 426L}; // RFC 959, 4.2.2
-    const long reply = result.reply().code;
-    const bool refused = reply >= failed && std::find(network.begin(), network.end(), reply) == network.end();
-    return refused && (result.code == CURLE_FTP_WEIRD_PASV_REPLY ||
-                       (result.code == CURLE_PARTIAL_FILE && wanted.source != nullptr));
-}
-
-/// Encryption that failed, and libcurl reports something else: a certificate with a wrong signature, as any
-/// handshake that fails; more in the clear than the answer to AUTH, as a weird reply; and the handshake of a
-/// data connection, as a bad answer to PASV (see above). `verified` is about the last handshake.
-void tell_encryption(outcome& result, long verified)
-{
-    constexpr long goes_ahead = 234; // RFC 2228, 5.1
-    const auto says = [&](const char* part) { return result.words.find(part) != std::string::npos; };
-    if (result.code == CURLE_SSL_CONNECT_ERROR && says(" routines:") && !says("SSL routines:")) {
-        result.code = CURLE_PEER_FAILED_VERIFICATION;
-        result.words = "its signature is wrong; " + result.words;
-    } else if (result.code == CURLE_WEIRD_SERVER_REPLY && result.reply().code == goes_ahead) {
-        result.code = CURLE_USE_SSL_FAILED;
-        result.words = "replies came before the encryption, perhaps from somebody in between";
-    } else if (result.code == CURLE_FTP_WEIRD_PASV_REPLY && verified != X509_V_OK) {
-        const bool known = verified != X509_V_ERR_UNSPECIFIED;
-        result.code = known ? CURLE_PEER_FAILED_VERIFICATION : CURLE_USE_SSL_FAILED;
-        result.words = std::string("data connection: ") +
-                       (known ? X509_verify_cert_error_string(verified) : "the handshake failed");
-    }
-}
-
-void tell_loss(outcome& result)
-{
-    result.code = CURLE_SSH;
-    result.words = "the connection was lost";
-}
-
-/// The connection broke, in one way or another.
-bool is_lost(const outcome& result)
-{
-    static constexpr std::array codes{CURLE_WEIRD_SERVER_REPLY, CURLE_PARTIAL_FILE, CURLE_GOT_NOTHING,
-                                      CURLE_SEND_ERROR, CURLE_RECV_ERROR};
-    const bool ssh = result.code == CURLE_SSH || (result.code == CURLE_QUOTE_ERROR && result.replies.empty());
-    return is_one_of(codes, result.code) || (ssh && ssh_is_lost(result));
-}
-
-/// The server was reached and said no.
-bool is_refusal(const outcome& result)
-{
-    static constexpr std::array codes{CURLE_QUOTE_ERROR,
-                                      CURLE_REMOTE_FILE_NOT_FOUND,
-                                      CURLE_REMOTE_ACCESS_DENIED,
-                                      CURLE_FTP_COULDNT_RETR_FILE,
-                                      CURLE_UPLOAD_FAILED,
-                                      CURLE_REMOTE_DISK_FULL,
-                                      CURLE_REMOTE_FILE_EXISTS,
-                                      CURLE_FTP_COULDNT_USE_REST,
-                                      CURLE_FTP_COULDNT_SET_TYPE,
-                                      CURLE_BAD_DOWNLOAD_RESUME,
-                                      CURLE_SSH};
-    return is_one_of(codes, result.code) && result.reply().code != closing && !is_lost(result);
-}
-
-std::optional<core::slist> command_list(const std::vector<std::string>& commands)
+std::optional<core::slist> make_list(const std::vector<std::string>& commands)
 {
     std::optional<core::slist> list;
     for (const std::string& command : commands) {
@@ -157,269 +32,219 @@ std::optional<core::slist> command_list(const std::vector<std::string>& commands
     return list;
 }
 
+/// libcurl does not judge the answers to commands with an asterisk: for a refused one it would close the
+/// connection.
+std::vector<std::string> unchecked(std::vector<std::string> commands)
+{
+    for (std::string& command : commands) {
+        command.insert(0, 1, '*');
+    }
+    return commands;
+}
+
+/// What goes in between the type and RETR. libcurl's own request for the size takes "-1" for 1, and cuts the
+/// file there; without it, it sends no REST either.
+std::vector<std::string> commands_before_retrieval(const request& request)
+{
+    std::vector<std::string> commands;
+    if (request.want_size) {
+        commands.push_back("*SIZE " + request.path);
+    }
+    if (request.source == nullptr && request.range.begin > 0) {
+        commands.push_back(fmt::format("REST {}", request.range.begin));
+    }
+    return commands;
+}
+
 curl_slist* get(const std::optional<core::slist>& list)
 {
     return list ? list->get() : nullptr;
 }
 
+std::string trimmed(const std::string& line)
+{
+    return line.substr(std::min(line.find_first_not_of(' '), line.size()));
+}
+
 } // namespace
 
-const ftp_reply& outcome::reply(std::size_t from_last) const
+connection::connection(const url& server, const session_options& options)
+    : location_(server), options_(options), server_(server.server()), login_(location_, options_),
+      sockets_(options.tls == tls_mode::strict), callbacks_(options.stop, data_tls_)
 {
-    static const ftp_reply none;
-    return from_last < replies.size() ? replies[replies.size() - 1 - from_last] : none;
-}
-
-answer outcome::said() const
-{
-    const ftp_reply& last = reply();
-    const bool refused = last.code >= 400 && !last.lines.empty();
-    return {last.code, code, refused ? last.lines.back() : words};
-}
-
-engine::engine(url location, options how)
-    : location_(std::move(location)), how_(std::move(how)), login_(std::make_unique<login>(location_, how_))
-{
-    login_->set_up(connection_);
-    log_in();
-}
-
-engine::~engine() = default;
-
-void engine::log_in()
-{
-    request first{.about = location_.server()};
-    if (!location_.sftp) {
-        first.commands = {"*FEAT"};
+    login_.set_up(handle_);
+    setopt(handle_, CURLOPT_PROXY, std::string()); // not what the environment says to libcurl
+    if (options_.use_proxy) {
+        core::configure_proxy(handle_);
     }
-    const outcome result = run(first);
-    if (!result.done()) {
-        fail(first, result);
-    }
-    const char* folder = nullptr;
-    curl_easy_getinfo(connection_.get(), CURLINFO_FTP_ENTRY_PATH, &folder);
-    // The server's word, but it goes into commands: what cannot be a name leads nowhere.
-    info_.login_folder = names::absolute("/", folder == nullptr ? "/" : folder);
-    info_.key = login_->key();
-    if (location_.sftp || result.replies.empty()) {
-        return;
-    }
-    info_.server = result.replies.front().lines.back();
-    constexpr long system_status = 211;
-    if (result.reply().code == system_status && result.reply().lines.size() > 2) {
-        for (std::size_t i = 1; i + 1 < result.reply().lines.size(); ++i) {
-            const std::string& line = result.reply().lines[i];
-            info_.features.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
+    sockets_.set_up(handle_);
+    data_tls_.set_up(handle_);
+    callbacks_.set_up(handle_);
+    setopt(handle_, CURLOPT_ERRORBUFFER, message_.data());
+    for (unsigned attempt = 0; !logged_in_; ++attempt) {
+        login_.provide_password(handle_, attempt);
+        try {
+            log_in();
+        } catch (const LoginRefused&) {
+            if (!login_.may_ask_again(attempt + 1)) {
+                throw;
+            }
         }
     }
 }
 
-std::string engine::url_of(const std::string& path)
+void connection::log_in()
+{
+    const request_result result = run({.subject = server_, .commands = {"FEAT"}});
+    if (!result.is_done()) {
+        throw_failure(server_, {.subject = server_}, result, true);
+    }
+    logged_in_ = true;
+    const char* folder = nullptr;
+    curl_easy_getinfo(handle_.get(), CURLINFO_FTP_ENTRY_PATH, &folder);
+    // The server's word, but it goes into commands.
+    info_.login_folder = remote_path::absolute("/", folder == nullptr ? "/" : folder);
+    check_text(info_.login_folder, "the folder of the login");
+    if (!result.replies.empty()) {
+        info_.greeting = result.replies.front().lines.back();
+        read_features(result.last_reply());
+    }
+}
+
+void connection::read_features(const reply& features)
+{
+    constexpr long system_status = 211;
+    if (features.code == system_status && features.lines.size() > 2) {
+        std::transform(features.lines.begin() + 1, features.lines.end() - 1, std::back_inserter(info_.features),
+                       trimmed);
+    }
+}
+
+std::string connection::url_of(const std::string& path)
 {
     try {
-        return core::make_absolute_url(connection_, location_.server(), path, false);
+        return core::make_absolute_url(handle_, server_, path, false);
     } catch (const std::logic_error&) {
         throw std::bad_alloc(); // what the core means by it: libcurl has no memory for the escaped name
     }
 }
 
-outcome engine::perform(const request& wanted, call& under_way)
+void connection::set_commands(const request& request)
 {
-    std::array<char, CURL_ERROR_SIZE> error{};
-    const bool body = wanted.take != nullptr || wanted.method != nullptr;
-    const auto before = command_list(wanted.commands);
-    const auto after = command_list(wanted.afterwards);
-    outcome result;
-    {
-        scoped_request options(connection_);
-        set_text(connection_, CURLOPT_URL, url_of(wanted.path));
-        options.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr)
-            .setopt(CURLOPT_HEADERFUNCTION, &call::take_header, nullptr)
-            .setopt(CURLOPT_HEADERDATA, &under_way, nullptr)
-            .setopt(CURLOPT_WRITEFUNCTION, &call::take_body, nullptr)
-            .setopt(CURLOPT_WRITEDATA, &under_way, stdout)
-            .setopt(CURLOPT_XFERINFOFUNCTION, &call::report, nullptr)
-            .setopt(CURLOPT_XFERINFODATA, &under_way, nullptr)
-            .setopt(CURLOPT_NOPROGRESS, 0L, 1L)
-            .setopt(CURLOPT_NOBODY, body || wanted.source != nullptr ? 0L : 1L, 0L)
-            .setopt(CURLOPT_QUOTE, get(before), nullptr)
-            .setopt(CURLOPT_POSTQUOTE, get(after), nullptr)
-            .setopt(CURLOPT_CUSTOMREQUEST, nullptr, nullptr)
-            .setopt(CURLOPT_FTP_FILEMETHOD, wanted.enters ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD,
-                    CURLFTPMETHOD_NOCWD)
-            .setopt(CURLOPT_IGNORE_CONTENT_LENGTH, wanted.listed_size ? 1L : 0L, 0L)
-            .setopt(CURLOPT_FILETIME, wanted.names_time ? 1L : 0L, 0L)
-            .setopt(CURLOPT_RESUME_FROM_LARGE, wanted.offset, 0)
-            .setopt(CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L, 0L);
-        if (wanted.method != nullptr) {
-            set_text(connection_, CURLOPT_CUSTOMREQUEST, wanted.method);
-        }
-        if (wanted.rate_limit > 0) {
-            // What one call moves is held back as a whole.
-            options.setopt(CURLOPT_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.receive_buffer)
-                .setopt(CURLOPT_UPLOAD_BUFFERSIZE, CURL_MAX_WRITE_SIZE, how_.send_buffer);
-        }
-        if (wanted.source != nullptr) {
-            options.setopt(CURLOPT_READFUNCTION, &call::give_body, nullptr)
-                .setopt(CURLOPT_READDATA, &under_way, stdin)
-                .setopt(CURLOPT_SEEKFUNCTION, &call::seek_body, nullptr)
-                .setopt(CURLOPT_SEEKDATA, &under_way, nullptr)
-                .setopt(CURLOPT_INFILESIZE_LARGE, wanted.source->size, -1)
-                .setopt(CURLOPT_UPLOAD, 1L, 0L);
-        }
-        result.code = connection_.perform();
+    const auto set = [&](command_list& held, CURLoption option, const std::vector<std::string>& commands) {
+        command_list made = make_list(commands);
+        setopt(handle_, option, get(made));
+        held = std::move(made);
+    };
+    set(before_, CURLOPT_QUOTE, unchecked(request.commands));
+    set(between_, CURLOPT_PREQUOTE, commands_before_retrieval(request));
+    set(after_, CURLOPT_POSTQUOTE, unchecked(request.last_commands));
+}
+
+void connection::set_request(const request& request)
+{
+    const bool body = request.on_data || request.list_command != nullptr;
+    set_commands(request);
+    setopt(handle_, CURLOPT_URL, url_of(request.path));
+    setopt(handle_, CURLOPT_UPLOAD, request.source != nullptr ? 1L : 0L); // before NOBODY, which it changes
+    setopt(handle_, CURLOPT_NOBODY, body || request.source != nullptr ? 0L : 1L);
+    if (request.list_command == nullptr) {
+        setopt(handle_, CURLOPT_CUSTOMREQUEST, nullptr);
+    } else {
+        setopt(handle_, CURLOPT_CUSTOMREQUEST, std::string(request.list_command));
     }
+    setopt(handle_, CURLOPT_FTP_FILEMETHOD,
+           request.change_directory ? CURLFTPMETHOD_SINGLECWD : CURLFTPMETHOD_NOCWD);
+    const bool part = request.source == nullptr && request.range.end != byte_range::to_the_end;
+    if (part) { // from where the server was told to begin
+        setopt(handle_, CURLOPT_RANGE, fmt::format("0-{}", request.range.end - request.range.begin - 1));
+    } else {
+        setopt(handle_, CURLOPT_RANGE, nullptr);
+    }
+    setopt(handle_, CURLOPT_RESUME_FROM_LARGE, request.source != nullptr ? request.range.begin : 0);
+    const auto size = request.source == nullptr ? std::nullopt : request.source->size;
+    setopt(handle_, CURLOPT_INFILESIZE_LARGE, size ? static_cast<curl_off_t>(*size) : -1);
+    setopt(handle_, CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L);
+    set_trace_callback(handle_);
+}
+
+request_result connection::perform(const request& request)
+{
+    message_.front() = '\0';
+    set_request(request);
+    callbacks_.begin(request);
+    data_tls_.reset();
+    request_result result;
+    result.code = handle_.perform();
+    callbacks_.end();
+    // What libcurl gave up in the middle may still be answered.
     out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE;
-    result.replies = parse_replies(under_way.header());
-    if (is_disguised_refusal(wanted, result)) {
-        result.code = wanted.source != nullptr ? CURLE_UPLOAD_FAILED : CURLE_FTP_COULDNT_RETR_FILE;
+    result.replies = parse_replies(callbacks_.replies());
+    result.message = message_.data();
+    if (result.message.empty() && !result.is_done()) {
+        result.message = curl_easy_strerror(static_cast<CURLcode>(result.code));
     }
-    result.words = error.data();
-    if (result.words.empty() && result.code != CURLE_OK) {
-        result.words = curl_easy_strerror(static_cast<CURLcode>(result.code));
+    result.moved = callbacks_.moved();
+    result.size = callbacks_.size();
+    result.encrypted = data_tls_.is_used();
+    result.ended_by_close_notify = data_tls_.is_ended();
+    long verified = 0;
+    long connections = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verified);
+    curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connections);
+    result.reconnected = !result.replies.empty() && result.replies.front().code == 220 && connections > 0;
+    if (!callbacks_.encryption().empty()) {
+        info_.encryption = callbacks_.encryption();
     }
-    long verified = X509_V_OK;
-    curl_easy_getinfo(connection_.get(), CURLINFO_SSL_VERIFYRESULT, &verified);
-    tell_encryption(result, verified);
-    if (!under_way.tls().empty()) {
-        info_.tls = under_way.tls();
-    }
-    curl_off_t length = -1;
-    curl_off_t time = -1;
-    curl_easy_getinfo(connection_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    curl_easy_getinfo(connection_.get(), CURLINFO_FILETIME_T, &time);
-    if (length >= 0) {
-        result.length = static_cast<std::uint64_t>(length);
-    }
-    if (time >= 0) {
-        result.time = time;
-    }
-    if (location_.sftp) {
-        look_for_loss(wanted, result);
-    }
+    classify(request, result, verified);
     return result;
 }
 
-/// SFTP: what may be a lost connection, and what is one.
-void engine::look_for_loss(const request& wanted, outcome& result)
+bool connection::may_repeat(const request& request, const request_result& result) const
 {
-    if (names_other_error(result.words)) {
-        tell_loss(result);
+    // A command that is answered with the server's goodbye has not been carried out.
+    const bool goodbye = result.last_reply().code == code::service_not_available;
+    if (request.needs_same_connection || !(request.repeatable ? goodbye || is_lost(result) : goodbye)) {
+        return false;
     }
-    const bool no_size = result.done() && wanted.commands.empty() && wanted.take == nullptr &&
-                         wanted.source == nullptr && !wanted.path.ends_with('/') && !result.length;
-    const bool refused = is_refusal(result);
-    result.doubtful = no_size || (refused && reason_of(result) == last_reason_);
-    if (refused) {
-        last_reason_ = reason_of(result);
+    if (result.moved == 0) {
+        return true;
     }
+    return request.source != nullptr ? request.repeatable && request.source->reads_again
+                                     : request.restart && request.restart();
 }
 
-/// SFTP: asks for what every server tells, the time of the login folder, over the same connection.
-bool engine::still_answers()
-{
-    const request question{
-        .about = "the connection", .path = info_.login_folder, .names_time = true, .cancellable = false};
-    call under_way(question, how_, connection_.get());
-    const bool told = perform(question, under_way).time.has_value();
-    long connections = 1;
-    curl_easy_getinfo(connection_.get(), CURLINFO_NUM_CONNECTS, &connections);
-    return told && connections == 0;
-}
-
-outcome engine::run(const request& wanted)
+request_result connection::run(const request& request)
 {
     constexpr int tries = 2;
-    if (!location_.sftp) {
-        refuse_telnet(wanted);
-    }
     for (int tried = 1;; ++tried) {
-        call under_way(wanted, how_, connection_.get());
-        outcome result = perform(wanted, under_way);
-        if (under_way.thrown()) {
-            std::rethrow_exception(under_way.thrown());
+        if (request.cancellable && options_.stop.stop_requested()) {
+            throw Cancelled(request.subject);
         }
-        if (result.doubtful && (is_closed(connection_) || !still_answers())) {
-            tell_loss(result);
-            out_of_step_ = true; // libcurl would go on with it
+        sockets_.allow();
+        const auto end = [this] { sockets_.shut_down(); };
+        std::optional<std::stop_callback<decltype(end)>> ends_waits;
+        if (request.cancellable) {
+            ends_waits.emplace(options_.stop, end);
         }
-        if (result.done()) {
-            under_way.report_end();
+        const request_result result = perform(request);
+        ends_waits.reset();
+        if (callbacks_.thrown()) {
+            std::rethrow_exception(callbacks_.thrown());
+        }
+        if (sockets_.refusal()) {
+            std::rethrow_exception(sockets_.refusal());
+        }
+        if (result.is_done() || is_refusal(result)) {
             return result;
         }
-        if (is_refusal(result)) {
-            return result;
+        if (request.cancellable && options_.stop.stop_requested()) {
+            throw Cancelled(request.subject);
         }
-        const bool goodbye = result.reply().code == closing;
-        // A command that is answered with the server's goodbye has not been carried out.
-        const bool again = wanted.repeatable ? goodbye || is_lost(result) : goodbye && under_way.moved() == 0;
-        const bool given_away = wanted.take && under_way.moved() > 0;
-        if (tried == tries || !again || (given_away && !wanted.restart)) {
-            fail(wanted, result);
-        }
-        if (given_away) {
-            wanted.restart();
-        }
-        if (wanted.source != nullptr) {
-            wanted.source->seek(wanted.offset);
+        if (tried == tries || !may_repeat(request, result)) {
+            throw_failure(server_, request, result, !logged_in_);
         }
     }
 }
 
-void engine::fail(const request& wanted, const outcome& result) const
-{
-    const bool opening = info_.login_folder.empty();
-    const std::string server = location_.server();
-    answer said = result.said();
-    said.words += login_->hint(result.code);
-    switch (result.code) {
-    case CURLE_LOGIN_DENIED:
-        raise<error::LoginRefused>(server, said);
-    case CURLE_PEER_FAILED_VERIFICATION:
-        if (login_->host_key_refusal()) {
-            std::rethrow_exception(login_->host_key_refusal());
-        }
-        said.words = result.words; // whatever the server replied
-        raise<error::CertificateRefused>(server, said);
-    case CURLE_USE_SSL_FAILED:
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CIPHER:
-        raise<error::NoEncryption>(server, said);
-    case CURLE_FAILED_INIT:
-        if (!login_->asked_for().empty() && said.words.find("exchange encryption keys") != std::string::npos) {
-            raise<error::HostKeyChanged>(known_hosts_name(location_.host, location_.port),
-                                         "it shows no " + login_->asked_for() +
-                                             " key, the type that the known-hosts file has of it",
-                                         said);
-        }
-        raise<error::NoConnection>(server, said);
-    case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_CONNECT:
-    case CURLE_PROXY:
-        raise<error::NoConnection>(server, said);
-    case CURLE_URL_MALFORMAT:
-        raise<error::InvalidName>('"' + wanted.about + '"', "a control character");
-    case CURLE_ABORTED_BY_CALLBACK:
-        raise<error::Cancelled>(wanted.about, said);
-    case CURLE_OUT_OF_MEMORY:
-        throw std::bad_alloc();
-    default:
-        break;
-    }
-    if (opening) {
-        raise<error::NoConnection>(server, said);
-    }
-    if (result.code == CURLE_PARTIAL_FILE) {
-        raise<error::SizeMismatch>(wanted.about, said.words);
-    }
-    if (is_lost(result) || said.reply == closing) {
-        raise<error::ServerGone>(wanted.about, said);
-    }
-    if (result.code == CURLE_OPERATION_TIMEDOUT) {
-        raise<error::Stalled>(wanted.about, said);
-    }
-    raise<error::Refused>(wanted.about, said);
-}
-
-} // namespace qrftp
+} // namespace qrftp::ftp

@@ -1,10 +1,9 @@
-#include "listing_line.hpp"
 #include "listing_text.hpp"
 
 #include <array>
 #include <utility>
 
-namespace qrftp::lines {
+namespace qrftp::ftp {
 
 namespace {
 
@@ -95,7 +94,9 @@ void set_kind(const facts& told, entry& found)
     }
 }
 
-std::optional<timestamp> read_modify(std::string_view text)
+} // namespace
+
+std::optional<timestamp> read_mlsd_time(std::string_view text)
 {
     constexpr std::size_t digits = 14;
     const auto part = [text](std::size_t from, std::size_t count) {
@@ -104,11 +105,9 @@ std::optional<timestamp> read_modify(std::string_view text)
     if (!is_number(text.substr(0, text.find('.'))) || std::min(text.find('.'), text.size()) != digits) {
         return std::nullopt;
     }
-    const auto seconds = seconds_of({part(0, 4), part(4, 2), part(6, 2), part(8, 2), part(10, 2), part(12, 2)});
-    return seconds ? std::optional(timestamp{*seconds, time_precision::second, true}) : std::nullopt;
+    const auto time = time_of({part(0, 4), part(4, 2), part(6, 2), part(8, 2), part(10, 2), part(12, 2)});
+    return time ? std::optional(timestamp{*time, time_precision::second, true}) : std::nullopt;
 }
-
-} // namespace
 
 line_content read_mlsd_line(std::string_view line, entry& found)
 {
@@ -126,10 +125,9 @@ line_content read_mlsd_line(std::string_view line, entry& found)
             return line_content::unreadable;
         }
     }
-    found.modified = read_modify(told.modify);
-    found.mode = to_number<unsigned>(told.mode, 8);
-    if (found.mode) {
-        *found.mode &= 07777U; // Some servers send the kind of the file in the bits above.
+    found.modified = read_mlsd_time(told.modify);
+    if (const auto mode = to_number<unsigned>(told.mode, 8)) {
+        found.mode = std::filesystem::perms(*mode) & std::filesystem::perms::mask; // Some send the kind above.
     }
     found.owner = told.owner_name.empty() ? told.owner : told.owner_name;
     found.group = told.group_name.empty() ? told.group : told.group_name;
@@ -137,4 +135,4 @@ line_content read_mlsd_line(std::string_view line, entry& found)
     return line_content::entry;
 }
 
-} // namespace qrftp::lines
+} // namespace qrftp::ftp

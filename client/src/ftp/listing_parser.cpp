@@ -1,6 +1,5 @@
 #include <qrftp/listing.hpp>
 
-#include "listing_line.hpp"
 #include "listing_text.hpp"
 
 #include <utility>
@@ -9,7 +8,7 @@ namespace qrftp {
 
 namespace {
 
-using namespace lines;
+using namespace ftp;
 
 constexpr std::size_t longest_line = 65536;
 constexpr std::size_t longest_sample = 1024;
@@ -25,18 +24,16 @@ bool is_total(std::string_view line)
     return !count.empty() && is_digit(count.front()) && in.rest().empty();
 }
 
-line_content read_line(listing_format format, std::string_view line, std::int64_t now, entry& found)
+line_content read_line(listing_format format, std::string_view line, std::chrono::sys_seconds now, entry& found)
 {
     if (format == listing_format::mlsd) {
         return read_mlsd_line(line, found);
     }
-    if (format == listing_format::list) {
-        if (is_digit(line.front())) {
-            return read_windows_line(line, found);
-        }
-        if (is_total(line)) {
-            return line_content::nothing;
-        }
+    if (is_digit(line.front())) {
+        return read_windows_line(line, found);
+    }
+    if (is_total(line)) {
+        return line_content::nothing;
     }
     return read_unix_line(line, now, found);
 }
@@ -53,14 +50,57 @@ line_content judge_name(std::string_view name)
 
 } // namespace
 
-listing_parser::listing_parser(listing_format format, entry_sink found, line_sink skipped,
+class listing_parser::state {
+public:
+    state(listing_format format, entry_sink on_entry, line_sink on_skipped, std::chrono::sys_seconds now)
+        : format_(format), on_entry_(std::move(on_entry)), on_skipped_(std::move(on_skipped)), now_(now)
+    {
+    }
+
+    void feed(std::string_view bytes);
+    void restart();
+    void finish() { take_part({}, true); }
+
+private:
+    void take_part(std::string_view part, bool ended);
+    void take_line(std::string_view line);
+    void skip(std::string_view line);
+
+    listing_format format_;
+    entry_sink on_entry_;
+    line_sink on_skipped_;
+    std::chrono::sys_seconds now_;
+    std::string rest_; ///< of a line that has not ended
+    bool passing_over_ = false;
+};
+
+listing_parser::listing_parser(listing_format format, entry_sink on_entry, line_sink on_skipped,
                                std::chrono::system_clock::time_point now)
-    : format_(format), found_(std::move(found)), skipped_(std::move(skipped)),
-      now_(std::chrono::floor<std::chrono::seconds>(now).time_since_epoch().count())
+    : state_(std::make_unique<state>(format, std::move(on_entry), std::move(on_skipped),
+                                     std::chrono::floor<std::chrono::seconds>(now)))
 {
 }
 
+listing_parser::listing_parser(listing_parser&& other) noexcept = default;
+listing_parser& listing_parser::operator=(listing_parser&& other) noexcept = default;
+listing_parser::~listing_parser() = default;
+
 void listing_parser::feed(std::string_view bytes)
+{
+    state_->feed(bytes);
+}
+
+void listing_parser::restart()
+{
+    state_->restart();
+}
+
+void listing_parser::finish()
+{
+    state_->finish();
+}
+
+void listing_parser::state::feed(std::string_view bytes)
 {
     while (!bytes.empty()) {
         const std::size_t end = bytes.find('\n');
@@ -71,18 +111,13 @@ void listing_parser::feed(std::string_view bytes)
     }
 }
 
-void listing_parser::restart()
+void listing_parser::state::restart()
 {
     rest_.clear();
     passing_over_ = false;
 }
 
-void listing_parser::finish()
-{
-    take_part({}, true);
-}
-
-void listing_parser::take_part(std::string_view part, bool ended)
+void listing_parser::state::take_part(std::string_view part, bool ended)
 {
     if (passing_over_) {
         passing_over_ = !ended;
@@ -104,7 +139,7 @@ void listing_parser::take_part(std::string_view part, bool ended)
     }
 }
 
-void listing_parser::take_line(std::string_view line)
+void listing_parser::state::take_line(std::string_view line)
 {
     line.remove_suffix(line.ends_with('\r') ? 1 : 0);
     if (line.find_first_not_of(" \t\r") == std::string_view::npos) {
@@ -116,16 +151,16 @@ void listing_parser::take_line(std::string_view line)
         content = judge_name(found.name);
     }
     if (content == line_content::entry) {
-        found_(std::move(found));
+        on_entry_(std::move(found));
     } else if (content == line_content::unreadable) {
         skip(line);
     }
 }
 
-void listing_parser::skip(std::string_view line)
+void listing_parser::state::skip(std::string_view line)
 {
-    if (skipped_) {
-        skipped_(line);
+    if (on_skipped_) {
+        on_skipped_(line);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qrftp/entry.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -9,7 +11,7 @@
 #include <string_view>
 #include <system_error>
 
-namespace qrftp::lines {
+namespace qrftp::ftp {
 
 inline bool is_digit(char c)
 {
@@ -95,8 +97,8 @@ struct civil_time {
     unsigned second = 0;
 };
 
-/// Seconds since 1970 if there is such a time; a leap second is one.
-inline std::optional<std::int64_t> seconds_of(const civil_time& at)
+/// The time if there is such a one; a leap second is the first one of the next minute.
+inline std::optional<std::chrono::sys_seconds> time_of(const civil_time& at)
 {
     // The classes of the calendar keep only the low bits of what is too great for them.
     if (at.year > 9999 || at.month > 12 || at.day > 31 || at.hour > 23 || at.minute > 59 || at.second > 60) {
@@ -107,9 +109,23 @@ inline std::optional<std::int64_t> seconds_of(const civil_time& at)
     if (!date.ok()) {
         return std::nullopt;
     }
-    const std::chrono::sys_seconds start = std::chrono::sys_days(date);
-    const std::int64_t minutes = std::int64_t{at.hour} * 60 + at.minute;
-    return start.time_since_epoch().count() + minutes * 60 + at.second;
+    return std::chrono::sys_days(date) + std::chrono::hours(at.hour) + std::chrono::minutes(at.minute) +
+           std::chrono::seconds(at.second);
 }
 
-} // namespace qrftp::lines
+enum class line_content {
+    entry,
+    nothing, ///< a line that is no entry and no fault
+    unreadable,
+};
+
+/// Each reads one line without its end into a fresh `found`, which means something only if the answer is
+/// `entry`. The name is not looked at yet.
+line_content read_mlsd_line(std::string_view line, entry& found);
+line_content read_unix_line(std::string_view line, std::chrono::sys_seconds now, entry& found);
+line_content read_windows_line(std::string_view line, entry& found);
+
+/// A time as MLSD and MDTM write it (RFC 3659, 2.3).
+std::optional<timestamp> read_mlsd_time(std::string_view text);
+
+} // namespace qrftp::ftp

@@ -1,13 +1,13 @@
-#include "listing_line.hpp"
 #include "listing_text.hpp"
 
 #include <array>
 
-namespace qrftp::lines {
+namespace qrftp::ftp {
 
 namespace {
 
-constexpr std::int64_t day_seconds = 86400;
+using std::chrono::sys_seconds;
+using std::filesystem::perms;
 
 struct columns {
     std::string_view before_size;
@@ -35,7 +35,7 @@ std::optional<entry_kind> read_kind(char letter)
     }
 }
 
-std::optional<unsigned> read_mode(std::string_view letters)
+std::optional<perms> read_mode(std::string_view letters)
 {
     constexpr std::string_view plain = "rwxrwxrwx";
     // By the place in `letters`: set beside the right to execute, and without it.
@@ -56,7 +56,7 @@ std::optional<unsigned> read_mode(std::string_view letters)
             return std::nullopt;
         }
     }
-    return mode;
+    return perms(mode);
 }
 
 bool read_month(scanner& in, unsigned& month)
@@ -75,23 +75,22 @@ bool read_month(scanner& in, unsigned& month)
     return true;
 }
 
-std::optional<std::int64_t> latest_by(civil_time at, std::int64_t limit)
+std::optional<sys_seconds> latest_by(civil_time at, sys_seconds limit)
 {
-    const auto days =
-        std::chrono::floor<std::chrono::days>(std::chrono::sys_seconds(std::chrono::seconds(limit)));
+    const auto days = std::chrono::floor<std::chrono::days>(limit);
     const auto last = static_cast<unsigned>(static_cast<int>(std::chrono::year_month_day(days).year()));
     // Eight years may lie between two leap days.
     for (at.year = last; at.year + 8 >= last; --at.year) {
-        const auto seconds = seconds_of(at);
-        if (seconds && *seconds <= limit) {
-            return seconds;
+        const auto time = time_of(at);
+        if (time && *time <= limit) {
+            return time;
         }
     }
     return std::nullopt;
 }
 
 /// "Mmm DD" or "DD Mmm", then "HH:MM" or "YYYY".
-bool read_named_month(scanner& in, std::int64_t now, std::optional<timestamp>& modified)
+bool read_named_month(scanner& in, sys_seconds now, std::optional<timestamp>& modified)
 {
     civil_time at;
     const bool day_first = in.number(at.day, 1, 2);
@@ -99,22 +98,22 @@ bool read_named_month(scanner& in, std::int64_t now, std::optional<timestamp>& m
         (!day_first && !(in.number(at.day, 1, 2) && in.blanks()))) {
         return false;
     }
-    std::optional<std::int64_t> seconds;
+    std::optional<sys_seconds> time;
     time_precision precision = time_precision::day;
     if (in.number(at.year, 4, 9)) {
-        seconds = seconds_of(at);
+        time = time_of(at);
     } else if (in.number(at.hour, 1, 2) && in.take(':') && in.number(at.minute, 2, 2)) {
-        seconds = latest_by(at, now + day_seconds);
+        time = latest_by(at, now + std::chrono::days(1)); // Its clock may be ahead.
         precision = time_precision::minute;
     } else {
         return false;
     }
-    modified = seconds ? std::optional(timestamp{*seconds, precision, false}) : std::nullopt;
+    modified = time ? std::optional(timestamp{*time, precision, false}) : std::nullopt;
     return true;
 }
 
 /// " +hhmm" with a name behind it; else it is the name.
-std::optional<std::int64_t> read_offset(scanner& in)
+std::optional<std::chrono::minutes> read_offset(scanner& in)
 {
     scanner after = in;
     unsigned offset = 0;
@@ -125,7 +124,7 @@ std::optional<std::int64_t> read_offset(scanner& in)
         return std::nullopt;
     }
     in = after;
-    const std::int64_t east = std::int64_t{offset / 100} * 3600 + std::int64_t{offset % 100} * 60;
+    const std::chrono::minutes east = std::chrono::hours(offset / 100) + std::chrono::minutes(offset % 100);
     return west ? -east : east;
 }
 
@@ -146,13 +145,15 @@ bool read_iso(scanner& in, std::optional<timestamp>& modified)
         precision = time_precision::second;
     }
     const auto offset = read_offset(in);
-    const auto seconds = seconds_of(at);
-    modified = seconds ? std::optional(timestamp{*seconds - offset.value_or(0), precision, offset.has_value()})
-                       : std::nullopt;
+    const auto time = time_of(at);
+    modified.reset();
+    if (time) {
+        modified = {*time - offset.value_or(std::chrono::minutes(0)), precision, offset.has_value()};
+    }
     return true;
 }
 
-bool read_date(scanner& in, std::int64_t now, std::optional<timestamp>& modified)
+bool read_date(scanner& in, sys_seconds now, std::optional<timestamp>& modified)
 {
     const scanner start = in;
     if (read_iso(in, modified)) {
@@ -168,7 +169,7 @@ bool may_be_size(std::string_view word, bool device)
 }
 
 /// Finds the size by the date after it, as what is before them may hold anything.
-bool find_columns(std::string_view text, bool device, std::int64_t now, columns& found)
+bool find_columns(std::string_view text, bool device, sys_seconds now, columns& found)
 {
     scanner in(text);
     in.blanks();
@@ -247,7 +248,7 @@ void split_link(std::string_view text, std::optional<std::uint64_t> size, entry&
 
 } // namespace
 
-line_content read_unix_line(std::string_view line, std::int64_t now, entry& found)
+line_content read_unix_line(std::string_view line, sys_seconds now, entry& found)
 {
     constexpr std::size_t mode_letters = 10;
     if (line.size() <= mode_letters) {
@@ -280,4 +281,4 @@ line_content read_unix_line(std::string_view line, std::int64_t now, entry& foun
     return line_content::entry;
 }
 
-} // namespace qrftp::lines
+} // namespace qrftp::ftp

@@ -1,9 +1,8 @@
-#include "listing_line.hpp"
 #include "listing_text.hpp"
 
 #include <string>
 
-namespace qrftp::lines {
+namespace qrftp::ftp {
 
 namespace {
 
@@ -40,8 +39,8 @@ bool read_date(scanner& in, std::optional<timestamp>& modified)
         return false;
     }
     read_half(in, at.hour);
-    if (const auto seconds = seconds_of(at)) {
-        modified = timestamp{*seconds, time_precision::minute, false};
+    if (const auto time = time_of(at)) {
+        modified = timestamp{*time, time_precision::minute, false};
     }
     return in.blanks();
 }
@@ -127,4 +126,4 @@ line_content read_windows_line(std::string_view line, entry& found)
     return line_content::entry;
 }
 
-} // namespace qrftp::lines
+} // namespace qrftp::ftp

@@ -1,53 +1,43 @@
 #pragma once
 
+#include "setopt.hpp"
+
 #include <qrftp/options.hpp>
-#include <qrftp/session.hpp>
-#include <zorbel/io/ftp/core/connection.hpp>
+#include <qrftp/url.hpp>
 
-#include <exception>
-#include <filesystem>
-#include <memory>
+#include <string>
+#include <string_view>
 
-namespace qrftp {
+namespace qrftp::ftp {
 
-/// Sets an option that libcurl keeps a copy of, and throws `std::bad_alloc` when it has no memory for that:
-/// without its URL or its command, the request would be another one.
-void set_text(zorbel::io::ftp::core::curl_ptr& connection, CURLoption option, const std::string& text);
+/// Throws `InvalidName` where `text`, which errors call `subject`, cannot be a part of a command: CR, LF and
+/// NUL end it, and what follows would be another one; the byte 255 begins a command of Telnet's (RFC 854),
+/// which a control connection is, and servers differ in what they make of a doubled one.
+void check_text(std::string_view text, const std::string& subject);
 
-/// What libcurl is told once, before the first request of a connection, and what it refers to from then on.
-/// Outlives the connection.
+/// Who logs in where, and what libcurl is told of it once, before the first request of a connection.
 class login {
 public:
-    login(const url& location, const options& how);
-    login(const login&) = delete;
-    login& operator=(const login&) = delete;
-    ~login();
+    /// Throws `InvalidName` for what cannot be sent, `InvalidOption`.
+    login(const url& server, const session_options& options);
 
-    void set_up(zorbel::io::ftp::core::curl_ptr& connection);
+    void set_up(const curl_ptr& handle);
 
-    /// Why the server's host key was refused, or null.
-    std::exception_ptr host_key_refusal() const { return refusal_; }
-    const std::optional<host_key>& key() const { return key_; }
-    /// The type of host key that the server is asked for, as one that can be checked; empty means any.
-    const std::string& asked_for() const { return asked_for_; }
-    /// What may be behind libcurl's result `code` and is not in its words.
-    std::string hint(int code) const;
+    /// Asks for the password where one is needed and none is given, and tells libcurl. `attempt` counts from 0.
+    /// Throws `LoginRefused` when the user gives none.
+    void provide_password(const curl_ptr& handle, unsigned attempt);
+    /// Whether another password may be asked for after this many were refused.
+    [[nodiscard]] bool may_ask_again(unsigned attempts) const;
 
 private:
-    void set_up_ftp(zorbel::io::ftp::core::curl_ptr& connection);
-    void set_up_sftp(zorbel::io::ftp::core::curl_ptr& connection);
-    void prefer_known_keys(zorbel::io::ftp::core::curl_ptr& connection);
-    void check(const host_key& shown);
-    static int host_key_callback(void* self, int type, const char* blob, std::size_t size) noexcept;
+    void set_limits(const curl_ptr& handle) const;
+    void set_encryption(const curl_ptr& handle) const;
+    [[nodiscard]] bool asks() const;
 
-    const url& location_;
-    const options& how_;
-    std::filesystem::path known_hosts_;
-    std::filesystem::path preferred_; ///< a temporary known-hosts file
-    std::string asked_for_;
-    std::optional<host_key> key_;
-    bool rsa_only_ = false; ///< the known keys of the host are of a kind that newer servers do not use
-    std::exception_ptr refusal_;
+    const url& server_;
+    const session_options& options_;
+    std::string user_;
+    std::string password_;
 };
 
-} // namespace qrftp
+} // namespace qrftp::ftp

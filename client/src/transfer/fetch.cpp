@@ -64,7 +64,9 @@ byte_range file_download::begin(const file_facts& source)
         wanted.begin = resume_point(path(), there, *source.size);
     }
     meter_.start(source.size.value_or(options_.listed_size.value_or(0)), wanted.begin);
-    target_.open(wanted.begin);
+    while (!target_.open(wanted.begin)) {
+        meter_.pause();
+    }
     return wanted;
 }
 
@@ -89,7 +91,7 @@ void file_download::finish(const file_facts& source)
     if (--parts_left_ > 0) {
         return;
     }
-    const std::uint64_t got = target_.size_found() + meter_.moved();
+    const std::uint64_t got = target_.size().value_or(target_.size_found() + meter_.moved());
     if (size_ && got != *size_) {
         throw_size_mismatch(path(), got, *size_);
     }

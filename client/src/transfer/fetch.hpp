@@ -46,7 +46,8 @@ public:
     data_download(std::string path, const std::function<bool(std::string_view)>& on_data,
                   const transfer_options& options, meter& progress);
 
-    [[nodiscard]] bool needs_size() const override { return false; }
+    /// Only then is it asked where to begin before the server is.
+    [[nodiscard]] bool needs_size() const override { return !range_.is_whole(); }
     [[nodiscard]] bool needs_time() const override { return false; }
     [[nodiscard]] std::optional<std::uint64_t> listed_size() const override { return std::nullopt; }
     byte_range begin(const file_facts& source) override;

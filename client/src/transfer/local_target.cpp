@@ -96,31 +96,54 @@ std::uint64_t local_target::size_found() const
     return options_.resume && existing_ && has_places_ ? existing_->size : 0;
 }
 
-void local_target::open(std::uint64_t kept)
+bool local_target::open(std::uint64_t kept)
 {
     if (file_ != nullptr) {
-        return;
+        return true;
     }
     kept_ = kept;
+    if (direct_) {
+        return open_target();
+    }
     with_local_errors(place_.shown, [&] {
-        if (!direct_) {
-            std::string name = remote_path::temporary_name();
-            file_ = place_.folder->open_file(name, files::Folder::Open::create);
-            temporary_ = std::move(name);
+        std::string name = remote_path::temporary_name();
+        file_ = place_.folder->open_file(name, files::Folder::Open::create);
+        temporary_ = std::move(name);
+    });
+    return true;
+}
+
+bool local_target::open_target()
+{
+    try {
+        with_local_errors(place_.shown,
+                          [&] { file_ = place_.folder->open_file(place_.name, files::Folder::Open::update); });
+    } catch (const LocalFileError& failure) {
+        if (failure.code() == std::errc::no_such_device_or_address) {
+            return false;
+        }
+        throw;
+    }
+    with_local_errors(place_.shown, [&] {
+        has_places_ = file_->status().type == fs::file_type::regular;
+        if (!has_places_) {
             return;
         }
-        file_ = place_.folder->open_file(place_.name, files::Folder::Open::update);
-        has_places_ = file_->status().type == fs::file_type::regular;
-        if (has_places_ && !file_->lock()) {
+        if (!file_->lock()) {
             throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
         }
-        if (has_places_ && file_->status().size < kept) {
+        if (file_->status().size < kept_) {
             throw CannotResume(place_.shown.string(), "it became shorter meanwhile");
         }
-        if (has_places_) {
-            file_->truncate(kept);
-        }
+        file_->truncate(kept_);
     });
+    return true;
+}
+
+std::optional<std::uint64_t> local_target::size() const
+{
+    return has_places_ ? std::optional(with_local_errors(place_.shown, [&] { return file_->status().size; }))
+                       : std::nullopt;
 }
 
 void local_target::write(std::uint64_t position, std::string_view bytes)

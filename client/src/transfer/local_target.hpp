@@ -42,9 +42,12 @@ public:
     /// Whether bytes may be written in any order.
     [[nodiscard]] bool has_places() const { return has_places_; }
 
-    /// Opens it, keeping `kept` bytes of what is there. A second call does nothing.
-    void open(std::uint64_t kept);
+    /// Opens it, keeping `kept` bytes of what is there. A second call does nothing. False where it is a pipe
+    /// that nobody reads yet: to be tried again.
+    [[nodiscard]] bool open(std::uint64_t kept);
     void write(std::uint64_t position, std::string_view bytes);
+    /// How long it is now; nothing where that has no meaning.
+    [[nodiscard]] std::optional<std::uint64_t> size() const;
     /// Forgets what was written; false where it went to a device or a pipe.
     bool restart();
     /// Closes it; it then has the target's name, and what `source` and the options give it.
@@ -55,6 +58,7 @@ private:
 
     [[nodiscard]] std::filesystem::perms final_mode(const file_facts& source) const;
     void refuse_existing() const;
+    bool open_target();
 
     local_place place_;
     transfer_options options_;

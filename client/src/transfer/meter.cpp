@@ -61,6 +61,13 @@ void meter::add(std::uint64_t bytes)
     }
 }
 
+void meter::pause()
+{
+    constexpr std::chrono::milliseconds a_little(50);
+    report(false);
+    std::this_thread::sleep_for(a_little);
+}
+
 void meter::restart()
 {
     const std::lock_guard lock(mutex_);

@@ -56,7 +56,8 @@ public:
     enum class Open {
         read,
         create, ///< must not be there yet; made for this user alone
-        update, ///< made when missing, as the umask allows; keeps what is in it
+        update, ///< made when missing, as the umask allows; keeps what is in it. A pipe that nobody reads is
+                ///< `std::errc::no_such_device_or_address`.
     };
 
     virtual ~Folder();
