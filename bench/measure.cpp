@@ -44,8 +44,9 @@ int main(int count, char** arguments)
         }
     }
     std::FILE* report = std::fopen(arguments[1], "w");
-    const bool written = report != nullptr &&
-                         std::fprintf(report, "%.6f %.6f %ld\n", took.count(), processor, memory) > 0 &&
-                         std::fclose(report) == 0;
-    return written ? 0 : 1;
+    if (report == nullptr) {
+        return 1;
+    }
+    std::fprintf(report, "%f %f %ld\n", took.count(), processor, memory);
+    return std::fclose(report) == 0 ? 0 : 1;
 }

@@ -19,12 +19,13 @@ class Place:
         self.user = self.env["SSHD_USER" if self.sftp else "USER"]
         self.known_hosts = self.work / "known_hosts"
         self.key = self.env["KEY"]
+        self.server = f"{self.protocol.lower()}://{self.host}:{self.port}"
 
     def path(self, name):
         return f"{self.env['HOME_DIR']}/{name}" if self.sftp else name
 
-    def url(self, name=""):
-        return f"{'sftp' if self.sftp else 'ftp'}://{self.user}@{self.host}:{self.port}/{self.path(name).lstrip('/')}"
+    def url(self, name):
+        return f"{self.server}/{self.path(name).lstrip('/')}".replace("://", f"://{self.user}@")
 
 
 class Program:
@@ -67,7 +68,8 @@ class Qrftp(Program):
 class Sftp(Program):
     def line(self, at, command):
         (at.work / "sftp.batch").write_text(command + "\n")
-        return ["sftp", "-q", "-b", "sftp.batch", *ssh_options(at), *self.options, "-P", at.port, f"{at.user}@{at.host}"]
+        options = [*ssh_options(at), *self.options, "-P", at.port]
+        return ["sftp", "-q", "-b", "sftp.batch", *options, f"{at.user}@{at.host}"]
 
     def get(self, at, name):
         return self.line(at, f"get {at.path(name)} got")
@@ -87,13 +89,10 @@ class Sftp(Program):
 
 class Lftp(Program):
     def line(self, at, command):
-        if at.sftp:
-            ssh = shlex.join(["ssh", "-a", "-x", *map(str, ssh_options(at))])
-            setup = f"set sftp:connect-program {shlex.quote(ssh)}"
-        else:
-            setup = "set ftp:ssl-allow no"
-        server = f"-u {at.user},{'' if at.sftp else at.env['PASSWORD']} {'sftp' if at.sftp else 'ftp'}://{at.host}:{at.port}"
-        return ["lftp", "--norc", "-c", f"set cmd:fail-exit yes; {setup}; open {server}; {command}"]
+        ssh = shlex.quote(shlex.join(["ssh", "-a", "-x", *map(str, ssh_options(at))]))
+        setup = f"set cmd:fail-exit yes; set ftp:ssl-allow no; set sftp:connect-program {ssh}"
+        password = "" if at.sftp else at.env["PASSWORD"]
+        return ["lftp", "--norc", "-c", f"{setup}; open -u {at.user},{password} {at.server}; {command}"]
 
     def get(self, at, name):
         return self.line(at, f"get {at.path(name)} -o got")

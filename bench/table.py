@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
 """bench/table.py BUILD_FOLDER [--store]: the command beside other programs, on real servers on loopback.
 
-Writes BUILD_FOLDER/bench/table.md, picture.svg and results.json; --store updates docs/performance.md, too.
-Settings in the environment, with their defaults, are below; ONLY is a regular expression that a line's title must match.
+Writes BUILD_FOLDER/bench/table.md, picture.svg and results.json; --store updates docs/performance.md, too. The settings
+below come from the environment. ONLY is a regular expression that a line's title must match.
 """
-import collections
 import dataclasses
 import datetime
 import filecmp
@@ -73,7 +72,7 @@ class Run:
 
 @dataclasses.dataclass
 class Line:
-    """One quantity of some of a work's runs. A goal is (run, at least so many times qrftp's figure) or (None, at most)."""
+    """One quantity of some runs. A goal is (run, at least so many times qrftp's figure) or (None, at most)."""
 
     title: str
     mine: str = "qrftp"
@@ -111,7 +110,8 @@ def works():
         title = f"{BIG} MiB {way}"
         aes = {"sftp, AES": Run(Sftp("-c", "aes128-gcm@openssh.com"))}
         yield Work(job, f"{BIG} MiB", programs(*COLUMNS) | aes,
-                   [Line(title, goals=[("sftp", bar)]), Line(f"{title}, sftp with AES-GCM", others={"sftp": "sftp, AES"})])
+                   [Line(title, goals=[("sftp", bar)]),
+                    Line(f"{title}, sftp with AES-GCM", others={"sftp": "sftp, AES"})])
     for delay in (20, 100):  # without curl, which takes minutes here
         for way, (job, *_) in ways.items():
             title = f"{SLOW} MiB {way}, {delay} ms"
@@ -124,8 +124,8 @@ def works():
     for way, (_, job, _) in ways.items():
         yield Work(job, f"{MANY} files", programs("qrftp") | eight() | {"few": Run(Qrftp(), f"{FEW} files")},
                    [Line(f"{MANY:,} files {way}, 50 ms", goals=[("sftp", 50), ("lftp", 10), ("rclone", 10)]),
-                    Line(f"{FEW} files {way}, 50 ms: processor time, s", "few", [("sftp", 1)], "cpu", {"sftp": "sftp"})],
-                   delay=50)
+                    Line(f"{FEW} files {way}, 50 ms: processor time, s", "few", [("sftp", 1)], "cpu",
+                         {"sftp": "sftp"})], delay=50)
     title, folders = f"`sync` of {ENTRIES:,} entries, nothing to do, 50 ms", ENTRIES // 50
     yield Work("sync", f"{ENTRIES} entries", programs("qrftp", "lftp", "rclone"),
                [Line(title, goals=[(None, 1 + folders / 64 * 0.05)]),
@@ -296,17 +296,14 @@ class Bench:
 
 
 def figure(value, quantity):
-    if quantity == "trips":
-        return str(round(value))
-    return f"{value:.3g}" if value < 100 else f"{value:.0f}"
+    return f"{value:.0f}" if quantity == "trips" or value >= 100 else f"{value:.3g}"
 
 
 def ratio(work, mine, other, quantity):
     """How many times qrftp's figure another one is; for the whole work where a program did a share of it."""
     mine, other = work.runs[mine], work.runs[other]
-    if mine.data == other.data:
-        return other.median(quantity) / mine.median(quantity)
-    return other.median(quantity) / other.share / (mine.median(quantity) / mine.share)
+    shares = mine.share / other.share if mine.data != other.data else 1
+    return shares * other.median(quantity) / mine.median(quantity)
 
 
 def goals(work, line):
@@ -327,8 +324,7 @@ def goals(work, line):
 
 
 def columns(work, line):
-    chosen = line.others or {name: name for name in COLUMNS[1:] if name in work.runs and line.mine != "in place"}
-    return {"qrftp": line.mine} | chosen
+    return {"qrftp": line.mine} | (line.others or {name: name for name in COLUMNS[1:] if name in work.runs})
 
 
 def table(done):
@@ -345,12 +341,8 @@ def table(done):
 
 
 def failures(done):
-    reasons = collections.defaultdict(list)
-    for work, line in done:
-        for name, run in work.runs.items():
-            if run.failure:
-                reasons[f"{name}: {run.failure}"].append(line.title)
-    return [f"- {reason} ({'; '.join(titles)})" for reason, titles in reasons.items()]
+    return [f"- {line.title}: {name}: {run.failure}" for work, line in done if line is work.lines[0]
+            for name, run in work.runs.items() if run.failure]
 
 
 def points(done):
@@ -369,7 +361,7 @@ def versions():
         return re.search(pattern, said)[1]
 
     return ", ".join([datetime.date.today().isoformat(), first("([^,]*)", "ssh", "-V"),
-                      "lftp " + first(r"Version (\S+)", "lftp", "--version"), first(r"(rclone \S+)", "rclone", "version"),
+                      "lftp " + first(r"Version (\S+)", "lftp", "--version"), first(r"(.*)", "rclone", "version"),
                       first(r"(curl \S+)", "curl", "-V"), "ProFTPD " + first(r"Version (\S+)", "proftpd", "-v"),
                       "kernel " + platform.release().split("-")[0], f"{os.cpu_count()} processors"])
 
@@ -382,20 +374,20 @@ def report(done, minutes):
 def store(text, drawing):
     page = ROOT / "docs/performance.md"
     before, rest = page.read_text().split(BEGIN)
-    page.write_text(f"{before}{BEGIN}\n\n{text}\n{END}{rest.split(END)[1]}")
+    shown = f"{text}\n![Time of the other programs, as a multiple of qrftp's](performance.svg)\n\n"
+    page.write_text(f"{before}{BEGIN}\n\n{shown}{END}{rest.split(END)[1]}")
     (ROOT / "docs/performance.svg").write_text(drawing)
 
 
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
-    out = build / "bench"
-    Qrftp.command = build / "cli/qrftp"
+    out, Qrftp.command = build / "bench", build / "cli/qrftp"
     wanted = [work for work in works() if any(ONLY.search(line.title) for line in work.lines)]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     os.environ["PATH"] += ":/usr/sbin:/sbin"
     # In memory, where there is room: a disk would be what is measured.
-    shm = pathlib.Path("/dev/shm")
-    in_memory = shm.is_dir() and shutil.disk_usage(shm).free > (2 * HUGE + 8 * BIG << 20)
+    shm = "/dev/shm"
+    in_memory = os.path.isdir(shm) and shutil.disk_usage(shm).free > (2 * HUGE + 8 * BIG << 20)
     work_folder = pathlib.Path(tempfile.mkdtemp(dir=shm if in_memory else None))
     work_folder.chmod(0o711)
     servers, done, began = None, [], time.monotonic()
