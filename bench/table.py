@@ -276,9 +276,7 @@ class Bench:
     def measure(self, work):
         for data in {work.data} | {run.data for run in work.runs.values() if run.data}:
             self.servers.add(data)
-        rounds = SLOW_ROUNDS if work.delay else ROUNDS
-        if all(line.quantity == "memory" for line in work.lines):
-            rounds = 1
+        rounds = 1 if work.lines[0].quantity == "memory" else SLOW_ROUNDS if work.delay else ROUNDS
         names = list(work.runs)
         for turn in range(rounds):
             for name in names[turn % len(names):] + names[:turn % len(names)]:
@@ -387,8 +385,8 @@ def main():
     os.environ["PATH"] += ":/usr/sbin:/sbin"
     # In memory, where there is room: a disk would be what is measured.
     shm = "/dev/shm"
-    in_memory = os.path.isdir(shm) and shutil.disk_usage(shm).free > (2 * HUGE + 8 * BIG << 20)
-    work_folder = pathlib.Path(tempfile.mkdtemp(dir=shm if in_memory else None))
+    has_room = os.path.isdir(shm) and shutil.disk_usage(shm).free > (2 * HUGE + 8 * BIG << 20)
+    work_folder = pathlib.Path(tempfile.mkdtemp(dir=shm if has_room else None))
     work_folder.chmod(0o711)
     servers, done, began = None, [], time.monotonic()
     try:
