@@ -11,7 +11,7 @@ declare -A package_list=(
     [fuzz]="clang-16 libclang-rt-16-dev"
     [docs]="doxygen"
     [package]="git build-essential debhelper dpkg-dev lintian debootstrap"
-    [bench]="libbenchmark-dev openssh-server curl lftp python3 python3-paramiko gnuplot-nox"
+    [bench]="openssh-server openssh-client curl lftp rclone python3"
 )
 
 need_packages() {
