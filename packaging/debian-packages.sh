@@ -4,13 +4,15 @@
 # On a system other than Debian or its kin it names the packages and fails; QRFTP_PACKAGES=present skips the check.
 
 declare -A package_list=(
-    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev nlohmann-json3-dev libedit-dev"
+    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev nlohmann-json3-dev libedit-dev
+        libssh-dev libfmt-dev libutf8proc-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq"
     [lint]="git clang-format-14 clang-tidy-16 clang-16"
     [fuzz]="clang-16 libclang-rt-16-dev"
     [docs]="doxygen"
-    [package]="git build-essential debhelper dpkg-dev lintian debootstrap"
+    [package]="git build-essential debhelper dpkg-dev lintian"
+    [system]="git debootstrap"
     [bench]="libbenchmark-dev openssh-server curl lftp python3 python3-paramiko gnuplot-nox"
 )
 
