@@ -5,6 +5,7 @@
 #include <CLI/Formatter.hpp>
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -38,7 +39,18 @@ public:
         return option->get_description() + (value.empty() ? "" : " [" + value + "]");
     }
 
-    std::string make_option_usage(const CLI::Option* option) const override { return option->get_name(true); }
+    // CLI11 2.4 takes no blank in the name of a positional: ours have an underscore in its place.
+    std::string make_option_name(const CLI::Option* option, bool positional) const override
+    {
+        std::string name = option->get_name(positional, true);
+        std::replace(name.begin(), name.end(), '_', positional ? ' ' : '_');
+        return name;
+    }
+
+    std::string make_option_usage(const CLI::Option* option) const override
+    {
+        return make_option_name(option, true);
+    }
 };
 
 } // namespace

@@ -185,7 +185,7 @@ void add_changes(CLI::App& app, command_line& given)
         [&](session& remote, const words& paths) { rm(remote, paths, given.recursive, given.how); });
     remove.add_flag("-r,--recursive", given.recursive, "Folders, too, with all that is in them");
     CLI::App& move = add(app, given, "mv", "Rename or move a file or folder", [&] { return run_mv(given); });
-    move.add_option("URL NEWPATH", given.words, "The new path is absolute, or seen from the old one's folder")
+    move.add_option("URL_NEWPATH", given.words, "The new path is absolute, or seen from the old one's folder")
         ->required()
         ->expected(2);
     move.add_flag("-f,--replace", given.replace, "Replace a file that has the new name");
@@ -273,11 +273,11 @@ void add_transfers(CLI::App& app, command_line& given)
 {
     constexpr int any_number = CLI::detail::expected_max_vector_size;
     CLI::App& fetch = add(app, given, "get", "Fetch files and folders", [&] { return run_get(given); });
-    fetch.add_option("URL... [LOCAL]", given.words, "Remote paths; local file or folder, else here")
+    fetch.add_option("URL..._[LOCAL]", given.words, "Remote paths; local file or folder, else here")
         ->required()
         ->expected(1, any_number);
     CLI::App& send = add(app, given, "put", "Send files and folders", [&] { return run_put(given); });
-    send.add_option("LOCAL... URL", given.words, "Local paths; remote file, or folder to put them in")
+    send.add_option("LOCAL..._URL", given.words, "Local paths; remote file, or folder to put them in")
         ->required()
         ->expected(2, any_number);
     for (CLI::App* command : {&fetch, &send}) {
@@ -286,7 +286,7 @@ void add_transfers(CLI::App& app, command_line& given)
         command->add_flag("-t,--keep-time", given.transfer.transfer.keep_time, "Keep the modification times");
     }
     CLI::App& both = add(app, given, "sync", "Bring a folder up to date", [&] { return run_sync(given); });
-    both.add_option("SOURCE DEST", given.words, "Two folders; one of them is a URL")->required()->expected(2);
+    both.add_option("SOURCE_DEST", given.words, "Two folders; one of them is a URL")->required()->expected(2);
     add_transfer_options(both, given);
     both.add_flag("--delete", given.transfer.remove_extra, "Remove what the source does not have");
     both.add_flag("--no-keep-time", given.no_keep_time, "Do not keep the modification times");
