@@ -1,8 +1,12 @@
+#include <boost/exception/errinfo_errno.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/exception/info.hpp>
 #include <boost/exception_ptr.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <thread>
 #include <zorbel/io/common/file/errors.hpp>
 
 using namespace std::string_literals;
@@ -57,6 +61,27 @@ TEST(Exception, IsCaughtByEachBaseAndSurvivesCloning)
         EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::arguments, ElementsAre(u"a"s))));
         EXPECT_THROW(std::rethrow_exception(std::current_exception()), ZORBEL::io::common::file::NoSuchFile);
     }
+}
+
+TEST(Exception, SharesNothingWithItsClones)
+{
+    Exception<ZORBEL::io::common::file::NoSuchFile> original{ZORBEL::io::common::file::NoSuchFile(u"a")};
+    original << boost::errinfo_errno(1);
+    const auto kept = boost::copy_exception(original);
+    const auto rethrow = [&](int number) {
+        for (int i = 0; i < 1000; ++i) {
+            try {
+                boost::rethrow_exception(kept);
+            } catch (boost::exception& copy) {
+                copy << boost::errinfo_errno(number);
+                EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), number);
+            }
+        }
+    };
+    std::thread other(rethrow, 2);
+    rethrow(3);
+    other.join();
+    EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(original), 1);
 }
 
 TEST(Text, ConvertsStrictlyAndNamesTheBadPlace)

@@ -1,3 +1,5 @@
+#include <cppmicroservices/Framework.h>
+#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <cppmicroservices/LDAPFilter.h>

@@ -60,6 +60,8 @@ class ZORBELHOST_EXPORT record {
 public:
     record(basic_diagnostic_logger& logger, level_mask level,
            std::source_location where = std::source_location::current());
+    /// With the place that the record is to carry. `file` must outlive the record.
+    record(basic_diagnostic_logger& logger, level_mask level, const char* file, unsigned line);
     ~record();
     record(const record&) = delete;
     record& operator=(const record&) = delete;
