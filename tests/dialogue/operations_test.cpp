@@ -20,15 +20,19 @@ const fl::ustring local = u"local";
 
 /// A peer, a connection that stands in /home/u, and local files in memory, behind faults that a test may order.
 struct stage {
-    explicit stage(bool cold = false, std::chrono::milliseconds patience = std::chrono::seconds(5)) : peer("/home/u", patience)
+    explicit stage(bool cold = false, std::chrono::milliseconds patience = std::chrono::seconds(5))
+        : peer("/home/u", patience)
     {
         memory->put(local, "12345");
         exchange_file_system(faults);
         peer.file("f", "remote");
-        for (const char* verb : {"mkdir", "rmdir", "rename", "rm"}) peer.on(verb, answer::reply("250 done"));
-        if (cold) peer.on("PWD", answer::drop_after(), 3); // the last command of the login
+        for (const char* verb : {"mkdir", "rmdir", "rename", "rm"})
+            peer.on(verb, answer::reply("250 done"));
+        if (cold)
+            peer.on("PWD", answer::drop_after(), 3); // the last command of the login
         EXPECT_EQ(log_in(connection, scripted_peer::host_url, peer.port()), "/home/u");
-        if (cold) peer.await_drop();
+        if (cold)
+            peer.await_drop();
         next_step = static_cast<int>(peer.commands().size()) + 1;
         peer.clear_commands();
         ledger::start();
@@ -49,77 +53,104 @@ struct Operations : testing::TestWithParam<operation> {
 
 TEST_P(Operations, SendsItsCommandsAndSetsItsOptionsOnAWarmAndAColdConnection)
 {
-    // The quote commands of the first request run in the login folder, and only then does the connection go where it stood; every
-    // other operation goes there first.
+    // The quote commands of the first request run in the login folder, and only then does the connection go
+    // where it stood; every other operation goes there first.
     const std::string walk = "CWD /|CWD home|CWD u";
     std::string sent = "USER u|PASS p|PWD|" + op.commands;
     if (op.commands.find(walk) == std::string::npos && op.settings.find("|QUOTE=") == std::string::npos)
         sent.insert(sent.find(op.commands), walk + "|");
     else if (op.commands.find(walk) == std::string::npos)
-        sent.insert(op.commands.starts_with("PWD|") ? sent.find("PWD", sent.find("PWD") + 1) + 3 : sent.size(), "|" + walk);
+        sent.insert(op.commands.starts_with("PWD|") ? sent.find("PWD", sent.find("PWD") + 1) + 3 : sent.size(),
+                    "|" + walk);
     for (const bool cold : {false, true}) {
         stage s(cold);
         EXPECT_EQ(error_of([&] { op.call(s.connection); }), texts{"nothing"});
         EXPECT_EQ(joined(s.peer.commands()), cold ? sent : op.commands);
-        EXPECT_EQ(expect_restored(ledger::lines(), op.name.ends_with("cd") ? home + "sub/" : home), op.settings);
+        EXPECT_EQ(expect_restored(ledger::lines(), op.name.ends_with("cd") ? home + "sub/" : home),
+                  op.settings);
     }
 }
 
 TEST_P(Operations, SurvivesEveryFaultAtEveryStep)
 {
-    const std::pair<const char*, answer> faults[] = {{"drop", answer::drop()}, {"421", answer::reply("421 closing").then_drop()},
-        {"450", answer::reply("450 busy")}, {"550", answer::reply("550 no")}, {"553", answer::reply("553 no")},
-        {"554", answer::reply("554 no")}, {"garbage", answer::raw(std::string("\0\xff garbage\r\n\r\nmore", 18))},
-        {"long line", answer::reply("2" + std::string(100000, '5'))}, {"cut", answer::raw("25").then_drop()},
+    const std::pair<const char*, answer> faults[] = {
+        {"drop", answer::drop()},
+        {"421", answer::reply("421 closing").then_drop()},
+        {"450", answer::reply("450 busy")},
+        {"550", answer::reply("550 no")},
+        {"553", answer::reply("553 no")},
+        {"554", answer::reply("554 no")},
+        {"garbage", answer::raw(std::string("\0\xff garbage\r\n\r\nmore", 18))},
+        {"long line", answer::reply("2" + std::string(100000, '5'))},
+        {"cut", answer::raw("25").then_drop()},
         {"silence", answer::silence()}};
     for (const auto& [name, fault] : faults) {
         for (int n = 0;; ++n) {
             SCOPED_TRACE(testing::Message() << name << " at step " << n);
-            stage s(false, std::chrono::milliseconds(300)); // is_file has its own limit: there the peer gives up
+            stage s(false,
+                    std::chrono::milliseconds(300)); // is_file has its own limit: there the peer gives up
             core::transfer_timeout(s.connection, 150);
             ledger::start();
             s.peer.at(s.next_step + n, fault);
             const auto error = error_of([&] { op.call(s.connection); }).front();
             s.peer.at(s.next_step + n, {}); // if it was not met
             const bool met = s.peer.steps() > s.next_step + n;
-            if (met && fault.drops) s.peer.await_drop();
+            if (met && fault.drops)
+                s.peer.await_drop();
             const texts lines = ledger::lines();
             core::transfer_timeout(s.connection, 0);
             EXPECT_THAT("nothing " + op.errors, testing::HasSubstr(error));
             const bool moved = op.name == "unsafe_cd" || (op.name == "cd" && error != "NoSuchDirectory");
             // is_folder does not go back when the PWD behind its change of folder fails.
             const auto probed = "URL=" + home + "s%20p/";
-            const bool stays = op.name == "is_folder" && std::ranges::count(lines, "URL=" + home) == 0 && lines.front() == probed;
+            const bool stays = op.name == "is_folder" && std::ranges::count(lines, "URL=" + home) == 0 &&
+                               lines.front() == probed;
             expect_restored(lines, home + (moved ? "sub/" : stays ? "s%20p/" : ""));
             EXPECT_NO_THROW(core::pwd(s.connection));
-            if (!met) break;
+            if (!met)
+                break;
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Ftp, Operations, testing::ValuesIn(ftp_operations(local)), [](const auto& it) { return it.param.name; });
+INSTANTIATE_TEST_SUITE_P(Ftp, Operations, testing::ValuesIn(ftp_operations(local)),
+                         [](const auto& it) { return it.param.name; });
 
 TEST(Outcome, OfAReplyIsTheStatedErrorWithItsArguments)
 {
     const std::tuple<const char*, const char*, std::function<void(core::curl_ptr&)>, texts> rows[] = {
-        {"CWD sub", "550 no", [](auto& c) { core::cd(c, core::fullurl(c, "sub", false)); }, {"NoSuchDirectory", home + "sub"}},
-        {"PWD", "550 no", [](auto& c) { core::pwd(c); }, {"InternalError", "PWD", "Could not get PWD response"}},
-        {"PWD", "250 \"/a\"", [](auto& c) { core::pwd(c); },
-            {"InternalError", "PWD", "Could not match any server responses to the PWD command: 250 \"/a\"\r\n"}},
+        {"CWD sub",
+         "550 no",
+         [](auto& c) { core::cd(c, core::fullurl(c, "sub", false)); },
+         {"NoSuchDirectory", home + "sub"}},
+        {"PWD",
+         "550 no",
+         [](auto& c) { core::pwd(c); },
+         {"InternalError", "PWD", "Could not get PWD response"}},
+        {"PWD",
+         "250 \"/a\"",
+         [](auto& c) { core::pwd(c); },
+         {"InternalError", "PWD", "Could not match any server responses to the PWD command: 250 \"/a\"\r\n"}},
         {"SYST", "502 no", [](auto& c) { EXPECT_EQ(core::syst(c), ""); }, {"nothing"}},
         {"CWD a", "550 no", [](auto& c) { EXPECT_FALSE(core::is_folder(c, "a")); }, {"nothing"}},
         {"LIST", "550 no", [](auto& c) { EXPECT_EQ(core::list(c, "x"), ""); }, {"nothing"}},
         {"MKD", "553 no", [](auto& c) { core::create_folder(c, "d"); }, {"InternalError", "mkdir", "d"}},
         {"RMD", "550 no", [](auto& c) { core::delete_folder(c, "/d"); }, {"FolderNotEmpty", "/d"}},
         {"RMD", "450 no", [](auto& c) { core::delete_folder(c, "d"); }, {"FTPError", "450"}},
-        {"RETR", "550 no", [](auto& c) { core::receive_file(c, u"f", local, false); }, {"FileUnavailable", "f"}},
+        {"RETR",
+         "550 no",
+         [](auto& c) { core::receive_file(c, u"f", local, false); },
+         {"FileUnavailable", "f"}},
         {"RETR", "451 no", [](auto& c) { core::receive_file(c, u"f", local, false); }, {"FTPError", "451"}},
         {"STOR", "553 no", [](auto& c) { core::send_file(c, local, u"g", false); }, {"UploadFailed", "local"}},
         {"RNFR", "499 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"nothing"}},
         {"RNFR", "500 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"FTPError", "500"}},
         {"RNTO", "553 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"FTPError", "553"}},
         {"RNTO", "554 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"nothing"}},
-        {"DELE", "450 no", [](auto& c) { core::delete_remote_file(c, u"\u00e4"); }, {"DeleteFailed", "\xc3\xa4"}},
+        {"DELE",
+         "450 no",
+         [](auto& c) { core::delete_remote_file(c, u"\u00e4"); },
+         {"DeleteFailed", "\xc3\xa4"}},
         {"statvfs", "500 no", [](auto& c) { EXPECT_TRUE(core::is_file(c, u"a")); }, {"nothing"}},
     };
     for (const auto& [line, reply, call, error] : rows) {
@@ -132,10 +163,13 @@ TEST(Outcome, OfAReplyIsTheStatedErrorWithItsArguments)
 TEST(Outcome, OfALocalFaultIsTheStatedErrorWithItsArguments)
 {
     using Call = FaultyFileSystem::Call;
-    const auto fail = [](auto error) { return std::make_exception_ptr(foundation::core::except::Exception(std::move(error))); };
+    const auto fail = [](auto error) {
+        return std::make_exception_ptr(foundation::core::except::Exception(std::move(error)));
+    };
     namespace file = ZORBEL::io::common::file;
     const std::tuple<Call, std::exception_ptr, std::string, std::string> rows[] = {
-        {Call::open, fail(file::PermissionDenied(u"other")), "PermissionDenied|local", "PermissionDenied|other"},
+        {Call::open, fail(file::PermissionDenied(u"other")), "PermissionDenied|local",
+         "PermissionDenied|other"},
         {Call::open, fail(file::NoSuchFile(local)), "NotFound|local", "NoSuchFile|local"},
         {Call::size, fail(file::PermissionDenied(local)), "PermissionDenied|local", "nothing"},
         {Call::size, std::make_exception_ptr(1), "NotFound|local", "nothing"},
@@ -151,8 +185,10 @@ TEST(Outcome, OfALocalFaultIsTheStatedErrorWithItsArguments)
         s.faults->fail(call, 0, nullptr);
     }
     s.peer.clear_commands();
-    EXPECT_EQ(error_of([&] { core::receive_file(s.connection, u"\xd800", local, false); }).front(), "InvalidText");
-    EXPECT_EQ(error_of([&] { core::rename_remote_file(s.connection, u"a", u"\xdc00"); }).front(), "InvalidText");
+    EXPECT_EQ(error_of([&] { core::receive_file(s.connection, u"\xd800", local, false); }).front(),
+              "InvalidText");
+    EXPECT_EQ(error_of([&] { core::rename_remote_file(s.connection, u"a", u"\xdc00"); }).front(),
+              "InvalidText");
     EXPECT_EQ(s.peer.commands(), texts{}) << "nothing is sent for a name that is no text";
 }
 
@@ -164,7 +200,8 @@ TEST(Outcome, OfHalfACommandListOrARefusedSftpRemovalIsAsStated)
     EXPECT_EQ(s.peer.commands(), texts{}) << "half of a rename must not be sent";
     s.peer.on("rmdir", answer::reply("550 no"));
     testing::internal::CaptureStderr();
-    EXPECT_EQ(error_of([&] { core::sftp_delete_folder(s.connection, "/d"); }), (texts{"RemoveFolderFailed", "/d"}));
+    EXPECT_EQ(error_of([&] { core::sftp_delete_folder(s.connection, "/d"); }),
+              (texts{"RemoveFolderFailed", "/d"}));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nlibcurl: (21) Quote command returned error\n");
 }
 
@@ -181,7 +218,8 @@ TEST(Transfer, TranslatesLineEndsAndSaysWhatWasLost)
     s.peer.on("LIST", answer::transfer(3, "426 cut\r\n"));
     EXPECT_EQ(core::list(s.connection, ""), "drw");
     s.peer.on("RETR", answer::transfer(2, "226 done\r\n"));
-    EXPECT_EQ(error_of([&] { core::receive_file(s.connection, u"f", u"copy", false); }), (texts{"FTPError", "150"}));
+    EXPECT_EQ(error_of([&] { core::receive_file(s.connection, u"f", u"copy", false); }),
+              (texts{"FTPError", "150"}));
     EXPECT_EQ(s.memory->get(u"copy"), "re") << "what arrived stays";
 }
 
@@ -196,8 +234,8 @@ TEST(Request, ChainsNestsAndRestoresUrlsInTheOrderOfTheirSetting)
         ledger::start();
     }
     // The URL of the first call first; what it saved was the home folder, what the second one saved was "a".
-    EXPECT_EQ(ledger::lines(),
-        (texts{"NOBODY=0", "URL=" + home, "NOBODY=1", "perform", "NOBODY=0", "URL=" + home + "a/", "NOBODY=1", "perform", "NOBODY=0"}));
-    EXPECT_EQ(s.peer.commands(),
-        (texts{"CWD /", "CWD home", "CWD u", "CWD b", "NOOP", "CWD /", "CWD home", "CWD u", "CWD /", "CWD home", "CWD u", "CWD a"}));
+    EXPECT_EQ(ledger::lines(), (texts{"NOBODY=0", "URL=" + home, "NOBODY=1", "perform", "NOBODY=0",
+                                      "URL=" + home + "a/", "NOBODY=1", "perform", "NOBODY=0"}));
+    EXPECT_EQ(s.peer.commands(), (texts{"CWD /", "CWD home", "CWD u", "CWD b", "NOOP", "CWD /", "CWD home",
+                                        "CWD u", "CWD /", "CWD home", "CWD u", "CWD a"}));
 }

@@ -1,4 +1,5 @@
-// Client and core against servers whose encryption is not to be trusted: what they get to see, and what the caller is told.
+// Client and core against servers whose encryption is not to be trusted: what they get to see, and what the
+// caller is told.
 #include "tls_peer.hpp"
 #include <gmock/gmock.h>
 #include <qrftp/client.hpp>
@@ -8,24 +9,31 @@ using namespace support;
 using testing::HasSubstr;
 using script = tls_peer::script;
 namespace core = zorbel::io::ftp::core;
-const std::string seen = "AUTH|", in = "AUTH|TLS USER|TLS PASS|", refused = "CertificateRefused", none = "NoEncryption";
+const std::string seen = "AUTH|", in = "AUTH|TLS USER|TLS PASS|", refused = "CertificateRefused",
+                  none = "NoEncryption";
 const std::tuple<const char*, certificate, const char*> bad_certificates[] = {
     {"of an unknown authority", {stranger}, "unable to get local issuer certificate"},
     {"of another host", {.host = "DNS:other.example"}, "name matches target host name '127.0.0.1'"},
-    {"expired", {.ends = -1}, "certificate has expired"}, {"self-signed", {peer}, "self-signed certificate"}};
-/// The key of what is thrown when the client ("strict", "opportunistic") or the core logs in and does `what`, and the sentence.
-static std::pair<std::string, std::string> error_of(
-    const tls_peer& server, const std::string& by, const std::string& what, std::string& got)
+    {"expired", {.ends = -1}, "certificate has expired"},
+    {"self-signed", {peer}, "self-signed certificate"}};
+/// The key of what is thrown when the client ("strict", "opportunistic") or the core logs in and does `what`,
+/// and the sentence.
+static std::pair<std::string, std::string> error_of(const tls_peer& server, const std::string& by,
+                                                    const std::string& what, std::string& got)
 try {
     const std::filesystem::path local = server.authorities() + ".local";
     std::ofstream(local) << (what == "send" ? "content" : "");
     if (by == "core") {
         core::curl_ptr connection;
-        core::connect(connection, "ftp://127.0.0.1", "u", "s3cret", std::stol(server.port()), "", "strict", false, server.authorities(),
-            true, true, 1, 1);
-        if (what == "list") got = core::list(connection, "");
-        if (what == "fetch") core::receive_file(connection, u"f", local.u16string(), false), std::getline(std::ifstream(local), got);
-        if (what == "send") core::send_file(connection, local.u16string(), u"f", false);
+        core::connect(connection, "ftp://127.0.0.1", "u", "s3cret", std::stol(server.port()), "", "strict",
+                      false, server.authorities(), true, true, 1, 1);
+        if (what == "list")
+            got = core::list(connection, "");
+        if (what == "fetch")
+            core::receive_file(connection, u"f", local.u16string(), false),
+                std::getline(std::ifstream(local), got);
+        if (what == "send")
+            core::send_file(connection, local.u16string(), u"f", false);
     } else {
         qrftp::options how{.user = "u", .password = "s3cret", .certificate_authorities = server.authorities()};
         how.tls = by == "strict" ? qrftp::tls_mode::strict : qrftp::tls_mode::opportunistic;
@@ -34,8 +42,10 @@ try {
         if (what == "list")
             client.list(
                 ".", [](auto&&) {}, take);
-        if (what == "fetch") client.fetch("f", take);
-        if (what == "send") client.send(local, "f");
+        if (what == "fetch")
+            client.fetch("f", take);
+        if (what == "send")
+            client.send(local, "f");
     }
     return {"nothing", ""};
 } catch (const std::exception& error) {
@@ -44,15 +54,18 @@ try {
 }
 TEST(Tls, UntrustedServersSeeNoLogin)
 {
-    const std::string injected = "220 x\r\n331 y\r\n230 z\r\n", go = "234 go\r\n", early = "replies came before the encryption";
-    std::vector<std::tuple<std::string, script, std::string, std::string, std::string>> rows{{"trusted", {}, "nothing", "", in},
+    const std::string injected = "220 x\r\n331 y\r\n230 z\r\n", go = "234 go\r\n",
+                      early = "replies came before the encryption";
+    std::vector<std::tuple<std::string, script, std::string, std::string, std::string>> rows{
+        {"trusted", {}, "nothing", "", in},
         {"no TLS", {.auth = "504 no\r\n"}, none, "504 no", seen + seen},
         {"in the clear after 234", {.strips = injected}, none, "wrong version number", seen},
         {"injected", {.auth = go + injected}, none, early, seen},
         {"PROT refused", {.prot = "536 no\r\n"}, none, "536 no", in + "TLS PBSZ|TLS PROT|"},
         // The core leaves versions to OpenSSL, which by itself does not allow this one.
         {"TLS 1.1", {.newest = TLS1_1_VERSION}, none, "unsupported protocol", seen}};
-    for (const auto& [name, shown, words] : bad_certificates) rows.push_back({name, {.control = shown}, refused, words, seen});
+    for (const auto& [name, shown, words] : bad_certificates)
+        rows.push_back({name, {.control = shown}, refused, words, seen});
     for (const auto& [name, how, expected, words, commands] : rows)
         for (const std::string by : {"strict", "opportunistic", "core"}) {
             SCOPED_TRACE(name + ", " + by);
@@ -67,13 +80,17 @@ TEST(Tls, UntrustedServersSeeNoLogin)
 }
 TEST(Tls, DataConnectionsAreEncryptedToo)
 {
-    std::vector<std::tuple<std::string, script, std::string>> rows{{"trusted", {}, ""}, {"clear", {.plain_data = true}, "No encrypted"}};
-    for (const auto& [name, shown, words] : {bad_certificates[0]}) rows.push_back({name, {.data = shown}, words});
+    std::vector<std::tuple<std::string, script, std::string>> rows{
+        {"trusted", {}, ""}, {"clear", {.plain_data = true}, "No encrypted"}};
+    for (const auto& [name, shown, words] : {bad_certificates[0]})
+        rows.push_back({name, {.data = shown}, words});
     for (const auto& [name, how, words] : rows)
         for (const std::string by : {"strict", "core"})
             for (const std::string what : {"list", "fetch", "send"}) {
-                // What is left over on the control connection makes libcurl 7.88 loop for ever when the core puts its folder back.
-                if (by == "core" && what != "list" && name != "trusted") continue;
+                // What is left over on the control connection makes libcurl 7.88 loop for ever when the core
+                // puts its folder back.
+                if (by == "core" && what != "list" && name != "trusted")
+                    continue;
                 SCOPED_TRACE(name + ", " + by + " " + what);
                 const tls_peer server(how);
                 std::string got;

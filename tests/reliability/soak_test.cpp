@@ -1,5 +1,6 @@
-// Many connections at once, and one that works for long: nothing is lost, and nothing is kept that was not there when
-// the work had got going. Environment: QRFTP_CONNECTIONS, QRFTP_SECONDS of all of them; QRFTP_REQUESTS of one.
+// Many connections at once, and one that works for long: nothing is lost, and nothing is kept that was not
+// there when the work had got going. Environment: QRFTP_CONNECTIONS, QRFTP_SECONDS of all of them;
+// QRFTP_REQUESTS of one.
 
 #include "servers.hpp"
 
@@ -20,7 +21,10 @@ using support::content;
 
 namespace {
 
-long setting(const char* name, long otherwise) { return std::getenv(name) ? std::stol(std::getenv(name)) : otherwise; }
+long setting(const char* name, long otherwise)
+{
+    return std::getenv(name) ? std::stol(std::getenv(name)) : otherwise;
+}
 
 const int one_arena = mallopt(M_ARENA_MAX, 1); // mallinfo2 tells of the first one only
 
@@ -35,51 +39,67 @@ std::pair<std::size_t, long> use()
 TEST(Soak, NothingIsLostOrKept)
 {
     const support::servers servers("proftpd");
-    if (servers.missing()) GTEST_SKIP() << "a server is not installed";
+    if (servers.missing())
+        GTEST_SKIP() << "a server is not installed";
     ASSERT_TRUE(servers.serve());
-    const auto many = setting("QRFTP_CONNECTIONS", 20), seconds = setting("QRFTP_SECONDS", 4), requests = setting("QRFTP_REQUESTS", 300);
+    const auto many = setting("QRFTP_CONNECTIONS", 20), seconds = setting("QRFTP_SECONDS", 4),
+               requests = setting("QRFTP_REQUESTS", 300);
     std::atomic<long> made = 0;
     /// Five requests on a file of up to 60 KB.
     const auto round = [&](session& s, const std::string& name, std::mt19937& random) {
         const fs::path local = fs::path(servers.path()) / (name + ".local");
         std::string all(random() % 60'000, '\0');
-        for (char& each : all) each = static_cast<char>(random());
+        for (char& each : all)
+            each = static_cast<char>(random());
         std::ofstream(local, std::ios::binary) << all;
         s.send(local, name + "/new"), s.rename(name + "/new", name + "/f", true), fs::remove(local);
         s.fetch(name + "/f", local);
         const auto held = s.list(name).entries;
-        EXPECT_TRUE(held.size() == 1 && held[0].name == "f" && held[0].size == all.size() && content(local) == all) << name;
+        EXPECT_TRUE(held.size() == 1 && held[0].name == "f" && held[0].size == all.size() &&
+                    content(local) == all)
+            << name;
         EXPECT_EQ(content(fs::path(servers["HOME_DIR"]) / name / "f"), all);
-        if (random() % 4 == 0) s.remove_file(name + "/f");
+        if (random() % 4 == 0)
+            s.remove_file(name + "/f");
         made += 5;
     };
-    const std::string urls[] = {"ftp://127.0.0.1:" + servers["FTP_PORT"], "sftp://127.0.0.1:" + servers["SFTP_PORT"]};
+    const std::string urls[] = {"ftp://127.0.0.1:" + servers["FTP_PORT"],
+                                "sftp://127.0.0.1:" + servers["SFTP_PORT"]};
     for (const std::string what : {"ftp", "sftp", "both"}) {
         const long connections = what == "both" ? many : 1;
         std::pair<std::size_t, long> warm, end;
         std::barrier together(connections + 1);
         made = 0;
-        const auto passed = [from = steady_clock::now()] { return std::chrono::duration<double>(steady_clock::now() - from).count(); };
-        const auto worked = [&] { return what == "both" ? passed() / double(seconds) : double(made) / double(requests); };
+        const auto passed = [from = steady_clock::now()] {
+            return std::chrono::duration<double>(steady_clock::now() - from).count();
+        };
+        const auto worked = [&] {
+            return what == "both" ? passed() / double(seconds) : double(made) / double(requests);
+        };
         std::vector<std::jthread> threads;
         for (long i = 0; i < connections; ++i)
             threads.emplace_back([&, i] {
-                const options how{
-                    .user = servers["USER"], .password = servers["PASSWORD"], .tls = tls_mode::none, .host_keys = host_key_check::off};
+                const options how{.user = servers["USER"],
+                                  .password = servers["PASSWORD"],
+                                  .tls = tls_mode::none,
+                                  .host_keys = host_key_check::off};
                 session s(urls[what == "both" ? i % 2 : what == "sftp"], how);
                 const std::string name = what + std::to_string(i);
                 s.make_folder(name);
                 std::mt19937 random(static_cast<std::uint32_t>(i));
                 for (const double share : {0.2, 1.0}) {
-                    do round(s, name, random);
+                    do
+                        round(s, name, random);
                     while (worked() < share);
                     together.arrive_and_wait(), together.arrive_and_wait(); // the use is measured in between
                 }
             });
-        for (auto* const each : {&warm, &end}) together.arrive_and_wait(), *each = use(), together.arrive_and_wait();
+        for (auto* const each : {&warm, &end})
+            together.arrive_and_wait(), *each = use(), together.arrive_and_wait();
         threads.clear();
-        std::cout << what << ": " << made << " requests, " << double(made) / passed() << "/s; heap " << warm.first << " > " << end.first
-                  << ", files " << warm.second << " > " << end.second << std::endl;
+        std::cout << what << ": " << made << " requests, " << double(made) / passed() << "/s; heap "
+                  << warm.first << " > " << end.first << ", files " << warm.second << " > " << end.second
+                  << std::endl;
         EXPECT_EQ(end.second, warm.second);
         EXPECT_LE(end.first, warm.first + 16384 + 256 * std::size_t(connections));
     }

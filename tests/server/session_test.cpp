@@ -27,42 +27,49 @@ struct way_in {
     friend void PrintTo(const way_in& way, std::ostream* out) { *out << way.name; }
 };
 
-std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls, const std::string& authority = "CA_FILE", bool verify = true,
-    bool proxy = false, const std::string& mode = "passive")
+std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls,
+                const std::string& authority = "CA_FILE", bool verify = true, bool proxy = false,
+                const std::string& mode = "passive")
 {
     // With TLS 1.3 libcurl 7.88 reuses no session from the second transfer on, which the server insists on.
     core::set_option(c, CURLOPT_SSLVERSION, CURL_SSLVERSION_MAX_TLSv1_2);
     core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L); // it waits for it with data connections
-    return core::connect(
-        c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy, s[authority], verify, verify, 1, 60);
+    return core::connect(c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy,
+                         s[authority], verify, verify, 1, 60);
 }
 
-std::string password(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& word = "")
+std::string password(core::curl_ptr& c, const servers& s, const std::string& folder,
+                     const std::string& word = "")
 {
-    return core::connect_with_password(
-        c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), word.empty() ? s["PASSWORD"] : word, false, folder, "", true, true, 1, 60, false);
+    return core::connect_with_password(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"),
+                                       word.empty() ? s["PASSWORD"] : word, false, folder, "", true, true, 1,
+                                       60, false);
 }
 
-std::string keys(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& user, const std::string& port)
+std::string keys(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& user,
+                 const std::string& port)
 {
-    return core::connect_with_keys(
-        c, "127.0.0.1", s[user], s.port(port), s["KEY_PUB"], s["KEY"], false, folder, "", true, true, 1, 60, false);
+    return core::connect_with_keys(c, "127.0.0.1", s[user], s.port(port), s["KEY_PUB"], s["KEY"], false, folder,
+                                   "", true, true, 1, 60, false);
 }
 
 std::string phrase(core::curl_ptr& c, const servers& s, const std::string& folder, const std::string& words)
 {
-    return core::connect_with_passphrase(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), s["KEY_PASS_PUB"], s["KEY_PASS"], words, false,
-        folder, "", true, true, 1, 60, false);
+    return core::connect_with_passphrase(c, "127.0.0.1", s["USER"], s.port("SFTP_PORT"), s["KEY_PASS_PUB"],
+                                         s["KEY_PASS"], words, false, folder, "", true, true, 1, 60, false);
 }
 
 const way_in ways[] = {
     {"ftp", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "none"); }},
-    {"active", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "none", "CA_FILE", true, false, "active"); }},
+    {"active", false,
+     [](auto& c, auto& s, auto&) { return ftp(c, s, "none", "CA_FILE", true, false, "active"); }},
     {"ftps", false, [](auto& c, auto& s, auto&) { return ftp(c, s, "strict"); }},
     {"sftp_password", true, [](auto& c, auto& s, auto& folder) { return password(c, s, folder); }},
     {"sftp_key", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "USER", "SFTP_PORT"); }},
-    {"sftp_pass_phrase", true, [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
-    {"openssh", true, [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
+    {"sftp_pass_phrase", true,
+     [](auto& c, auto& s, auto& folder) { return phrase(c, s, folder, s["PASS_PHRASE"]); }},
+    {"openssh", true,
+     [](auto& c, auto& s, auto& folder) { return keys(c, s, folder, "SSHD_USER", "SSHD_PORT"); }},
 };
 
 class Session : public testing::TestWithParam<way_in> {
@@ -70,7 +77,8 @@ protected:
     explicit Session(const std::string& names = "proftpd sshd") : servers_(names) {}
     void SetUp() override
     {
-        if (servers_.missing()) GTEST_SKIP() << "a server is not installed";
+        if (servers_.missing())
+            GTEST_SKIP() << "a server is not installed";
         ASSERT_TRUE(servers_.serve());
         exchange_file_system(local_);
     }
@@ -98,8 +106,8 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
     EXPECT_EQ(error_of([&] { create_folder(c_, dir); }), (texts{"CouldNotCreateFolder", dir}));
 
     core::cd(c_, core::fullurl(c_, dir, false));
-    for (const auto size :
-        std::initializer_list<std::size_t>{0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
+    for (const auto size : std::initializer_list<std::size_t>{
+             0, 1, CURL_MAX_WRITE_SIZE - 1, CURL_MAX_WRITE_SIZE, CURL_MAX_WRITE_SIZE + 1, 64 << 20}) {
         const std::string all = bytes(size);
         local_->put(u"up", all);
         core::send_file(c_, u"up", u"a #%\u00e4\u65e5", false);
@@ -120,8 +128,10 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
         EXPECT_NE(core::sftp_is_folder(c_, folder + "missing/", false).first, CURLE_OK);
         EXPECT_EQ(core::syst(c_), "");
     }
-    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"missing", u"down", false); }).front(), way.sftp ? "FTPError" : "FileUnavailable");
-    EXPECT_EQ(error_of([&] { core::send_file(c_, u"up", u"no/such/folder", false); }), (texts{"UploadFailed", "up"}));
+    EXPECT_EQ(error_of([&] { core::receive_file(c_, u"missing", u"down", false); }).front(),
+              way.sftp ? "FTPError" : "FileUnavailable");
+    EXPECT_EQ(error_of([&] { core::send_file(c_, u"up", u"no/such/folder", false); }),
+              (texts{"UploadFailed", "up"}));
 
     const auto rename = way.sftp ? core::sftp_rename_remote_file : core::rename_remote_file;
     const auto remove = way.sftp ? core::sftp_delete_remote_file : core::delete_remote_file;
@@ -137,7 +147,8 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
     EXPECT_FALSE(fs::exists(home() / "new dir"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways), [](const auto& it) { return it.param.name; });
+INSTANTIATE_TEST_SUITE_P(Servers, Session, testing::ValuesIn(ways),
+                         [](const auto& it) { return it.param.name; });
 
 TEST_F(Server, CertificatesAndCredentialsAreChecked)
 {
@@ -145,17 +156,24 @@ TEST_F(Server, CertificatesAndCredentialsAreChecked)
     const auto& s = servers_;
     const std::pair<const char*, std::function<void(curl_ptr&)>> rows[] = {
         {"nothing", [&](auto& c) { ftp(c, s, "strict", "OTHER_CA_FILE", false); }},
-        {"nothing", [&](auto& c) { ftp(c, s, "opportunistic"); }}, {"BadLogin", [&](auto& c) { password(c, s, "/tmp", "wrong"); }},
-        {"BadLogin", [&](auto& c) { password(c, s, "", "wrong"); }}, {"BadLogin", [&](auto& c) { phrase(c, s, "", "wrong"); }},
-        {"nothing", [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str()), password(c, s, ""); }},
-        {"NoConnection", [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null"), password(c, s, ""); }},
+        {"nothing", [&](auto& c) { ftp(c, s, "opportunistic"); }},
+        {"BadLogin", [&](auto& c) { password(c, s, "/tmp", "wrong"); }},
+        {"BadLogin", [&](auto& c) { password(c, s, "", "wrong"); }},
+        {"BadLogin", [&](auto& c) { phrase(c, s, "", "wrong"); }},
+        {"nothing",
+         [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, s["KNOWN_HOSTS"].c_str()), password(c, s, ""); }},
+        {"NoConnection",
+         [&](auto& c) { set_option(c, CURLOPT_SSH_KNOWNHOSTS, "/dev/null"), password(c, s, ""); }},
         {"NoConnectionToStartingFolder|no-such-host.invalid|22", [](auto& c) {
-             core::connect_with_password(c, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true, true, 1, 60, false);
+             core::connect_with_password(c, "no-such-host.invalid", "u", 22, "p", false, "/x", "", true, true,
+                                         1, 60, false);
          }}};
     for (const auto& row : rows) {
         curl_ptr c;
         const texts error = error_of([&] { row.second(c); });
-        EXPECT_EQ(std::string(row.first).find('|') == std::string::npos ? error.front() : joined(error), row.first) << &row - rows;
+        EXPECT_EQ(std::string(row.first).find('|') == std::string::npos ? error.front() : joined(error),
+                  row.first)
+            << &row - rows;
     }
 }
 
@@ -165,8 +183,12 @@ TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
     fs::permissions(home() / "s p", fs::perms(0777));
     const std::string path = home() / "s p", encoded = home() / "s%20p/";
     // What is asked for; the URL and the folder that it leads to; warnings.
-    const std::tuple<std::string, std::string, std::string, texts> rows[] = {{"", "/~", home(), {}}, {"/~/", "/~", home(), {}},
-        {path, encoded, path, {}}, {path.substr(1), encoded, path, {}}, {"/no/such", "/", "", {"CouldNotDetermineHomeFolder"}}};
+    const std::tuple<std::string, std::string, std::string, texts> rows[] = {
+        {"", "/~", home(), {}},
+        {"/~/", "/~", home(), {}},
+        {path, encoded, path, {}},
+        {path.substr(1), encoded, path, {}},
+        {"/no/such", "/", "", {"CouldNotDetermineHomeFolder"}}};
     for (const auto& [asked, url, folder, warned] : rows) {
         texts warnings;
         const auto earlier = zxSetWarningHandler([&](const auto& message) { warnings.push_back(message.key); });
@@ -195,7 +217,8 @@ TEST_F(Proxied, EverythingGoesThroughTheTunnel)
     core::send_file(c_, u"f", u"g", false);
     unsetenv("http_proxy");
     EXPECT_EQ(content(home() / "g"), "through");
-    EXPECT_THAT(content(servers_.path() + "/proxy.log"), testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
+    EXPECT_THAT(content(servers_.path() + "/proxy.log"),
+                testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
 }
 
 TEST_F(Server, ConnectionsInThreadsShareTheLoggerOnly)

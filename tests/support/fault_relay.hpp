@@ -13,13 +13,14 @@
 namespace support {
 namespace asio = boost::asio;
 
-/// What a network does: RST to the client; FIN to both sides at the end, or in the middle, of what is under way; a bit
-/// flips; harmless, bytes reach the client in pieces (ProFTPD waits for more of a command in such pieces); nothing passes
-/// any more until the client gives up. A server always sees FIN: its own then tells that it is done.
+/// What a network does: RST to the client; FIN to both sides at the end, or in the middle, of what is under
+/// way; a bit flips; harmless, bytes reach the client in pieces (ProFTPD waits for more of a command in such
+/// pieces); nothing passes any more until the client gives up. A server always sees FIN: its own then tells
+/// that it is done.
 enum class fault { reset, finish, truncate, corrupt, pieces, stall };
 
-/// Stands between a client and a server on 127.0.0.1, FTP's data connections included, and has an accident when so
-/// many bytes have passed.
+/// Stands between a client and a server on 127.0.0.1, FTP's data connections included, and has an accident when
+/// so many bytes have passed.
 class fault_relay {
 public:
     fault_relay(long target, bool ftp, std::uint64_t seed) : ftp_(ftp), random_(seed)
@@ -33,10 +34,13 @@ public:
     long port() const { return listener_->local_endpoint().port(); }
     std::atomic<int> harmed = 0; ///< faults so far that can be noticed
 
-    /// `after` is in bytes, both ways and over all connections together. What was planned before and has not happened goes first.
+    /// `after` is in bytes, both ways and over all connections together. What was planned before and has not
+    /// happened goes first.
     void plan_next(fault kind, std::size_t after)
     {
-        const auto plan = [=, this] { after_ = std::exchange(planned_, planned_.value_or(kind)) ? after_ : after; };
+        const auto plan = [=, this] {
+            after_ = std::exchange(planned_, planned_.value_or(kind)) ? after_ : after;
+        };
         asio::post(io_, asio::use_future(plan)).get();
     }
     /// Returns when the server has closed whatever the client has closed or lost; false if that takes too long.
@@ -44,7 +48,8 @@ public:
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!asio::post(io_, asio::use_future([this] { return settled(); })).get()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
         return true;
@@ -62,16 +67,22 @@ private:
     };
     using shared = std::shared_ptr<link>;
 
-    acceptor listen() { return std::make_shared<tcp::acceptor>(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)); }
+    acceptor listen()
+    {
+        return std::make_shared<tcp::acceptor>(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0));
+    }
     asio::awaitable<void> serve(acceptor at, std::uint16_t target, bool control)
     try {
         do {
             auto client = co_await at->async_accept(asio::use_awaitable);
             const auto both = std::make_shared<link>(link{std::move(client), tcp::socket(io_), control});
-            co_await both->server.async_connect({asio::ip::address_v4::loopback(), target}, asio::use_awaitable);
-            for (auto* each : {&both->client, &both->server}) each->set_option(tcp::no_delay(true));
+            co_await both->server.async_connect({asio::ip::address_v4::loopback(), target},
+                                                asio::use_awaitable);
+            for (auto* each : {&both->client, &both->server})
+                each->set_option(tcp::no_delay(true));
             links_.push_back(both);
-            for (const bool to_client : {true, false}) co_spawn(io_, pump(both, to_client), asio::detached);
+            for (const bool to_client : {true, false})
+                co_spawn(io_, pump(both, to_client), asio::detached);
         } while (control);
     } catch (const boost::system::system_error&) { // the control connection ended before a data connection came
     }
@@ -81,48 +92,66 @@ private:
         boost::system::error_code ended, ignored, gone;
         std::string got;
         for (std::vector<char> all(1 << 16); !ended;) {
-            const auto size = co_await in.async_read_some(asio::buffer(all), asio::redirect_error(asio::use_awaitable, ended));
+            const auto size = co_await in.async_read_some(asio::buffer(all),
+                                                          asio::redirect_error(asio::use_awaitable, ended));
             ++of->under_way;
             got.append(all.data(), size), of->used = of->used || size > 0;
             std::string bytes = whole_lines(*of, to_client, got);
             const auto passed = of->cut ? 0 : strike(*of, to_client, bytes);
-            for (std::size_t done = 0, piece = 0; done < passed && !gone; in_pieces_ -= std::min(in_pieces_, piece)) {
-                piece = in_pieces_ == 0 || !to_client ? passed - done : std::min(passed - done, 1 + random_() % piece_);
-                done += co_await asio::async_write(out, asio::buffer(&bytes[done], piece), asio::redirect_error(asio::use_awaitable, gone));
+            for (std::size_t done = 0, piece = 0; done < passed && !gone;
+                 in_pieces_ -= std::min(in_pieces_, piece)) {
+                piece = in_pieces_ == 0 || !to_client ? passed - done
+                                                      : std::min(passed - done, 1 + random_() % piece_);
+                done += co_await asio::async_write(out, asio::buffer(&bytes[done], piece),
+                                                   asio::redirect_error(asio::use_awaitable, gone));
             }
-            if (of->cut == fault::reset) of->client.set_option(asio::socket_base::linger(true, 0), ignored), of->client.close(ignored);
-            if (of->cut == fault::finish) of->client.shutdown(tcp::socket::shutdown_both, ignored);
+            if (of->cut == fault::reset)
+                of->client.set_option(asio::socket_base::linger(true, 0), ignored), of->client.close(ignored);
+            if (of->cut == fault::finish)
+                of->client.shutdown(tcp::socket::shutdown_both, ignored);
             --of->under_way;
         }
         (to_client ? of->server_open : of->client_open) = false;
-        if (!to_client || !of->cut) out.shutdown(tcp::socket::shutdown_send, ignored);
-        for (const auto& each : of->data) each->close(ignored);
+        if (!to_client || !of->cut)
+            out.shutdown(tcp::socket::shutdown_send, ignored);
+        for (const auto& each : of->data)
+            each->close(ignored);
     }
     /// The server's data ports become ports of the relay's.
     std::string whole_lines(link& of, bool to_client, std::string& got)
     {
-        if (!ftp_ || !of.control) return std::exchange(got, {});
-        if (!to_client) listing_ = boost::contains(got, "MLSD");
+        if (!ftp_ || !of.control)
+            return std::exchange(got, {});
+        if (!to_client)
+            listing_ = boost::contains(got, "MLSD");
         std::string lines = got.substr(0, got.rfind('\n') + 1);
         got.erase(0, lines.size());
         const auto at = lines.find("(|||"), port = at + 4;
-        if (!to_client || at == lines.npos) return lines;
+        if (!to_client || at == lines.npos)
+            return lines;
         of.data.push_back(listen());
-        co_spawn(io_, serve(of.data.back(), static_cast<std::uint16_t>(std::stoi(lines.substr(port))), false), asio::detached);
-        return lines.replace(port, lines.find('|', port) - port, std::to_string(of.data.back()->local_endpoint().port()));
+        co_spawn(io_, serve(of.data.back(), static_cast<std::uint16_t>(std::stoi(lines.substr(port))), false),
+                 asio::detached);
+        return lines.replace(port, lines.find('|', port) - port,
+                             std::to_string(of.data.back()->local_endpoint().port()));
     }
     /// Lets the planned fault happen if its moment has come; returns how much of `bytes` is passed on.
     std::size_t strike(link& of, bool to_client, std::string& bytes)
     {
         const std::size_t size = bytes.size();
-        if (!planned_ || after_ >= size) return after_ -= std::min(after_, size), size;
-        const std::size_t at = ftp_ && of.control && !to_client ? 0 : after_; // ProFTPD carries out the beginning of a command
+        if (!planned_ || after_ >= size)
+            return after_ -= std::min(after_, size), size;
+        const std::size_t at =
+            ftp_ && of.control && !to_client ? 0 : after_; // ProFTPD carries out the beginning of a command
         fault kind = *planned_;
-        // Plain FTP has no checksum: only what is no reply any more can be noticed. Nor has it an end of a listing other
-        // than FIN, which must not come early then. On SFTP, libssh2 1.10 ends the process when a length is wrong.
+        // Plain FTP has no checksum: only what is no reply any more can be noticed. Nor has it an end of a
+        // listing other than FIN, which must not come early then. On SFTP, libssh2 1.10 ends the process when a
+        // length is wrong.
         const bool noticed = ftp_ ? of.control && to_client && boost::is_digit()(bytes[0]) : !to_client;
-        if (kind == fault::corrupt && !noticed) return after_ = 0, size;
-        if (kind < fault::corrupt && ftp_ && listing_ && !of.control) kind = fault::reset;
+        if (kind == fault::corrupt && !noticed)
+            return after_ = 0, size;
+        if (kind < fault::corrupt && ftp_ && listing_ && !of.control)
+            kind = fault::reset;
         planned_.reset(), harmed += kind != fault::pieces;
         if (kind == fault::corrupt)
             bytes[ftp_ ? 0 : at] ^= static_cast<char>(1 << (ftp_ ? 4 + random_() % 4 : random_() % 8));
@@ -134,10 +163,13 @@ private:
     }
     bool settled()
     {
-        std::erase_if(links_, [](const shared& each) { return !each->client_open && !each->server_open && each->under_way == 0; });
+        std::erase_if(links_, [](const shared& each) {
+            return !each->client_open && !each->server_open && each->under_way == 0;
+        });
         return std::none_of(links_.begin(), links_.end(), [](const shared& each) {
             char next = 0; // a server does not close a data connection for which it had no use
-            const auto peeked = each->client_open ? recv(each->client.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT) : 0;
+            const auto peeked =
+                each->client_open ? recv(each->client.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT) : 0;
             return each->under_way > 0 || (each->used && each->server_open && !(peeked < 0 && errno == EAGAIN));
         });
     }

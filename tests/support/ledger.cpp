@@ -12,10 +12,15 @@ namespace {
 
 std::string text(const void* value, curl_easytype type)
 {
-    static const std::map<const void*, std::string> known{{nullptr, "null"}, {stdin, "stdin"}, {stdout, "stdout"},
-        {reinterpret_cast<void*>(&fread), "fread"}, {reinterpret_cast<void*>(&fwrite), "fwrite"}};
-    if (const auto found = known.find(value); found != known.end()) return found->second;
-    if (type != CURLOT_SLIST) return type == CURLOT_STRING ? static_cast<const char*>(value) : type == CURLOT_FUNCTION ? "fn" : "ptr";
+    static const std::map<const void*, std::string> known{{nullptr, "null"},
+                                                          {stdin, "stdin"},
+                                                          {stdout, "stdout"},
+                                                          {reinterpret_cast<void*>(&fread), "fread"},
+                                                          {reinterpret_cast<void*>(&fwrite), "fwrite"}};
+    if (const auto found = known.find(value); found != known.end())
+        return found->second;
+    if (type != CURLOT_SLIST)
+        return type == CURLOT_STRING ? static_cast<const char*>(value) : type == CURLOT_FUNCTION ? "fn" : "ptr";
     std::string list;
     for (auto item = static_cast<const curl_slist*>(value); item != nullptr; item = item->next)
         list.append(list.empty() ? "" : ", ").append(item->data);
@@ -51,12 +56,16 @@ CURLcode set(CURL* handle, CURLoption option, auto value)
 std::vector<std::string> ledger::lines()
 {
     std::vector<std::string> texts;
-    for (const auto& what : events()) texts.push_back(what.text);
+    for (const auto& what : events())
+        texts.push_back(what.text);
     return texts;
 }
 
 #pragma GCC visibility push(default)
-extern "C" CURL* curl_easy_init() { return ledger::init_fails.exchange(false) ? nullptr : REAL(curl_easy_init)(); }
+extern "C" CURL* curl_easy_init()
+{
+    return ledger::init_fails.exchange(false) ? nullptr : REAL(curl_easy_init)();
+}
 extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text)
 {
     const within appending;

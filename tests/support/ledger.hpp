@@ -24,15 +24,18 @@ public:
     };
     static void start() { record->clear(), appended = 0; } ///< Forgets what was recorded so far.
     static std::vector<event> events() { return record.copy(); }
-    static std::vector<std::string> lines();                 ///< The texts of the events.
-    static void fail_append(int nth) { append_fails = nth; } ///< Makes the nth curl_slist_append from now return null.
-    static void fail_next_init() { init_fails = true; }      ///< Makes the next curl_easy_init return null.
+    static std::vector<std::string> lines(); ///< The texts of the events.
+    static void fail_append(int nth)
+    {
+        append_fails = nth;
+    } ///< Makes the nth curl_slist_append from now return null.
+    static void fail_next_init() { init_fails = true; } ///< Makes the next curl_easy_init return null.
 
     static inline auto& record = *new guarded<std::vector<event>>; // outlives handles with static storage
     static inline std::atomic<bool> init_fails = false;
     static inline std::atomic<int> append_fails = 0;
     static inline std::atomic<int> appended = 0; ///< commands put into lists
-    static inline thread_local int inside = 0; ///< raised while the ledger records, makes a setting or a list
+    static inline thread_local int inside = 0;   ///< raised while the ledger records, makes a setting or a list
 };
 
 } // namespace support

@@ -16,8 +16,8 @@ using texts = std::vector<std::string>;
 texts error_of(const std::function<void()>& call);
 
 /// Logs in over FTP as the tests do: user "u", password "p", no proxy, no certificates.
-std::string log_in(
-    core::curl_ptr& connection, const std::string& url, long port, const std::string& mode = "passive", const std::string& tls = "none");
+std::string log_in(core::curl_ptr& connection, const std::string& url, long port,
+                   const std::string& mode = "passive", const std::string& tls = "none");
 
 struct operation {
     friend void PrintTo(const operation& op, std::ostream* out) { *out << op.name; }
@@ -28,14 +28,15 @@ struct operation {
     std::string errors;   ///< the keys of the errors that a misbehaving server may cause
 };
 
-/// Every operation that sends something once the connection is open. It downloads "f" to `local` and uploads `local` as "g".
-/// The SFTP twins do not look at the protocol: over FTP they send what they hand to libcurl.
+/// Every operation that sends something once the connection is open. It downloads "f" to `local` and uploads
+/// `local` as "g". The SFTP twins do not look at the protocol: over FTP they send what they hand to libcurl.
 std::vector<operation> ftp_operations(const fl::ustring& local);
 
 std::string joined(const texts& parts);
 
-/// Checks that `lines`, a ledger, put back what they set: each option once and last set first, the URL at the end and to `home`, and that
-/// nothing but scoped options and the URL was touched. Returns the settings, joined by "|".
+/// Checks that `lines`, a ledger, put back what they set: each option once and last set first, the URL at the
+/// end and to `home`, and that nothing but scoped options and the URL was touched. Returns the settings, joined
+/// by "|".
 std::string expect_restored(const texts& lines, const std::string& home);
 
 } // namespace support

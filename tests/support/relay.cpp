@@ -10,7 +10,8 @@ using asio::ip::tcp;
 void end(relay::link& both)
 {
     boost::system::error_code ended_already;
-    for (auto* each : {&both.first, &both.second}) each->shutdown(tcp::socket::shutdown_both, ended_already);
+    for (auto* each : {&both.first, &both.second})
+        each->shutdown(tcp::socket::shutdown_both, ended_already);
 }
 
 asio::awaitable<void> pump(std::shared_ptr<relay::link> both, tcp::socket& in, tcp::socket& out)
@@ -34,10 +35,12 @@ relay::relay(long target) : listener_(io_, {asio::ip::address_v4::loopback(), 0}
 asio::awaitable<void> relay::serve(std::uint16_t target)
 {
     for (;;) {
-        const auto both = std::make_shared<link>(co_await listener_.async_accept(use_awaitable), tcp::socket(io_));
+        const auto both =
+            std::make_shared<link>(co_await listener_.async_accept(use_awaitable), tcp::socket(io_));
         links_.push_back(both), ++connections_;
         co_await both->second.async_connect({asio::ip::address_v4::loopback(), target}, use_awaitable);
-        for (auto* each : {&both->first, &both->second}) each->set_option(tcp::no_delay(true));
+        for (auto* each : {&both->first, &both->second})
+            each->set_option(tcp::no_delay(true));
         co_spawn(io_, pump(both, both->first, both->second), asio::detached);
         co_spawn(io_, pump(both, both->second, both->first), asio::detached);
     }
@@ -46,8 +49,10 @@ asio::awaitable<void> relay::serve(std::uint16_t target)
 void relay::drop()
 {
     asio::post(io_, asio::use_future([this] {
-        for (const auto& each : std::exchange(links_, {})) end(*each);
-    })).get();
+                   for (const auto& each : std::exchange(links_, {}))
+                       end(*each);
+               }))
+        .get();
 }
 
 } // namespace support

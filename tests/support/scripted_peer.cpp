@@ -18,11 +18,15 @@ bool accept(tcp::acceptor& from, tcp::iostream& into, std::chrono::milliseconds 
 {
     pollfd ready{from.native_handle(), POLLIN, 0};
     boost::system::error_code error = boost::asio::error::timed_out;
-    if (poll(&ready, 1, static_cast<int>(deadline.count())) > 0) from.accept(into.socket(), error);
+    if (poll(&ready, 1, static_cast<int>(deadline.count())) > 0)
+        from.accept(into.socket(), error);
     return !error;
 }
 
-std::string verb_of(const std::string& line) { return line.substr(0, line.find(' ')); }
+std::string verb_of(const std::string& line)
+{
+    return line.substr(0, line.find(' '));
+}
 
 } // namespace
 
@@ -43,8 +47,10 @@ struct scripted_peer::session {
     std::optional<std::string> content(const std::string& line) const
     {
         const auto state = peer.state_.operator->();
-        const auto upload = line.starts_with("RETR ") ? state->uploads.find(line.substr(5)) : state->uploads.end();
-        if (upload != state->uploads.end()) return upload->second;
+        const auto upload =
+            line.starts_with("RETR ") ? state->uploads.find(line.substr(5)) : state->uploads.end();
+        if (upload != state->uploads.end())
+            return upload->second;
         const auto found = state->bodies.find(state->bodies.contains(line) ? line : verb_of(line));
         return found == state->bodies.end() ? std::nullopt : std::optional(found->second);
     }
@@ -66,7 +72,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
     else if (!passive.is_open() || !accept(passive, data, deadline))
         return false;
     passive.close();
-    if (!data) return false;
+    if (!data)
+        return false;
     const auto verb = verb_of(line);
     if (verb != "STOR" && verb != "APPE") {
         data << content(line).value_or("").substr(0, limit) << std::flush;
@@ -74,7 +81,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
     }
     const auto name = line.substr(verb.size() + 1);
     auto bytes = verb == "APPE" ? content("RETR " + name).value_or("") : "";
-    for (char byte = 0; limit-- > 0 && data.get(byte);) bytes += byte;
+    for (char byte = 0; limit-- > 0 && data.get(byte);)
+        bytes += byte;
     const auto state = peer.state_.operator->();
     state->uploads[name] = bytes;
     return true;
@@ -83,30 +91,43 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
 /// The reply to a line that no rule takes.
 answer scripted_peer::session::own(const std::string& verb, const std::string& argument)
 {
-    static const std::map<std::string, std::string> plain{{"greeting", "220 ready"}, {"USER", "331 password"}, {"PASS", "230 in"},
-        {"SYST", "215 UNIX Type: L8"}, {"AUTH", "502 no"},
-        {"FEAT", "211-Features:\r\n EPSV\r\n MLST type*;size*;modify*;\r\n SIZE\r\n MDTM\r\n MFMT\r\n211 End"}, {"RNFR", "350 to?"}};
-    if (plain.contains(verb)) return answer::reply(plain.at(verb));
+    static const std::map<std::string, std::string> plain{
+        {"greeting", "220 ready"},
+        {"USER", "331 password"},
+        {"PASS", "230 in"},
+        {"SYST", "215 UNIX Type: L8"},
+        {"AUTH", "502 no"},
+        {"FEAT", "211-Features:\r\n EPSV\r\n MLST type*;size*;modify*;\r\n SIZE\r\n MDTM\r\n MFMT\r\n211 End"},
+        {"RNFR", "350 to?"}};
+    if (plain.contains(verb))
+        return answer::reply(plain.at(verb));
     if (verb == "TYPE" || verb == "NOOP" || verb == "RMD" || verb == "DELE" || verb == "RNTO")
         return answer::reply(verb == "TYPE" || verb == "NOOP" ? "200 ok" : "250 done");
-    if (verb == "PWD") return answer::reply("257 \"" + folder.string() + "\" is current");
+    if (verb == "PWD")
+        return answer::reply("257 \"" + folder.string() + "\" is current");
     if (verb == "CWD") {
         folder = (folder / argument / "").lexically_normal().parent_path();
         return answer::reply("250 in " + folder.string());
     }
-    if (verb == "MKD") return answer::reply("257 \"" + argument + "\" created");
-    if (verb == "QUIT") return answer::reply("221 bye").then_drop();
-    if (verb == "EPSV" || verb == "EPRT" || (verb == "PASV" && !peer.state_->passive_address.empty())) return open_data(verb, argument);
+    if (verb == "MKD")
+        return answer::reply("257 \"" + argument + "\" created");
+    if (verb == "QUIT")
+        return answer::reply("221 bye").then_drop();
+    if (verb == "EPSV" || verb == "EPRT" || (verb == "PASV" && !peer.state_->passive_address.empty()))
+        return open_data(verb, argument);
     return own_file(verb, argument);
 }
 
 answer scripted_peer::session::own_file(const std::string& verb, const std::string& argument)
 {
     const auto file = content("RETR " + argument);
-    if (verb == "MLST" || verb == "MDTM" || verb == "MFMT") return own_facts(verb, argument);
-    if (verb == "LIST" || verb == "MLSD" || verb == "NLST" || verb == "STOR" || verb == "APPE" || (file && verb == "RETR"))
+    if (verb == "MLST" || verb == "MDTM" || verb == "MFMT")
+        return own_facts(verb, argument);
+    if (verb == "LIST" || verb == "MLSD" || verb == "NLST" || verb == "STOR" || verb == "APPE" ||
+        (file && verb == "RETR"))
         return answer::transfer(whole, "226 done\r\n");
-    if (verb != "RETR" && verb != "SIZE") return answer::reply("500 unknown");
+    if (verb != "RETR" && verb != "SIZE")
+        return answer::reply("500 unknown");
     return answer::reply(file ? "213 " + std::to_string(file->size()) : "550 no such file");
 }
 
@@ -114,21 +135,28 @@ answer scripted_peer::session::own_file(const std::string& verb, const std::stri
 answer scripted_peer::session::own_facts(const std::string& verb, const std::string& argument)
 {
     const auto file = content("RETR " + argument);
-    const bool listed = argument == folder || argument == "/" || peer.state_->bodies.contains("MLSD " + argument);
-    if (verb == "MFMT") return answer::reply("213 Modify=" + argument);
-    if (verb == "MDTM" && file) return answer::reply("213 20240102030405");
-    if (verb == "MDTM" || (!file && !listed)) return answer::reply("550 no such file");
+    const bool listed =
+        argument == folder || argument == "/" || peer.state_->bodies.contains("MLSD " + argument);
+    if (verb == "MFMT")
+        return answer::reply("213 Modify=" + argument);
+    if (verb == "MDTM" && file)
+        return answer::reply("213 20240102030405");
+    if (verb == "MDTM" || (!file && !listed))
+        return answer::reply("550 no such file");
     const auto facts = file ? "type=file;size=" + std::to_string(file->size()) : "type=dir";
     return answer::reply("250-\r\n " + facts + ";modify=20240102030405; " + argument + "\r\n250 End");
 }
 
 answer scripted_peer::session::open_data(const std::string& verb, const std::string& argument)
 {
-    if (verb == "EPRT") return answer::reply(sscanf(argument.c_str(), "|1|127.0.0.1|%hu|", &active) == 1 ? "200 ok" : "501 no");
+    if (verb == "EPRT")
+        return answer::reply(sscanf(argument.c_str(), "|1|127.0.0.1|%hu|", &active) == 1 ? "200 ok" : "501 no");
     passive = tcp::acceptor(io, {loopback, 0});
     const int port = passive.local_endpoint().port();
-    const auto address = peer.state_->passive_address + ',' + std::to_string(port / 256) + ',' + std::to_string(port % 256);
-    return answer::reply(verb == "PASV" ? "227 ok (" + address + ")" : "229 ok (|||" + std::to_string(port) + "|)");
+    const auto address =
+        peer.state_->passive_address + ',' + std::to_string(port / 256) + ',' + std::to_string(port % 256);
+    return answer::reply(verb == "PASV" ? "227 ok (" + address + ")"
+                                        : "229 ok (|||" + std::to_string(port) + "|)");
 }
 
 bool scripted_peer::session::step(const std::string& line)
@@ -139,11 +167,13 @@ bool scripted_peer::session::step(const std::string& line)
     control.expires_after(deadline);
     if (next.data) {
         control << "150 data\r\n" << std::flush;
-        if (!transfer(line, *next.data)) next.bytes = "426 no data connection\r\n";
+        if (!transfer(line, *next.data))
+            next.bytes = "426 no data connection\r\n";
     }
     control.expires_after(deadline); // also for the next line
     // libcurl 7.88 waits a whole second when the answer to it is there before it first looks for it.
-    if (verb == "EPSV") boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
+    if (verb == "EPSV")
+        boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
     control << *next.bytes << std::flush;
     dropped = scripted.drops;
     return control.good() && !next.drops && !scripted.drops;
@@ -154,8 +184,10 @@ bool scripted_peer::session::run(int number)
     control.socket().set_option(tcp::no_delay(true)); // "150" and "226" are two writes in a row
     bool goes_on = step("greeting");
     for (std::string line; goes_on && std::getline(control, line) && !control.eof(); goes_on = step(line)) {
-        if (line.ends_with('\r')) line.pop_back();
-        for (const int connection : {0, number}) peer.state_->commands[connection].push_back(line);
+        if (line.ends_with('\r'))
+            line.pop_back();
+        for (const int connection : {0, number})
+            peer.state_->commands[connection].push_back(line);
     }
     return dropped;
 }
@@ -165,7 +197,8 @@ answer scripted_peer::state::scripted(const std::string& line)
     const auto now = steps.find(step++);
     answer chosen = now == steps.end() ? answer{} : now->second;
     for (auto& rule : rules)
-        if ((rule.line == line || rule.line == verb_of(line)) && (++rule.seen == rule.nth || rule.nth == 0) && now == steps.end())
+        if ((rule.line == line || rule.line == verb_of(line)) && (++rule.seen == rule.nth || rule.nth == 0) &&
+            now == steps.end())
             chosen = rule.what;
     return chosen;
 }
@@ -176,15 +209,16 @@ scripted_peer::scripted_peer(const std::string& login_folder, std::chrono::milli
     auto listener = std::make_unique<tcp::acceptor>(*io, tcp::endpoint(loopback, 0));
     port_ = listener->local_endpoint().port();
     listener_ = listener->native_handle();
-    thread_ = std::jthread([=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
-        for (int number = 1; !stop.stop_requested();) {
-            auto next = std::make_unique<session>(*this, login_folder, deadline);
-            const bool dropped = accept(*listener, next->control, deadline) && next->run(number++);
-            next.reset(); // closed
-            drops_ += dropped ? 1 : 0;
-            drops_.notify_all();
-        }
-    });
+    thread_ = std::jthread(
+        [=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
+            for (int number = 1; !stop.stop_requested();) {
+                auto next = std::make_unique<session>(*this, login_folder, deadline);
+                const bool dropped = accept(*listener, next->control, deadline) && next->run(number++);
+                next.reset(); // closed
+                drops_ += dropped ? 1 : 0;
+                drops_.notify_all();
+            }
+        });
 }
 
 scripted_peer::~scripted_peer()

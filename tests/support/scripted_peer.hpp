@@ -36,13 +36,17 @@ class scripted_peer {
 public:
     static constexpr auto host_url = "ftp://127.0.0.1";
 
-    explicit scripted_peer(const std::string& login_folder = "/home/u", std::chrono::milliseconds deadline = std::chrono::seconds(5));
+    explicit scripted_peer(const std::string& login_folder = "/home/u",
+                           std::chrono::milliseconds deadline = std::chrono::seconds(5));
     scripted_peer(const scripted_peer&) = delete;
     ~scripted_peer();
 
     /// Answers a line ("CWD missing"), a verb ("CWD") or "greeting": always, or the nth time from now only. The
     /// newest rule wins. A scripted reply stands in for the effect of the command too.
-    void on(const std::string& line, const answer& what, int nth = 0) { state_->rules.push_back({line, what, nth}); }
+    void on(const std::string& line, const answer& what, int nth = 0)
+    {
+        state_->rules.push_back({line, what, nth});
+    }
     /// Answers one step of the peer's life: the first greeting is 0, each command and later greeting one more.
     void at(int step, const answer& what) { state_->steps[step] = what; }
     /// What a line or a verb sends on the data connection; a listing without a body is empty.

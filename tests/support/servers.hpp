@@ -22,7 +22,8 @@ inline std::string bytes(std::size_t size)
 {
     std::string all(size, '\0');
     std::uint32_t state = 1;
-    for (char& byte : all) byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
+    for (char& byte : all)
+        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
     return all;
 }
 
@@ -33,10 +34,11 @@ public:
     explicit servers(const std::string& names) : folder_(make_folder())
     {
         std::filesystem::permissions(folder_,
-            std::filesystem::perms(0711)); // the servers are another user for root
+                                     std::filesystem::perms(0711)); // the servers are another user for root
         status_ = std::system((script + " start " + path() + " " + names).c_str());
         std::ifstream env(path() + "/env");
-        for (std::string line; std::getline(env, line);) env_[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+        for (std::string line; std::getline(env, line);)
+            env_[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
     }
     servers(const servers&) = delete;
     ~servers()

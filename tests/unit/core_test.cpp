@@ -18,12 +18,16 @@ using support::error_of;
 using support::ledger;
 using testing::ElementsAre;
 
-static support::texts internal(const std::string& where, const std::string& detail) { return {"InternalError", where, detail}; }
+static support::texts internal(const std::string& where, const std::string& detail)
+{
+    return {"InternalError", where, detail};
+}
 
 TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
 {
     curl_ptr c(false);
-    EXPECT_EQ(percent_encode_path(c, "/dir one/file#1.txt~-._/50%20\xc3\xa4/"), "/dir%20one/file%231.txt~-._/50%2520%C3%A4/");
+    EXPECT_EQ(percent_encode_path(c, "/dir one/file#1.txt~-._/50%20\xc3\xa4/"),
+              "/dir%20one/file%231.txt~-._/50%2520%C3%A4/");
     const std::tuple<const char*, const char*, bool, const char*, const char*> all[] = {
         // base, path, whether encoded; absolute, full
         {"ftp://srv/home/u/", "/pub/a b", false, "ftp://srv//pub/a%20b", "ftp://srv//pub/a%20b"},
@@ -40,7 +44,8 @@ TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
         set_option(c, CURLOPT_URL, base);
         EXPECT_EQ(fullurl(c, path, encoded), full);
     }
-    EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }), internal("URL Generation", "Couldn't find URL scheme"));
+    EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }),
+              internal("URL Generation", "Couldn't find URL scheme"));
     EXPECT_EQ(fullfile(c, "/x"), "/x");
     EXPECT_THROW(percent_encode(c, std::string(8'000'000, ' ')), std::logic_error) << "libcurl gives no text";
 }
@@ -50,14 +55,22 @@ TEST(Replies, AreSplitMatchedAndParsed)
     EXPECT_THAT(split_string("ab", ""), ElementsAre("ab"));
     EXPECT_EQ(match_response_code("220 x\r\n257-\"/a\"\r\n257 \"/b\"\r\n", "257"), "257-\"/a\"");
     EXPECT_EQ(match_response_code("257 x", ""), std::nullopt);
-    const std::pair<const char*, const char*> folders[] = {{R"(257 "/home/user" is current directory)", "/home/user"}, {R"(257 "")", ""},
-        {R"(257 "//")", "/"}, {R"(257 "/a//b")", "/a/b"}, {R"(257 "/a///b")", "/a//b"}, {R"(257 "/a ""q"" b" "c" d)", R"(/a ""q"" b" "c)"}};
-    for (const auto& [line, folder] : folders) EXPECT_EQ(parse_pwd_response(line), folder);
-    const std::pair<const char*, std::string> bad[] = {{"25", "PWD response code is too short"},
+    const std::pair<const char*, const char*> folders[] = {
+        {R"(257 "/home/user" is current directory)", "/home/user"},
+        {R"(257 "")", ""},
+        {R"(257 "//")", "/"},
+        {R"(257 "/a//b")", "/a/b"},
+        {R"(257 "/a///b")", "/a//b"},
+        {R"(257 "/a ""q"" b" "c" d)", R"(/a ""q"" b" "c)"}};
+    for (const auto& [line, folder] : folders)
+        EXPECT_EQ(parse_pwd_response(line), folder);
+    const std::pair<const char*, std::string> bad[] = {
+        {"25", "PWD response code is too short"},
         {"550 no", "PWD operation failed or returned unrecognized status code (550) from response: 550 no"},
         {"257 none", "Could not find opening quote in PWD response: 257 none"},
         {"257 \"one", "Could not find closing quote in PWD response: 257 \"one"}};
-    for (const auto& [line, why] : bad) EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
+    for (const auto& [line, why] : bad)
+        EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
 }
 
 TEST(Errors, AreCaughtByEveryBaseAcrossTheLibrary)
@@ -67,7 +80,8 @@ TEST(Errors, AreCaughtByEveryBaseAcrossTheLibrary)
     EXPECT_THROW(current_remote_url(empty), std::exception);
     EXPECT_THROW(last_response_code(empty), Exception<InvalidCurlHandle>);
     EXPECT_THROW(scoped_request(empty).setopt(CURLOPT_NOBODY, 1L, 0), boost::exception);
-    EXPECT_EQ(error_of([&] { support::log_in(empty, "ftp://127.0.0.1", 1); }), support::texts{"InvalidCurlHandle"});
+    EXPECT_EQ(error_of([&] { support::log_in(empty, "ftp://127.0.0.1", 1); }),
+              support::texts{"InvalidCurlHandle"});
 }
 
 TEST(Requests, MakeTheirCommandsBeforeTheUrl)
@@ -117,7 +131,8 @@ TEST(Handle, IsOwnedByOneRestoresInReverseAndNeedsAnInitialiserUnlessTold)
         ledger::start();
         scoped_request(c).setopt(CURLOPT_INFILESIZE_LARGE, 5000000000UL, -1).setopt(CURLOPT_NOBODY, 1L, 0);
     }
-    EXPECT_THAT(ledger::lines(), ElementsAre("INFILESIZE_LARGE=5000000000", "NOBODY=1", "NOBODY=0", "INFILESIZE_LARGE=-1", "cleanup"));
+    EXPECT_THAT(ledger::lines(), ElementsAre("INFILESIZE_LARGE=5000000000", "NOBODY=1", "NOBODY=0",
+                                             "INFILESIZE_LARGE=-1", "cleanup"));
     ledger::fail_next_init();
     EXPECT_THROW(curl_ptr(), CurlHandleInitializationFailure);
     cppmicroservices::BundleContext none;
@@ -132,14 +147,16 @@ struct Trace : testing::Test {
     {
         foundation::log::set_entry_handler([this](const foundation::log::entry& e) {
             // clang spells types in its own way
-            const auto text = boost::replace_all_copy(boost::replace_all_copy(std::string(e.text), " &", "&"), "long int ", "long ");
+            const auto text = boost::replace_all_copy(boost::replace_all_copy(std::string(e.text), " &", "&"),
+                                                      "long int ", "long ");
             records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " + text);
             file = e.file;
             line = e.line;
-            if (on_record) on_record();
+            if (on_record)
+                on_record();
         });
     }
-    /// The line of the source that the last record names.
+    /// The file that the last record names, and the text of its line there.
     std::string place() const
     {
         std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
@@ -219,14 +236,16 @@ TEST_F(Trace, OfLibcurlHasItsPrefixLevelAndLineEndsAndIsSilentWhenOff)
     curl_ptr c(false);
     curl_debug_callback debug = nullptr;
     for (const auto& event : ledger::events())
-        if (event.option == CURLOPT_DEBUGFUNCTION) debug = reinterpret_cast<curl_debug_callback>(const_cast<void*>(event.pointer));
+        if (event.option == CURLOPT_DEBUGFUNCTION)
+            debug = reinterpret_cast<curl_debug_callback>(const_cast<void*>(event.pointer));
     ASSERT_NE(debug, nullptr);
     const auto trace = [&](int kind, std::string text) {
         return debug(c.get(), static_cast<curl_infotype>(kind), text.data(), text.size(), &getLogger());
     };
     const char* texts[] = {"i\r\n", "\n", "o\r", "a\0b\n", "\r\n", "", "x\n\n", "?"};
-    const char* want[] = {"8:0 [INFO] i", "4:0 [HEADER IN] \n", "4:0 [HEADER OUT] o", "1:0 [DATA IN] a", "1:0 [DATA OUT] ",
-        "1:0 [SSL DATA IN] ", "1:0 [SSL DATA OUT] x\n", "256:0 [UNKNOWN] ?"};
+    const char* want[] = {"8:0 [INFO] i",           "4:0 [HEADER IN] \n", "4:0 [HEADER OUT] o",
+                          "1:0 [DATA IN] a",        "1:0 [DATA OUT] ",    "1:0 [SSL DATA IN] ",
+                          "1:0 [SSL DATA OUT] x\n", "256:0 [UNKNOWN] ?"};
     for (int kind = 0; kind < 8; ++kind) {
         records.clear();
         getLogger().enable_levels(~level::entry);

@@ -1,5 +1,4 @@
 #include <cppmicroservices/Framework.h>
-#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <cppmicroservices/LDAPFilter.h>
@@ -10,7 +9,10 @@
 #include <sstream>
 
 // In the place of libcurl's own, for the whole test program.
-extern "C" [[gnu::visibility("default"), gnu::used]] int curl_global_init(long) { return std::getenv("REFUSE_LIBCURL") != nullptr; }
+extern "C" [[gnu::visibility("default"), gnu::used]] int curl_global_init(long)
+{
+    return std::getenv("REFUSE_LIBCURL") != nullptr;
+}
 
 using namespace foundation;
 using httpclient_core::libcurlinitializer::LibCurlInitializer;
@@ -53,11 +55,12 @@ TEST(EnvironmentProxy, FollowsTheEnvironment)
 {
     auto context = services::bundle_context();
     const auto selector = context.GetService(find<httpproxy::ProxySelector>(context).at(0));
-    std::istringstream rows("https_proxy socks5h://u@[::1]:1080 - HTTPS://h socks5h://[::1]:1080u| http_proxy p:1 * http:// - "
-                            "http_proxy http://p:3128/ - http:// p:3128| http_proxy p a.org,b.org http://ab.org/x p:0| "
-                            "HTTP_PROXY p:1 - http:// - HTTPS_PROXY u%40:p%3Aw@p:1 a.org https:// p:1u@|p:w "
-                            "http_proxy p:1 a.org,.B.org http://x.b.org:80/ - http_proxy p:1 ::1 http://[::1]/ - "
-                            "http_proxy p:99999 - http:// - http_proxy gopher://p - http:// - http_proxy u:%0d%0a@p - http:// -");
+    std::istringstream rows(
+        "https_proxy socks5h://u@[::1]:1080 - HTTPS://h socks5h://[::1]:1080u| http_proxy p:1 * http:// - "
+        "http_proxy http://p:3128/ - http:// p:3128| http_proxy p a.org,b.org http://ab.org/x p:0| "
+        "HTTP_PROXY p:1 - http:// - HTTPS_PROXY u%40:p%3Aw@p:1 a.org https:// p:1u@|p:w "
+        "http_proxy p:1 a.org,.B.org http://x.b.org:80/ - http_proxy p:1 ::1 http://[::1]/ - "
+        "http_proxy p:99999 - http:// - http_proxy gopher://p - http:// - http_proxy u:%0d%0a@p - http:// -");
     for (std::string name, value, direct, url, expected; rows >> name >> value >> direct >> url >> expected;) {
         ::setenv(name.c_str(), value.c_str(), 1);
         ::setenv("no_proxy", direct.c_str(), 1);

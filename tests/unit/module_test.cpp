@@ -1,7 +1,6 @@
 #include "ledger.hpp"
 #include "scripted_peer.hpp"
 #include <cppmicroservices/Framework.h>
-#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <dlfcn.h>
 #include <foundation/services/bundle_context.hpp>
