@@ -13,7 +13,7 @@ declare -A package_list=(
     [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libssh-dev libboost-log-dev libboost-locale-dev
         libcli11-dev nlohmann-json3-dev libedit-dev libfmt-dev libutf8proc-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
-    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq"
+    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq python3"
     [lint]="git $lint"
     [fuzz]="clang-$clang libclang-rt-$clang-dev"
     [docs]="doxygen"

@@ -18,8 +18,8 @@ class COSClient;
 /// Describes one class of objects to the registry: a program derives from it and registers an object of the
 /// derived type in a namespace, which then owns it.
 ///
-/// The registry deletes a descriptor through its virtual destructor, and so with the derived class's own operator
-/// delete. It calls a descriptor from the thread that makes or destroys the object.
+/// The registry deletes a descriptor through its virtual destructor, and so with the derived class's own
+/// operator delete. It calls a descriptor from the thread that makes or destroys the object.
 class ZORBELHOST_EXPORT COSClassInfo {
 public:
     COSClassInfo() = default;
