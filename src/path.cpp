@@ -38,7 +38,7 @@ std::string percent_encode(curl_ptr& connection, const std::string& text)
 {
     const int length = escapable_length(text);
     const curl_text encoded(curl_easy_escape(connection.get(), text.c_str(), length), &curl_free);
-    return encoded.get(); // The string refuses null: libcurl gives none for 24,000,000 encoded bytes and more.
+    return encoded.get(); // The string refuses null, which libcurl may give for a long text.
 }
 
 std::string percent_encode_path(curl_ptr& connection, const std::string& path)

@@ -33,6 +33,7 @@ public:
 
     static inline auto& record = *new guarded<std::vector<event>>; // outlives handles with static storage
     static inline std::atomic<bool> init_fails = false;
+    static inline std::atomic<bool> escape_fails = false; ///< Makes the next curl_easy_escape return null.
     static inline std::atomic<int> append_fails = 0;
     static inline std::atomic<int> appended = 0; ///< commands put into lists
     static inline thread_local int inside = 0;   ///< raised while the ledger records, makes a setting or a list
