@@ -1,170 +1,117 @@
 #include "commands.hpp"
-#include "exit_status.hpp"
-#include "expand.hpp"
 #include "output.hpp"
-#include "progress_display.hpp"
+#include "remote_glob.hpp"
+#include "transfer_report.hpp"
 
-#include <fl/i18n/ustring_to_utf8.hpp>
+#include <qrftp/trace.hpp>
 
-#include <exception>
+#include <fmt/format.h>
+
+#include <map>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 namespace qrftp::cli {
 
 namespace fs = std::filesystem;
-using foundation::core::except::raise;
-using local_error = ZORBEL::io::common::file::FileError;
 
 namespace {
 
-/// One get, put or sync: what it shows, and what has failed.
-class transfer {
-public:
-    transfer(session& remote, const settings& how, bool alone, bool tells)
-        : remote_(remote), how_(how), display_(how.progress), all_(alone), tells_(tells)
-    {
-    }
-
-    session& remote() { return remote_; }
-    const settings& how() const { return how_; }
-
-    void attempt(const std::function<void()>& act)
-    {
-        all_.attempt([&] {
-            try {
-                act();
-            } catch (...) {
-                display_.erase(); // What is reported now begins at the left.
-                throw;
-            }
-        });
-    }
-
-    void finish()
-    {
-        display_.erase();
-        flush_output();
-        all_.finish();
-    }
-
-    template <class Options>
-    Options watched(Options options)
-    {
-        options.dry_run = how_.dry_run;
-        options.on_action = [this](const tree_action& action) { tell(action); };
-        options.on_progress = [this](const tree_progress& now) {
-            display_.show(now);
-            return true;
-        };
-        return options;
-    }
-
-    /// What a tree's transfer collected instead of throwing it.
-    void take(const tree_result& result)
-    {
-        for (const tree_failure& one : result.failures) {
-            display_.erase();
-            try {
-                std::rethrow_exception(one.error);
-            } catch (const std::exception& error) {
-                all_.add(error);
-            }
-        }
-    }
-
-    /// Carries out the transfer of a single file, whose size is asked for only where it is told.
-    void single(const std::string& path, transfer_options options, const std::function<std::uint64_t()>& size,
-                const std::function<void(transfer_options&)>& act)
-    {
-        tree_action action;
-        action.path = path;
-        if (how_.dry_run || (tells_ && how_.json)) {
-            action.size = size();
-        }
-        options.on_progress = [&](const progress& now) {
-            display_.show(last_segment(path), now);
-            return true;
-        };
-        if (!how_.dry_run) {
-            act(options);
-        }
-        tell(action);
-    }
-
-private:
-    void tell(const tree_action& action)
-    {
-        if (tells_) {
-            display_.erase();
-            print_action(action, how_);
-            flush_output();
-        }
-    }
-
-    session& remote_;
-    const settings& how_;
-    progress_display display_;
-    attempts all_;
-    bool tells_;
+/// One of the things that `get` or `put` were told to copy.
+struct copy {
+    std::string remote;
+    fs::path local;
+    bool is_folder = false;
 };
 
-bool tells_of_files(const settings& how)
+bool prints_files(const settings& options)
 {
-    return how.json || how.verbose || how.dry_run;
+    return options.json || options.verbose > 0 || options.dry_run;
 }
 
-/// Where the copy of what is called `name` goes.
-fs::path local_place(const std::string& target, const std::string& name)
+/// Refuses two sources that would become one file: the first copy would be lost.
+void refuse_same_targets(const std::map<std::string, std::string>& sources_by_target, const std::string& target,
+                         const std::string& source)
 {
-    const bool into = target.empty() || target.ends_with('/') || fs::is_directory(target);
-    if (target.empty() && name.empty()) {
-        throw usage_error("The root folder has no name for its copy: name a local folder.");
+    if (const auto other = sources_by_target.find(target); other != sources_by_target.end()) {
+        throw usage_error(fmt::format("\"{}\" and \"{}\" would both become \"{}\"; nothing was copied.",
+                                      escape(other->second), escape(source), escape(target)));
     }
-    return into ? fs::path(target) / name : fs::path(target);
 }
 
-/// What a source stands for, and whether more than its name is known.
-struct wanted {
-    located source;
-    bool known = false;
+/// Something remote to fetch, and its kind where that is known.
+struct remote_source {
+    std::string path;
+    std::optional<entry_kind> kind{};
 };
 
-std::vector<wanted> find_sources(session& remote, const std::vector<std::string>& sources, attempts& all)
+std::vector<remote_source> find_sources(session& remote, const std::vector<std::string>& patterns, batch& all)
 {
-    std::vector<wanted> found;
-    for (const std::string& source : sources) {
-        if (!has_glob(source)) {
-            found.push_back({{or_here(source), {}}, false});
+    std::vector<remote_source> found;
+    for (const std::string& pattern : patterns) {
+        if (!has_magic(pattern)) {
+            found.push_back({or_here(glob_unescape(pattern))});
             continue;
         }
         all.attempt([&] {
-            for (located& one : expand_glob(remote, source)) {
-                found.push_back({std::move(one), true});
+            for (remote_entry& one : expand_glob(remote, pattern)) {
+                found.push_back({std::move(one.path), one.what.kind});
             }
         });
     }
     return found;
 }
 
-void get_one(transfer& job, const wanted& one, const transfer_arguments& given)
+/// The local name of the copy of what is called `name`.
+fs::path local_target(const std::string& target, const std::string& name)
 {
-    session& remote = job.remote();
-    const std::string& path = one.source.path;
-    const bool file = one.known && one.source.what.kind == entry_kind::file;
-    const bool folder = !file && (one.known || given.recursive) && remote.is_folder(path);
-    if (folder && !given.recursive) {
-        note(job.how(), "\"" + printable(path) + "\" is a folder and left out; -r fetches it.");
+    if (!target.empty() && !target.ends_with('/') && !fs::is_directory(target)) {
+        return target;
+    }
+    if (name.empty()) {
+        throw usage_error("The root folder has no name that its copy could take: name a local folder.");
+    }
+    return fs::path(target) / name;
+}
+
+/// What the sources become. Folders are left out, with a note, unless they are wanted.
+std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& sources,
+                           const transfer_arguments& arguments, const settings& options)
+{
+    std::vector<copy> plan;
+    std::map<std::string, std::string> sources_by_target;
+    for (const remote_source& one : sources) {
+        const bool may_be_folder = one.kind ? *one.kind != entry_kind::file : arguments.recursive;
+        const bool is_folder = may_be_folder && (one.kind == entry_kind::folder || remote.is_folder(one.path));
+        if (is_folder && !arguments.recursive) {
+            note(options,
+                 fmt::format("\"{}\" is a folder and was not fetched; -r fetches folders.", escape(one.path)));
+            continue;
+        }
+        fs::path local = local_target(arguments.target, last_segment(remote.absolute(one.path)));
+        const std::string key = fs::absolute(local).lexically_normal().string();
+        refuse_same_targets(sources_by_target, key, one.path);
+        sources_by_target.emplace(key, one.path);
+        plan.push_back({one.path, std::move(local), is_folder});
+    }
+    return plan;
+}
+
+void fetch(session& remote, const copy& one, const transfer_arguments& arguments, transfer_report& report)
+{
+    if (one.is_folder) {
+        report.add(fetch_tree(remote, one.remote, one.local, report.watch(arguments.tree)));
         return;
     }
-    const fs::path local = local_place(given.target, last_segment(remote.absolute(path)));
-    if (folder) {
-        job.take(fetch_tree(remote, path, local, job.watched(given.tree)));
-        return;
+    tree_action action{.path = one.remote};
+    if (report.prints_sizes()) {
+        action.size = remote.stat(one.remote).size.value_or(0);
     }
-    const auto size = [&] { return remote.stat(path).size.value_or(0); };
-    job.single(path, given.tree.transfer, size,
-               [&](transfer_options& options) { remote.fetch(path, local, options); });
+    if (!report.is_dry_run()) {
+        remote.fetch(one.remote, one.local, report.watch(last_segment(one.remote), arguments.tree.transfer));
+    }
+    report.print_action(action);
 }
 
 /// "." and the like have the name of the folder that they stand for.
@@ -175,62 +122,84 @@ std::string local_name(const fs::path& source)
                                                        : name;
 }
 
-void put_one(transfer& job, const fs::path& source, const transfer_arguments& given, bool into)
+std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
 {
-    session& remote = job.remote();
-    const std::string path = into ? join(given.target, local_name(source)) : given.target;
-    if (fs::is_directory(source)) {
-        if (!given.recursive) {
-            raise<local_error>(fl::i18n::utf8_to_ustring(source.string()), "it is a folder, which -r sends");
+    std::vector<copy> plan;
+    std::map<std::string, std::string> sources_by_target;
+    for (const std::string& source : arguments.sources) {
+        std::string path = into ? join(arguments.target, local_name(source)) : arguments.target;
+        refuse_same_targets(sources_by_target, path, source);
+        sources_by_target.emplace(path, source);
+        plan.push_back({std::move(path), source, fs::is_directory(source)});
+    }
+    return plan;
+}
+
+void send(session& remote, const copy& one, const transfer_arguments& arguments, transfer_report& report)
+{
+    if (one.is_folder) {
+        if (!arguments.recursive) {
+            throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
+                                 "it is a folder; -r sends folders");
         }
-        job.take(send_tree(remote, source, path, job.watched(given.tree)));
+        report.add(send_tree(remote, one.local, one.remote, report.watch(arguments.tree)));
         return;
     }
-    const auto size = [&] { return fs::file_size(source); };
-    job.single(path, given.tree.transfer, size,
-               [&](transfer_options& options) { remote.send(source, path, options); });
+    tree_action action{.path = one.remote};
+    if (report.prints_sizes()) {
+        action.size = fs::file_size(one.local);
+    }
+    if (!report.is_dry_run()) {
+        remote.send(one.local, one.remote, report.watch(last_segment(one.remote), arguments.tree.transfer));
+    }
+    report.print_action(action);
 }
 
 } // namespace
 
-void get(session& remote, const transfer_arguments& given, const settings& how)
+void get(session& remote, const transfer_arguments& arguments, const settings& options)
 {
-    attempts finding(given.sources.size() == 1);
-    const std::vector<wanted> found = find_sources(remote, given.sources, finding);
-    if (found.size() > 1 && !given.target.empty() && !fs::is_directory(given.target)) {
-        throw usage_error("Several files cannot all become \"" + given.target +
-                          "\": name a folder that exists.");
+    batch finding(arguments.sources.size() == 1);
+    const std::vector<remote_source> sources = find_sources(remote, arguments.sources, finding);
+    if (sources.size() > 1 && !arguments.target.empty() && !fs::is_directory(arguments.target)) {
+        throw usage_error(fmt::format("Several files cannot all become \"{}\": name a folder that exists.",
+                                      escape(arguments.target)));
     }
-    transfer job(remote, how, found.size() == 1 && given.sources.size() == 1, tells_of_files(how));
-    for (const wanted& one : found) {
-        job.attempt([&] { get_one(job, one, given); });
+    const std::vector<copy> plan = plan_get(remote, sources, arguments, options);
+    transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1,
+                           prints_files(options));
+    for (const copy& one : plan) {
+        report.attempt([&] { fetch(remote, one, arguments, report); });
     }
-    job.finish();
+    report.finish();
     finding.finish();
 }
 
-void put(session& remote, const transfer_arguments& given, const settings& how)
+void put(session& remote, const transfer_arguments& arguments, const settings& options)
 {
-    const bool several = given.sources.size() > 1;
-    const bool into = given.target.empty() || given.target.ends_with('/') || remote.is_folder(given.target);
+    const bool several = arguments.sources.size() > 1;
+    const bool into =
+        arguments.target.empty() || arguments.target.ends_with('/') || remote.is_folder(arguments.target);
     if (several && !into) {
-        throw usage_error("Several files cannot all become \"" + given.target + "\": name a remote folder.");
+        throw usage_error(fmt::format("Several files cannot all become \"{}\": name a remote folder.",
+                                      escape(arguments.target)));
     }
-    transfer job(remote, how, !several, tells_of_files(how));
-    for (const std::string& source : given.sources) {
-        job.attempt([&] { put_one(job, source, given, into); });
+    const std::vector<copy> plan = plan_put(arguments, into);
+    transfer_report report(options, !several, prints_files(options));
+    for (const copy& one : plan) {
+        report.attempt([&] { send(remote, one, arguments, report); });
     }
-    job.finish();
+    report.finish();
 }
 
-void sync(session& remote, const sync_arguments& given, const settings& how)
+void sync(session& remote, const sync_arguments& arguments, const settings& options)
 {
-    transfer job(remote, how, true, !how.quiet || how.json || how.dry_run);
-    job.attempt([&] {
-        job.take(
-            synchronise(remote, given.local, or_here(given.remote), given.way, job.watched(given.options)));
+    transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
+    report.attempt([&] {
+        report.add(synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way,
+                               report.watch(arguments.options)));
     });
-    job.finish();
+    report.finish();
 }
 
 } // namespace qrftp::cli

@@ -1,7 +1,7 @@
 #include "complete.hpp"
 
 #include "shell_commands.hpp"
-#include "words.hpp"
+#include "tokenize.hpp"
 
 #include <algorithm>
 #include <filesystem>
@@ -12,52 +12,6 @@
 namespace qrftp::cli {
 
 namespace {
-
-/// A line up to the cursor, in words. The last one is not complete: its quotes may be open.
-struct typed_line {
-    std::vector<std::string> words{{}};
-    std::size_t start = 0; ///< of the last word
-};
-
-typed_line take_apart(std::string_view line)
-{
-    typed_line found;
-    char quote = '\0';
-    for (std::size_t place = 0; place < line.size(); ++place) {
-        const char letter = line[place];
-        const bool kept = quote == '"'
-                              ? place + 1 < line.size() && (line[place + 1] == '"' || line[place + 1] == '\\')
-                              : quote == '\0';
-        if (letter == '\\' && kept) {
-            found.words.back() += line.substr(++place, 1);
-        } else if (letter == quote) {
-            quote = '\0';
-        } else if (quote == '\0' && (letter == '\'' || letter == '"')) {
-            quote = letter;
-        } else if (quote == '\0' && word_blanks.find(letter) != std::string_view::npos) {
-            if (found.start < place) {
-                found.words.emplace_back();
-            }
-            found.start = place + 1;
-        } else {
-            found.words.back() += letter;
-        }
-    }
-    return found;
-}
-
-/// `word` as a line has it.
-std::string quoted(const std::string& word)
-{
-    std::string text;
-    for (const char letter : word) {
-        const bool is_special = word_blanks.find(letter) != std::string_view::npos || letter == '\'' ||
-                                letter == '"' || letter == '\\' ||
-                                (text.empty() && (letter == '#' || letter == '!'));
-        text += is_special ? std::string{'\\', letter} : std::string(1, letter);
-    }
-    return text;
-}
 
 /// The folder in front of a name, with its slash.
 std::string folder_of(const std::string& name)
@@ -90,18 +44,28 @@ std::vector<candidate> local_names(const std::string& folder)
     return found;
 }
 
+/// The words of a line up to the cursor; the last one, which is to be completed, may be empty.
+std::vector<token> typed_words(std::string_view line)
+{
+    token_list found = tokenize(line);
+    if (found.at_new_word) {
+        found.tokens.push_back({{}, {}, line.size()});
+    }
+    return std::move(found.tokens);
+}
+
 /// What the last of `words` is to the command that the first one names; empty where there is nothing to know.
-std::optional<char> kind_of_last(const std::vector<std::string>& words)
+std::optional<char> kind_of_last(const std::vector<token>& words)
 {
     if (words.size() == 1) {
         return 'c';
     }
-    const shell_command* const command = find_command(words.front());
+    const shell_command* const command = find_command(words.front().text);
     if (command == nullptr || command->operands.empty()) {
         return std::nullopt;
     }
-    const auto place = std::count_if(words.begin() + 1, words.end() - 1, [](const std::string& word) {
-        return word.size() < 2 || word.front() != '-';
+    const auto place = std::count_if(words.begin() + 1, words.end() - 1, [](const token& word) {
+        return word.text.size() < 2 || word.text.front() != '-';
     });
     if (std::cmp_greater_equal(place, command->most)) {
         return std::nullopt;
@@ -158,10 +122,10 @@ const std::vector<candidate>& remote_names::in(session& remote, const std::strin
 
 completion complete(shell_state& state, std::string_view line)
 {
-    const typed_line typed = take_apart(line);
-    const std::string& last = typed.words.back();
-    completion found{typed.start, {}, {}};
-    const auto kind = kind_of_last(typed.words);
+    const std::vector<token> words = typed_words(line);
+    const std::string& last = words.back().text;
+    completion found{words.back().start, {}, {}};
+    const auto kind = kind_of_last(words);
     if (!kind || line.substr(0, 1) == "!") {
         return found;
     }
@@ -177,7 +141,7 @@ completion complete(shell_state& state, std::string_view line)
         return found;
     }
     const entry_kind first = found.candidates.front().kind;
-    found.word = quoted(folder + common_start(found.candidates));
+    found.word = quote(folder + common_start(found.candidates));
     if (found.candidates.size() == 1 && first != entry_kind::link) { // A link may be a folder.
         found.word += first == entry_kind::folder ? '/' : ' ';
     }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <exception>
-#include <functional>
 #include <string>
 
 namespace qrftp::cli {
@@ -23,29 +22,11 @@ enum exit_status : int {
 /// The status for an error; 128 and the signal's number when a signal has come.
 int status_of(const std::exception& error);
 
-/// The error in one line without control characters, its secrets as asterisks.
+/// The error in one line without control characters.
 std::string sentence_of(const std::exception& error);
 
-/// Writes "qrftp: " and the sentence to standard error; nothing for `some_failed`, which has been reported.
+/// Writes the sentence to standard error; nothing for `some_failed`, which has been reported, and where nobody
+/// reads the output any more.
 void report(const std::exception& error);
-
-/// Several things of which some may fail.
-class attempts {
-public:
-    /// Where `alone`, the first failure is thrown as it is.
-    explicit attempts(bool alone) : alone_(alone) {}
-
-    /// Carries one out and reports its failure. A failure that would meet the others as well, of the connection
-    /// or of the login, and an interrupt are thrown.
-    void attempt(const std::function<void()>& act);
-    void add(const std::exception& error);
-
-    /// Throws `some_failed` if any has failed.
-    void finish() const;
-
-private:
-    bool alone_;
-    bool failed_ = false;
-};
 
 } // namespace qrftp::cli

@@ -3,9 +3,9 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <curl/curl.h>
 
-#include <algorithm>
+#include <qrftp/trace.hpp>
+
 #include <memory>
 #include <utility>
 
@@ -28,6 +28,12 @@ public:
         return text + make_subcommands(app, mode) + '\n' + make_footer(app);
     }
 
+    /// Operands are shown by their type, "URL... [LOCAL]", which CLI11 does not take for a name.
+    std::string make_option_name(const CLI::Option* option, bool is_positional) const override
+    {
+        return is_positional ? option->get_type_name() : option->get_name(false, true);
+    }
+
     std::string make_option_opts(const CLI::Option* option) const override
     {
         return option->get_positional() || option->get_type_size() == 0 ? "" : " " + option->get_type_name();
@@ -39,18 +45,7 @@ public:
         return option->get_description() + (value.empty() ? "" : " [" + value + "]");
     }
 
-    // CLI11 2.4 takes no blank in the name of a positional: ours have an underscore in its place.
-    std::string make_option_name(const CLI::Option* option, bool positional) const override
-    {
-        std::string name = option->get_name(positional, true);
-        std::replace(name.begin(), name.end(), '_', positional ? ' ' : '_');
-        return name;
-    }
-
-    std::string make_option_usage(const CLI::Option* option) const override
-    {
-        return make_option_name(option, true);
-    }
+    std::string make_option_usage(const CLI::Option* option) const override { return option->get_type_name(); }
 };
 
 } // namespace
@@ -60,33 +55,31 @@ void set_up_help(CLI::App& app)
     const auto format = std::make_shared<help_format>();
     format->column_width(30);
     app.formatter(format);
-    app.set_help_flag("--help", "Print this and end");
-    app.footer("\"qrftp --help\" tells of URLs, passwords and the exit status.");
+    app.set_help_flag("--help", "Show this help");
+    app.footer("\"qrftp --help\" explains URLs, passwords and the exit status.");
 }
 
 const char* help_footer()
 {
     return R"(URLs: ftp://[USER@]HOST[:PORT]/PATH from the login folder, //PATH from the root;
 sftp://[USER@]HOST[:PORT]/PATH from the root, /~/PATH from the login folder.
-"*", "?" and "[" in a PATH of ls, stat, cat, du, get and rm stand for names, unless
-something has exactly that name.
+"*", "?" and "[...]" in a PATH of ls, stat, cat, du, get and rm are wildcards, unless
+they are percent-encoded or something has exactly that name.
 
-Password: the URL's, --password-file, $QRFTP_PASSWORD, ~/.netrc, a key of ~/.ssh (SFTP),
-else asked for. Pass phrase: --pass-phrase-file, $QRFTP_PASSPHRASE, else asked for.
+Password: the URL's, --password-file, $QRFTP_PASSWORD, ~/.netrc, else asked for.
+SFTP: keys of the SSH agent, of --key and ~/.ssh first; pass phrases from
+--pass-phrase-file, $QRFTP_PASSPHRASE, else asked for.
 
-Exit status: 0 success, 2 usage, 3 connection, 4 login, 5 missing on the server,
+Exit status: 0 success, 2 usage, 3 connection, 4 login, 5 not found on the server,
 6 denied by the server, 7 local file, 8 some of several failed, 9 host key or
-certificate refused, 130 interrupted, 143 terminated, 1 anything else.
+certificate refused, 129 hung up, 130 interrupted, 143 terminated, 1 anything else.
 
-"qrftp SUBCOMMAND --help" tells of a subcommand; qrftp(1) of all, and of the JSON.)";
+"qrftp SUBCOMMAND --help" describes a subcommand; qrftp(1) all of them, and the JSON.)";
 }
 
 std::string version_text()
 {
-    const auto* curl = curl_version_info(CURLVERSION_NOW);
-    const auto or_none = [](const char* text) { return std::string(text == nullptr ? "none" : text); };
-    return "qrftp " QRFTP_VERSION "\nlibcurl " + or_none(curl->version) + "\nTLS " +
-           or_none(curl->ssl_version) + "\nSSH " + or_none(curl->libssh_version);
+    return "qrftp " QRFTP_VERSION "\n" + versions();
 }
 
 } // namespace qrftp::cli

@@ -1,12 +1,11 @@
 #include "line_editor.hpp"
 
-#include "columns.hpp"
+#include "environment.hpp"
 #include "interrupt.hpp"
-#include "output.hpp"
-#include "password.hpp"
+#include "table.hpp"
 
-#include <algorithm>
-#include <cerrno>
+#include <qrftp/trace.hpp>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -65,20 +64,11 @@ private:
 /// Below the line that is being edited.
 void list(const std::vector<candidate>& all)
 {
-    std::vector<std::string> names;
-    std::size_t widest = 1;
+    std::vector<cell> names;
     for (const candidate& one : all) {
-        names.push_back(printable(one.name) + (one.kind == entry_kind::folder ? "/" : ""));
-        widest = std::max(widest, columns(names.back()) + 2);
+        names.push_back({escape(one.name) + (one.kind == entry_kind::folder ? "/" : "")});
     }
-    const std::size_t in_a_line = std::max<std::size_t>(terminal_size::of(STDOUT_FILENO).columns / widest, 1);
-    std::string text;
-    for (std::size_t place = 0; place < names.size(); ++place) {
-        text += place % in_a_line == 0 ? "\n" : std::string(widest - columns(names[place - 1]), ' ');
-        text += names[place];
-    }
-    text += '\n';
-    (void)std::fputs(text.c_str(), stdout);
+    (void)std::fputs(('\n' + in_columns(names, terminal_size::of(STDOUT_FILENO).columns)).c_str(), stdout);
 }
 
 } // namespace
@@ -164,18 +154,14 @@ char* line_editor::show_prompt(EditLine* editor)
     return of(editor).prompt_.data();
 }
 
-/// libedit's own reader goes on after a signal.
+/// libedit's own reader continues after a signal.
 int line_editor::read_character(EditLine* editor, wchar_t* into)
 {
     std::mbstate_t state{};
     for (;;) {
         char byte = '\0';
-        const ssize_t got = ::read(STDIN_FILENO, &byte, 1);
-        if (got < 0 && errno == EINTR && !interrupted()) {
-            continue;
-        }
-        if (got <= 0) {
-            return static_cast<int>(got);
+        if (!wait_readable(STDIN_FILENO) || ::read(STDIN_FILENO, &byte, 1) != 1) {
+            return 0;
         }
         // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is not the shared one
         const std::size_t length = std::mbrtowc(into, &byte, 1, &state);
@@ -189,12 +175,13 @@ int line_editor::read_character(EditLine* editor, wchar_t* into)
     }
 }
 
-completion line_editor::ask_for_completion(const std::string& line)
+completion line_editor::find_completion(const std::string& line)
 try {
     const interruptible_terminal scope;
+    state_.renew_session();
     return complete(state_, line);
 } catch (const std::exception&) {
-    reset_interrupt();
+    state_.forget_interrupt();
     return {}; // What cannot be listed is for a command to report.
 }
 
@@ -203,7 +190,7 @@ try {
     line_editor& self = of(editor);
     const LineInfo* const info = el_line(editor);
     const std::string line(info->buffer, static_cast<std::size_t>(info->cursor - info->buffer));
-    const completion found = self.ask_for_completion(line);
+    const completion found = self.find_completion(line);
     if (found.candidates.empty()) {
         return CC_ERROR;
     }

@@ -27,7 +27,7 @@ private:
     static char* show_prompt(EditLine* editor);
     static int read_character(EditLine* editor, wchar_t* into);
     static unsigned char complete_word(EditLine* editor, int key);
-    completion ask_for_completion(const std::string& line);
+    completion find_completion(const std::string& line);
     void open_history();
 
     shell_state& state_;

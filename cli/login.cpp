@@ -1,25 +1,28 @@
 #include "login.hpp"
 
+#include "credentials.hpp"
+#include "environment.hpp"
 #include "interrupt.hpp"
+#include "login_dialogue.hpp"
 #include "output.hpp"
-#include "password.hpp"
-#include "terminal.hpp"
 
-#include <foundation/log/sink.hpp>
-#include <zorbel/io/common/file/FileSystem.hpp>
+#include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <map>
+#include <optional>
+#include <utility>
 
 namespace qrftp::cli {
-
-using zorbel::io::common::file::read_whole_file;
 
 namespace fs = std::filesystem;
 
@@ -31,238 +34,232 @@ const std::map<std::string, host_key_check> host_key_checks{{"strict", host_key_
                                                             {"accept-new", host_key_check::accept_new},
                                                             {"off", host_key_check::off}};
 
-std::string secret(std::string text)
+std::optional<std::string> masked_secret(std::optional<std::string> secret)
 {
-    foundation::log::mask_secret(text);
-    return text;
-}
-
-/// Where the password stands in a URL, for one that cannot be taken apart, too.
-std::string written_password(const std::string& word)
-{
-    const auto start = word.find("://");
-    const auto end = start == std::string::npos ? start : word.rfind('@');
-    const auto colon = start == std::string::npos ? start : word.find(':', start + 3);
-    return end == std::string::npos || colon >= end ? "" : word.substr(colon + 1, end - colon - 1);
+    if (secret && !secret->empty()) {
+        mask_secret(*secret);
+    }
+    return secret;
 }
 
 std::chrono::milliseconds to_milliseconds(double seconds)
 {
-    return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+    return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(seconds * 1000));
 }
 
-bool accept_host_key(const host_key& key, const settings& how)
+/// The server's entry of the netrc file. One that nobody named may be missing or unreadable.
+std::optional<netrc_entry> look_up_netrc(const login_options& options, const credential_sources& sources,
+                                         const settings& settings)
 {
-    const std::string shown = key.type + " " + key.fingerprint();
-    const auto answer = ask_yes_or_no("The host " + printable(key.host) + " is not known yet. Its key is\n  " +
-                                      shown + "\nAccept and remember it? [y/N] ");
-    if (!answer) {
-        note(how, "The key of the new host " + printable(key.host) + " is remembered: " + shown);
+    const fs::path file = expand_home(options.netrc_file);
+    const bool is_default = options.netrc_file == login_options().netrc_file;
+    std::error_code ignored;
+    if (is_default && !fs::exists(file, ignored)) {
+        return std::nullopt;
     }
-    return answer.value_or(true);
-}
-
-options connection_options(const login_options& given, const settings& how)
-{
-    options wanted;
-    wanted.tls = tls_modes.at(given.tls);
-    wanted.certificate_authorities = given.certificate_authorities;
-    wanted.active = given.active;
-    wanted.use_proxy = given.proxy;
-    wanted.host_keys = host_key_checks.at(given.host_key);
-    wanted.known_hosts_file = expand_home(given.known_hosts);
-    wanted.confirm_host_key = [how](const host_key& key) { return accept_host_key(key, how); };
-    wanted.connect_timeout = to_milliseconds(given.connect_timeout);
-    wanted.stall_timeout = std::chrono::seconds(given.stall_timeout);
-    wanted.total_timeout = to_milliseconds(given.timeout);
-    wanted.cancelled = interrupted;
-    return wanted;
-}
-
-std::optional<netrc_entry> look_up_netrc(const login_options& given, const url& where, const std::string& user,
-                                         const settings& how)
-{
-    const fs::path file = expand_home(given.netrc_file);
-    if (given.netrc_file == login_options().netrc_file && !fs::exists(file)) {
-        return {};
+    std::string text;
+    try {
+        text = read_file(file);
+    } catch (const LocalFileError& error) {
+        if (!is_default) {
+            throw;
+        }
+        note(settings, fmt::format("Warning: {}", error.what()));
     }
-    auto entry = find_in_netrc(read_whole_file(file), where.host, user);
+    std::optional<netrc_entry> found = find_in_netrc(text, sources.server.host, named_user(sources));
     constexpr auto others = fs::perms::group_read | fs::perms::others_read;
-    if (entry && (fs::status(file).permissions() & others) != fs::perms::none) {
-        note(how, "Warning: others can read " + file.string() + ", which holds passwords.");
+    if (found && (fs::status(file, ignored).permissions() & others) != fs::perms::none) {
+        note(settings,
+             fmt::format("Warning: others can read {}, which holds passwords.", escape(file.string())));
     }
-    return entry;
+    return found;
 }
 
-std::optional<std::string> ask_password(const options& wanted, const url& where)
+credentials find_credentials(const url& server, const login_options& options, const settings& settings)
 {
-    return ask_secret("Password for " + printable(wanted.user + "@" + where.host) + ": ");
+    credential_sources sources{server, options.user, std::nullopt, environment(password_variable),
+                               std::nullopt};
+    if (!options.password_file.empty()) {
+        sources.password_file = first_line(expand_home(options.password_file));
+    }
+    if (needs_netrc(sources)) {
+        sources.netrc = look_up_netrc(options, sources, settings);
+    }
+    credentials found = choose_credentials(sources);
+    masked_secret(found.password);
+    return found;
 }
 
-/// The user, and the password of the first source that has one, but for the terminal.
-void find_user_and_password(options& wanted, const url& where, const login_options& given, const settings& how)
+void use_keys(session_options& session, const login_options& options)
 {
-    wanted.user = !given.user.empty() ? given.user : where.user;
-    const auto netrc = look_up_netrc(given, where, wanted.user, how);
-    if (wanted.user.empty() && netrc) {
-        wanted.user = netrc->login;
+    for (const std::string& key : options.keys) {
+        session.private_keys.push_back(expand_home(key));
+        (void)read_file(session.private_keys.back()); // A key that was named and is missing is an error.
     }
-    const bool anonymous = !where.sftp && (wanted.user.empty() || wanted.user == "anonymous");
-    if (!where.password.empty()) {
-        wanted.password = where.password;
-    } else if (!given.password_file.empty()) {
-        wanted.password = secret(first_line(expand_home(given.password_file)));
-    } else if (const auto value = environment("QRFTP_PASSWORD"); value && !anonymous) {
-        wanted.password = secret(*value);
-    } else if (netrc && !netrc->password.empty()) {
-        wanted.password = secret(netrc->password);
-    } else if (anonymous) {
-        wanted.password = "";
-    }
-    if (where.sftp && wanted.user.empty()) {
-        wanted.user = own_name();
+    session.pass_phrase =
+        masked_secret(options.pass_phrase_file.empty() ? environment(pass_phrase_variable)
+                                                       : first_line(expand_home(options.pass_phrase_file)));
+    session.use_agent = !options.no_agent;
+    session.identities_only = options.identities_only;
+    if (!options.ssh_config.empty()) {
+        session.ssh_config.only = options.ssh_config == "none" ? fs::path() : expand_home(options.ssh_config);
     }
 }
 
-/// Without a terminal, a key that nobody named may stay locked; false says so.
-bool use_key(options& wanted, const fs::path& key, const login_options& given, bool must)
+session_options connection_options(const login_options& options)
 {
-    if (is_encrypted(key)) {
-        std::optional<std::string> phrase = !given.pass_phrase_file.empty()
-                                                ? first_line(expand_home(given.pass_phrase_file))
-                                                : environment("QRFTP_PASSPHRASE");
-        if (!phrase) {
-            phrase = ask_secret("Pass phrase for " + printable(key.string()) + ": ");
-        }
-        if (!phrase && must) {
-            throw no_secret("There is no pass phrase for the key " + key.string() +
-                            ": give one in --pass-phrase-file or QRFTP_PASSPHRASE, or at a terminal.");
-        }
-        if (!phrase) {
-            return false;
-        }
-        wanted.pass_phrase = secret(*std::move(phrase));
-    }
-    wanted.private_key = key;
-    wanted.public_key = given.public_key.empty() ? fs::path() : expand_home(given.public_key);
-    return true;
+    session_options session;
+    session.tls = tls_modes.at(options.tls);
+    session.certificate_authorities = expand_home(options.certificate_authorities);
+    session.active = options.active;
+    session.use_proxy = options.proxy;
+    session.host_keys = host_key_checks.at(options.host_key);
+    session.known_hosts_file = expand_home(options.known_hosts);
+    session.connect_timeout = to_milliseconds(options.connect_timeout);
+    session.stall_timeout = to_milliseconds(options.stall_timeout);
+    session.total_timeout = to_milliseconds(options.timeout);
+    return session;
 }
 
-bool use_default_key(options& wanted, const login_options& given)
+void use_dialogue(session_options& session, const std::shared_ptr<login_dialogue>& dialogue,
+                  const settings& settings)
 {
-    for (const char* name : {"id_ed25519", "id_ecdsa", "id_rsa"}) {
-        const fs::path key = expand_home(std::string("~/.ssh/") + name);
-        if (fs::exists(key)) {
-            return use_key(wanted, key, given, false);
-        }
-    }
-    return false;
+    session.ask_password = [dialogue](unsigned attempt) { return dialogue->password(attempt); };
+    session.ask_pass_phrase = [dialogue](const fs::path& key) { return dialogue->pass_phrase(key); };
+    session.answer_prompts = [dialogue](const login_prompts& prompts) { return dialogue->answers(prompts); };
+    session.confirm_host_key = [dialogue](const host_key& key) { return dialogue->accepts(key); };
+    session.on_warning = [settings](const std::string& sentence) { note(settings, escape(sentence)); };
+}
+
+/// A number of seconds that fits into a duration.
+std::string check_seconds(const std::string& text)
+{
+    double seconds = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    const bool is_number = failure == std::errc() && end == text.data() + text.size();
+    return is_number && seconds >= 0 && seconds <= 1e9 ? "" : '"' + text + "\" is not a number of seconds";
 }
 
 void add_seconds(CLI::App& command, const char* name, double& seconds, const char* help)
 {
     command.add_option(name, seconds, help)
-        ->check(CLI::Range(0.0, 1e9).description(""))
+        ->check(CLI::Validator(check_seconds, ""))
         ->type_name("SECONDS")
         ->capture_default_str();
+}
+
+void add_file(CLI::App& command, const char* name, std::string& file, const char* help)
+{
+    command.add_option(name, file, help)->type_name("FILE");
+}
+
+void add_ssh_options(CLI::App& command, login_options& options)
+{
+    command.add_option("-i,--key", options.keys, "SFTP: private key to log in with; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    add_file(command, "--pass-phrase-file", options.pass_phrase_file,
+             "SFTP: file whose first line is the keys' pass phrase");
+    command.add_flag("--no-agent", options.no_agent, "SFTP: do not use the keys of the SSH agent");
+    command.add_flag("--identities-only", options.identities_only,
+                     "SFTP: of the agent's keys, only those named by --key");
+    command
+        .add_option("--ssh-config", options.ssh_config,
+                    "SFTP: OpenSSH configuration, or none; else ~/.ssh/config and the system's")
+        ->type_name("FILE");
+    command.add_option("--host-key", options.host_key, "SFTP: strict, accept-new or off")
+        ->check(CLI::IsMember({"strict", "accept-new", "off"}).description(""))
+        ->type_name("CHECK")
+        ->capture_default_str();
+    add_file(command, "--known-hosts", options.known_hosts,
+             "SFTP: file of known host keys; else ~/.ssh/known_hosts");
 }
 
 } // namespace
 
-void add_login_options(CLI::App& command, login_options& given)
+void add_login_options(CLI::App& command, login_options& options)
 {
     command.option_defaults()->group("Connection");
     command
-        .add_option("-u,--user", given.user, "User name; else the URL's, ~/.netrc's, anonymous or (SFTP) $USER")
+        .add_option("-u,--user", options.user, "User name; else the URL's, ~/.netrc's, ssh_config's, your own")
         ->type_name("NAME");
-    command.add_option("--password-file", given.password_file, "File whose first line is the password")
-        ->type_name("FILE");
-    command.add_option("--netrc-file", given.netrc_file, "File with logins of hosts")
+    add_file(command, "--password-file", options.password_file, "File whose first line is the password");
+    command.add_option("--netrc-file", options.netrc_file, "File with logins of hosts")
         ->type_name("FILE")
         ->capture_default_str();
-    command.add_option("--tls", given.tls, "FTP: none, opportunistic or strict")
+    command.add_option("--tls", options.tls, "FTP: none, opportunistic or strict")
         ->check(CLI::IsMember({"none", "opportunistic", "strict"}).description(""))
         ->type_name("MODE")
         ->capture_default_str();
-    command
-        .add_option("--cacert", given.certificate_authorities,
-                    "FTP: certificate authorities to trust (PEM); else the system's")
-        ->type_name("FILE");
-    command.add_flag("--active", given.active, "FTP: the server opens the data connections");
-    command.add_flag("--proxy", given.proxy, "Go through the HTTP proxy that http_proxy or https_proxy names");
-    command.add_option("--key", given.key, "SFTP: private key; else a password, else a key of ~/.ssh")
-        ->type_name("FILE");
-    command.add_option("--public-key", given.public_key, "SFTP: public key; else KEY.pub where there is one")
-        ->type_name("FILE");
-    command
-        .add_option("--pass-phrase-file", given.pass_phrase_file,
-                    "SFTP: file whose first line opens the private key")
-        ->type_name("FILE");
-    command.add_option("--host-key", given.host_key, "SFTP: strict, accept-new or off")
-        ->check(CLI::IsMember({"strict", "accept-new", "off"}).description(""))
-        ->type_name("CHECK")
-        ->capture_default_str();
-    command.add_option("--known-hosts", given.known_hosts, "SFTP: the file of known host keys")
-        ->type_name("FILE")
-        ->capture_default_str();
-    add_seconds(command, "--connect-timeout", given.connect_timeout, "Time for connecting");
-    command.add_option("--stall-timeout", given.stall_timeout, "Time without data; 0 for no limit")
-        ->type_name("SECONDS")
-        ->capture_default_str();
-    add_seconds(command, "--timeout", given.timeout, "Time for each request as a whole; 0 for no limit");
+    add_file(command, "--cacert", options.certificate_authorities,
+             "FTP: certificate authorities to trust (PEM); else the system's");
+    command.add_flag("--active", options.active, "FTP: active mode; the server opens the data connections");
+    command.add_flag("--proxy", options.proxy, "Use the proxy that http_proxy or https_proxy names");
+    add_ssh_options(command, options);
+    add_seconds(command, "--connect-timeout", options.connect_timeout, "Time to connect");
+    add_seconds(command, "--stall-timeout", options.stall_timeout, "Time without data; 0: no limit");
+    add_seconds(command, "--timeout", options.timeout, "Time for each request as a whole; 0: no limit");
     command.option_defaults()->group("Options");
 }
 
-bool is_url(const std::string& word)
+void hide_passwords(std::span<char*> arguments)
 {
-    const auto end = word.find("://");
-    return end != std::string::npos && end > 0 && word.find('/') > end;
+    for (char* const argument : arguments) {
+        const std::string word = argument;
+        std::string password;
+        try {
+            password = is_url(word) ? url::parse(word).password : "";
+        } catch (const InvalidUrl&) {
+            password = password_in(word);
+        }
+        if (!password.empty()) {
+            const std::string_view written = password_in(word);
+            mask_secret(password);
+            mask_secret(written);
+            std::fill_n(argument + (written.data() - word.data()), written.size(), '*');
+        }
+    }
 }
 
-url parse_urls(const std::vector<std::string>& words, std::vector<std::string>& paths, const settings& how)
+std::vector<url> parse_urls(const std::vector<std::string>& words)
 {
-    url first;
+    std::vector<url> urls;
     for (const std::string& word : words) {
-        secret(written_password(word));
-        const url one = url::parse(word);
-        if (!secret(one.password).empty() && first.password.empty()) {
-            note(how, "Warning: others on this computer can see a password that is part of a URL.");
-        }
-        if (paths.empty()) {
-            first = one;
-        } else if (one.server() != first.server() || one.user != first.user) {
+        urls.push_back(url::parse(word));
+        if (urls.back().server() != urls.front().server() || urls.back().user != urls.front().user) {
             throw usage_error("All URLs must be of the same server and user.");
         }
-        paths.push_back(one.path);
     }
-    return first;
+    return urls;
 }
 
-session open(const url& where, const login_options& given, const settings& how)
+login::login(const url& server, const login_options& options, const settings& settings)
+    : server_(server), options_(connection_options(options))
 {
-    options wanted = connection_options(given, how);
-    find_user_and_password(wanted, where, given, how);
-    bool default_key = false;
-    if (where.sftp && !given.key.empty()) {
-        use_key(wanted, expand_home(given.key), given, true);
-    } else if (!wanted.password) {
-        default_key = where.sftp && use_default_key(wanted, given);
-        wanted.password = default_key ? std::nullopt : ask_password(wanted, where);
-        if (!default_key && !wanted.password) {
-            throw no_secret("There is no password for " + wanted.user + "@" + where.host +
-                            ": give one in --password-file, QRFTP_PASSWORD or ~/.netrc, or at a terminal.");
-        }
+    const credentials found = find_credentials(server, options, settings);
+    options_.user = found.user;
+    options_.password = found.password;
+    subject_ = (found.user.empty() ? "" : found.user + "@") + server.host;
+    dialogue_ = std::make_shared<login_dialogue>(subject_, found.password);
+    use_dialogue(options_, dialogue_, settings);
+    if (server.scheme == url_scheme::sftp) {
+        use_keys(options_, options);
     }
-    try {
-        return {where, wanted};
-    } catch (const error::LoginRefused&) {
-        wanted.private_key.clear();
-        wanted.password = default_key ? ask_password(wanted, where) : std::nullopt;
-        if (!wanted.password) {
-            throw;
-        }
+}
+
+session login::open() const
+try {
+    session_options options = options_;
+    options.stop = interrupt_token();
+    return session(server_, std::move(options));
+} catch (const LoginRefused& refused) {
+    if (!dialogue_->lacks_terminal()) {
+        throw;
     }
-    return {where, wanted};
+    throw no_secret(
+        fmt::format("{} There is no terminal to ask for a password or pass phrase for {}; give it by "
+                    "--password-file, --pass-phrase-file, {}, {} or ~/.netrc.",
+                    refused.what(), subject_, password_variable, pass_phrase_variable));
 }
 
 } // namespace qrftp::cli

@@ -2,8 +2,10 @@
 
 #include "settings.hpp"
 
-#include <qrftp/client.hpp>
+#include <qrftp/session.hpp>
 
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,8 @@ class App;
 }
 
 namespace qrftp::cli {
+
+class login_dialogue;
 
 /// What the command line says about reaching the server, besides the URL.
 struct login_options {
@@ -22,28 +26,43 @@ struct login_options {
     std::string certificate_authorities;
     bool active = false;
     bool proxy = false;
-    std::string key;
-    std::string public_key;
+    std::vector<std::string> keys;
     std::string pass_phrase_file;
+    bool no_agent = false;
+    bool identities_only = false;
+    std::string ssh_config;
     std::string host_key = "accept-new";
-    std::string known_hosts = "~/.ssh/known_hosts";
+    std::string known_hosts;
     double connect_timeout = 30;
-    unsigned stall_timeout = 60;
+    double stall_timeout = 60;
     double timeout = 0;
 };
 
 /// Adds the options above, with their help texts, to a command.
-void add_login_options(CLI::App& command, login_options& given);
+void add_login_options(CLI::App& command, login_options& options);
 
-/// Whether `word` is meant as a URL: it has a scheme and "://".
-bool is_url(const std::string& word);
+/// Makes the passwords of URLs in the process's arguments asterisks, so that no list of processes shows them,
+/// and masks them in traces.
+void hide_passwords(std::span<char*> arguments);
 
-/// Takes URLs apart that must be of one server and one user: the first one with the others' paths, in their
-/// order, in `paths`. Their passwords are secrets from here on. Throws `usage_error`, `error::InvalidUrl`.
-url parse_urls(const std::vector<std::string>& words, std::vector<std::string>& paths, const settings& how);
+/// Takes URLs apart that must be of one server and one user. Throws `usage_error`, `InvalidUrl`.
+std::vector<url> parse_urls(const std::vector<std::string>& words);
 
-/// Finds the password or the key, asks at the terminal where it must, and logs in. Throws `no_secret`, what
-/// `session` throws and the local file layer's errors.
-session open(const url& where, const login_options& given, const settings& how);
+/// A way to one server, which may be gone several times.
+class login {
+public:
+    /// Reads files and the environment for user names, passwords and keys. Throws `LocalFileError`.
+    login(const url& server, const login_options& options, const settings& settings);
+
+    /// Connects, asking at the terminal where it must. Throws `no_secret` and what the session's constructor
+    /// throws.
+    [[nodiscard]] session open() const;
+
+private:
+    url server_;
+    session_options options_;
+    std::shared_ptr<login_dialogue> dialogue_;
+    std::string subject_;
+};
 
 } // namespace qrftp::cli

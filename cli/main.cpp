@@ -1,51 +1,64 @@
 #include "exit_status.hpp"
 #include "help.hpp"
 #include "interrupt.hpp"
+#include "login.hpp"
 #include "output.hpp"
 #include "subcommands.hpp"
+
+#include <qrftp/trace.hpp>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <fmt/format.h>
 
+#include <algorithm>
 #include <clocale>
-#include <iostream>
+#include <span>
+#include <sstream>
 
 using namespace qrftp::cli;
 
 namespace {
 
 /// Of an error on the command line.
-[[noreturn]] void refuse(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
+[[noreturn]] void refuse(const CLI::App& app, const CLI::ParseError& error,
+                         const std::vector<std::string>& arguments)
 {
     const auto named = app.get_subcommands();
     std::string sentence = error.what();
-    if (named.empty() && argc > 1 && *argv[1] != '-') {
-        sentence = "There is no subcommand \"" + std::string(argv[1]) + "\"";
+    if (!named.empty() && sentence.starts_with("operands")) {
+        const CLI::Option* const operands = named.front()->get_option("operands");
+        sentence = fmt::format("\"{}\" needs {}", named.front()->get_name(), operands->get_type_name());
     }
-    throw usage_error(sentence + (sentence.ends_with('.') ? "" : ".") + " \"qrftp " +
-                      (named.empty() ? "" : named.front()->get_name() + " ") + "--help\" tells what there is.");
+    if (named.empty() && !arguments.empty() && !arguments.front().starts_with('-')) {
+        sentence = fmt::format("There is no subcommand \"{}\"", arguments.front());
+    }
+    throw usage_error(fmt::format("{}{} See \"qrftp {}--help\".", sentence, sentence.ends_with('.') ? "" : ".",
+                                  named.empty() ? "" : named.front()->get_name() + " "));
 }
 
-int run(int argc, char** argv)
+int run(const std::vector<std::string>& arguments)
 {
     CLI::App app("Lists, fetches, sends and changes files over FTP, FTPS and SFTP.", "qrftp");
     app.require_subcommand(1);
-    app.set_version_flag("--version", version_text(), "Print the versions and end");
+    app.set_version_flag("--version", version_text(), "Show the versions");
     set_up_help(app);
-    command_line given;
-    add_subcommands(app, given);
+    command_line line;
+    add_subcommands(app, line);
     app.footer(help_footer());
     try {
-        app.parse(argc, argv);
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend())); // CLI11's order
     } catch (const CLI::Success& asked) {
-        app.exit(asked);
+        std::ostringstream text;
+        app.exit(asked, text, text);
+        print(text.str());
         flush_output();
         return success;
     } catch (const CLI::ParseError& error) {
-        refuse(app, error, argc, argv);
+        refuse(app, error, arguments);
     }
-    return given.run();
+    return line.run();
 }
 
 } // namespace
@@ -54,7 +67,10 @@ int main(int argc, char** argv)
 try {
     (void)std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): one thread
     install_interrupt_handlers();
-    return run(argc, argv);
+    const std::span<char*> words(argv, static_cast<std::size_t>(argc));
+    const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
+    hide_passwords(words);
+    return run(arguments);
 } catch (const std::exception& error) {
     report(error);
     return status_of(error);

@@ -1,14 +1,15 @@
 #include "progress_display.hpp"
 
-#include "columns.hpp"
-#include "output.hpp"
+#include "format.hpp"
+#include "table.hpp"
+
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <iomanip>
-#include <iostream>
-#include <sstream>
+#include <cstdio>
 
 #include <unistd.h>
 
@@ -29,27 +30,19 @@ std::string time_left(const progress& now)
     if (now.total < now.bytes || now.rate < 1) {
         return "-:--";
     }
-    const auto seconds = std::llround(static_cast<double>(now.total - now.bytes) / now.rate);
-    std::ostringstream text;
-    text << std::setfill('0');
-    if (seconds >= 3600) {
-        text << seconds / 3600 << ':' << std::setw(2);
-    }
-    text << seconds / 60 % 60 << ':' << std::setw(2) << seconds % 60;
-    return text.str();
+    const double seconds = static_cast<double>(now.total - now.bytes) / now.rate;
+    return clock_time(std::chrono::seconds(std::llround(std::min(seconds, 1e9))));
 }
 
 std::string figures(const progress& now)
 {
-    std::ostringstream text;
-    text << std::setw(11) << readable(static_cast<double>(now.bytes)) << std::setw(13)
-         << readable(now.rate) + "/s";
-    if (now.total > 0) {
-        const double share = static_cast<double>(now.bytes) / static_cast<double>(now.total);
-        text << std::setw(4) << std::lround(std::floor(100 * std::min(share, 1.0))) << '%' << std::setw(9)
-             << time_left(now) << " left";
+    const std::string amounts =
+        fmt::format("{:>11}{:>13}", human_size(static_cast<double>(now.bytes)), human_size(now.rate) + "/s");
+    if (now.total == 0) {
+        return amounts;
     }
-    return text.str();
+    const double share = std::min(static_cast<double>(now.bytes) / static_cast<double>(now.total), 1.0);
+    return amounts + fmt::format("{:>4}%{:>9} left", static_cast<int>(100 * share), time_left(now));
 }
 
 std::string line_of(const std::string& name, const progress& now, std::size_t width)
@@ -58,23 +51,10 @@ std::string line_of(const std::string& name, const progress& now, std::size_t wi
     const std::size_t room = std::max(std::min(width, shortest_name), width - std::min(width, numbers.size()));
     std::string text = shorten(name, room);
     numbers.resize(std::min(numbers.size(), width - room));
-    return text.append(room - columns(text), ' ') + numbers;
+    return text.append(room - text_width(text), ' ') + numbers;
 }
 
 } // namespace
-
-std::string readable(double bytes)
-{
-    static constexpr std::array units{"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
-    std::size_t unit = 0;
-    while (bytes >= 1024 && unit + 1 < units.size()) {
-        bytes /= 1024;
-        ++unit;
-    }
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << bytes << ' ' << units.at(unit);
-    return text.str();
-}
 
 progress_display::progress_display(bool visible) : visible_(visible)
 {
@@ -90,9 +70,9 @@ void progress_display::show(const tree_progress& now)
     if (!visible_) {
         return;
     }
-    files_[now.job] = {printable(now.path), now.file};
+    files_[now.job] = {escape(now.path), now.file};
     if (is_due()) {
-        const row total{std::to_string(now.files_done) + '/' + std::to_string(now.files) + " files", now.all};
+        const row total{fmt::format("{}/{} files", now.files_done, now.files), now.all};
         draw(rows(now.files > 1 ? &total : nullptr));
     }
     if (now.files_done != files_done_) {
@@ -106,7 +86,7 @@ void progress_display::show(const std::string& name, const progress& now)
     if (!visible_) {
         return;
     }
-    files_ = {{0, {printable(name), now}}};
+    files_ = {{0, {escape(name), now}}};
     if (is_due()) {
         draw(rows(nullptr));
     }
@@ -154,13 +134,13 @@ void progress_display::draw(const std::vector<row>& all)
     const std::size_t width = terminal_size::of(STDERR_FILENO).columns - 1;
     std::string text = "\r";
     if (drawn_ > 1) {
-        text += "\x1b[" + std::to_string(drawn_ - 1) + 'A';
+        text += fmt::format("\x1b[{}A", drawn_ - 1);
     }
     for (const row& one : all) {
         text += (&one == &all.front() ? "" : "\r\n") + line_of(one.name, one.amount, width) + "\x1b[K";
     }
     text += "\x1b[J";
-    std::cerr << text << std::flush;
+    (void)std::fputs(text.c_str(), stderr);
     drawn_ = all.size();
 }
 

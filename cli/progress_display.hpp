@@ -49,7 +49,4 @@ private:
     std::size_t files_done_ = 0;
 };
 
-/// A count of bytes as people read it: "64.0 MiB".
-std::string readable(double bytes);
-
 } // namespace qrftp::cli

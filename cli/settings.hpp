@@ -4,15 +4,15 @@
 
 namespace qrftp::cli {
 
-/// How the command speaks to whoever runs it; the same for every subcommand.
+/// How the command talks to its user; the same for every subcommand.
 struct settings {
     bool json = false;     ///< one JSON object a line on standard output
     bool quiet = false;    ///< no progress, no notes; errors only
-    bool human = false;    ///< sizes as people read them
+    bool human = false;    ///< sizes with units
     bool colour = false;   ///< standard output is a terminal that shows colours
-    bool progress = false; ///< standard error is a terminal, and nobody asked for quiet
+    bool progress = false; ///< standard error is a terminal, and progress is wanted
     bool dry_run = false;  ///< says what would be done, does nothing
-    bool verbose = false;  ///< the dialogue with the server, and every file that is moved, are shown
+    int verbose = 0; ///< 1: the dialogue with the server and every file that is moved; 2: also the libraries
 };
 
 /// The command line, or a line of a batch or of the shell, cannot be understood; the text says why.
@@ -22,6 +22,11 @@ struct usage_error : std::runtime_error {
 
 /// Some of several things failed; each has been reported already.
 struct some_failed : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// A secret is needed, no source has it, and there is no terminal to ask at.
+struct no_secret : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 

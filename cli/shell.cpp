@@ -1,13 +1,19 @@
-#include "columns.hpp"
-#include "commands.hpp"
+#include "shell.hpp"
+
 #include "exit_status.hpp"
 #include "interrupt.hpp"
 #include "line_editor.hpp"
 #include "output.hpp"
-#include "run_batch.hpp"
 #include "shell_commands.hpp"
+#include "table.hpp"
+#include "terminal.hpp"
 
-#include <iostream>
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
 
 #include <unistd.h>
 
@@ -17,63 +23,75 @@ namespace {
 
 std::string prompt(const shell_state& state)
 {
-    const std::string place = printable(state.remote.location().host + ':' + state.remote.working_folder());
+    const std::string place = escape(state.remote.location().host + ':' + state.remote.working_folder());
     return shorten(place, terminal_size::of(STDOUT_FILENO).columns / 2) + "> ";
 }
+
+/// Takes the "-" off that a line begins with: its failure is to be ignored.
+bool take_dash(std::string& line)
+{
+    const std::size_t start = line.find_first_not_of(" \t");
+    if (start == std::string::npos || line[start] != '-') {
+        return false;
+    }
+    line.erase(0, start + 1);
+    return true;
+}
+
+int interrupted_status()
+{
+    return 128 + interrupting_signal();
+}
+
+} // namespace
 
 int converse(shell_state& state)
 {
     line_editor editor(state);
-    while (!state.ended) {
-        const auto line = editor.read(prompt(state));
+    while (!state.has_ended) {
+        std::optional<std::string> line = editor.read(prompt(state));
         if (!line) {
-            return interrupted() ? 128 + interrupting_signal() : success;
+            return interrupted() ? interrupted_status() : success;
         }
-        reset_interrupt();
+        take_dash(*line);
         try {
             run_line(state, *line);
         } catch (const std::exception& error) {
             report(error);
         }
-        std::cout.clear(); // An output that failed has been reported.
+        std::clearerr(stdout); // An output that failed has been reported.
+        if (interrupted() && interrupting_signal() != SIGINT) {
+            return interrupted_status();
+        }
+        state.forget_interrupt();
     }
     return success;
 }
 
-} // namespace
-
-int shell(session& remote, const settings& how)
+int run_batch(shell_state& state, int descriptor)
 {
-    shell_state state{remote, how, {}, {}, {}};
-    if (isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0) {
-        return converse(state);
-    }
-    int status = success;
-    for (std::string line; !state.ended && !interrupted() && std::cout && std::getline(std::cin, line);) {
+    for (std::size_t number = 1; !state.has_ended; ++number) {
+        std::optional<std::string> line = read_line(descriptor);
+        if (!line) {
+            break;
+        }
+        const bool ignores_failure = take_dash(*line);
         try {
-            run_line(state, line);
+            run_line(state, *line);
         } catch (const std::exception& error) {
-            status = status_of(error);
-            report(error);
+            print_error(fmt::format("Line {}: {}", number, sentence_of(error)));
+            if (!ignores_failure || interrupted()) {
+                return status_of(error);
+            }
         }
     }
-    return interrupted() ? 128 + interrupting_signal() : status;
+    return interrupted() ? interrupted_status() : success;
 }
 
-int run_batch(session& remote, std::istream& input, const settings& how)
+int shell(shell_state& state)
 {
-    shell_state state{remote, how, {}, {}, {}};
-    std::string line;
-    for (std::size_t number = 1; !state.ended && !interrupted() && std::getline(input, line); ++number) {
-        try {
-            run_line(state, line);
-        } catch (const std::exception& error) {
-            std::cout.flush();
-            std::cerr << "qrftp: Line " << number << ": " << sentence_of(error) << '\n';
-            return status_of(error);
-        }
-    }
-    return interrupted() ? 128 + interrupting_signal() : success;
+    const bool is_terminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+    return is_terminal ? converse(state) : run_batch(state, STDIN_FILENO);
 }
 
 } // namespace qrftp::cli

@@ -2,11 +2,13 @@
 
 #include "complete.hpp"
 #include "settings.hpp"
+#include "tokenize.hpp"
 
-#include <qrftp/client.hpp>
+#include <qrftp/session.hpp>
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,24 +19,40 @@ namespace qrftp::cli {
 /// What one shell knows from one line to the next.
 struct shell_state {
     session& remote;
-    const settings& how;
-    remote_names names;                      ///< for completion
-    std::string last_folder;                 ///< where "cd -" goes; empty at first
-    std::filesystem::path last_local_folder; ///< where "lcd -" goes; empty at first
-    bool ended = false;
+    const settings& options;
+    std::function<session()> connect;          ///< logs in once more
+    remote_names names{};                      ///< for completion
+    std::string last_folder{};                 ///< where "cd -" goes; empty at first
+    std::filesystem::path last_local_folder{}; ///< where "lcd -" goes; empty at first
+    bool has_ended = false;
+    bool is_cancelled = false; ///< an interrupt has ended `remote` for good
+
+    /// Lets the shell continue after an interrupt.
+    void forget_interrupt();
+    /// Replaces a session that an interrupt has ended by one in the same folder. Throws what logging in throws.
+    void renew_session();
 };
 
-/// The words of a line behind the name of the command.
+/// The words of a line after the name of the command.
 struct shell_arguments {
     std::string options; ///< their letters
-    std::vector<std::string> operands;
+    std::vector<token> operands;
 
-    bool has(char option) const { return options.find(option) != std::string::npos; }
+    [[nodiscard]] bool has(char option) const { return options.find(option) != std::string::npos; }
     /// The operand at `place`; empty where there are fewer.
-    std::string at(std::size_t place) const
+    [[nodiscard]] std::string text(std::size_t place) const
     {
-        return place < operands.size() ? operands[place] : std::string();
+        return place < operands.size() ? operands[place].text : std::string();
     }
+    [[nodiscard]] std::vector<std::string> texts() const;
+    [[nodiscard]] std::vector<std::string> patterns() const;
+};
+
+/// What a command does to the server.
+enum class shell_effect {
+    none, ///< nothing is sent
+    reads,
+    changes,
 };
 
 struct shell_command {
@@ -49,8 +67,8 @@ struct shell_command {
     std::string_view operands;
     std::size_t least; ///< operands
     std::size_t most;
-    bool changes; ///< what is on the server may be different afterwards
-    void (*run)(shell_state& state, const shell_arguments& given);
+    shell_effect effect;
+    void (*run)(shell_state& state, const shell_arguments& arguments);
 };
 
 /// All commands of the shell, in the order of their names.

@@ -1,309 +1,361 @@
 #include "subcommands.hpp"
 
 #include "commands.hpp"
+#include "environment.hpp"
 #include "exit_status.hpp"
 #include "output.hpp"
-#include "password.hpp"
-#include "run_batch.hpp"
+#include "shell.hpp"
+#include "shell_commands.hpp"
 
-#include <zorbel/io/common/file/FileSystem.hpp>
-#include <zorbel/io/ftp/core/logger.hpp>
+#include <qrftp/trace.hpp>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
 
-#include <iostream>
+#include <cerrno>
 #include <map>
-#include <sstream>
+#include <system_error>
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace qrftp::cli {
 
-using zorbel::io::common::file::read_whole_file;
-
 namespace {
 
 using words = std::vector<std::string>;
+constexpr int any_number = CLI::detail::expected_max_vector_size;
 
 const std::map<std::string, std::uint64_t> rate_units{
     {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}};
 
-void settle(command_line& given)
+/// Settles what depends on the terminal and the environment.
+void resolve_settings(command_line& line)
 {
+    settings& options = line.options;
     const bool plain =
         !environment("NO_COLOR").value_or("").empty() || environment("TERM").value_or("") == "dumb";
-    given.how.colour =
-        given.colour == "always" || (given.colour == "auto" && !plain && isatty(STDOUT_FILENO) != 0);
-    given.how.progress = isatty(STDERR_FILENO) != 0 && !given.how.quiet && !given.how.verbose;
-    if (given.how.verbose) {
-        namespace core = zorbel::io::ftp::core;
-        core::getLogger().enable_levels(core::level::message | core::level::info);
+    options.colour = line.colour == "always" || (line.colour == "auto" && !plain && isatty(STDOUT_FILENO) != 0);
+    options.progress = isatty(STDERR_FILENO) != 0 && !options.quiet && options.verbose == 0;
+    if (options.verbose > 0) {
+        set_trace(options.verbose == 1 ? trace_level::dialogue : trace_level::debug);
     }
 }
 
-/// Logs in where the URLs point to, and hands their paths to `act`.
-void with_urls(command_line& given, const words& urls, const std::function<void(session&, const words&)>& act)
+words paths_of(const std::vector<url>& urls)
 {
-    settle(given);
     words paths;
-    const url where = parse_urls(urls, paths, given.how);
-    session remote = open(where, given.login, given.how);
-    act(remote, paths);
+    for (const url& one : urls) {
+        paths.push_back(one.path);
+    }
+    return paths;
 }
 
-CLI::App& add(CLI::App& app, command_line& given, const char* name, const char* help, std::function<int()> run)
+words patterns_of(const std::vector<url>& urls)
+{
+    words patterns;
+    for (const url& one : urls) {
+        patterns.push_back(one.pattern);
+    }
+    return patterns;
+}
+
+/// Logs in where the URLs point to, and hands them to `act`.
+void with_urls(command_line& line, const words& texts,
+               const std::function<void(session&, const std::vector<url>&)>& act)
+{
+    resolve_settings(line);
+    const std::vector<url> urls = parse_urls(texts);
+    session remote = login(urls.front(), line.login, line.options).open();
+    act(remote, urls);
+}
+
+CLI::App& add(CLI::App& app, command_line& line, const char* name, const char* help, std::function<int()> run)
 {
     CLI::App& command = *app.add_subcommand(name, help);
-    command.callback([&given, run = std::move(run)] { given.run = run; });
+    command.callback([&line, run = std::move(run)] { line.run = run; });
     command.option_defaults()->group("Output");
-    command.add_flag("--json", given.how.json, "One JSON object a line");
-    command.add_flag("-h,--human", given.how.human, "Sizes as people read them");
-    command.add_option("--colour,--color", given.colour, "Colours: auto (at a terminal), always or never")
+    command.add_flag("--json", line.options.json, "One JSON object a line");
+    command.add_flag("-h,--human", line.options.human, "Sizes with units");
+    command.add_option("--colour,--color", line.colour, "Colours: auto (at a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("WHEN")
         ->capture_default_str();
-    command.add_flag("-q,--quiet", given.how.quiet, "No progress and no notes");
-    command.add_flag("-v,--verbose", given.how.verbose, "The dialogue with the server, and what is done");
+    command.add_flag("-q,--quiet", line.options.quiet, "No progress and no notes");
+    command.add_flag("-v,--verbose", line.options.verbose,
+                     "The dialogue with the server, and what is done; -vv: also what the libraries say");
     command.option_defaults()->group("Options");
-    add_login_options(command, given.login);
+    add_login_options(command, line.login);
     return command;
 }
 
-/// A subcommand that takes one or several URLs and hands their paths to `act`.
-CLI::App& add_for_urls(CLI::App& app, command_line& given, const char* name, const char* help, bool several,
-                       std::function<void(session&, const words&)> act)
+/// The operands of a subcommand, which its help shows as `shown`. CLI11 takes no blanks and dots in names.
+void add_operands(CLI::App& command, command_line& line, const char* shown, const char* help, int least,
+                  int most)
 {
-    CLI::App& command = add(app, given, name, help, [&given, act = std::move(act)] {
-        with_urls(given, given.words, act);
+    command.add_option("operands", line.words, help)->required()->expected(least, most)->type_name(shown);
+}
+
+/// A subcommand that takes one or several URLs and hands them to `act`.
+CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, const char* help, bool several,
+                       std::function<void(session&, const std::vector<url>&)> act)
+{
+    CLI::App& command = add(app, line, name, help, [&line, act = std::move(act)] {
+        with_urls(line, line.words, act);
         return success;
     });
-    command
-        .add_option(several ? "URL..." : "URL", given.words,
-                    several ? "Remote paths, all on one server" : "Remote path")
-        ->required()
-        ->expected(1, several ? CLI::detail::expected_max_vector_size : 1);
+    add_operands(command, line, several ? "URL..." : "URL",
+                 several ? "Remote paths, all on one server" : "Remote path", 1, several ? any_number : 1);
     return command;
 }
 
-void add_dry_run(CLI::App& command, command_line& given)
+void add_dry_run(CLI::App& command, command_line& line)
 {
-    command.add_flag("--dry-run", given.how.dry_run, "Say what would be done, do nothing");
+    command.add_flag("--dry-run", line.options.dry_run, "Print what would be done, do nothing");
 }
 
-void add_transfer_options(CLI::App& command, command_line& given)
+void add_patterns(CLI::App& command, const char* name, words& patterns, const char* help)
 {
-    sync_options& how = given.transfer;
+    command.add_option(name, patterns, help)->type_name("GLOB")->allow_extra_args(false);
+}
+
+void add_transfer_options(CLI::App& command, command_line& line)
+{
+    sync_options& options = line.transfer;
     command.option_defaults()->group("Transfer");
-    add_dry_run(command, given);
-    command.add_option("-j,--jobs", how.jobs, "Connections that work on a folder side by side")
+    add_dry_run(command, line);
+    command.add_option("-j,--jobs", options.jobs, "Connections to use side by side; else as many as help")
         ->check(CLI::Range(1, 64).description(""))
-        ->type_name("N")
-        ->capture_default_str();
-    command.add_option("--include", how.include, "In folders, only files that match; may be repeated")
-        ->type_name("GLOB")
-        ->allow_extra_args(false);
-    command.add_option("--exclude", how.exclude, "In folders, nothing that matches; may be repeated")
-        ->type_name("GLOB")
-        ->allow_extra_args(false);
-    command.add_flag("--in-place", how.transfer.in_place, "Write to the target itself, not beside it");
-    command.add_flag("-c,--resume", how.transfer.resume, "Complete what an earlier transfer left in place");
-    command.add_flag("--no-replace", given.no_replace, "Refuse targets that exist");
-    command
-        .add_option("--limit-rate", how.transfer.rate_limit, "Bytes per second of each connection; 0: no limit")
+        ->type_name("N");
+    add_patterns(command, "--include", options.include, "In folders, only files that match; may be repeated");
+    add_patterns(command, "--exclude", options.exclude, "In folders, nothing that matches; may be repeated");
+    command.add_flag("--in-place", options.transfer.in_place,
+                     "Write to the target itself, not to a temporary name");
+    command.add_flag("-c,--resume", options.transfer.resume, "Complete what an earlier transfer left in place");
+    command.add_flag("--no-replace", line.no_replace, "Refuse targets that exist");
+    command.add_option("--limit-rate", options.transfer.rate_limit, "Bytes per second; 0: no limit")
         ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
         ->type_name("N[k|M|G]")
         ->capture_default_str();
-    command.add_flag("--follow-links", how.follow_links,
-                     "In folders, follow symbolic links, not pass them over");
-    command.add_flag("--keep-going", how.keep_going, "In folders, go on behind a failure");
+    command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
+    command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
     command.option_defaults()->group("Options");
 }
 
-void add_looks(CLI::App& app, command_line& given)
+void add_inspecting(CLI::App& app, command_line& line)
 {
-    CLI::App& list = add_for_urls(app, given, "ls", "List folders and files", true,
-                                  [&](session& remote, const words& paths) {
-                                      ls(remote, {paths, given.long_form, given.recursive}, given.how);
-                                  });
-    list.add_flag("-l,--long", given.long_form, "Mode, owner, group, size and time, too");
-    list.add_flag("-R,--recursive", given.recursive, "What is below, too");
-    add_for_urls(app, given, "tree", "Print a folder as a tree", false,
-                 [&](session& remote, const words& paths) {
-                     tree(remote, {paths.front(), given.depth}, given.how);
+    CLI::App& list = add_for_urls(
+        app, line, "ls", "List folders and files", true, [&](session& remote, const std::vector<url>& urls) {
+            ls(remote, {patterns_of(urls), line.long_form, line.recursive}, line.options);
+        });
+    list.add_flag("-l,--long", line.long_form, "Mode, owner, group, size, time and name");
+    list.add_flag("-R,--recursive", line.recursive, "The folders below too");
+    add_for_urls(app, line, "tree", "Print a folder as a tree", false,
+                 [&](session& remote, const std::vector<url>& urls) {
+                     tree(remote, {urls.front().path, line.depth}, line.options);
                  })
-        .add_option("--depth", given.depth, "How many levels; 0 for all")
+        .add_option("--depth", line.depth, "How many levels; 0: all")
         ->type_name("N")
         ->capture_default_str();
-    add_for_urls(app, given, "stat", "Print what is known of files and folders", true,
-                 [&](session& remote, const words& paths) { stat(remote, paths, given.how); });
-    add_for_urls(app, given, "cat", "Print the content of files", true,
-                 [&](session& remote, const words& paths) { cat(remote, paths, given.how); });
-    add_for_urls(app, given, "du", "Print the sizes of folders with all that is in them", true,
-                 [&](session& remote, const words& paths) { du(remote, paths, given.summarize, given.how); })
-        .add_flag("-s,--summarize", given.summarize, "Only the sums of what is named");
-    add_for_urls(app, given, "pwd", "Print the folder that the server reports", false,
-                 [&](session& remote, const words& paths) {
-                     if (!paths.front().empty()) {
-                         remote.change_folder(paths.front());
-                     }
-                     const std::string& folder = remote.working_folder();
-                     json object = json::object();
-                     add_bytes(object, "path", folder);
-                     given.how.json ? print_line(object) : print_line(printable(folder));
-                     flush_output();
+    add_for_urls(
+        app, line, "stat", "Print what is known of files and folders", true,
+        [&](session& remote, const std::vector<url>& urls) { stat(remote, patterns_of(urls), line.options); });
+    add_for_urls(
+        app, line, "cat", "Print the content of files", true,
+        [&](session& remote, const std::vector<url>& urls) { cat(remote, patterns_of(urls), line.options); });
+    add_for_urls(app, line, "du", "Print the sizes of folders with all that is in them", true,
+                 [&](session& remote, const std::vector<url>& urls) {
+                     du(remote, patterns_of(urls), line.summarize, line.options);
+                 })
+        .add_flag("-s,--summarize", line.summarize, "Only the totals of the folders that are named");
+}
+
+/// Goes to the folder of a URL that names one.
+void enter(session& remote, const url& place)
+{
+    if (!place.path.empty()) {
+        remote.change_folder(place.path);
+    }
+}
+
+void add_server_commands(CLI::App& app, command_line& line)
+{
+    add_for_urls(app, line, "pwd", "Print the folder as the server names it", false,
+                 [&](session& remote, const std::vector<url>& urls) {
+                     enter(remote, urls.front());
+                     pwd(remote, line.options);
                  });
-    add_for_urls(app, given, "ping", "Connect, log in, and tell of the server", false,
-                 [&](session& remote, const words& /*paths*/) { ping(remote, given.count, given.how); })
-        .add_option("-c,--count", given.count, "How many round trips, one a second")
+    add_for_urls(app, line, "ping", "Connect, log in, and describe the server", false,
+                 [&](session& remote, const std::vector<url>&) { ping(remote, line.count, line.options); })
+        .add_option("-c,--count", line.count, "How many round trips, one a second")
         ->check(CLI::PositiveNumber.description(""))
         ->type_name("N")
         ->capture_default_str();
 }
 
-int run_mv(command_line& given)
+int run_mv(command_line& line)
 {
-    if (is_url(given.words.back())) {
+    if (is_url(line.words.back())) {
         throw usage_error("The new name is a path on the same server, not a URL.");
     }
-    with_urls(given, {given.words.front()}, [&](session& remote, const words& paths) {
-        const std::string from = paths.front().substr(0, paths.front().find_last_not_of('/') + 1);
-        const std::string& to = given.words.back();
+    with_urls(line, {line.words.front()}, [&](session& remote, const std::vector<url>& urls) {
+        const std::string& whole = urls.front().path;
+        const std::string from = whole.substr(0, whole.find_last_not_of('/') + 1);
+        const std::string& to = line.words.back();
         const std::string beside = to.starts_with('/') ? "" : from.substr(0, from.rfind('/') + 1);
-        mv(remote, from, beside + to, given.replace, given.how);
+        mv(remote, from, beside + to, line.replace, line.options);
     });
     return success;
 }
 
-void add_changes(CLI::App& app, command_line& given)
+void add_modifying(CLI::App& app, command_line& line)
 {
-    CLI::App& remove = add_for_urls(
-        app, given, "rm", "Remove files and folders", true,
-        [&](session& remote, const words& paths) { rm(remote, paths, given.recursive, given.how); });
-    remove.add_flag("-r,--recursive", given.recursive, "Folders, too, with all that is in them");
-    CLI::App& move = add(app, given, "mv", "Rename or move a file or folder", [&] { return run_mv(given); });
-    move.add_option("URL_NEWPATH", given.words, "The new path is absolute, or seen from the old one's folder")
-        ->required()
-        ->expected(2);
-    move.add_flag("-f,--replace", given.replace, "Replace a file that has the new name");
-    CLI::App& make =
-        add_for_urls(app, given, "mkdir", "Make folders", true, [&](session& remote, const words& paths) {
-            mkdir(remote, paths, given.parents, given.how);
-        });
-    make.add_flag("-p,--parents", given.parents, "Folders above, too; one that exists is no error");
-    CLI::App& remove_folder =
-        add_for_urls(app, given, "rmdir", "Remove empty folders", true,
-                     [&](session& remote, const words& paths) { rmdir(remote, paths, given.how); });
+    CLI::App& remove = add_for_urls(app, line, "rm", "Remove files and folders", true,
+                                    [&](session& remote, const std::vector<url>& urls) {
+                                        rm(remote, patterns_of(urls), line.recursive, line.options);
+                                    });
+    remove.add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
+    CLI::App& move = add(app, line, "mv", "Rename or move a file or folder", [&] { return run_mv(line); });
+    add_operands(move, line, "URL NEWPATH", "The new path is absolute, or seen from the old one's folder", 2,
+                 2);
+    move.add_flag("-f,--replace", line.replace, "Replace a file that has the new name");
+    CLI::App& make = add_for_urls(app, line, "mkdir", "Make folders", true,
+                                  [&](session& remote, const std::vector<url>& urls) {
+                                      mkdir(remote, paths_of(urls), line.parents, line.options);
+                                  });
+    make.add_flag("-p,--parents", line.parents, "Those above too; one that exists is no error");
+    CLI::App& remove_folder = add_for_urls(
+        app, line, "rmdir", "Remove empty folders", true,
+        [&](session& remote, const std::vector<url>& urls) { rmdir(remote, paths_of(urls), line.options); });
     for (CLI::App* command : {&remove, &move, &make, &remove_folder}) {
-        add_dry_run(*command, given);
+        add_dry_run(*command, line);
     }
 }
 
-transfer_arguments transfer_of(const command_line& given)
+transfer_arguments transfer_of(const command_line& line)
 {
-    transfer_arguments what;
-    what.recursive = given.recursive;
-    what.tree = given.transfer;
-    what.tree.transfer.replace = !given.no_replace;
-    return what;
+    transfer_arguments arguments;
+    arguments.recursive = line.recursive;
+    arguments.tree = line.transfer;
+    arguments.tree.transfer.replace = !line.no_replace;
+    arguments.tree.transfer.jobs = std::max(line.transfer.jobs, 1U);
+    return arguments;
 }
 
-int run_get(command_line& given)
+int run_get(command_line& line)
 {
-    transfer_arguments what = transfer_of(given);
-    words urls = given.words;
-    if (urls.size() > 1 && !is_url(urls.back())) {
-        what.target = urls.back();
-        urls.pop_back();
+    transfer_arguments arguments = transfer_of(line);
+    words texts = line.words;
+    if (texts.size() > 1 && !is_url(texts.back())) {
+        arguments.target = texts.back();
+        texts.pop_back();
     }
-    with_urls(given, urls, [&](session& remote, const words& paths) {
-        what.sources = paths;
-        get(remote, what, given.how);
+    with_urls(line, texts, [&](session& remote, const std::vector<url>& urls) {
+        arguments.sources = patterns_of(urls);
+        get(remote, arguments, line.options);
     });
     return success;
 }
 
-int run_put(command_line& given)
+int run_put(command_line& line)
 {
-    transfer_arguments what = transfer_of(given);
-    what.sources.assign(given.words.begin(), given.words.end() - 1);
-    with_urls(given, {given.words.back()}, [&](session& remote, const words& paths) {
-        what.target = paths.front();
-        put(remote, what, given.how);
+    transfer_arguments arguments = transfer_of(line);
+    arguments.sources.assign(line.words.begin(), line.words.end() - 1);
+    with_urls(line, {line.words.back()}, [&](session& remote, const std::vector<url>& urls) {
+        arguments.target = urls.front().path;
+        put(remote, arguments, line.options);
     });
     return success;
 }
 
-int run_sync(command_line& given)
+int run_sync(command_line& line)
 {
-    const bool fetches = is_url(given.words.front());
-    if (fetches == is_url(given.words.back())) {
+    const bool fetches = is_url(line.words.front());
+    if (fetches == is_url(line.words.back())) {
         throw usage_error("One of the two folders must be a URL, and the other one local.");
     }
-    sync_arguments what{given.words[fetches ? 1 : 0], "", fetches ? direction::fetch : direction::send,
-                        given.transfer};
-    what.options.transfer.replace = !given.no_replace;
-    what.options.transfer.keep_time = !given.no_keep_time;
-    with_urls(given, {given.words[fetches ? 0 : 1]}, [&](session& remote, const words& paths) {
-        what.remote = paths.front();
-        sync(remote, what, given.how);
+    sync_arguments arguments{line.words[fetches ? 1 : 0], "", fetches ? direction::fetch : direction::send,
+                             line.transfer};
+    arguments.options.transfer.replace = !line.no_replace;
+    arguments.options.transfer.keep_time = !line.no_keep_time;
+    arguments.options.transfer.jobs = std::max(line.transfer.jobs, 1U);
+    with_urls(line, {line.words[fetches ? 0 : 1]}, [&](session& remote, const std::vector<url>& urls) {
+        arguments.remote = urls.front().path;
+        sync(remote, arguments, line.options);
     });
     return success;
 }
 
-int run_shell(command_line& given)
-{
-    const bool file = !given.batch.empty() && given.batch != "-";
-    std::istringstream lines(file ? read_whole_file(given.batch) : "");
-    int status = success;
-    with_urls(given, given.words, [&](session& remote, const words& paths) {
-        if (!paths.front().empty()) {
-            remote.change_folder(paths.front());
+/// A file that is open for reading while this lives.
+class open_file {
+public:
+    explicit open_file(const std::string& name) : descriptor_(::open(name.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        if (descriptor_ < 0) {
+            throw LocalFileError(name, std::error_code(errno, std::generic_category()));
         }
-        std::istream& input = file ? static_cast<std::istream&>(lines) : std::cin;
-        status = given.batch.empty() ? shell(remote, given.how) : run_batch(remote, input, given.how);
-    });
-    return status;
+    }
+    ~open_file() { close(descriptor_); }
+    open_file(const open_file&) = delete;
+    open_file& operator=(const open_file&) = delete;
+
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
+private:
+    int descriptor_;
+};
+
+int run_shell(command_line& line)
+{
+    resolve_settings(line);
+    const bool has_file = !line.batch.empty() && line.batch != "-";
+    const open_file file(has_file ? line.batch : "/dev/null");
+    const url server = parse_urls(line.words).front();
+    const login way(server, line.login, line.options);
+    session remote = way.open();
+    enter(remote, server);
+    shell_state state{.remote = remote, .options = line.options, .connect = [&way] { return way.open(); }};
+    if (line.batch.empty()) {
+        return shell(state);
+    }
+    return run_batch(state, has_file ? file.descriptor() : STDIN_FILENO);
 }
 
-void add_transfers(CLI::App& app, command_line& given)
+void add_transfers(CLI::App& app, command_line& line)
 {
-    constexpr int any_number = CLI::detail::expected_max_vector_size;
-    CLI::App& fetch = add(app, given, "get", "Fetch files and folders", [&] { return run_get(given); });
-    fetch.add_option("URL..._[LOCAL]", given.words, "Remote paths; local file or folder, else here")
-        ->required()
-        ->expected(1, any_number);
-    CLI::App& send = add(app, given, "put", "Send files and folders", [&] { return run_put(given); });
-    send.add_option("LOCAL..._URL", given.words, "Local paths; remote file, or folder to put them in")
-        ->required()
-        ->expected(2, any_number);
+    CLI::App& fetch = add(app, line, "get", "Fetch files and folders", [&] { return run_get(line); });
+    add_operands(fetch, line, "URL... [LOCAL]", "Remote paths; local file or folder, else here", 1, any_number);
+    CLI::App& send = add(app, line, "put", "Send files and folders", [&] { return run_put(line); });
+    add_operands(send, line, "LOCAL... URL", "Local paths; remote file, or folder to put them in", 2,
+                 any_number);
     for (CLI::App* command : {&fetch, &send}) {
-        add_transfer_options(*command, given);
-        command->add_flag("-r,--recursive", given.recursive, "Folders, too, with all that is in them");
-        command->add_flag("-t,--keep-time", given.transfer.transfer.keep_time, "Keep the modification times");
+        add_transfer_options(*command, line);
+        command->add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
+        command->add_flag("-t,--keep-time", line.transfer.transfer.keep_time, "Keep the modification times");
     }
-    CLI::App& both = add(app, given, "sync", "Bring a folder up to date", [&] { return run_sync(given); });
-    both.add_option("SOURCE_DEST", given.words, "Two folders; one of them is a URL")->required()->expected(2);
-    add_transfer_options(both, given);
-    both.add_flag("--delete", given.transfer.remove_extra, "Remove what the source does not have");
-    both.add_flag("--no-keep-time", given.no_keep_time, "Do not keep the modification times");
-    CLI::App& talk = add(app, given, "shell", "Type commands", [&] { return run_shell(given); });
-    talk.add_option("URL", given.words, "Server, and folder to begin in")->required()->expected(1);
-    talk.add_option("--batch", given.batch,
-                    "Run the lines of a file, up to the first that fails; - is the input")
+    CLI::App& both = add(app, line, "sync", "Bring a folder up to date", [&] { return run_sync(line); });
+    add_operands(both, line, "SOURCE DEST", "Two folders; one of them is a URL", 2, 2);
+    add_transfer_options(both, line);
+    both.add_flag("--delete", line.transfer.remove_extra, "Remove what the source does not have");
+    both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
+    CLI::App& talk = add(app, line, "shell", "Type commands", [&] { return run_shell(line); });
+    add_operands(talk, line, "URL", "Server, and folder to begin in", 1, 1);
+    talk.add_option("--batch", line.batch,
+                    "Run the lines of a file up to the first that fails; -: of the input")
         ->type_name("FILE");
 }
 
 } // namespace
 
-void add_subcommands(CLI::App& app, command_line& given)
+void add_subcommands(CLI::App& app, command_line& line)
 {
-    add_looks(app, given);
-    add_transfers(app, given);
-    add_changes(app, given);
+    add_inspecting(app, line);
+    add_server_commands(app, line);
+    add_transfers(app, line);
+    add_modifying(app, line);
 }
 
 } // namespace qrftp::cli

@@ -3,9 +3,8 @@
 #include "login.hpp"
 #include "settings.hpp"
 
-#include <qrftp/client.hpp>
+#include <qrftp/tree.hpp>
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -19,7 +18,7 @@ namespace qrftp::cli {
 /// What the command line says. No subcommand uses all of it.
 struct command_line {
     login_options login;
-    settings how;
+    settings options;
     std::string colour = "auto";
     std::vector<std::string> words; ///< URLs and paths, in their order
 
@@ -38,7 +37,7 @@ struct command_line {
     std::function<int()> run; ///< of the subcommand that was named
 };
 
-/// Adds all subcommands, their options and help texts. Parsing fills `given` in, which must outlive `app`.
-void add_subcommands(CLI::App& app, command_line& given);
+/// Adds all subcommands, their options and help texts. Parsing fills `line` in, which must outlive `app`.
+void add_subcommands(CLI::App& app, command_line& line);
 
 } // namespace qrftp::cli

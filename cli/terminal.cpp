@@ -2,13 +2,11 @@
 
 #include "interrupt.hpp"
 
-#include <qrftp/errors.hpp>
+#include <qrftp/error.hpp>
 
 #include <string_view>
 
-#include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -41,35 +39,15 @@ public:
             write(own_ >= 0 ? own_ : STDERR_FILENO, text.data(), text.size());
     }
 
-    /// Byte by byte: what follows the line belongs to somebody else. A stream would not notice an interrupt.
-    std::string read_line() const
-    {
-        sigset_t held;
-        sigset_t usual;
-        sigemptyset(&held);
-        sigaddset(&held, SIGINT);
-        sigaddset(&held, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &held, &usual); // A signal just before the reading would be lost.
-        pollfd there{descriptor_, POLLIN, 0};
-        std::string line;
-        char byte = 0;
-        while (!interrupted() && ppoll(&there, 1, nullptr, &usual) == 1 && read(descriptor_, &byte, 1) == 1 &&
-               byte != '\n') {
-            line += byte;
-        }
-        pthread_sigmask(SIG_SETMASK, &usual, nullptr);
-        return line;
-    }
-
 private:
     int own_;
     int descriptor_ = -1;
 };
 
 /// Turns the terminal's echo off while it lives.
-class silence {
+class echo_off {
 public:
-    explicit silence(int terminal) : terminal_(terminal), valid_(tcgetattr(terminal, &saved_) == 0)
+    explicit echo_off(int terminal) : terminal_(terminal), valid_(tcgetattr(terminal, &saved_) == 0)
     {
         termios quiet = saved_;
         quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -77,14 +55,14 @@ public:
             tcsetattr(terminal_, TCSAFLUSH, &quiet);
         }
     }
-    ~silence()
+    ~echo_off()
     {
         if (valid_) {
             tcsetattr(terminal_, TCSAFLUSH, &saved_);
         }
     }
-    silence(const silence&) = delete;
-    silence& operator=(const silence&) = delete;
+    echo_off(const echo_off&) = delete;
+    echo_off& operator=(const echo_off&) = delete;
 
 private:
     int terminal_;
@@ -92,42 +70,78 @@ private:
     bool valid_;
 };
 
-std::string answer_to(const terminal& there, const std::string& question)
+std::string read_answer(const terminal& there, const std::string& question)
 {
     there.print(question);
-    std::string answer = there.read_line();
+    const std::optional<std::string> answer = read_line(there.descriptor());
     if (interrupted()) {
         there.print("\n");
-        foundation::core::except::raise<error::Cancelled>(question);
+        throw Cancelled(question);
     }
-    return answer;
+    return answer.value_or("");
 }
 
 } // namespace
 
-std::optional<std::string> ask_secret(const std::string& question)
+std::optional<std::string> read_line(int descriptor)
+{
+    std::string line;
+    char byte = 0;
+    while (wait_readable(descriptor)) {
+        if (read(descriptor, &byte, 1) != 1) {
+            return line.empty() ? std::optional<std::string>() : line;
+        }
+        if (byte == '\n') {
+            return line;
+        }
+        line += byte;
+    }
+    return std::nullopt;
+}
+
+bool has_terminal()
+{
+    return static_cast<bool>(terminal());
+}
+
+void show_at_terminal(const std::string& text)
+{
+    if (const terminal there; there) {
+        there.print(text);
+    }
+}
+
+std::optional<std::string> ask(const std::string& question, bool echo)
 {
     const terminal there;
     if (!there) {
-        return {};
+        return std::nullopt;
+    }
+    if (echo) {
+        return read_answer(there, question);
     }
     std::string answer;
     {
-        const silence quiet(there.descriptor());
-        answer = answer_to(there, question);
+        const echo_off scope(there.descriptor());
+        answer = read_answer(there, question);
     }
     there.print("\n");
-    return answer.empty() ? std::optional<std::string>() : answer;
+    return answer;
+}
+
+std::optional<std::string> ask_secret(const std::string& question)
+{
+    const std::optional<std::string> answer = ask(question, false);
+    return answer && answer->empty() ? std::nullopt : answer;
 }
 
 std::optional<bool> ask_yes_or_no(const std::string& question)
 {
-    const terminal there;
-    if (!there) {
-        return {};
+    const std::optional<std::string> answer = ask(question, true);
+    if (!answer) {
+        return std::nullopt;
     }
-    const std::string answer = answer_to(there, question);
-    return answer.starts_with('y') || answer.starts_with('Y');
+    return answer->starts_with('y') || answer->starts_with('Y');
 }
 
 } // namespace qrftp::cli

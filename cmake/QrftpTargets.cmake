@@ -32,7 +32,7 @@ set(built_as_installed
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 
 # qrftp_library(TARGET INCLUDE DIR… EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header,
-# a version and a soname, its headers installed below one folder that no other package shares. Every one of them
+# a version and a soname, the names that cmake/TARGET.map lets out, its headers installed below one folder that no other package shares. Every one of them
 # compiles alone: all_verify_interface_header_sets builds that (CMAKE_VERIFY_INTERFACE_HEADER_SETS).
 function(qrftp_library target)
     cmake_parse_arguments(arg "" "EXPORT_NAME" "INCLUDE" ${ARGN})
@@ -50,7 +50,10 @@ function(qrftp_library target)
         ${built_as_installed}
         INSTALL_RPATH $ORIGIN
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR})
+        # Below 1.0, each minor version may change the interface.
+        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
+        LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
+    target_link_options(${target} PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/${target}.map")
     add_library(qrftpcore::${arg_EXPORT_NAME} ALIAS ${target})
     if(QRFTP_INSTALL)
         install(TARGETS ${target} EXPORT qrftpcoreTargets

@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* in, std::size_t size)
 inline constexpr auto none = std::string::npos;
 inline void require(bool holds, std::source_location at = std::source_location::current())
 {
-    if (!holds) std::fprintf(stderr, "%s:%u does not hold\n", at.file_name(), at.line()), std::abort();
+    if (!holds)
+        std::fprintf(stderr, "%s:%u does not hold\n", at.file_name(), at.line()), std::abort();
 }
 /// Takes the first line off `rest`, without its line feed.
 inline std::string take_line(std::string_view& rest)

@@ -1,93 +1,131 @@
-#include "names.hpp"
-#include "remote.hpp"
-#include "transfer.hpp"
+#include "protocol.hpp"
+#include "random_reader.hpp"
+#include "refusal.hpp"
+#include "remote_path.hpp"
+#include "session_access.hpp"
+#include "transfer/fetch.hpp"
+#include "transfer/replace.hpp"
+#include "transfer/send.hpp"
+#include "transfer/single_batch.hpp"
+#include "transfer/single_file.hpp"
+#include "transfer/stream_reader.hpp"
+#include "tree/remove.hpp"
 
-#include <foundation/core/except/Exception.hpp>
 #include <qrftp/session.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <utility>
 
 namespace qrftp {
 
-using foundation::core::except::raise;
-
 namespace {
 
-void require(const refusal& refused, remote& server, const std::string& path, expected what)
+/// Makes the answers of the user good for further connections of the session: what was asked once is not asked
+/// again.
+void remember_answers(session_options& options)
 {
-    if (refused) {
-        explain(server, path, what, *refused);
+    if (options.ask_password) {
+        struct memory {
+            std::mutex mutex;
+            std::optional<std::string> password;
+        };
+        options.ask_password = [ask = std::move(options.ask_password),
+                                known = std::make_shared<memory>()](unsigned attempt) {
+            const std::lock_guard lock(known->mutex);
+            if (attempt > 0 || !known->password) {
+                known->password = ask(attempt);
+            }
+            return known->password;
+        };
     }
 }
 
-void list_folder(remote& server, const std::string& path, const std::function<void(entry&&)>& found,
-                 const std::function<void(std::string_view)>& skipped, const std::function<void()>& restart)
+std::vector<std::string> missing_folders(protocol& server, std::string path)
 {
-    const auto ask = [&] {
-        listing_parser parser(server.format(), found, skipped);
-        return server.list(path, parser, restart);
-    };
-    const listing_format format = server.format();
-    refusal refused = ask();
-    if (refused && server.format() != format) {
-        refused = ask();
+    std::vector<std::string> missing;
+    while (path != "/" && !server.find(path)) {
+        missing.push_back(path);
+        path = remote_path::parent(path);
     }
-    require(refused, server, path, expected::folder);
+    return missing;
 }
 
-listing list_all(remote& server, const std::string& path)
+void make_with_parents(protocol& server, const std::string& path)
+{
+    try {
+        server.make_folder(path);
+        return;
+    } catch (const AlreadyExists&) {
+        if (server.is_folder(path)) {
+            return;
+        }
+        throw;
+    } catch (const error& failure) {
+        if (failure.cause() != error_cause::not_found && failure.cause() != error_cause::refused &&
+            failure.cause() != error_cause::permission_denied) {
+            throw;
+        }
+        const auto missing = missing_folders(server, path);
+        if (missing.size() < 2) {
+            throw;
+        }
+        std::for_each(missing.rbegin(), missing.rend(),
+                      [&](const std::string& folder) { server.make_folder(folder); });
+    }
+}
+
+listing list_all(protocol& server, const std::string& path)
 {
     listing result;
-    list_folder(
-        server, path, [&](entry&& found) { result.entries.push_back(std::move(found)); },
-        [&](std::string_view line) { result.skipped.emplace_back(line); }, [&] { result = {}; });
+    server.list(path, {.on_entry = [&](entry&& what) { result.entries.push_back(std::move(what)); },
+                       .on_skipped = [&](std::string_view line) { result.skipped.emplace_back(line); },
+                       .on_restart = [&] { result = {}; }});
     return result;
-}
-
-void make_with_parents(remote& server, const std::string& path)
-{
-    refusal refused = server.make_folder(path);
-    if (!refused || server.is_folder(path)) {
-        return;
-    }
-    const std::string above = names::parent(path);
-    if (!server.find(above)) {
-        make_with_parents(server, above);
-        refused = server.make_folder(path);
-    }
-    require(refused, server, path, expected::nothing);
-}
-
-void remove_with_content(remote& server, const std::string& path, int depth)
-{
-    if (depth > names::deepest) {
-        raise<error::Refused>(path, answer{.words = "its folders lie too deep"});
-    }
-    for (const entry& found : list_all(server, path).entries) {
-        names::check(found.name, "the name");
-        const std::string below = names::join(path, found.name);
-        if (found.kind == entry_kind::folder) {
-            remove_with_content(server, below, depth + 1);
-        } else {
-            require(server.remove_file(below), server, below, expected::file);
-        }
-    }
-    require(server.remove_folder(path), server, path, expected::empty_folder);
 }
 
 } // namespace
 
-session::session(url location, options how) : session(remote::open(std::move(location), std::move(how)))
+struct session::state {
+    url location;
+    session_options options;
+    std::unique_ptr<protocol> server;
+    std::string folder;
+
+    /// The absolute form of `path`, which the protocol can carry.
+    [[nodiscard]] std::string absolute(const std::string& path) const
+    {
+        server->check_name(path);
+        return remote_path::absolute(folder, path);
+    }
+};
+
+protocol& session_access::server(const session& opened)
+{
+    return *opened.opened().server;
+}
+
+const session_options& session_access::options(const session& opened)
+{
+    return opened.opened().options;
+}
+
+session::session(const url& server, session_options options) : state_(std::make_unique<state>())
+{
+    remember_answers(options);
+    state_->location = server;
+    state_->options = std::move(options);
+    state_->server = protocol::open(state_->location, state_->options);
+    state_->folder = state_->server->info().login_folder;
+}
+
+session::session(std::string_view server, session_options options)
+    : session(url::parse(server), std::move(options))
 {
 }
 
-session::session(const std::string& location, options how) : session(url::parse(location), std::move(how))
-{
-}
-
-session::session(std::unique_ptr<remote> opened) : remote_(std::move(opened))
+session::session(std::unique_ptr<state> opened) : state_(std::move(opened))
 {
 }
 
@@ -95,55 +133,73 @@ session::session(session&&) noexcept = default;
 session& session::operator=(session&&) noexcept = default;
 session::~session() = default;
 
-session session::another() const
+session::state& session::opened() const
 {
-    session result(remote_->location(), remote_->how());
-    result.remote_->folder = remote_->folder;
-    return result;
+    if (state_ == nullptr) {
+        throw Closed("session");
+    }
+    return *state_;
+}
+
+void session::close() noexcept
+{
+    state_.reset();
+}
+
+session session::clone() const
+{
+    const state& mine = opened();
+    auto copy = std::make_unique<state>(state{mine.location, mine.options, nullptr, mine.folder});
+    copy->server = protocol::open(copy->location, copy->options);
+    return session(std::move(copy));
 }
 
 const url& session::location() const
 {
-    return remote_->location();
+    return opened().location;
 }
 
-connection_info session::about()
+server_info session::server_info()
 {
+    state& mine = opened();
     const auto began = std::chrono::steady_clock::now();
-    remote_->ping();
-    connection_info result = remote_->info();
-    result.round_trip = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    mine.server->ping();
+    qrftp::server_info result = mine.server->info();
+    result.round_trip = std::chrono::steady_clock::now() - began;
     return result;
 }
 
 const std::string& session::working_folder() const
 {
-    return remote_->folder;
+    return opened().folder;
 }
 
 std::string session::absolute(const std::string& path) const
 {
-    return names::absolute(remote_->folder, path);
+    return opened().absolute(path);
 }
 
 std::string session::change_folder(const std::string& path)
 {
-    const std::string whole = absolute(path);
-    require(remote_->enter(whole), *remote_, whole, expected::folder);
-    return remote_->folder = whole;
+    state& mine = opened();
+    std::string whole = mine.absolute(path);
+    mine.server->enter(whole);
+    return mine.folder = std::move(whole);
 }
 
 std::optional<entry> session::find(const std::string& path)
 {
-    return remote_->find(absolute(path));
+    const state& mine = opened();
+    return mine.server->find(mine.absolute(path));
 }
 
 entry session::stat(const std::string& path)
 {
-    const std::string whole = absolute(path);
-    auto found = remote_->find(whole);
+    const state& mine = opened();
+    const std::string whole = mine.absolute(path);
+    auto found = mine.server->stat(whole);
     if (!found) {
-        raise<error::Missing>(whole);
+        throw NotFound(whole);
     }
     return *std::move(found);
 }
@@ -155,37 +211,42 @@ bool session::exists(const std::string& path)
 
 bool session::is_folder(const std::string& path)
 {
-    return remote_->is_folder(absolute(path));
+    const state& mine = opened();
+    return mine.server->is_folder(mine.absolute(path));
 }
 
 bool session::is_file(const std::string& path)
 {
-    const std::string whole = absolute(path);
-    const auto found = remote_->find(whole);
-    return found && found->kind != entry_kind::folder &&
-           // OpenSSH tells a size of folders, too.
-           (found->kind != entry_kind::link || (remote_->enter(whole) && remote_->size(whole)));
+    const auto found = find(path);
+    if (!found || found->kind == entry_kind::folder) {
+        return false;
+    }
+    return found->kind != entry_kind::link || (!is_folder(path) && file_size(path));
 }
 
 std::optional<std::uint64_t> session::file_size(const std::string& path)
 {
-    return remote_->size(absolute(path));
+    const state& mine = opened();
+    return mine.server->size(mine.absolute(path));
 }
 
 std::optional<timestamp> session::modification_time(const std::string& path)
 {
-    return remote_->modification_time(absolute(path));
+    const state& mine = opened();
+    return mine.server->modification_time(mine.absolute(path));
 }
 
-void session::list(const std::string& path, const std::function<void(entry&&)>& found,
-                   const std::function<void(std::string_view)>& skipped)
+void session::list(const std::string& path, const std::function<void(entry&&)>& on_entry,
+                   const std::function<void(std::string_view)>& on_skipped)
 {
-    list_folder(*remote_, absolute(path), found, skipped, {});
+    const state& mine = opened();
+    mine.server->list(mine.absolute(path), {.on_entry = on_entry, .on_skipped = on_skipped});
 }
 
 listing session::list(const std::string& path, list_order order)
 {
-    listing result = list_all(*remote_, absolute(path));
+    const state& mine = opened();
+    listing result = list_all(*mine.server, mine.absolute(path));
     if (order == list_order::by_name) {
         std::sort(result.entries.begin(), result.entries.end(),
                   [](const entry& left, const entry& right) { return left.name < right.name; });
@@ -195,83 +256,128 @@ listing session::list(const std::string& path, list_order order)
 
 void session::make_folder(const std::string& path, bool parents)
 {
-    const std::string whole = absolute(path);
-    if (parents) {
-        make_with_parents(*remote_, whole);
-    } else {
-        require(remote_->make_folder(whole), *remote_, whole, expected::nothing);
-    }
+    const state& mine = opened();
+    const std::string whole = mine.absolute(path);
+    parents ? make_with_parents(*mine.server, whole) : mine.server->make_folder(whole);
 }
 
 void session::remove_folder(const std::string& path, bool recursive)
 {
-    const std::string whole = absolute(path);
+    const state& mine = opened();
+    const std::string whole = mine.absolute(path);
     if (!recursive) {
-        require(remote_->remove_folder(whole), *remote_, whole, expected::empty_folder);
+        mine.server->remove_folder(whole);
         return;
     }
-    if (whole == "/") {
-        raise<error::Denied>(whole, answer{.words = "nobody means to remove everything"});
+    for (const std::string& kept : {mine.server->info().login_folder, mine.folder}) {
+        if (remote_path::is_or_contains(whole, kept)) {
+            throw PermissionDenied(
+                whole, {.message = "refusing to remove the folder of the login, the working folder, "
+                                   "or one that holds it"});
+        }
     }
-    // Only a listing tells a link to a folder from the folder, whose content would be lost.
-    const auto found = remote_->find_in_parent(whole);
-    if (!found) {
-        raise<error::Missing>(whole);
-    }
-    if (found->kind != entry_kind::folder) {
-        raise<error::NotFolder>(whole);
-    }
-    remove_with_content(*remote_, whole, 0);
+    remove_tree(*mine.server, whole);
 }
 
 void session::remove_file(const std::string& path)
 {
-    const std::string whole = absolute(path);
-    require(remote_->remove_file(whole), *remote_, whole, expected::file);
+    const state& mine = opened();
+    mine.server->remove_file(mine.absolute(path));
 }
 
 void session::rename(const std::string& from, const std::string& to, bool replace)
 {
-    const std::string source = absolute(from);
-    const std::string target = absolute(to);
-    if (const auto there = remote_->find(target)) {
-        if (!replace) {
-            raise<error::Exists>(target);
-        }
-        if (there->kind == entry_kind::folder) {
-            raise<error::IsFolder>(target);
-        }
+    const state& mine = opened();
+    const std::string source = mine.absolute(from);
+    const std::string target = mine.absolute(to);
+    if (const auto there = mine.server->find(target); there && there->kind == entry_kind::folder) {
+        replace ? throw IsFolder(target) : throw AlreadyExists(target);
     }
-    rename_over(*remote_, source, target);
+    replace_file(*mine.server, source, target, replace);
 }
 
 void session::fetch(const std::string& remote_path, const std::filesystem::path& local_path,
-                    const transfer_options& how)
+                    const transfer_options& options)
 {
-    fetch_file(*remote_, absolute(remote_path), local_path, how);
+    const state& mine = opened();
+    fetch_file(*this, mine.absolute(remote_path), local_path, options);
 }
 
-void session::fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& take)
+void session::fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& on_data,
+                    const transfer_options& options)
 {
-    const std::string path = absolute(remote_path);
-    request wanted{.about = path};
-    wanted.take = [&](std::string_view bytes) {
-        if (!take(bytes)) {
-            raise<error::Cancelled>(path);
-        }
-    };
-    require(remote_->fetch(path, wanted), *remote_, path, expected::file);
+    const state& mine = opened();
+    const std::string path = mine.absolute(remote_path);
+    meter progress(path, options, make_rate_limiter(options.rate_limit), mine.options.stop);
+    data_download file(path, on_data, options, progress);
+    single_batch<download> files(file);
+    mine.server->fetch(files);
+}
+
+std::string session::fetch_string(const std::string& remote_path, const transfer_options& options)
+{
+    std::string result;
+    fetch(
+        remote_path,
+        [&](std::string_view bytes) {
+            result += bytes;
+            return true;
+        },
+        options);
+    return result;
+}
+
+remote_file session::open(const std::string& remote_path) const
+{
+    const state& mine = opened();
+    const std::string path = mine.absolute(remote_path);
+    if (auto reader = mine.server->open_reader(path)) {
+        return remote_file(std::move(reader));
+    }
+    const auto there = mine.server->stat(path);
+    if (!there) {
+        throw NotFound(path);
+    }
+    if (there->kind == entry_kind::folder) {
+        throw IsFolder(path);
+    }
+    return remote_file(
+        std::make_unique<stream_reader>(mine.location, mine.options, path, mine.server->size(path)));
 }
 
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,
-                   const transfer_options& how)
+                   const transfer_options& options)
 {
-    send_file(*remote_, local_path, absolute(remote_path), how);
+    const state& mine = opened();
+    send_file(*this, local_path, mine.absolute(remote_path), options);
+}
+
+void session::send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
+                   const transfer_options& options)
+{
+    const state& mine = opened();
+    const std::string target = mine.absolute(remote_path);
+    meter progress(target, options, make_rate_limiter(options.rate_limit), mine.options.stop);
+    data_upload file(read, target, options, progress);
+    single_batch<upload> files(file);
+    mine.server->send(files);
+}
+
+void session::send_string(std::string_view content, const std::string& remote_path,
+                          const transfer_options& options)
+{
+    send(
+        [&](std::span<char> buffer) {
+            const std::size_t count = content.copy(buffer.data(), buffer.size());
+            content.remove_prefix(count);
+            return count;
+        },
+        remote_path, options);
 }
 
 std::string session::system_type()
 {
-    return remote_->system_type();
+    return opened().server->system_type();
 }
 
 } // namespace qrftp

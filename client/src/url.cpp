@@ -1,62 +1,178 @@
-#include <foundation/core/except/Exception.hpp>
-#include <qrftp/errors.hpp>
 #include <qrftp/url.hpp>
 
-#include <boost/algorithm/string/replace.hpp>
-#include <curl/curl.h>
+#include <qrftp/error.hpp>
+#include <qrftp/glob.hpp>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
-#include <memory>
-#include <new>
+#include <optional>
+
+#include <arpa/inet.h>
 
 namespace qrftp {
 
-using foundation::core::except::raise;
-
 namespace {
 
-using handle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
-using text = std::unique_ptr<char, decltype(&curl_free)>;
+constexpr std::string_view digits = "0123456789";
+constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
 
-/// The password of a URL that is shown in an error is nobody's to read, even where the text is no URL.
-std::string without_password(const std::string& whole)
+[[noreturn]] void refuse(std::string_view whole, std::string reason)
 {
-    std::size_t colon = whole.find(':');
-    if (whole.find("://") == colon && colon != std::string::npos) {
-        colon = whole.find(':', colon + 3);
-    }
-    const std::size_t at = whole.rfind('@');
-    if (at == std::string::npos || colon == std::string::npos || colon > at) {
-        return whole;
-    }
-    return whole.substr(0, colon) + ":****" + whole.substr(at);
+    throw InvalidUrl(without_password(whole), std::move(reason));
 }
 
-/// A part that libcurl had no memory for is not one that is not there.
-void check_memory(CURLUcode code)
+bool is_letter(char byte)
 {
-    if (code == CURLUE_OUT_OF_MEMORY) {
-        throw std::bad_alloc();
-    }
+    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
-std::string part(const handle& parsed, CURLUPart which, unsigned flags, const std::string& whole)
+bool is_digit(char byte)
 {
-    char* found = nullptr;
-    const CURLUcode code = curl_url_get(parsed.get(), which, &found, flags);
-    if (code == CURLUE_URLDECODE) {
-        raise<error::InvalidUrl>(without_password(whole), "it holds a control character");
+    return byte >= '0' && byte <= '9';
+}
+
+/// How long the scheme is that `text` begins with (RFC 3986, 3.1); 0 where no "://" follows one.
+std::size_t scheme_length(std::string_view text) noexcept
+{
+    const auto end = std::find_if(text.begin(), text.end(), [](char byte) {
+        return !is_letter(byte) && !is_digit(byte) && byte != '+' && byte != '-' && byte != '.';
+    });
+    const auto length = static_cast<std::size_t>(end - text.begin());
+    return length > 0 && is_letter(text.front()) && text.substr(length).starts_with("://") ? length : 0;
+}
+
+/// Where the server begins.
+std::size_t authority_start(std::string_view text) noexcept
+{
+    const std::size_t length = scheme_length(text);
+    return length == 0 ? 0 : length + 3;
+}
+
+/// The byte that "%XX" at the front of `text` stands for.
+std::optional<char> encoded_byte(std::string_view text)
+{
+    unsigned value = 0;
+    if (text.size() < 3 || text[0] != '%' || text.substr(1, 2).find_first_not_of(hex_digits) != text.npos) {
+        return std::nullopt;
     }
-    check_memory(code);
-    const text owner(found, &curl_free);
-    return code == CURLUE_OK ? owner.get() : "";
+    std::from_chars(text.data() + 1, text.data() + 3, value, 16);
+    return static_cast<char>(value);
+}
+
+/// `part` with each "%XX" as `encoded` of its byte, and all other bytes as `plain` of them.
+template <class Encoded, class Plain>
+std::string decode(std::string_view part, Encoded encoded, Plain plain)
+{
+    std::string text;
+    while (!part.empty()) {
+        const std::optional<char> byte = encoded_byte(part);
+        text += byte ? encoded(*byte) : plain(part.front());
+        part.remove_prefix(byte ? 3 : 1);
+    }
+    return text;
+}
+
+std::string decode(std::string_view part)
+{
+    const auto same = [](char byte) { return byte; };
+    return decode(part, same, same);
+}
+
+std::string decode_to_pattern(std::string_view part)
+{
+    const auto literal = [](char byte) { return glob_escape({&byte, 1}); };
+    const auto plain = [&](char byte) { return byte == '\\' ? literal(byte) : std::string(1, byte); };
+    return decode(part, literal, plain);
+}
+
+bool has_control_character(std::string_view text)
+{
+    return std::any_of(text.begin(), text.end(), [](char byte) {
+        const auto value = static_cast<unsigned char>(byte);
+        return value < 0x20 || value == 0x7f;
+    });
+}
+
+url_scheme parse_scheme(std::string_view whole)
+{
+    std::string name(whole.substr(0, scheme_length(whole)));
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char byte) { return static_cast<char>(byte | 0x20); }); // Of letters, the small one.
+    if (name == "ftp" || name == "sftp") {
+        return name == "ftp" ? url_scheme::ftp : url_scheme::sftp;
+    }
+    if (name == "ftps") {
+        refuse(whole, "write ftp:// for FTP over TLS too; TLS is used unless it is switched off");
+    }
+    if (name == "http" || name == "https") {
+        refuse(
+            whole,
+            "web servers speak another protocol; the address of a file server begins with ftp:// or sftp://");
+    }
+    refuse(whole, "write one like ftp://example.org/folder or sftp://example.org:2222/folder");
+}
+
+bool is_address(int family, const std::string& text)
+{
+    std::array<unsigned char, sizeof(in6_addr)> address{};
+    return inet_pton(family, text.c_str(), address.data()) == 1;
+}
+
+/// Whether resolvers may take `name` for a number: its last label is one, decimal or hexadecimal.
+bool ends_in_number(std::string_view name)
+{
+    name.remove_suffix(name.ends_with('.') ? 1 : 0);
+    const std::string_view last = name.substr(name.rfind('.') + 1);
+    const bool hexadecimal = last.starts_with("0x") || last.starts_with("0X");
+    return !last.empty() && (last.find_first_not_of(digits) == last.npos ||
+                             (hexadecimal && last.find_first_not_of(hex_digits, 2) == last.npos));
+}
+
+std::string parse_host(std::string_view text, std::string_view whole)
+{
+    std::string host = decode(text);
+    if (host.empty()) {
+        refuse(whole, "it names no host");
+    }
+    if (host.front() == '[') {
+        if (host.back() != ']' || !is_address(AF_INET6, host.substr(1, host.size() - 2))) {
+            refuse(whole, "what its brackets hold is no IPv6 address");
+        }
+        return host;
+    }
+    const bool is_name = std::all_of(host.begin(), host.end(), [](char byte) {
+        return is_letter(byte) || is_digit(byte) || static_cast<unsigned char>(byte) >= 0x80 || byte == '.' ||
+               byte == '-' || byte == '_';
+    });
+    // A program that is handed a leading "-" would take the host for an option.
+    if (!is_name || host.front() == '-') {
+        refuse(whole, "its host is no name of one");
+    }
+    if (ends_in_number(host) && !is_address(AF_INET, host)) {
+        refuse(whole, "its host is an address in disguise");
+    }
+    return host;
+}
+
+std::uint16_t parse_port(std::string_view text, std::string_view whole)
+{
+    std::uint16_t port = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (failure != std::errc() || end != text.data() + text.size()) {
+        refuse(whole, "its port is no number from 1 to 65535");
+    }
+    if (port == 0) {
+        refuse(whole, "it names port 0");
+    }
+    return port;
 }
 
 /// The path as the client takes it: what relative means differs between the two protocols.
-std::string client_path(bool sftp, const std::string& path)
+std::string client_path(url_scheme scheme, const std::string& path)
 {
-    if (!sftp) {
-        return path.substr(1); // The slash behind the host only separates.
+    if (scheme == url_scheme::ftp) {
+        return path.substr(path.empty() ? 0 : 1); // The slash after the host only separates.
     }
     if (path == "/" || path == "/~") {
         return {};
@@ -66,70 +182,73 @@ std::string client_path(bool sftp, const std::string& path)
 
 } // namespace
 
-url url::parse(const std::string& whole)
+url url::parse(std::string_view whole)
 {
-    const handle parsed(curl_url(), &curl_url_cleanup);
-    if (parsed == nullptr) {
-        throw std::bad_alloc();
-    }
-    const auto refuse = [&](const std::string& reason) {
-        raise<error::InvalidUrl>(without_password(whole), reason);
-    };
-    if (whole.find('\0') != std::string::npos) {
-        refuse("it holds a control character");
-    }
-    // Neither scheme has queries or fragments: what looks like one is part of a name, or of a glob. People
-    // write blanks in names, too.
-    std::string plain = boost::algorithm::replace_all_copy(whole, "?", "%3F");
-    boost::algorithm::replace_all(plain, "#", "%23");
-    boost::algorithm::replace_all(plain, " ", "%20");
-    const CURLUcode code =
-        curl_url_set(parsed.get(), CURLUPART_URL, plain.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_PATH_AS_IS);
-    check_memory(code);
-    if (code == CURLUE_BAD_SCHEME || code == CURLUE_UNSUPPORTED_SCHEME) {
-        refuse("it begins with neither ftp:// nor sftp://");
-    }
-    if (code != CURLUE_OK) {
-        refuse(curl_url_strerror(code));
-    }
-    if (whole.find(":///") != std::string::npos) {
-        refuse("it names no host"); // libcurl would take the first folder for one.
-    }
-    const std::string scheme = part(parsed, CURLUPART_SCHEME, 0, whole);
-    if (scheme == "ftps") {
-        refuse("write ftp:// for FTP with TLS too, which is switched on unless you say otherwise");
-    }
-    if (scheme != "ftp" && scheme != "sftp") {
-        refuse("it begins with neither ftp:// nor sftp://");
+    if (has_control_character(whole)) {
+        refuse(whole, "it holds a control character");
     }
     url result;
-    result.sftp = scheme == "sftp";
-    result.host = part(parsed, CURLUPART_HOST, 0, whole);
-    if (result.host.empty()) {
-        refuse("it names no host");
+    result.scheme = parse_scheme(whole);
+    std::string_view authority = whole.substr(authority_start(whole));
+    const std::string_view path = authority.substr(std::min(authority.find('/'), authority.size()));
+    authority.remove_suffix(path.size());
+
+    if (const std::size_t at = authority.rfind('@'); at != authority.npos) {
+        const std::string_view login = authority.substr(0, at);
+        const std::size_t colon = std::min(login.find(':'), login.size());
+        result.user = decode(login.substr(0, colon));
+        result.password = decode(login.substr(std::min(colon + 1, login.size())));
+        authority.remove_prefix(at + 1);
     }
-    const std::string port = part(parsed, CURLUPART_PORT, CURLU_DEFAULT_PORT, whole);
-    std::from_chars(port.data(), port.data() + port.size(), result.port);
-    if (result.port == 0) {
-        refuse("it names port 0"); // libcurl would take it for none.
+    const std::size_t colon = std::min(authority.find(':', authority.rfind(']') + 1), authority.size());
+    result.host = parse_host(authority.substr(0, colon), whole);
+    if (colon + 1 < authority.size()) {
+        result.port = parse_port(authority.substr(colon + 1), whole);
     }
-    result.user = part(parsed, CURLUPART_USER, CURLU_URLDECODE, whole);
-    result.password = part(parsed, CURLUPART_PASSWORD, CURLU_URLDECODE, whole);
-    result.path = client_path(result.sftp, part(parsed, CURLUPART_PATH, CURLU_URLDECODE, whole));
-    // libcurl 7.88 looks for numeric addresses before it decodes the host: asked for this one, it would take
-    // another.
-    const CURLUcode again = curl_url_set(parsed.get(), CURLUPART_URL, result.server().c_str(), 0);
-    check_memory(again);
-    if (again != CURLUE_OK || part(parsed, CURLUPART_HOST, 0, whole) != result.host) {
-        refuse("its host is an address in disguise");
+    result.path = client_path(result.scheme, decode(path));
+    result.pattern = client_path(result.scheme, decode_to_pattern(path));
+    if (has_control_character(result.user + result.password + result.path)) {
+        refuse(whole, "it holds a control character");
     }
     return result;
 }
 
 std::string url::server() const
 {
-    const std::uint16_t usual = sftp ? 22 : 21;
-    return (sftp ? "sftp://" : "ftp://") + host + (port == usual ? "" : ':' + std::to_string(port));
+    const std::string name = (scheme == url_scheme::ftp ? "ftp://" : "sftp://") + host;
+    return effective_port() == url{.scheme = scheme}.effective_port() ? name
+                                                                      : name + ':' + std::to_string(port);
+}
+
+std::uint16_t url::effective_port() const noexcept
+{
+    return port != 0 ? port : scheme == url_scheme::ftp ? 21 : 22;
+}
+
+bool is_url(std::string_view text) noexcept
+{
+    return scheme_length(text) > 0;
+}
+
+std::string_view password_in(std::string_view text) noexcept
+{
+    const std::size_t start = authority_start(text);
+    const std::size_t slash = text.find('/', start);
+    const std::size_t in_authority = text.substr(0, slash).rfind('@');
+    const bool is_usual = in_authority != text.npos && in_authority >= start;
+    const std::size_t at = is_usual ? in_authority : text.rfind('@'); // The password may hold a slash.
+    const std::size_t colon = text.find(':', start);
+    return at == text.npos || colon >= at ? std::string_view() : text.substr(colon + 1, at - colon - 1);
+}
+
+std::string without_password(std::string_view text)
+{
+    const std::size_t colon = text.find(':', authority_start(text));
+    const std::size_t at = text.rfind('@');
+    if (at == text.npos || colon >= at) {
+        return std::string(text);
+    }
+    return std::string(text.substr(0, colon)).append(":****").append(text.substr(at));
 }
 
 } // namespace qrftp

@@ -1,4 +1,5 @@
 #include "posix_file_system.hpp"
+#include "posix_folder.hpp"
 
 #include <fl/i18n/errors.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
@@ -56,6 +57,11 @@ Stream& opened(const File& file)
 
 Stream::~Stream() = default;
 FileSystem::~FileSystem() = default;
+
+std::shared_ptr<Folder> FileSystem::open_folder(const std::filesystem::path& path)
+{
+    return open_posix_folder(path);
+}
 
 File::File(fl::ustring path, std::shared_ptr<Stream> stream)
     : path_(std::make_shared<const fl::ustring>(std::move(path))), stream_(std::move(stream))

@@ -1,5 +1,7 @@
 #include "posix_file_system.hpp"
 
+#include "posix_call.hpp"
+
 #include <foundation/core/except/Exception.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
@@ -50,16 +52,6 @@ int flags_of(OpenMode mode)
         break;
     }
     return O_WRONLY | O_CREAT | O_EXCL;
-}
-
-template <class Call>
-auto repeat_interrupted(Call call)
-{
-    auto result = call();
-    while (result == -1 && errno == EINTR) {
-        result = call();
-    }
-    return result;
 }
 
 class PosixStream final : public Stream {

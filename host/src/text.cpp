@@ -18,6 +18,13 @@ bool is_valid(utf::code_point point)
     return point != utf::illegal && point != utf::incomplete;
 }
 
+/// Controls of the writing direction (UAX #9): with them, a name can look like another.
+bool turns_text(utf::code_point point)
+{
+    return point == 0x061C || point == 0x200E || point == 0x200F || (point >= 0x202A && point <= 0x202E) ||
+           (point >= 0x2066 && point <= 0x2069);
+}
+
 template <class Out, class In>
 std::basic_string<Out> convert(std::basic_string_view<In> text)
 {
@@ -64,6 +71,8 @@ std::string escape_all(std::basic_string_view<In> text)
             append_hex(result, narrow ? 'x' : 'u', unit, narrow ? 2 : 4);
         } else if (point < 0x20 || (point >= 0x7F && point < 0xA0)) {
             append_hex(result, 'x', point, 2);
+        } else if (turns_text(point)) {
+            append_hex(result, 'u', point, 4);
         } else {
             utf::utf_traits<char>::encode(point, std::back_inserter(result));
         }

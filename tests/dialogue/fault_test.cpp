@@ -3,6 +3,7 @@
 // by one.
 
 #include "allocator.hpp"
+#include "faulty_file_system.hpp"
 #include "ledger.hpp"
 #include "operations.hpp"
 #include "scripted_peer.hpp"
@@ -13,7 +14,6 @@
 #include <qrftp/client.hpp>
 #include <qrftp/known_hosts.hpp>
 #include <regex>
-#include <zorbel/io/common/file/FaultyFileSystem.hpp>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 

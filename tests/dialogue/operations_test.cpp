@@ -1,13 +1,13 @@
 // Every operation on the wire: the commands it sends, the options it sets and puts back, and what it makes of a
 // server that misbehaves at any step.
 
+#include "faulty_file_system.hpp"
 #include "ledger.hpp"
 #include "operations.hpp"
 #include "scripted_peer.hpp"
 
 #include <foundation/core/except/Exception.hpp>
 #include <gmock/gmock.h>
-#include <zorbel/io/common/file/FaultyFileSystem.hpp>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 
 using namespace support;

@@ -42,20 +42,26 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
+    std::size_t rest = 0; ///< where the next download begins
     bool dropped = false;
 
     std::optional<std::string> content(const std::string& line) const
     {
         const auto state = peer.state_.operator->();
-        const auto upload =
-            line.starts_with("RETR ") ? state->uploads.find(line.substr(5)) : state->uploads.end();
+        const auto upload = line.starts_with("RETR ") && !state->tree ? state->uploads.find(line.substr(5))
+                                                                      : state->uploads.end();
         if (upload != state->uploads.end())
             return upload->second;
-        const auto found = state->bodies.find(state->bodies.contains(line) ? line : verb_of(line));
-        return found == state->bodies.end() ? std::nullopt : std::optional(found->second);
+        const auto verb = verb_of(line);
+        const auto found = state->bodies.find(state->bodies.contains(line) ? line : verb);
+        if (found != state->bodies.end())
+            return found->second;
+        return state->tree && verb != line ? state->tree->content(verb, line.substr(verb.size() + 1))
+                                           : std::nullopt;
     }
     bool transfer(const std::string& line, std::size_t limit);
     answer own(const std::string& verb, const std::string& argument);
+    std::optional<std::string> own_tree(const std::string& verb, const std::string& argument);
     answer own_file(const std::string& verb, const std::string& argument);
     answer own_facts(const std::string& verb, const std::string& argument);
     answer open_data(const std::string& verb, const std::string& argument);
@@ -76,7 +82,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
         return false;
     const auto verb = verb_of(line);
     if (verb != "STOR" && verb != "APPE") {
-        data << content(line).value_or("").substr(0, limit) << std::flush;
+        const auto all = content(line).value_or("");
+        data << all.substr(std::min(std::exchange(rest, 0), all.size())).substr(0, limit) << std::flush;
         return data.good();
     }
     const auto name = line.substr(verb.size() + 1);
@@ -85,6 +92,8 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
         bytes += byte;
     const auto state = peer.state_.operator->();
     state->uploads[name] = bytes;
+    if (state->tree)
+        state->tree->store(name, bytes);
     return true;
 }
 
@@ -99,10 +108,16 @@ answer scripted_peer::session::own(const std::string& verb, const std::string& a
         {"AUTH", "502 no"},
         {"FEAT", "211-Features:\r\n EPSV\r\n MLST type*;size*;modify*;\r\n SIZE\r\n MDTM\r\n MFMT\r\n211 End"},
         {"RNFR", "350 to?"}};
+    if (const auto kept = own_tree(verb, argument))
+        return answer::reply(*kept);
     if (plain.contains(verb))
         return answer::reply(plain.at(verb));
     if (verb == "TYPE" || verb == "NOOP" || verb == "RMD" || verb == "DELE" || verb == "RNTO")
         return answer::reply(verb == "TYPE" || verb == "NOOP" ? "200 ok" : "250 done");
+    if (verb == "REST") {
+        rest = std::stoul(argument);
+        return answer::reply("350 from there");
+    }
     if (verb == "PWD")
         return answer::reply("257 \"" + folder.string() + "\" is current");
     if (verb == "CWD") {
@@ -116,6 +131,23 @@ answer scripted_peer::session::own(const std::string& verb, const std::string& a
     if (verb == "EPSV" || verb == "EPRT" || (verb == "PASV" && !peer.state_->passive_address.empty()))
         return open_data(verb, argument);
     return own_file(verb, argument);
+}
+
+/// The reply of a server that keeps files.
+std::optional<std::string> scripted_peer::session::own_tree(const std::string& verb,
+                                                            const std::string& argument)
+{
+    const auto state = peer.state_.operator->();
+    if (!state->tree)
+        return std::nullopt;
+    const auto path = (folder / argument).lexically_normal().string();
+    const auto reply = state->tree->obey(verb, path);
+    if (verb == "CWD" && reply->starts_with("250"))
+        folder = path;
+    if (verb == "MLSD" && !state->bodies.contains("MLSD " + path) && !state->bodies.contains(verb) &&
+        !state->tree->content(verb, path))
+        return "550 no such folder";
+    return reply;
 }
 
 answer scripted_peer::session::own_file(const std::string& verb, const std::string& argument)
@@ -211,12 +243,18 @@ scripted_peer::scripted_peer(const std::string& login_folder, std::chrono::milli
     listener_ = listener->native_handle();
     thread_ = std::jthread(
         [=, this, io = std::move(io), listener = std::move(listener)](const std::stop_token& stop) {
+            std::vector<std::jthread> sessions;
             for (int number = 1; !stop.stop_requested();) {
                 auto next = std::make_unique<session>(*this, login_folder, deadline);
-                const bool dropped = accept(*listener, next->control, deadline) && next->run(number++);
-                next.reset(); // closed
-                drops_ += dropped ? 1 : 0;
-                drops_.notify_all();
+                if (!accept(*listener, next->control, deadline))
+                    continue;
+                sessions.emplace_back([this, number, served = std::move(next)]() mutable {
+                    const bool dropped = served->run(number);
+                    served.reset(); // closed
+                    drops_ += dropped ? 1 : 0;
+                    drops_.notify_all();
+                });
+                ++number;
             }
         });
 }

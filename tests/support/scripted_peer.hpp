@@ -1,6 +1,7 @@
 #pragma once
 
 #include "guarded.hpp"
+#include "remote_tree.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -30,8 +31,8 @@ struct answer {
     answer then_drop() const { return {bytes, true, data}; }
 };
 
-/// An FTP server on 127.0.0.1 in a thread of its own, a sane one but for what the test scripts. It serves one
-/// control connection after the other; no wait, that of the destructor included, outlasts the deadline.
+/// An FTP server on 127.0.0.1 in threads of its own, a sane one but for what the test scripts. No wait, that of
+/// the destructor included, outlasts the deadline.
 class scripted_peer {
 public:
     static constexpr auto host_url = "ftp://127.0.0.1";
@@ -52,6 +53,14 @@ public:
     /// What a line or a verb sends on the data connection; a listing without a body is empty.
     void body(const std::string& line, const std::string& bytes) { state_->bodies[line] = bytes; }
     void file(const std::string& name, const std::string& bytes) { body("RETR " + name, bytes); }
+    /// From now on the peer keeps files as real servers do, and forgets the bodies so far. Later rules and
+    /// bodies come before what it keeps.
+    void keep(const files& all)
+    {
+        state_->bodies.clear();
+        state_->tree.emplace(all);
+    }
+    files kept() const { return state_->tree->all(); }
     /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.
     void passive_address(const std::string& numbers) { state_->passive_address = numbers; }
 
@@ -77,6 +86,7 @@ private:
         std::map<int, answer> steps;
         std::map<std::string, std::string> bodies, uploads;
         std::map<int, std::vector<std::string>> commands;
+        std::optional<remote_tree> tree;
         std::string passive_address;
         int step = 0;
         answer scripted(const std::string& line);

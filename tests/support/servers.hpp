@@ -1,5 +1,7 @@
 #pragma once
 
+#include "local_files.hpp"
+
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -11,11 +13,6 @@
 #include <unistd.h>
 
 namespace support {
-
-inline std::string content(const std::filesystem::path& file)
-{
-    return {std::istreambuf_iterator<char>(std::ifstream(file, std::ios::binary).rdbuf()), {}};
-}
 
 /// Bytes without a pattern that a buffer's size divides.
 inline std::string bytes(std::size_t size)

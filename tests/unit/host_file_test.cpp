@@ -1,11 +1,13 @@
+#include "faulty_file_system.hpp"
+
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <zorbel/io/common/file/FaultyFileSystem.hpp>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
 using namespace zorbel::io::common::file;
+using support::FaultyFileSystem;
 using namespace ZORBEL::io::common::file;
 using namespace std::string_literals;
 

@@ -4,11 +4,15 @@
 /// functions on whole trees.
 
 #include <qrftp/entry.hpp>
-#include <qrftp/errors.hpp>
+#include <qrftp/error.hpp>
+#include <qrftp/file.hpp>
+#include <qrftp/glob.hpp>
 #include <qrftp/known_hosts.hpp>
 #include <qrftp/listing.hpp>
 #include <qrftp/options.hpp>
+#include <qrftp/server_info.hpp>
 #include <qrftp/session.hpp>
+#include <qrftp/trace.hpp>
 #include <qrftp/transfer.hpp>
 #include <qrftp/tree.hpp>
 #include <qrftp/url.hpp>

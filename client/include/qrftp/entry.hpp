@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -11,13 +13,16 @@ enum class entry_kind { file, folder, link, other };
 /// How much of a modification time the server told.
 enum class time_precision { day, minute, second };
 
-/// A modification time as a listing gives it.
+/// A modification time as the server gives it.
 struct timestamp {
-    /// Seconds since 1970-01-01 00:00. Where `utc` is false the server did not say in which time zone it
-    /// counts, and the seconds are those of its clock read as if it were UTC.
-    std::int64_t seconds = 0;
+    /// Where `utc` is false the server did not say in which time zone it counts: this is the reading of its
+    /// clock taken for UTC.
+    std::chrono::sys_seconds time{};
     time_precision precision = time_precision::second;
     bool utc = true;
+
+    /// Whether it is known to the second, in UTC.
+    [[nodiscard]] bool is_exact() const noexcept { return utc && precision == time_precision::second; }
 
     bool operator==(const timestamp&) const = default;
 };
@@ -28,10 +33,10 @@ struct entry {
     entry_kind kind = entry_kind::file;
     std::optional<std::uint64_t> size{}; ///< bytes; of files only
     std::optional<timestamp> modified{};
-    std::optional<unsigned> mode{}; ///< POSIX permission bits, 0 to 07777
+    std::optional<std::filesystem::perms> mode{}; ///< POSIX permission bits, 0 to 07777
     std::string owner{};
     std::string group{};
-    std::string link_target{}; ///< bytes, as the server sends them; of links only
+    std::string link_target{}; ///< bytes, as the server sends them; of links only, where a listing tells it
 
     bool operator==(const entry&) const = default;
 };

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,19 +18,19 @@ struct host_key {
     std::string blob; ///< the public key in the encoding of RFC 4253, 6.6
 
     /// "SHA256:" and the hash in base64 without padding, as OpenSSH prints it.
-    QRFTPCLIENT_EXPORT std::string fingerprint() const;
+    [[nodiscard]] QRFTPCLIENT_EXPORT std::string fingerprint() const;
 
     /// The line of a known-hosts file, without a line end: host, type, base64 of the key.
-    QRFTPCLIENT_EXPORT std::string line() const;
+    [[nodiscard]] QRFTPCLIENT_EXPORT std::string line() const;
 
     bool operator==(const host_key&) const = default;
 };
 
 /// The type that a key's encoding begins with; empty when it does not.
-QRFTPCLIENT_EXPORT std::string_view type_of_key(std::string_view blob);
+[[nodiscard]] QRFTPCLIENT_EXPORT std::string_view type_of_key(std::string_view blob);
 
 /// `name` and `port` as known-hosts files write a host.
-QRFTPCLIENT_EXPORT std::string known_hosts_name(std::string_view name, std::uint16_t port);
+[[nodiscard]] QRFTPCLIENT_EXPORT std::string known_hosts_name(std::string_view name, std::uint16_t port);
 
 enum class host_key_match {
     known,      ///< a line has this host with this key
@@ -40,37 +41,31 @@ enum class host_key_match {
 };
 
 /// The content of a known-hosts file in OpenSSH's format (sshd(8), SSH_KNOWN_HOSTS FILE FORMAT): lists of
-/// patterns with "*", "?" and "!", hashed names, the markers "@revoked" and "@cert-authority" (whose lines are
-/// no host keys and are passed over), comments. Lines that cannot be read are passed over.
+/// patterns with
+/// "*", "?" and "!", hashed names, the markers "@revoked" and "@cert-authority" (whose lines are no host keys
+/// and are passed over), comments. Lines that cannot be read are passed over. Copies share their content.
 class QRFTPCLIENT_EXPORT known_hosts {
 public:
-    known_hosts() = default;
+    known_hosts();
     explicit known_hosts(std::string_view text);
 
-    /// A missing file is an empty one. Throws the local file layer's errors.
-    static known_hosts read(const std::filesystem::path& file);
+    /// A missing file is an empty one. Throws `LocalFileError`.
+    [[nodiscard]] static known_hosts read(const std::filesystem::path& file);
 
-    /// A revoked key is revoked, whatever other lines say. A host on another port than 22 is known by
-    /// "[name]:port" only.
-    host_key_match match(const host_key& key) const;
+    /// Looks at every line: a revoked key is revoked, and a key that one line has is known, whatever the others
+    /// say. A host on another port than 22 is known by "[name]:port" only.
+    [[nodiscard]] host_key_match match(const host_key& key) const;
 
     /// The keys that the lines without a marker have for `host`, in the order of the file.
-    std::vector<host_key> keys_of(std::string_view host) const;
+    [[nodiscard]] std::vector<host_key> keys_of(std::string_view host) const;
 
     /// Adds the line of `key` at the end of `file`, which is made when missing, its folder too, for this user
-    /// alone; no line that is there is changed. Throws the local file layer's errors.
+    /// alone; no line that is there is changed. Throws `LocalFileError`.
     static void append(const std::filesystem::path& file, const host_key& key);
 
 private:
-    struct line {
-        bool revoked = false;
-        std::string hosts;
-        std::string type;
-        std::string blob;
-    };
-    static bool covers(std::string_view hosts, std::string_view host);
-
-    std::vector<line> lines_;
+    struct content;
+    std::shared_ptr<const content> content_;
 };
 
 } // namespace qrftp

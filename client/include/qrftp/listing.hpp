@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -14,7 +15,6 @@ namespace qrftp {
 enum class listing_format {
     mlsd, ///< the facts of RFC 3659, 7.2
     list, ///< what LIST sends: the long form of Unix or that of Windows, told apart line by line
-    sftp, ///< the long form that libcurl makes of an SFTP folder
 };
 
 /// Turns the text of a listing into entries while it arrives. It keeps no more of it than one unfinished line.
@@ -28,8 +28,11 @@ public:
     using line_sink = std::function<void(std::string_view)>;
 
     /// `now` is the time by which the year of a time without one is found.
-    listing_parser(listing_format format, entry_sink found, line_sink skipped = {},
+    listing_parser(listing_format format, entry_sink on_entry, line_sink on_skipped = {},
                    std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
+    listing_parser(listing_parser&& other) noexcept;
+    listing_parser& operator=(listing_parser&& other) noexcept;
+    ~listing_parser();
 
     /// Takes the next bytes of the listing; lines end with LF or CR LF. What the sinks throw passes through.
     void feed(std::string_view bytes);
@@ -42,16 +45,8 @@ public:
     void finish();
 
 private:
-    void take_part(std::string_view part, bool ended);
-    void take_line(std::string_view line);
-    void skip(std::string_view line);
-
-    listing_format format_;
-    entry_sink found_;
-    line_sink skipped_;
-    std::int64_t now_;
-    std::string rest_;
-    bool passing_over_ = false;
+    class state;
+    std::unique_ptr<state> state_;
 };
 
 } // namespace qrftp

@@ -1,36 +1,29 @@
 #pragma once
 
 #include <qrftp/entry.hpp>
-#include <qrftp/errors.hpp>
+#include <qrftp/error.hpp>
+#include <qrftp/file.hpp>
 #include <qrftp/options.hpp>
+#include <qrftp/server_info.hpp>
 #include <qrftp/transfer.hpp>
 #include <qrftp/url.hpp>
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace qrftp {
 
-class remote;
-
-/// What was agreed on with a server. Texts are as the server sent them and may be empty.
-struct connection_info {
-    std::string server;                ///< FTP: the greeting; SFTP: empty
-    std::string tls;                   ///< protocol and cipher, "TLSv1.2 ECDHE-…"; empty without TLS
-    std::optional<host_key> key;       ///< SFTP
-    std::vector<std::string> features; ///< FTP: the lines of FEAT (RFC 2389)
-    std::string login_folder;
-    double round_trip = 0; ///< seconds, of one request that does next to nothing
-};
-
+/// The entries of a folder.
 struct listing {
-    std::vector<entry> entries;
-    std::vector<std::string> skipped; ///< lines that could not be read, or whose names are refused
+    std::vector<entry> entries{};
+    std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
 };
 
 enum class list_order { as_sent, by_name };
@@ -40,97 +33,126 @@ enum class list_order { as_sent, by_name };
 /// Remote names are bytes. A relative one is seen from the working folder, which this object keeps: the server
 /// only ever gets absolute names. "." and ".." segments are resolved before anything is sent.
 ///
-/// One thread at a time; several objects side by side. Moves leave an object that can only be assigned to or
-/// destroyed.
+/// One thread at a time; several objects side by side. A session that was closed or moved from throws `Closed`
+/// from every member but `close`, assignment and destruction.
 ///
-/// Every member that names something throws `error::InvalidName`, before anything is sent, for a name with CR,
-/// LF or NUL. Every request may throw `error::ServerGone`, `error::Stalled`, `error::Cancelled` and, when it
-/// had to reconnect, what the constructor throws. A connection that was lost is opened again, and a request
-/// that can be repeated (or was certainly not carried out) is repeated, once.
+/// Every member that names something throws `InvalidName`, before anything is sent, for a name that the
+/// protocol cannot carry: with NUL; over FTP with CR, LF or the byte 255. Every request may throw
+/// `ConnectionLost`, `Timeout`, `ProtocolError`, `Cancelled` and, when it had to reconnect, what the
+/// constructor throws. A connection that was lost is opened again, and a request that can be repeated (or was
+/// certainly not carried out) is repeated, once.
 class QRFTPCLIENT_EXPORT session {
 public:
-    /// Connects and logs in. FTP: AUTH TLS, USER, PASS, PBSZ, PROT, PWD, FEAT. The path of `location` is not
-    /// looked at; the working folder is that of the login.
+    /// Connects and logs in. FTP: AUTH TLS, USER, PASS, PBSZ, PROT, PWD, FEAT. SFTP: version 3, REALPATH. The
+    /// path of `server` is not looked at; the working folder is that of the login.
     ///
-    /// Throws `error::NoConnection`, `NoEncryption`, `CertificateRefused`, `HostKeyUnknown`, `HostKeyChanged`,
-    /// `HostKeyRevoked`, `LoginRefused`, `InvalidName`.
-    session(url location, options how);
-    session(const std::string& location, options how);
+    /// Throws `InvalidUrl`, `InvalidName`, `InvalidOption`, `NoConnection`, `NoEncryption`,
+    /// `CertificateRefused`, `HostKeyUnknown`, `HostKeyChanged`, `HostKeyRevoked`, `LoginRefused`,
+    /// `LocalFileError` (a key, certificate or configuration file that cannot be read).
+    explicit session(const url& server, session_options options = {});
+    explicit session(std::string_view server, session_options options = {});
     session(session&& other) noexcept;
     session& operator=(session&& other) noexcept;
+    session(const session&) = delete;
+    session& operator=(const session&) = delete;
     ~session();
 
-    /// Another login like this one, in the same working folder.
-    session another() const;
+    /// Ends the connection; a second call does nothing.
+    void close() noexcept;
 
-    const url& location() const;
+    /// Another login like this one, in the same working folder. Throws what the constructor throws.
+    [[nodiscard]] session clone() const;
 
-    /// Makes one request for the round trip. FTP: NOOP. SFTP: the time of the login's folder is asked for.
-    connection_info about();
+    [[nodiscard]] const url& location() const;
+
+    /// What the server told of itself. Makes one request for the round trip. FTP: NOOP. SFTP: REALPATH.
+    [[nodiscard]] qrftp::server_info server_info();
 
     /// Sends nothing.
-    const std::string& working_folder() const;
+    [[nodiscard]] const std::string& working_folder() const;
     /// The absolute form of `path`, without "." and ".." segments. Sends nothing.
-    std::string absolute(const std::string& path) const;
-    /// FTP: CWD there and back to the login folder. SFTP: lists the folder. Returns the new working folder.
-    /// Throws `error::Missing`, `NotFolder`, `Denied`; the working folder is then the old one.
+    [[nodiscard]] std::string absolute(const std::string& path) const;
+    /// FTP: CWD there and back to the login folder. SFTP: STAT, and OPENDIR to see that it may be entered.
+    /// Returns the new working folder. Throws `NotFound`, `NotFolder`, `PermissionDenied`; the working folder
+    /// is then the old one.
     std::string change_folder(const std::string& path);
 
     /// What is at `path`, or nothing. FTP: MLST, and the parent folder's listing where it says no; without
-    /// MLST, CWD, SIZE and MDTM come first. SFTP: the parent folder's listing. A link is not followed, unless
-    /// the server does so in its answer to MLST. The name in the answer is the last one of `path`, "/" for the
-    /// root.
-    std::optional<entry> find(const std::string& path);
-    /// `find`, throwing `error::Missing`.
-    entry stat(const std::string& path);
-    bool exists(const std::string& path);
+    /// MLST, CWD, SIZE and MDTM come first. SFTP: LSTAT. A link is not followed, unless the server does so in
+    /// its answer to MLST. The name in the answer is the last one of `path`, "/" for the root.
+    [[nodiscard]] std::optional<entry> find(const std::string& path);
+    /// `find`, throwing `NotFound`. SFTP: READLINK as well where it is a link.
+    [[nodiscard]] entry stat(const std::string& path);
+    [[nodiscard]] bool exists(const std::string& path);
     /// Whether there is a folder, or a link to one.
-    bool is_folder(const std::string& path);
+    [[nodiscard]] bool is_folder(const std::string& path);
     /// Whether there is something else, or a link to something else.
-    bool is_file(const std::string& path);
-    /// How many bytes a file has, a link's target too; empty when the server does not tell. FTP: SIZE.
-    std::optional<std::uint64_t> file_size(const std::string& path);
-    /// The modification time of a file in UTC to the second; empty when the server does not tell. FTP: MDTM.
-    std::optional<timestamp> modification_time(const std::string& path);
+    [[nodiscard]] bool is_file(const std::string& path);
+    /// How many bytes a file has, a link's target too; empty when the server does not tell. FTP: SIZE. SFTP:
+    /// STAT.
+    [[nodiscard]] std::optional<std::uint64_t> file_size(const std::string& path);
+    /// The modification time of a file to the second; empty when the server does not tell. FTP: MDTM. SFTP:
+    /// STAT.
+    [[nodiscard]] std::optional<timestamp> modification_time(const std::string& path);
 
-    /// Gives the entries of a folder to `found` while they arrive, and each line that cannot be read to
-    /// `skipped`. FTP: MLSD, else LIST. A request of which something was given away is not repeated. Throws
-    /// `error::Missing`, `NotFolder`, `Denied`.
-    void list(const std::string& path, const std::function<void(entry&&)>& found,
-              const std::function<void(std::string_view)>& skipped = {});
-    listing list(const std::string& path = ".", list_order order = list_order::by_name);
+    /// Gives the entries of a folder to `on_entry` while they arrive, and each line that cannot be read to
+    /// `on_skipped`. FTP: MLSD, else LIST. SFTP: OPENDIR, READDIR. A request of which something was given away
+    /// is not repeated. Throws `NotFound`, `NotFolder`, `PermissionDenied`, `IncompleteListing`.
+    void list(const std::string& path, const std::function<void(entry&&)>& on_entry,
+              const std::function<void(std::string_view)>& on_skipped = {});
+    [[nodiscard]] listing list(const std::string& path = ".", list_order order = list_order::by_name);
 
-    /// MKD (SFTP: mkdir). With `parents`, makes what is missing above as well, and a folder that exists is no
-    /// error. Throws `error::Exists`, `Missing` (the parent), `Denied`.
+    /// MKD (SFTP: MKDIR). With `parents`, makes what is missing above as well, and a folder that exists is no
+    /// error. Throws `AlreadyExists`, `NotFound` (the parent), `PermissionDenied`.
     void make_folder(const std::string& path, bool parents = false);
-    /// RMD (SFTP: rmdir). With `recursive`, removes what is in it first; links are removed, not followed.
-    /// Throws `error::NotEmpty`, `Missing`, `NotFolder`, `Denied`.
+    /// RMD (SFTP: RMDIR). With `recursive`, removes what is in it first; links are removed, not followed.
+    /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; `PermissionDenied`, before anything is
+    /// sent, for the root folder with `recursive`.
     void remove_folder(const std::string& path, bool recursive = false);
-    /// DELE (SFTP: rm). Throws `error::Missing`, `IsFolder`, `Denied`.
+    /// DELE (SFTP: REMOVE). Throws `NotFound`, `IsFolder`, `PermissionDenied`.
     void remove_file(const std::string& path);
-    /// RNFR, RNTO (SFTP: rename). Where something has the new name: without `replace` throws `error::Exists`;
-    /// with it, a file is replaced. A server that does not replace by itself gets the old file moved aside
-    /// first, and back when the renaming fails. Throws `error::Missing`, `IsFolder` (the target is one),
-    /// `Denied`.
+    /// RNFR, RNTO (SFTP: posix-rename@openssh.com, else RENAME). Where something has the new name: without
+    /// `replace` throws `AlreadyExists`; with it, a file is replaced. A server that does not replace by itself
+    /// gets the old file moved aside first, and back when the renaming fails. Throws `NotFound`, `IsFolder`
+    /// (the target is one), `PermissionDenied`.
     void rename(const std::string& from, const std::string& to, bool replace = false);
 
-    /// Fetches a file (RETR). Throws `error::Missing`, `IsFolder`, `Denied`, `SizeMismatch`, `CannotResume`,
-    /// `Exists`, and the local file layer's errors.
+    /// Fetches a file. FTP: SIZE, RETR. SFTP: OPEN, FSTAT, many READs at a time, CLOSE. Throws `NotFound`,
+    /// `IsFolder`, `PermissionDenied`, `SizeMismatch`, `CannotResume`, `AlreadyExists`, `LocalFileError`.
     void fetch(const std::string& remote_path, const std::filesystem::path& local_path,
-               const transfer_options& how = {});
-    /// Fetches a file piece by piece; `take` returning false ends it with `error::Cancelled`.
-    void fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& take);
-    /// Sends a file (STOR; APPE when it resumes), checks its size (SIZE). Throws as `fetch` does.
+               const transfer_options& options = {});
+    /// Fetches a file, or the part of it that the options name, piece by piece and in order; `on_data`
+    /// returning false ends it with `Cancelled`.
+    void fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& on_data,
+               const transfer_options& options = {});
+    /// A file, or the part of it that the options name, as a string.
+    [[nodiscard]] std::string fetch_string(const std::string& remote_path,
+                                           const transfer_options& options = {});
+
+    /// Opens a file to be read at any place. Throws `NotFound`, `IsFolder`, `PermissionDenied`.
+    [[nodiscard]] remote_file open(const std::string& remote_path) const;
+
+    /// Sends a file. FTP: STOR (APPE when it resumes), SIZE, RNFR, RNTO. SFTP: OPEN, many WRITEs at a time,
+    /// FSETSTAT, CLOSE, rename. Throws as `fetch` does, and `DiskFull`.
     void send(const std::filesystem::path& local_path, const std::string& remote_path,
-              const transfer_options& how = {});
+              const transfer_options& options = {});
+    /// Sends what `read` gives: it fills the beginning of the buffer and returns how much of it, 0 at the end.
+    void send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
+              const transfer_options& options = {});
+    void send_string(std::string_view content, const std::string& remote_path,
+                     const transfer_options& options = {});
 
     /// The answer to SYST, without its code; on SFTP, empty.
-    std::string system_type();
+    [[nodiscard]] std::string system_type();
 
 private:
-    explicit session(std::unique_ptr<remote> opened);
+    friend struct session_access;
+    struct state;
 
-    std::unique_ptr<remote> remote_;
+    explicit session(std::unique_ptr<state> opened);
+    [[nodiscard]] state& opened() const;
+
+    std::unique_ptr<state> state_;
 };
 
 } // namespace qrftp

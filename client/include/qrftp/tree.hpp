@@ -17,19 +17,19 @@ struct tree_action {
     std::uint64_t size = 0;
 };
 
-/// How far a tree is; `file` is one of `running` files.
+/// How far a tree is; `file` is one of several that are under way.
 struct tree_progress {
-    unsigned job = 0; ///< which of the parallel connections, from 0
-    std::string path{};
-    progress file;
-    progress all;
+    unsigned job = 0;   ///< which of the parallel connections, from 0
+    std::string path{}; ///< of the file that moved last
+    progress file{};
+    progress all{};
     std::size_t files_done = 0;
     std::size_t files = 0;
 };
 
 struct tree_failure {
     std::string path{};
-    std::exception_ptr error;
+    std::exception_ptr error{};
 };
 
 struct tree_result {
@@ -38,59 +38,86 @@ struct tree_result {
     /// Lines of remote listings that could not be read, or whose names no local file may get: such entries are
     /// passed over, and nothing is removed then.
     std::vector<std::string> skipped{};
+    /// Links and special files of the source that were passed over, and what could not be followed any further.
+    std::vector<std::string> passed_over{};
     std::uint64_t bytes = 0; ///< copied
 };
 
 struct tree_options {
-    transfer_options transfer{}; ///< of each file; its `on_progress` is not used; the rate is that of each job
+    transfer_options transfer{}; ///< of each file; its `on_progress` is not used
     /// Globs: "*" and "?" stop at "/", "**" does not, "[…]" is a set. One without "/" is compared with names,
     /// one with "/" with paths below the root. A file must match one of `include`, unless that is empty, and
-    /// nothing may match one of `exclude`.
+    /// nothing may match one of `exclude`. A final "/" stands for folders only, a leading one for the root of
+    /// the tree.
     std::vector<std::string> include{};
     std::vector<std::string> exclude{};
-    /// Follows symbolic links; otherwise they are passed over.
+    /// Follows symbolic links of the source; otherwise they are passed over. Those of the destination never
+    /// are: one in the place of a folder is a failure (`UnsafeName`), one in the place of a file is replaced.
     bool follow_links = false;
-    /// How many connections work side by side.
-    unsigned jobs = 1;
-    /// Collects errors in the result and goes on; otherwise the first one ends it and is thrown.
+    /// How deep folders may be nested; deeper ones are a failure (`UnsafeName`).
+    unsigned max_depth = 1000;
+    /// How many connections work side by side; 0 lets the protocol choose: 4 over FTP, fewer where the server
+    /// refuses more; one over SFTP, which carries many files at a time.
+    unsigned jobs = 0;
+    /// Collects errors in the result and continues; otherwise the first one ends it and is thrown.
     bool keep_going = false;
     /// Only says what would be done.
     bool dry_run = false;
     /// Called when a step has been done, or would be. Calls come one at a time.
     std::function<void(const tree_action&)> on_action{};
     /// Called several times a second and at the end of each file, one call at a time; false ends it all with
-    /// `error::Cancelled`.
+    /// `Cancelled`.
     std::function<bool(const tree_progress&)> on_progress{};
 };
 
 enum class direction { fetch, send };
 
 struct sync_options : tree_options {
-    /// Removes from the destination what the source does not have. What `exclude` names is left alone.
+    /// Removes from the destination what the source does not have. What `exclude` names is left alone, and
+    /// files of transfers under way (".qrftp-….part"). Nothing is removed when a part of either side could not
+    /// be read, and nothing when the source is empty and the destination is not (`EmptySource`), unless `force`
+    /// is set.
     bool remove_extra = false;
+    bool force = false;
+    /// Changes nothing where more than so many files and folders would be removed (`TooManyRemovals`).
+    std::optional<std::size_t> max_removals{};
 };
 
 /// Fetches the folder `remote_folder` with all that is in it into `local_folder`, which is made when missing.
 ///
 /// Nothing is written outside `local_folder`: a name that could lead out of it is passed over, and a symbolic
-/// link in the place of a folder is a failure (`error::UnsafeName`), unless links are followed. Throws what
-/// `list` and `fetch` throw.
+/// link in the place of a folder is a failure (`UnsafeName`). Throws what `list` and `fetch` throw.
 QRFTPCLIENT_EXPORT tree_result fetch_tree(session& from, const std::string& remote_folder,
                                           const std::filesystem::path& local_folder,
-                                          const tree_options& how = {});
+                                          const tree_options& options = {});
 
 /// Sends the folder `local_folder` with all that is in it into `remote_folder`, which is made when missing.
 QRFTPCLIENT_EXPORT tree_result send_tree(session& to, const std::filesystem::path& local_folder,
-                                         const std::string& remote_folder, const tree_options& how = {});
+                                         const std::string& remote_folder, const tree_options& options = {});
 
 /// Brings over the files that the destination does not have, has older, or has in another size. Where a
 /// listing's time is too coarse to tell, the server is asked for the exact one; if it does not tell, files of
 /// the same size are taken for the same. Nothing is removed when a part of the source could not be read.
 QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem::path& local_folder,
                                            const std::string& remote_folder, direction way,
-                                           const sync_options& how = {});
+                                           const sync_options& options = {});
 
-/// Whether `path` matches the glob `pattern`, as in `tree_options`.
-QRFTPCLIENT_EXPORT bool glob_match(std::string_view pattern, std::string_view path);
+/// Removes files of transfers that broke off (".qrftp-….part") and are older than `age` from a remote folder
+/// and all below it; returns their paths. Throws what `list` throws.
+QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
+                                                     std::chrono::seconds age = std::chrono::hours(24));
+
+/// A remote and a local file.
+struct file_pair {
+    std::string remote{};
+    std::filesystem::path local{};
+};
+
+/// Fetches or sends files, as many at a time as the protocol carries. Their targets differ, else
+/// `InvalidOption` is thrown before anything is sent. Of the options, those about folders have no meaning.
+QRFTPCLIENT_EXPORT tree_result fetch_files(session& from, const std::vector<file_pair>& files,
+                                           const tree_options& options = {});
+QRFTPCLIENT_EXPORT tree_result send_files(session& to, const std::vector<file_pair>& files,
+                                          const tree_options& options = {});
 
 } // namespace qrftp

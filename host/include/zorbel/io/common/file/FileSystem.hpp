@@ -1,6 +1,7 @@
 #pragma once
 
 #include <zorbel/io/common/file.hpp>
+#include <zorbel/io/common/file/Folder.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -39,6 +40,9 @@ public:
 
     virtual std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) = 0;
     virtual std::uint64_t size(const std::filesystem::path& path) = 0;
+
+    /// A folder to reach local files through. Unless overridden, one of the machine.
+    virtual std::shared_ptr<Folder> open_folder(const std::filesystem::path& path);
 };
 
 /// Puts `system` in place for the process and returns the one that was there; null stands for the POSIX file

@@ -1,0 +1,143 @@
+#include "batch.hpp"
+#include "commands.hpp"
+#include "json.hpp"
+#include "output.hpp"
+#include "remote_glob.hpp"
+
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+
+namespace qrftp::cli {
+
+namespace {
+
+/// One change, which is printed where the user wants to see it, and made unless it is a dry run.
+void carry_out(const std::string& action, const std::string& path, const std::string& target,
+               const settings& options, const std::function<void()>& act)
+{
+    if (!options.dry_run) {
+        act();
+    }
+    if (options.json) {
+        json object{{"action", action}};
+        add_bytes(object, "path", path);
+        add_bytes(object, "target", target);
+        if (options.dry_run) {
+            object["dry_run"] = true;
+        }
+        print_json(object);
+    } else if (options.dry_run || options.verbose > 0) {
+        std::string words = action;
+        std::replace(words.begin(), words.end(), '_', ' ');
+        print_line(words + ' ' + escape(path) + (target.empty() ? "" : " to " + escape(target)));
+    }
+    flush_output();
+}
+
+bool is_same_or_above(const std::string& folder, const std::string& place)
+{
+    return folder == "/" || place == folder || place.starts_with(folder + '/');
+}
+
+/// An empty path is the login folder, and what is left out of a URL by mistake.
+void refuse_top(session& remote, const std::string& path)
+{
+    const std::string whole = remote.absolute(or_here(path));
+    if (is_same_or_above(whole, remote.working_folder())) {
+        throw usage_error(
+            fmt::format("\"{}\" is the working folder or a folder above it, which is not removed: "
+                        "name what is in it.",
+                        escape(whole)));
+    }
+}
+
+void remove(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
+{
+    carry_out(folder ? "remove_folder" : "remove_file", path, "", options, [&] {
+        if (folder) {
+            remote.remove_folder(path, recursive);
+        } else {
+            remote.remove_file(path);
+        }
+    });
+}
+
+/// Removes a file, and a folder only where `recursive`.
+void remove_any(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
+{
+    if (folder && !recursive) {
+        throw IsFolder(path);
+    }
+    refuse_top(remote, path);
+    remove(remote, path, folder, recursive, options);
+}
+
+void remove_matching(session& remote, const std::string& pattern, bool recursive, const settings& options)
+{
+    const std::vector<remote_entry> found = expand_glob(remote, pattern);
+    batch all(found.size() == 1);
+    for (const remote_entry& one : found) {
+        all.attempt(
+            [&] { remove_any(remote, one.path, one.what.kind == entry_kind::folder, recursive, options); });
+    }
+    all.finish();
+}
+
+} // namespace
+
+void rm(session& remote, const std::vector<std::string>& patterns, bool recursive, const settings& options)
+{
+    batch all(patterns.size() == 1);
+    for (const std::string& pattern : patterns) {
+        all.attempt([&] {
+            if (has_magic(pattern)) {
+                remove_matching(remote, pattern, recursive, options);
+                return;
+            }
+            const std::string path = glob_unescape(pattern);
+            refuse_top(remote, path);
+            const bool look = recursive || options.dry_run;
+            const bool folder = look && remote.stat(path).kind == entry_kind::folder;
+            remove_any(remote, path, folder, recursive, options);
+        });
+    }
+    all.finish();
+}
+
+void mv(session& remote, const std::string& from, const std::string& to, bool replace, const settings& options)
+{
+    const bool into = to.ends_with('/') || remote.is_folder(to);
+    const std::string target = into ? join(to, last_segment(from)) : to;
+    if (options.dry_run) {
+        (void)remote.stat(from);
+    }
+    carry_out("rename", from, target, options, [&] { remote.rename(from, target, replace); });
+}
+
+void mkdir(session& remote, const std::vector<std::string>& paths, bool parents, const settings& options)
+{
+    batch all(paths.size() == 1);
+    for (const std::string& path : paths) {
+        all.attempt(
+            [&] { carry_out("make_folder", path, "", options, [&] { remote.make_folder(path, parents); }); });
+    }
+    all.finish();
+}
+
+void rmdir(session& remote, const std::vector<std::string>& paths, const settings& options)
+{
+    batch all(paths.size() == 1);
+    for (const std::string& path : paths) {
+        all.attempt([&] {
+            refuse_top(remote, path);
+            remove(remote, path, true, false, options);
+        });
+    }
+    all.finish();
+}
+
+} // namespace qrftp::cli

@@ -1,0 +1,67 @@
+#include "environment.hpp"
+
+#include <qrftp/error.hpp>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace qrftp::cli {
+
+std::optional<std::string> environment(const char* name)
+{
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing changes the environment
+    return value == nullptr ? std::optional<std::string>() : value;
+}
+
+std::vector<std::string> environment_without_secrets()
+{
+    std::vector<std::string> kept;
+    for (char** next = environ; *next != nullptr; ++next) {
+        const std::string_view entry = *next;
+        const std::string_view name = entry.substr(0, entry.find('='));
+        if (name != password_variable && name != pass_phrase_variable) {
+            kept.emplace_back(entry);
+        }
+    }
+    return kept;
+}
+
+std::filesystem::path expand_home(const std::string& path)
+{
+    if (path != "~" && !path.starts_with("~/")) {
+        return path;
+    }
+    std::string home = environment("HOME").value_or("");
+    if (home.empty()) {
+        const passwd* account = getpwuid(getuid()); // NOLINT(concurrency-mt-unsafe): one thread
+        home = account == nullptr ? "" : account->pw_dir;
+    }
+    return home + path.substr(1);
+}
+
+std::string read_file(const std::filesystem::path& file)
+{
+    errno = 0;
+    std::ifstream input(file, std::ios::binary);
+    std::string content{std::istreambuf_iterator<char>(input), {}};
+    if (!input.is_open() || input.bad() || std::filesystem::is_directory(file)) {
+        const int failure = errno != 0 ? errno : EISDIR;
+        throw LocalFileError(file.string(), std::error_code(failure, std::generic_category()));
+    }
+    return content;
+}
+
+std::string first_line(const std::filesystem::path& file)
+{
+    const std::string text = read_file(file);
+    return text.substr(0, text.find_first_of("\r\n"));
+}
+
+} // namespace qrftp::cli

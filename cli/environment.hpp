@@ -1,0 +1,30 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qrftp::cli {
+
+/// The variables that hold secrets. Programs that are started from the shell do not get them.
+inline constexpr const char* password_variable = "QRFTP_PASSWORD";
+inline constexpr const char* pass_phrase_variable = "QRFTP_PASSPHRASE";
+
+/// The value of an environment variable.
+std::optional<std::string> environment(const char* name);
+
+/// The environment of the process without the secrets, each entry as "NAME=value".
+std::vector<std::string> environment_without_secrets();
+
+/// `path` with the user's home folder in place of a "~" at its beginning: HOME, or the account's where HOME is
+/// not set or empty.
+std::filesystem::path expand_home(const std::string& path);
+
+/// The content of a local file. Throws `LocalFileError`.
+std::string read_file(const std::filesystem::path& file);
+
+/// The first line of a local file, without its end. Throws `LocalFileError`.
+std::string first_line(const std::filesystem::path& file);
+
+} // namespace qrftp::cli

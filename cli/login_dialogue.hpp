@@ -1,0 +1,42 @@
+#pragma once
+
+#include <qrftp/options.hpp>
+
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qrftp::cli {
+
+/// What is asked at the terminal while sessions log in. Answers are remembered for further logins of the same
+/// run, which may come from several threads; they are masked in traces.
+class login_dialogue {
+public:
+    /// `subject` is what a password is for: "user@host". `password` answers the first single hidden prompt.
+    login_dialogue(std::string subject, std::optional<std::string> password);
+
+    /// Up to three times at a terminal.
+    std::optional<std::string> password(unsigned attempt);
+    std::optional<std::string> pass_phrase(const std::filesystem::path& key);
+    std::optional<std::vector<std::string>> answers(const login_prompts& prompts);
+    /// Without a terminal, every new key is accepted.
+    bool accepts(const host_key& key);
+
+    /// Whether a secret was wanted and there was no terminal to ask at.
+    [[nodiscard]] bool lacks_terminal() const;
+
+private:
+    std::optional<std::string> ask_hidden(const std::string& question);
+
+    mutable std::mutex guard_;
+    std::string subject_;
+    std::optional<std::string> password_;
+    bool has_used_password_ = false;
+    std::map<std::filesystem::path, std::string> pass_phrases_;
+    bool lacks_terminal_ = false;
+};
+
+} // namespace qrftp::cli

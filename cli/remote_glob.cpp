@@ -1,0 +1,51 @@
+#include "remote_glob.hpp"
+
+#include "format.hpp"
+#include "output.hpp"
+
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace qrftp::cli {
+
+std::string or_here(const std::string& path)
+{
+    return path.empty() ? "." : path;
+}
+
+listing read_folder(session& remote, const std::string& path, const settings& options)
+{
+    listing found = remote.list(path);
+    if (!found.skipped.empty()) {
+        note(options, fmt::format("{} of the listing of \"{}\" could not be read and {} left out.",
+                                  counted(found.skipped.size(), "line"), escape(path),
+                                  found.skipped.size() == 1 ? "is" : "are"));
+    }
+    return found;
+}
+
+std::vector<remote_entry> expand_glob(session& remote, const std::string& pattern)
+{
+    std::vector<remote_entry> found = glob(remote, pattern);
+    if (found.empty()) {
+        throw NotFound(pattern);
+    }
+    return found;
+}
+
+std::vector<std::string> expand(session& remote, const std::string& pattern)
+{
+    if (!has_magic(pattern)) {
+        return {glob_unescape(pattern)};
+    }
+    std::vector<std::string> paths;
+    for (remote_entry& one : expand_glob(remote, pattern)) {
+        paths.push_back(std::move(one.path));
+    }
+    return paths;
+}
+
+} // namespace qrftp::cli

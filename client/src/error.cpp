@@ -1,0 +1,147 @@
+#include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+namespace qrftp {
+
+namespace {
+
+struct description {
+    error_cause cause;
+    std::string_view name;
+    std::string_view sentence;
+};
+
+constexpr std::array<description, 31> descriptions{{
+    {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
+    {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
+    {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
+    {error_cause::no_connection, "NoConnection",
+     R"(No connection to "{0}"{2}. Check the address, the network and that the server is running.)"},
+    {error_cause::no_encryption, "NoEncryption",
+     R"(No encrypted connection to "{0}"{2}. Without TLS (--tls none) the password travels in the clear.)"},
+    {error_cause::certificate_refused, "CertificateRefused",
+     R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
+     "If it is the server's own, name its file (--cacert)."},
+    {error_cause::host_key_unknown, "HostKeyUnknown",
+     R"(The host key of "{0}" is not known: {1}. Nothing secret was sent.)"},
+    {error_cause::host_key_changed, "HostKeyChanged",
+     R"(The host key of "{0}" is not the one that is known: {1}. Somebody may be listening in, or )"
+     "the server was set up anew; ask its administrator. Nothing secret was sent."},
+    {error_cause::host_key_revoked, "HostKeyRevoked",
+     R"(The host key of "{0}" has been revoked: {1}. Nothing secret was sent.)"},
+    {error_cause::login_refused, "LoginRefused",
+     R"(The login at "{0}" was refused{2}. Check the user name and the password or key.)"},
+    {error_cause::timeout, "Timeout", R"("{0}" timed out{2}.)"},
+    {error_cause::connection_lost, "ConnectionLost", R"(The connection broke during "{0}"{2}.)"},
+    {error_cause::protocol_error, "ProtocolError",
+     R"("{0}" does not keep to the protocol: {1}. The connection was closed.)"},
+    {error_cause::not_found, "NotFound", R"(There is no "{0}" on the server{2}.)"},
+    {error_cause::permission_denied, "PermissionDenied", R"(The server does not allow this with "{0}"{2}.)"},
+    {error_cause::already_exists, "AlreadyExists", R"("{0}" already exists{2}.)"},
+    {error_cause::not_empty, "NotEmpty", R"(The folder "{0}" is not empty{2}.)"},
+    {error_cause::is_folder, "IsFolder", R"("{0}" is a folder{2}.)"},
+    {error_cause::not_folder, "NotFolder", R"("{0}" is not a folder{2}.)"},
+    {error_cause::disk_full, "DiskFull", R"(The server has no room for "{0}"{2}.)"},
+    {error_cause::not_supported, "NotSupported", R"(The server does not support what "{0}" needs{2}.)"},
+    {error_cause::refused, "Refused", R"(The server refused the request for "{0}"{2}.)"},
+    {error_cause::incomplete_listing, "IncompleteListing",
+     R"(The listing of "{0}" is not complete: {1}. Nothing was concluded from it.)"},
+    {error_cause::cannot_resume, "CannotResume", R"("{0}" cannot be completed: {1}. Nothing was changed.)"},
+    {error_cause::size_mismatch, "SizeMismatch", R"("{0}" did not arrive whole: {1}.)"},
+    {error_cause::unsafe_name, "UnsafeName", R"("{0}" may not be written: {1}.)"},
+    {error_cause::empty_source, "EmptySource",
+     R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},
+    {error_cause::too_many_removals, "TooManyRemovals",
+     R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
+    {error_cause::local_file, "LocalFileError", R"("{0}" failed on this machine: {1}.)"},
+    {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
+    {error_cause::closed, "Closed", R"(The session is closed.)"},
+}};
+
+constexpr bool is_in_order()
+{
+    for (std::size_t i = 0; i < descriptions.size(); ++i) {
+        if (static_cast<std::size_t>(descriptions.at(i).cause) != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(is_in_order());
+
+const description& describe(error_cause why)
+{
+    return descriptions.at(static_cast<std::size_t>(why));
+}
+
+} // namespace
+
+struct error::details {
+    error_cause cause;
+    std::string path;
+    response said;
+    std::string sentence;
+};
+
+error::error(error_cause why, std::string subject, std::string reason, response said)
+{
+    // A server may repeat what it was sent, the password included.
+    const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(masked(said.message)));
+    std::string sentence =
+        fmt::format(fmt::runtime(describe(why).sentence), escape(subject), escape(reason), words);
+    details_ =
+        std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(sentence)});
+}
+
+const char* error::what() const noexcept
+{
+    return details_->sentence.c_str();
+}
+
+error_cause error::cause() const noexcept
+{
+    return details_->cause;
+}
+
+std::string_view error::name() const noexcept
+{
+    return name_of(details_->cause);
+}
+
+const std::string& error::path() const noexcept
+{
+    return details_->path;
+}
+
+long error::reply_code() const noexcept
+{
+    return details_->said.code;
+}
+
+const std::string& error::server_message() const noexcept
+{
+    return details_->said.message;
+}
+
+LocalFileError::LocalFileError(std::string path, std::error_code code, std::string reason)
+    : error(error_cause::local_file, std::move(path), reason.empty() ? code.message() : std::move(reason)),
+      code_(code)
+{
+}
+
+std::string_view name_of(error_cause why) noexcept
+{
+    return describe(why).name;
+}
+
+std::string_view sentence_of(error_cause why) noexcept
+{
+    return describe(why).sentence;
+}
+
+} // namespace qrftp

@@ -1,0 +1,57 @@
+#include "data_tls.hpp"
+
+namespace qrftp::ftp {
+
+namespace {
+
+/// Where a context of OpenSSL's keeps its `data_tls`.
+int data_index()
+{
+    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+} // namespace
+
+void data_tls::set_up(const curl_ptr& handle)
+{
+    setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &data_tls::on_context);
+    setopt(handle, CURLOPT_SSL_CTX_DATA, this);
+}
+
+void data_tls::reset()
+{
+    context_ = nullptr;
+    ended_ = false;
+}
+
+CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexcept
+{
+    auto& mine = *static_cast<data_tls*>(self);
+    if (mine.control_is_next_) {
+        mine.control_is_next_ = false;
+        return CURLE_OK;
+    }
+    auto* const made = static_cast<SSL_CTX*>(context);
+    if (SSL_CTX_set_ex_data(made, data_index(), &mine) == 0) {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    SSL_CTX_set_info_callback(made, &data_tls::on_event);
+    mine.context_ = made;
+    mine.ended_ = false;
+    return CURLE_OK;
+}
+
+void data_tls::on_event(const SSL* connection, int where, int value) noexcept
+{
+    if (where != SSL_CB_READ_ALERT || (value & 0xff) != SSL_AD_CLOSE_NOTIFY) {
+        return;
+    }
+    const SSL_CTX* const context = SSL_get_SSL_CTX(connection);
+    auto* const mine = static_cast<data_tls*>(SSL_CTX_get_ex_data(context, data_index()));
+    if (mine->context_ == context) {
+        mine->ended_ = true;
+    }
+}
+
+} // namespace qrftp::ftp

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "setopt.hpp"
+
+#include <openssl/ssl.h>
+
+namespace qrftp::ftp {
+
+/// Sees how the encryption of a data connection ends. libcurl takes a connection that is cut off for one that
+/// was ended: whoever cuts it could shorten a listing or a file. Outlives the connection.
+class data_tls {
+public:
+    data_tls() = default;
+    data_tls(const data_tls&) = delete;
+    data_tls& operator=(const data_tls&) = delete;
+    ~data_tls() = default;
+
+    void set_up(const curl_ptr& handle);
+
+    /// A request begins.
+    void reset();
+    /// The next handshake is that of the control connection.
+    void expect_control() { control_is_next_ = true; }
+
+    /// Whether there was an encrypted data connection since `reset`.
+    [[nodiscard]] bool is_used() const { return context_ != nullptr; }
+    /// Whether the server ended it by close_notify (RFC 5246, 7.2.1).
+    [[nodiscard]] bool is_ended() const { return ended_; }
+
+private:
+    static CURLcode on_context(CURL* handle, void* context, void* self) noexcept;
+    static void on_event(const SSL* connection, int where, int value) noexcept;
+
+    const SSL_CTX* context_ = nullptr; ///< the data connection's; libcurl makes one for each connection
+    bool control_is_next_ = false;
+    bool ended_ = false;
+};
+
+} // namespace qrftp::ftp

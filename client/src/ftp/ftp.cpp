@@ -1,0 +1,415 @@
+#include "ftp.hpp"
+
+#include "../remote_path.hpp"
+#include "file_transfer.hpp"
+#include "listing_text.hpp"
+
+#include <boost/algorithm/string/predicate.hpp>
+#include <boost/algorithm/string/replace.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace qrftp {
+
+std::unique_ptr<protocol> open_ftp(const url& server, const session_options& options)
+{
+    return std::make_unique<ftp::ftp>(server, options);
+}
+
+} // namespace qrftp
+
+namespace qrftp::ftp {
+
+namespace {
+
+/// The one entry in the answer to MLST.
+std::optional<entry> read_mlst(const reply& answer, const std::string& path)
+{
+    if (!answer.is_completion() || answer.lines.size() < 3) {
+        return std::nullopt;
+    }
+    // The facts stand behind a blank, the name behind them may be a whole path.
+    const std::string& line = answer.lines[1];
+    const std::size_t begin = std::min(line.find_first_not_of(' '), line.size());
+    const std::size_t end = std::min(line.find(' ', begin), line.size());
+    std::string facts = line.substr(begin, end - begin);
+    for (const char* const self : {"type=cdir", "type=pdir"}) {
+        boost::algorithm::ireplace_first(facts, self, "type=dir");
+    }
+    entry found;
+    if (read_mlsd_line(facts + " x", found) != line_content::entry) {
+        return std::nullopt;
+    }
+    found.name = remote_path::filename(path);
+    return found;
+}
+
+/// ProFTPD answers for a link with the kind of what it leads to, and the size and the mode of the link.
+bool may_be_link(const entry& told)
+{
+    return told.mode == std::filesystem::perms::all;
+}
+
+/// Some servers say that a listing went well although it did not: vsftpd of a folder that it may not open,
+/// pure-ftpd of one with more entries than it lists.
+void check_listing_end(const std::string& path, const reply& last)
+{
+    const std::string words = last.said().message;
+    for (const char* const sign : {"failed to open", "truncated"}) {
+        if (boost::algorithm::icontains(words, sign)) {
+            throw IncompleteListing(path, fmt::format("the server said \"{}\"", words), last.said());
+        }
+    }
+}
+
+/// Without a question to the server: whoever renames knows better what there is.
+[[noreturn]] void throw_refused_rename(const std::string& path, const response& said)
+{
+    if (said.code == code::file_unavailable || said.code == code::file_name_not_allowed) {
+        throw PermissionDenied(path, said);
+    }
+    throw Refused(path, said);
+}
+
+/// After these, further files of a batch would fail as well.
+bool concerns_all_files(error_cause cause)
+{
+    return cause == error_cause::no_connection || cause == error_cause::no_encryption ||
+           cause == error_cause::certificate_refused || cause == error_cause::login_refused ||
+           cause == error_cause::cancelled;
+}
+
+template <class File, class Work>
+void carry(batch<File>& files, const Work& work)
+{
+    while (const auto part = files.next()) {
+        try {
+            work(*part->file);
+        } catch (const error& failure) {
+            files.failed(*part, std::current_exception());
+            if (concerns_all_files(failure.cause())) {
+                throw;
+            }
+            continue;
+        } catch (...) {
+            files.failed(*part, std::current_exception());
+            continue;
+        }
+        files.finished(*part);
+    }
+}
+
+} // namespace
+
+ftp::ftp(const url& server, const session_options& options)
+    : connection_(server, options), fact_setter_(
+                                        connection_.info(), connection_.server(),
+                                        [this](const std::string& path, const std::string& command) {
+                                            return send_unchecked(path, {command}, true).last_reply();
+                                        },
+                                        [this](const std::string& sentence) {
+                                            if (connection_.options().on_warning) {
+                                                connection_.options().on_warning(sentence);
+                                            }
+                                        }),
+      has_mlst_(has_feature(connection_.info(), "MLST"))
+{
+}
+
+void ftp::check_name(std::string_view path) const
+{
+    check_text(path, std::string(path));
+}
+
+request_result ftp::run(request request)
+{
+    request.cancellable = !is_cleaning_up();
+    request.repeatable = request.repeatable || is_cleaning_up(); // What is already gone does no harm then.
+    return connection_.run(request);
+}
+
+request_result ftp::send_unchecked(const std::string& subject, std::vector<std::string> commands,
+                                   bool repeatable)
+{
+    return run({.subject = subject, .commands = std::move(commands), .repeatable = repeatable});
+}
+
+void ftp::send_checked(const std::string& path, const std::string& command, expected what, bool repeatable)
+{
+    const request_result result = send_unchecked(path, {command}, repeatable);
+    if (!result.last_reply().is_completion()) {
+        throw_refusal(*this, path, what, result.last_reply().said());
+    }
+}
+
+void ftp::ping()
+{
+    const auto begin = std::chrono::steady_clock::now();
+    send_unchecked("the connection", {"NOOP"}, true);
+    connection_.info().round_trip = std::chrono::steady_clock::now() - begin;
+}
+
+request_result ftp::try_enter(const std::string& path)
+{
+    request_result result = send_unchecked(path, {"CWD " + path}, true);
+    if (result.last_reply().is_completion()) {
+        // Back at once: a folder that the server stands in could not be removed.
+        send_unchecked(path, {"CWD " + info().login_folder}, true);
+    }
+    return result;
+}
+
+void ftp::enter(const std::string& path)
+{
+    const request_result result = try_enter(path);
+    if (!result.last_reply().is_completion()) {
+        throw_refusal(*this, path, expected::folder, result.last_reply().said());
+    }
+}
+
+/// Without a listing: what is asked about is often a new file, in a folder of many.
+bool ftp::is_folder(const std::string& path)
+{
+    const auto told = ask_mlst(path);
+    return told && told->kind != entry_kind::link ? told->kind == entry_kind::folder
+                                                  : try_enter(path).last_reply().is_completion();
+}
+
+std::optional<entry> ftp::ask_mlst(const std::string& path)
+{
+    if (!has_mlst_) {
+        return std::nullopt;
+    }
+    const request_result result = send_unchecked(path, {"MLST " + path}, true);
+    auto found = read_mlst(result.last_reply(), path);
+    has_mlst_ = found || !result.last_reply().is_unknown_command();
+    return found;
+}
+
+std::optional<entry> ftp::find(const std::string& path)
+{
+    const auto told = ask_mlst(path);
+    if (told && !may_be_link(*told)) {
+        return told;
+    }
+    auto found = has_mlst_ ? find_in_parent(path) : find_without_mlst(path);
+    return found ? found : told;
+}
+
+std::optional<entry> ftp::lstat(const std::string& path)
+{
+    auto found = find_in_parent(path);
+    return found ? found : find(path);
+}
+
+std::optional<entry> ftp::find_replaced(const std::string& path)
+{
+    const auto told = ask_mlst(path);
+    if (told ? may_be_link(*told) : !has_mlst_ && size(path)) {
+        return find_in_parent(path);
+    }
+    return told;
+}
+
+/// A parent folder that cannot be listed holds nothing.
+std::optional<entry> ftp::find_in_parent(const std::string& path)
+{
+    const std::string name = remote_path::filename(path);
+    if (path == "/") {
+        return entry{.name = name, .kind = entry_kind::folder};
+    }
+    std::optional<entry> result;
+    try_list(remote_path::parent(path), {.on_entry =
+                                             [&](entry&& found) {
+                                                 if (found.name == name) {
+                                                     result = std::move(found);
+                                                 }
+                                             },
+                                         .on_restart = [&] { result.reset(); }});
+    return result;
+}
+
+std::optional<entry> ftp::find_without_mlst(const std::string& path)
+{
+    if (try_enter(path).last_reply().is_completion()) {
+        return entry{.name = remote_path::filename(path), .kind = entry_kind::folder};
+    }
+    if (const auto bytes = size(path)) {
+        return entry{.name = remote_path::filename(path), .size = bytes, .modified = modification_time(path)};
+    }
+    return find_in_parent(path);
+}
+
+std::optional<std::uint64_t> ftp::size(const std::string& path)
+{
+    return parse_size(send_unchecked(path, {"TYPE I", "SIZE " + path}, true).last_reply());
+}
+
+std::optional<timestamp> ftp::modification_time(const std::string& path)
+{
+    const request_result result = send_unchecked(path, {"MDTM " + path}, true);
+    const reply& answer = result.last_reply();
+    return answer.code == code::file_status ? read_mlsd_time(answer.text()) : std::nullopt;
+}
+
+void ftp::list(const std::string& path, const listing_sink& sink)
+{
+    const request_result result = try_list(path, sink);
+    if (!result.is_done()) {
+        throw_refusal(*this, path, expected::folder, result.said());
+    }
+}
+
+request_result ftp::try_list(const std::string& path, const listing_sink& sink)
+{
+    if (has_mlst_) {
+        request_result result = list_by("MLSD", path, sink);
+        if (result.is_done() || !result.last_reply().is_unknown_command()) {
+            return result;
+        }
+        has_mlst_ = false; // It is advertised and missing.
+    }
+    if (lists_hidden_ == support::unknown) {
+        return probe_hidden(path, sink);
+    }
+    return list_by(lists_hidden_ == support::yes ? "LIST -a" : "LIST", path, sink);
+}
+
+/// Some servers leave files out whose names begin with a dot, unless they are asked for. Others take "-a" for a
+/// name: they refuse, or list nothing but a complaint.
+request_result ftp::probe_hidden(const std::string& path, const listing_sink& sink)
+{
+    std::vector<std::string> skipped;
+    bool found = false;
+    listing_sink probe = sink;
+    probe.on_entry = [&](entry&& what) {
+        found = true;
+        sink.on_entry(std::move(what));
+    };
+    probe.on_skipped = [&](std::string_view line) { skipped.emplace_back(line); };
+    if (sink.on_restart) {
+        probe.on_restart = [&] {
+            found = false;
+            skipped.clear();
+            sink.on_restart();
+        };
+    }
+    const auto list = [&](const char* command) {
+        skipped.clear();
+        return list_by(command, path, probe);
+    };
+    request_result result = list("LIST -a");
+    lists_hidden_ = found ? support::yes : support::unknown;
+    const bool not_entered = result.code == CURLE_REMOTE_ACCESS_DENIED;
+    if (!found && !not_entered) {
+        result = list("LIST");
+        lists_hidden_ = found ? support::no : support::unknown;
+    }
+    for (const std::string& line : skipped) {
+        sink.on_skipped ? sink.on_skipped(line) : void();
+    }
+    return result;
+}
+
+/// Returns a refusal; throws where a listing began and did not end as it should.
+request_result ftp::list_by(const char* command, const std::string& path, const listing_sink& sink)
+{
+    const bool by_mlsd = has_mlst_;
+    const std::uint64_t limit = connection_.options().listing_limit;
+    std::uint64_t read = 0;
+    listing_parser parser(by_mlsd ? listing_format::mlsd : listing_format::list, sink.on_entry,
+                          sink.on_skipped);
+    request wanted{.subject = path, .path = path.ends_with('/') ? path : path + '/', .list_command = command};
+    // LIST may take a name for a pattern or for several, and list a file as if it were a folder's content.
+    wanted.change_directory = !by_mlsd;
+    wanted.on_data = [&](std::string_view bytes) {
+        read += bytes.size();
+        if (read > limit) {
+            throw IncompleteListing(path, fmt::format("it is longer than {} bytes (listing_limit)", limit));
+        }
+        parser.feed(bytes);
+    };
+    if (sink.on_restart) {
+        wanted.restart = [&] {
+            read = 0;
+            parser.restart();
+            sink.on_restart();
+            return true;
+        };
+    }
+    request_result result = run(std::move(wanted));
+    if (result.is_done()) {
+        parser.finish();
+        check_listing_end(path, result.last_reply());
+    }
+    return result;
+}
+
+void ftp::make_folder(const std::string& path)
+{
+    send_checked(path, "MKD " + path, expected::nothing);
+}
+
+void ftp::remove_folder(const std::string& path)
+{
+    send_checked(path, "RMD " + path, expected::empty_folder);
+}
+
+void ftp::remove_file(const std::string& path)
+{
+    send_checked(path, "DELE " + path, expected::file);
+}
+
+/// Two requests: a server may remember an earlier RNFR when one is refused, and RNTO would rename something
+/// else.
+void ftp::rename(const std::string& from, const std::string& to)
+{
+    for (bool again = true;; again = false) {
+        const request_result first = send_unchecked(from, {"RNFR " + from}, true);
+        if (first.last_reply().code != code::pending_further_information) {
+            throw_refused_rename(from, first.last_reply().said());
+        }
+        request_result second;
+        try {
+            second = run({.subject = from, .commands = {"RNTO " + to}, .needs_same_connection = true});
+        } catch (const ConnectionLost& lost) {
+            // A command that is answered with the server's goodbye has not been carried out.
+            if (!again || lost.reply_code() != code::service_not_available) {
+                throw;
+            }
+            continue;
+        }
+        if (second.last_reply().is_completion()) {
+            return;
+        }
+        // It reached the server on another connection, where it means nothing.
+        if (!again || !second.reconnected) {
+            throw_refused_rename(to, second.last_reply().said());
+        }
+    }
+}
+
+void ftp::set_facts(const std::string& path, const file_facts& facts)
+{
+    fact_setter_.set(path, facts);
+}
+
+void ftp::fetch(download_batch& files)
+{
+    carry(files, [this](download& file) { fetch_file(*this, file); });
+}
+
+void ftp::send(upload_batch& files)
+{
+    carry(files, [this](upload& file) { send_file(*this, file); });
+}
+
+std::string ftp::system_type()
+{
+    const request_result result = send_unchecked("the system type", {"SYST"}, true);
+    return result.last_reply().is_completion() ? std::string(result.last_reply().text()) : "";
+}
+
+} // namespace qrftp::ftp

@@ -1,0 +1,141 @@
+#include "login.hpp"
+
+#include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+namespace qrftp::ftp {
+
+namespace {
+
+constexpr const char* anonymous = "anonymous";
+
+/// libcurl counts some limits in whole seconds.
+long seconds_of(std::chrono::milliseconds time)
+{
+    return static_cast<long>(std::chrono::ceil<std::chrono::seconds>(time).count());
+}
+
+long milliseconds_of(std::chrono::milliseconds time)
+{
+    return static_cast<long>(time.count());
+}
+
+} // namespace
+
+void check_text(std::string_view text, const std::string& subject)
+{
+    static constexpr std::string_view forbidden("\r\n\0\xff", 4);
+    const std::size_t place = text.find_first_of(forbidden);
+    if (place != std::string_view::npos) {
+        throw InvalidName(
+            subject, fmt::format("the byte {} at position {}", static_cast<unsigned char>(text[place]), place));
+    }
+}
+
+login::login(const url& server, const session_options& options)
+    : server_(server), options_(options), user_(options.user.empty() ? server.user : options.user),
+      password_(options.password.value_or(server.password))
+{
+    if (user_.empty()) {
+        user_ = anonymous;
+    }
+    check_text(server_.host, "the host name");
+    check_text(user_, "the user name");
+    check_text(password_, "the password");
+    mask_secret(password_);
+}
+
+void login::set_up(const curl_ptr& handle)
+{
+    setopt(handle, CURLOPT_PROTOCOLS_STR, std::string("ftp"));
+    setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    // libcurl keeps an entry for every port that it has connected to, and walks through them all on each
+    // request.
+    setopt(handle, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+    setopt(handle, CURLOPT_MAXCONNECTS, 1L); // a connection that is given up is not taken up again
+    setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
+    setopt(handle, CURLOPT_PATH_AS_IS, 1L);
+    setopt(handle, CURLOPT_BUFFERSIZE, options_.receive_buffer);
+    setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, options_.send_buffer);
+    setopt(handle, CURLOPT_USERNAME, user_);
+    setopt(handle, CURLOPT_PASSWORD, password_);
+    setopt(handle, CURLOPT_PORT, static_cast<long>(server_.port));
+    setopt(handle, CURLOPT_FTP_SKIP_PASV_IP, 1L); // a server may not send its clients elsewhere
+    if (options_.active) {
+        setopt(handle, CURLOPT_FTPPORT, std::string("-"));
+    }
+    // Sizes are asked for by commands of ours.
+    setopt(handle, CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
+    set_limits(handle);
+    set_encryption(handle);
+}
+
+void login::set_limits(const curl_ptr& handle) const
+{
+    setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    setopt(handle, CURLOPT_LOW_SPEED_TIME, seconds_of(options_.stall_timeout));
+    setopt(handle, CURLOPT_SERVER_RESPONSE_TIMEOUT, seconds_of(options_.stall_timeout));
+    setopt(handle, CURLOPT_ACCEPTTIMEOUT_MS, milliseconds_of(options_.connect_timeout));
+    setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, milliseconds_of(options_.connect_timeout));
+    setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds_of(options_.total_timeout));
+}
+
+/// TLS 1.2, no newer one. A ticket of TLS 1.3 serves once, and libcurl, up to 8.21 at least, closes a data
+/// connection without having read the next one: servers that demand that sessions are reused (ProFTPD, vsftpd:
+/// by default) then refuse every data connection after the first. And where such a ticket lies unread when an
+/// upload is closed, the kernel resets the connection, and the server can lose the end of the file.
+void login::set_encryption(const curl_ptr& handle) const
+{
+    const bool secret = user_ != anonymous;
+    const long ssl = options_.tls == tls_mode::none                       ? CURLUSESSL_NONE
+                     : options_.tls == tls_mode::opportunistic && !secret ? CURLUSESSL_TRY
+                                                                          : CURLUSESSL_ALL;
+    setopt(handle, CURLOPT_USE_SSL, ssl);
+    setopt(handle, CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));
+    setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+    setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+    setopt(handle, CURLOPT_SSLVERSION,
+           static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
+    if (!options_.certificate_authorities.empty()) {
+        // libcurl would call a file that it cannot read a bad certificate.
+        std::ifstream file(options_.certificate_authorities);
+        if (!file || file.peek() == std::ifstream::traits_type::eof()) {
+            throw LocalFileError(options_.certificate_authorities.string(),
+                                 std::error_code(errno, std::generic_category()));
+        }
+        setopt(handle, CURLOPT_CAINFO, options_.certificate_authorities.string());
+        setopt(handle, CURLOPT_CAPATH, nullptr); // the system's would be trusted as well
+    }
+}
+
+bool login::asks() const
+{
+    return user_ != anonymous && !options_.password && server_.password.empty() &&
+           static_cast<bool>(options_.ask_password);
+}
+
+bool login::may_ask_again(unsigned attempts) const
+{
+    constexpr unsigned most = 3;
+    return asks() && attempts < most;
+}
+
+void login::provide_password(const curl_ptr& handle, unsigned attempt)
+{
+    if (!asks()) {
+        return;
+    }
+    const auto given = options_.ask_password(attempt);
+    if (!given) {
+        throw LoginRefused(server_.server(), {0, "no password was given"});
+    }
+    check_text(*given, "the password");
+    mask_secret(*given);
+    setopt(handle, CURLOPT_PASSWORD, *given);
+}
+
+} // namespace qrftp::ftp

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <qrftp/error.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qrftp::ftp {
+
+/// Reply codes that mean something to the client (RFC 959, 4.2).
+namespace code {
+inline constexpr long file_status = 213;
+inline constexpr long pending_further_information = 350;
+inline constexpr long service_not_available = 421; ///< the server closes the control connection
+inline constexpr long cannot_open_data_connection = 425;
+inline constexpr long connection_closed = 426;
+inline constexpr long insufficient_storage = 452;
+inline constexpr long file_unavailable = 550;      ///< not there, or not allowed
+inline constexpr long exceeded_storage = 552;      ///< of the user's share
+inline constexpr long file_name_not_allowed = 553; ///< also when something else has the name
+} // namespace code
+
+/// One reply of the control connection, all its lines without their ends (RFC 959, 4.2).
+struct reply {
+    long code = 0;
+    std::vector<std::string> lines;
+
+    /// Codes from 200 to 299.
+    [[nodiscard]] bool is_completion() const { return code >= 200 && code < 300; }
+    /// The server does not know the command, or not with these arguments.
+    [[nodiscard]] bool is_unknown_command() const { return code >= 500 && code <= 504; }
+    /// What follows the code in the last line.
+    [[nodiscard]] std::string_view text() const;
+    /// For errors.
+    [[nodiscard]] response said() const;
+};
+
+/// The replies in what a control connection brought.
+std::vector<reply> parse_replies(std::string_view text);
+
+/// The size in the answer to SIZE. What is no number of bytes, or one that no file has, is none.
+std::optional<std::uint64_t> parse_size(const reply& answer);
+
+} // namespace qrftp::ftp

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <qrftp/file.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace qrftp {
+
+/// How a protocol reads a file at any place.
+class random_reader {
+public:
+    random_reader() = default;
+    random_reader(const random_reader&) = delete;
+    random_reader& operator=(const random_reader&) = delete;
+    virtual ~random_reader() = default;
+
+    [[nodiscard]] virtual std::optional<std::uint64_t> size() const = 0;
+    /// Fills the buffer unless the file ends before.
+    virtual std::size_t read(std::uint64_t offset, std::span<char> buffer) = 0;
+    /// One after the other, unless the protocol knows better.
+    virtual std::vector<std::string> read(std::span<const file_range> ranges);
+};
+
+} // namespace qrftp

@@ -1,0 +1,183 @@
+#include "agent.hpp"
+
+#include "ssh_wire.hpp"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <system_error>
+
+namespace qrftp::sftp {
+
+namespace {
+
+constexpr char failure = 5;
+constexpr char request_identities = 11;
+constexpr char identities_answer = 12;
+constexpr char sign_request = 13;
+constexpr std::size_t longest_message = std::size_t{256} * 1024;
+constexpr std::uint32_t most_keys = 256;
+
+bool send_all(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(sent > 0 ? sent : 0));
+    }
+    return true;
+}
+
+std::optional<std::string> receive(int fd, std::size_t size)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t got = ::recv(fd, bytes.data() + done, size - done, 0);
+        if (got == 0 || (got < 0 && errno != EINTR)) {
+            return std::nullopt;
+        }
+        done += static_cast<std::size_t>(got > 0 ? got : 0);
+    }
+    return bytes;
+}
+
+bool send_message(int fd, std::string_view message)
+{
+    std::string framed;
+    wire::put_string(framed, message);
+    return send_all(fd, framed);
+}
+
+std::optional<std::string> receive_message(int fd)
+{
+    const auto prefix = receive(fd, 4);
+    if (!prefix) {
+        return std::nullopt;
+    }
+    std::string_view rest = *prefix;
+    const std::uint32_t size = wire::take_u32(rest).value_or(0);
+    return size == 0 || size > longest_message ? std::nullopt : receive(fd, size);
+}
+
+} // namespace
+
+std::optional<agent> agent::open()
+{
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): read only
+    const char* const path = std::getenv("SSH_AUTH_SOCK");
+    sockaddr_un address{};
+    if (path == nullptr || *path == '\0' || std::strlen(path) >= sizeof address.sun_path) {
+        return std::nullopt;
+    }
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path, std::strlen(path));
+    unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return std::nullopt;
+    }
+    return agent(std::move(socket));
+}
+
+std::optional<std::string> agent::ask(std::string_view request)
+{
+    return send_message(socket_.get(), request) ? receive_message(socket_.get()) : std::nullopt;
+}
+
+std::vector<std::string> agent::keys()
+{
+    std::vector<std::string> result;
+    const auto answer = ask(std::string(1, request_identities));
+    if (!answer || answer->front() != identities_answer) {
+        return result;
+    }
+    std::string_view rest = *answer;
+    rest.remove_prefix(1);
+    const std::uint32_t count = wire::take_u32(rest).value_or(0);
+    while (result.size() < std::min(count, most_keys)) {
+        const auto key = wire::take_string(rest);
+        const auto comment = wire::take_string(rest);
+        if (!key || !comment) {
+            break;
+        }
+        result.emplace_back(*key);
+    }
+    return result;
+}
+
+agent_bridge::agent_bridge(agent real, std::stop_token stop) : real_(std::move(real)), stop_(std::move(stop))
+{
+}
+
+agent_bridge::~agent_bridge()
+{
+    end_thread();
+}
+
+void agent_bridge::end_thread()
+{
+    if (thread_.joinable()) {
+        ::shutdown(ours_.get(), SHUT_RDWR);
+        thread_.join();
+    }
+}
+
+int agent_bridge::connect()
+{
+    end_thread();
+    int ends[2] = {-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    }
+    ours_ = unique_fd(ends[0]);
+    unique_fd theirs(ends[1]);
+    thread_ = std::thread([this, socket = ours_.get()] { serve(socket); });
+    return theirs.release();
+}
+
+void agent_bridge::offer(std::string shown, std::string key)
+{
+    const std::lock_guard lock(mutex_);
+    shown_ = std::move(shown);
+    key_ = std::move(key);
+}
+
+/// libssh waits for each answer without a limit: a stop request ends the agent's connection, and the answer is
+/// a failure.
+void agent_bridge::serve(int socket)
+{
+    const std::stop_callback on_stop(stop_, [this] { ::shutdown(real_.socket(), SHUT_RDWR); });
+    while (const auto request = receive_message(socket)) {
+        if (!send_message(socket, answer(*request))) {
+            return;
+        }
+    }
+}
+
+std::string agent_bridge::answer(std::string_view request)
+{
+    const std::lock_guard lock(mutex_);
+    if (request.front() == request_identities) {
+        std::string list(1, identities_answer);
+        wire::put_u32(list, 1);
+        wire::put_string(list, shown_);
+        wire::put_string(list, "");
+        return list;
+    }
+    if (request.front() == sign_request) {
+        std::string_view rest = request.substr(1);
+        if (wire::take_string(rest) == shown_) {
+            std::string forwarded(1, sign_request);
+            wire::put_string(forwarded, key_);
+            forwarded += rest;
+            return real_.ask(forwarded).value_or(std::string(1, failure));
+        }
+    }
+    return std::string(1, failure);
+}
+
+} // namespace qrftp::sftp

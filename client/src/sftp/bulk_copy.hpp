@@ -1,0 +1,209 @@
+#pragma once
+
+#include "copy_job.hpp"
+#include "pipeline.hpp"
+
+#include <deque>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace qrftp::sftp {
+
+/// Sends what is waiting and waits for what is owed, although the caller asked for the end; for some seconds at
+/// most, and without telling what fails.
+void drain(pipeline& server) noexcept;
+
+/// Sends what is waiting, without waiting for answers.
+void send_all(pipeline& server);
+
+/// How much may wait to be sent: more would only take memory.
+inline constexpr std::size_t max_unsent = std::size_t{512} * 1024;
+
+/// Copies the files of a batch, many at once, over one connection after another. `Job` is what one file does.
+template <class Job>
+class bulk_copy {
+public:
+    using batch_type = typename Job::batch_type;
+
+    bulk_copy(batch_type& files, copy_hooks hooks) : files_(files), hooks_(std::move(hooks)) {}
+
+    /// Copies until the batch gives no more and all have ended. What ends the session is thrown; what was under
+    /// way is then begun anew by the next call, once, or has been reported to the batch as lost. After
+    /// `Cancelled`, and what the batch throws, nothing is left open on the server, nor under a temporary name.
+    void run(pipeline& server)
+    {
+        copy_state state(server);
+        try {
+            while (start_files(state), send_requests(state), report(state), !active_.empty()) {
+                server.pump();
+            }
+            send_all(server);
+        } catch (...) {
+            stop(state, std::current_exception());
+            throw;
+        }
+    }
+
+    /// Whether `run` has got further since the last time that this was asked.
+    [[nodiscard]] bool has_advanced() noexcept { return std::exchange(reported_, 0) > 0; }
+
+    /// Whether the batch has ended by throwing: there is nothing to go on with.
+    [[nodiscard]] bool is_over() const noexcept { return is_over_; }
+    /// There will be no other connection: reports what was to be begun anew.
+    void give_up(const std::exception_ptr& why) noexcept
+    {
+        for (auto* const waiting : {&postponed_, &alone_}) {
+            for (const active_job& each : *waiting) {
+                try_to_tell(each.what, why);
+            }
+            waiting->clear();
+        }
+    }
+
+private:
+    using part = typename batch_type::part;
+
+    struct active_job {
+        part what;
+        std::unique_ptr<Job> job;
+    };
+
+    void start_files(copy_state& state)
+    {
+        while (state.handles.has_room() && state.planned < state.bytes.size() && state.ended.empty()) {
+            std::optional<active_job> next = next_job();
+            if (!next) {
+                return;
+            }
+            next->job->position = active_.size();
+            active_.push_back(std::move(*next));
+            active_.back().job->start(state);
+        }
+    }
+
+    std::optional<active_job> next_job()
+    {
+        auto& again = !postponed_.empty() ? postponed_ : alone_;
+        if (!again.empty() && (&again == &postponed_ || active_.empty())) {
+            std::optional<active_job> first(std::move(again.front()));
+            again.pop_front();
+            return first;
+        }
+        if (!exhausted_) {
+            if (const std::optional<part> what = files_.next()) {
+                return active_job{*what, std::make_unique<Job>(*what)};
+            }
+            exhausted_ = true;
+            return next_job();
+        }
+        return {};
+    }
+
+    void send_requests(copy_state& state)
+    {
+        while (!state.ready.empty() && state.bytes.has_room() && state.server.unsent() < max_unsent) {
+            state.ready.front()->advance();
+        }
+    }
+
+    void report(copy_state& state)
+    {
+        while (!state.ended.empty()) {
+            active_job done = take_ended(state);
+            if (done.job->is_postponed()) {
+                (done.job->wants_to_be_alone() ? alone_ : postponed_).push_back(std::move(done));
+                continue;
+            }
+            done.job->settle(hooks_);
+            tell(done.what, done.job->failure());
+            if (hooks_.on_file_ended) {
+                hooks_.on_file_ended();
+            }
+        }
+        if (active_.empty() && !(postponed_.empty() && alone_.empty() && exhausted_)) {
+            start_files(state);
+        }
+    }
+
+    /// The same, after something else has failed.
+    void report_ended(copy_state& state, const std::exception_ptr& why) noexcept
+    {
+        while (!state.ended.empty()) {
+            active_job done = take_ended(state);
+            done.job->settle(hooks_);
+            try_to_tell(done.what, done.job->is_postponed() ? why : done.job->failure());
+        }
+    }
+
+    void tell(const part& ended, const std::exception_ptr& failure)
+    {
+        ++reported_;
+        is_over_ = true; // if the batch throws
+        if (failure) {
+            files_.failed(ended, failure);
+        } else {
+            files_.finished(ended);
+        }
+        is_over_ = false;
+    }
+
+    void try_to_tell(const part& ended, const std::exception_ptr& failure) noexcept
+    {
+        const bool was_over = is_over_;
+        try {
+            tell(ended, failure);
+            is_over_ = was_over;
+        } catch (...) { // NOLINT(bugprone-empty-catch): the failure before it ends the batch already
+        }
+    }
+
+    active_job take_ended(copy_state& state)
+    {
+        const std::size_t position = state.ended.back()->position;
+        state.ended.pop_back();
+        return take(position);
+    }
+
+    active_job take(std::size_t position)
+    {
+        active_job taken = std::move(active_[position]);
+        if (position + 1 < active_.size()) {
+            active_[position] = std::move(active_.back());
+            active_[position].job->position = position;
+        }
+        active_.pop_back();
+        return taken;
+    }
+
+    void stop(copy_state& state, const std::exception_ptr& why)
+    {
+        report_ended(state, why);
+        std::vector<active_job> left = std::exchange(active_, {});
+        if (state.server.is_open()) {
+            for (active_job& each : left) {
+                each.job->fail(why);
+            }
+            drain(state.server);
+        }
+        for (active_job& each : left) {
+            if (!state.server.is_open() && each.job->interrupt()) {
+                postponed_.push_back(std::move(each));
+            } else {
+                try_to_tell(each.what, why);
+            }
+        }
+    }
+
+    batch_type& files_;
+    copy_hooks hooks_;
+    std::vector<active_job> active_{};
+    std::deque<active_job> postponed_{};
+    std::deque<active_job> alone_{}; ///< refused while others were open: to be opened alone
+    std::size_t reported_ = 0;
+    bool exhausted_ = false;
+    bool is_over_ = false;
+};
+
+} // namespace qrftp::sftp

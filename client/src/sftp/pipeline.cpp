@@ -1,0 +1,369 @@
+#include "pipeline.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace qrftp::sftp {
+
+namespace {
+
+/// How often a request to stop is looked for.
+constexpr pipeline::duration stop_interval{50};
+/// A transport may want to be asked for much at once: an SSH channel sizes its window by that.
+constexpr std::size_t read_size = std::size_t{1024} * 1024;
+/// An id is the index of a slot and, above it, how often that was used: a repeated answer is then not taken for
+/// that to the slot's next request.
+constexpr std::uint32_t index_bits = 16;
+constexpr std::size_t max_slots = std::size_t{1} << index_bits;
+
+packet_type answer_to(packet_type type) noexcept
+{
+    switch (type) {
+    case packet_type::open:
+    case packet_type::opendir:
+        return packet_type::handle;
+    case packet_type::read:
+        return packet_type::data;
+    case packet_type::readdir:
+    case packet_type::realpath:
+    case packet_type::readlink:
+        return packet_type::name;
+    case packet_type::stat:
+    case packet_type::lstat:
+    case packet_type::fstat:
+        return packet_type::attrs;
+    default:
+        return packet_type::status;
+    }
+}
+
+bool ends_session(const error& failure) noexcept
+{
+    return failure.cause() == error_cause::protocol_error || failure.cause() == error_cause::timeout ||
+           failure.cause() == error_cause::connection_lost;
+}
+
+} // namespace
+
+request::request(packet_type kind) noexcept : type(kind), answer(answer_to(kind))
+{
+}
+
+pipeline::pipeline(std::unique_ptr<transport> connection, settings options)
+    : connection_(std::move(connection)), settings_(std::move(options))
+{
+    handshake();
+    if (has_extension("limits@openssh.com", "1")) {
+        ask_for_limits();
+    }
+}
+
+bool pipeline::has_extension(std::string_view name, std::string_view version) const
+{
+    const auto found = extensions_.find(name);
+    return found != extensions_.end() && found->second == version;
+}
+
+void pipeline::handshake()
+{
+    packet_writer packet(output_, packet_type::init);
+    packet.put(protocol_version);
+    packet.finish();
+    last_progress_ = clock::now();
+    while (!has_version_) {
+        exchange();
+    }
+}
+
+void pipeline::handle_version(packet_reader body)
+{
+    if (body.read_u32() != protocol_version) {
+        throw_malformed("the server speaks another version than 3");
+    }
+    while (!body.at_end()) {
+        const std::string_view name = body.read_string();
+        extensions_.emplace(name, body.read_string());
+    }
+    has_version_ = true;
+}
+
+void pipeline::ask_for_limits()
+{
+    const reply answer = call(request("limits@openssh.com", packet_type::extended_reply));
+    if (answer.is_status()) {
+        return;
+    }
+    packet_reader fields = answer.body();
+    const std::uint64_t packet = fields.read_u64();
+    const std::uint64_t read = fields.read_u64();
+    const std::uint64_t write = fields.read_u64();
+    limits_.handles = fields.read_u64();
+    const auto effective = [packet](std::uint64_t limit, std::uint32_t otherwise) {
+        const std::uint64_t whole = packet > 1024 ? packet - 1024 : max_data;
+        return limit == 0 ? otherwise
+                          : static_cast<std::uint32_t>(std::min({limit, whole, std::uint64_t{max_data}}));
+    };
+    limits_.read = effective(read, limits_.read);
+    limits_.write = effective(write, limits_.write);
+}
+
+byte_queue& pipeline::prepare()
+{
+    if (!is_open()) {
+        throw ConnectionLost(settings_.server);
+    }
+    if (free_.empty()) {
+        if (slots_.size() == max_slots) {
+            throw std::length_error("too many SFTP requests at once");
+        }
+        free_.reserve(slots_.size() + 1);
+        slots_.emplace_back();
+        free_.push_back(static_cast<std::uint32_t>(slots_.size() - 1));
+    }
+    return output_;
+}
+
+std::uint32_t pipeline::next_id() const noexcept
+{
+    return slots_[free_.back()].uses << index_bits | free_.back();
+}
+
+void pipeline::begin(packet_writer& packet, const request& what) const
+{
+    packet.put(next_id());
+    if (!what.extension.empty()) {
+        packet.put(what.extension);
+    }
+}
+
+void pipeline::register_request(const request& what, const request_tag& tag) noexcept
+{
+    if (outstanding_ == 0) {
+        last_progress_ = clock::now();
+        timed_id_ = next_id();
+        timed_since_ = last_progress_;
+    }
+    slot& taken = slots_[free_.back()];
+    free_.pop_back();
+    taken.tag = tag;
+    taken.type = what.type;
+    taken.answer = what.answer;
+    taken.pending = true;
+    ++outstanding_;
+}
+
+reply pipeline::wait_for_answer()
+{
+    answer_.arrived = false;
+    try {
+        while (!answer_.arrived) {
+            pump();
+        }
+    } catch (...) {
+        abandon(answer_);
+        throw;
+    }
+    return answer_.value;
+}
+
+void pipeline::kept_answer::on_reply(const request_tag&, const reply& answer)
+{
+    body = answer.body().rest(); // the input buffer moves on
+    value = reply(answer.type(), packet_reader(body));
+    arrived = true;
+}
+
+void pipeline::abandon(const reply_handler& handler) noexcept
+{
+    for (slot& each : slots_) {
+        if (each.pending && each.tag.handler == &handler) {
+            each.tag.handler = nullptr;
+        }
+    }
+}
+
+void pipeline::close() noexcept
+{
+    connection_.reset();
+    outstanding_ = 0;
+    slots_.clear();
+    free_.clear();
+}
+
+void pipeline::pump()
+{
+    if (!is_open()) {
+        throw ConnectionLost(settings_.server);
+    }
+    if (settings_.stop.stop_requested()) {
+        throw Cancelled(settings_.server);
+    }
+    if (outstanding_ > 0 || !output_.empty()) {
+        exchange();
+    }
+}
+
+void pipeline::exchange()
+{
+    try {
+        const bool sent = flush();
+        if (!receive() && !sent) {
+            wait();
+        }
+    } catch (const error& failure) {
+        if (ends_session(failure)) {
+            close();
+        }
+        throw;
+    }
+}
+
+bool pipeline::flush()
+{
+    if (output_.empty()) {
+        return false;
+    }
+    const std::size_t sent = connection_->write(output_.bytes());
+    output_.consume(sent);
+    if (sent > 0) {
+        last_progress_ = clock::now();
+    }
+    return sent > 0;
+}
+
+/// Whether there was something to handle.
+bool pipeline::receive()
+{
+    if (dispatch()) { // what an exception left behind
+        return true;
+    }
+    const std::size_t received = connection_->read(input_.prepare(read_size));
+    if (received == 0) {
+        return false;
+    }
+    input_.commit(received);
+    last_progress_ = clock::now();
+    dispatch();
+    return true;
+}
+
+/// Handles the packets that have arrived as a whole; returns whether there was one.
+bool pipeline::dispatch()
+{
+    bool handled = false;
+    while (input_.size() >= 4) {
+        const std::size_t length = packet_reader(input_.bytes()).read_u32();
+        if (length == 0 || length > max_packet) {
+            throw_malformed(fmt::format("a packet is said to have {} bytes", length));
+        }
+        if (input_.size() - 4 < length) {
+            break;
+        }
+        const std::string_view packet = input_.bytes().substr(4, length);
+        input_.consume(4 + length); // its bytes stay where they are until the next `prepare`
+        handled = true;
+        handle_packet(packet);
+    }
+    return handled;
+}
+
+void pipeline::handle_packet(std::string_view packet)
+{
+    packet_reader fields(packet);
+    const auto type = static_cast<packet_type>(fields.read_u8());
+    if (!has_version_) {
+        if (type != packet_type::version) {
+            throw_malformed("the first packet is not VERSION");
+        }
+        return handle_version(fields);
+    }
+    const std::uint32_t id = fields.read_u32();
+    const slot asked = take_slot(id);
+    const reply answer(type, fields);
+    trace_reply(answer);
+    const bool succeeded_without_answer =
+        answer.is_status(status_code::ok) && asked.answer != packet_type::status;
+    if ((type != asked.answer && !answer.is_status()) || succeeded_without_answer) {
+        throw_malformed(fmt::format("{} was answered by packet type {}", name_of(asked.type), packet[0]));
+    }
+    note_round_trip(id);
+    if (asked.tag.handler != nullptr) {
+        asked.tag.handler->on_reply(asked.tag, answer);
+    } else {
+        drop(answer);
+    }
+}
+
+pipeline::slot pipeline::take_slot(std::uint32_t id)
+{
+    const std::uint32_t index = id & (max_slots - 1);
+    if (index >= slots_.size() || !slots_[index].pending || (slots_[index].uses & 0xffff) != id >> index_bits) {
+        throw_malformed("an answer has the id of no request");
+    }
+    const slot taken = slots_[index];
+    slots_[index].pending = false;
+    ++slots_[index].uses;
+    free_.push_back(index);
+    --outstanding_;
+    return taken;
+}
+
+void pipeline::note_round_trip(std::uint32_t id)
+{
+    if (timed_id_ == id) {
+        round_trip_ = std::min(round_trip_, clock::now() - timed_since_);
+        timed_id_.reset();
+    }
+}
+
+void pipeline::drop(const reply& answer)
+{
+    if (answer.type() == packet_type::handle) {
+        send(packet_type::close, {}, answer.handle());
+    }
+}
+
+pipeline::duration pipeline::longest_wait() const
+{
+    const auto now = clock::now();
+    const bool may_stall = settings_.stall_timeout > duration::zero();
+    auto left =
+        may_stall ? last_progress_ + settings_.stall_timeout - now : clock::duration(std::chrono::hours(1));
+    if (deadline_) {
+        left = std::min(left, *deadline_ - now);
+    }
+    return std::chrono::ceil<duration>(left);
+}
+
+void pipeline::wait()
+{
+    const duration left = longest_wait();
+    if (left <= duration::zero()) {
+        throw Timeout(settings_.server);
+    }
+    const bool to_write = !output_.empty();
+    connection_->wait(to_write, settings_.stop.stop_possible() ? std::min(left, stop_interval) : left);
+}
+
+void pipeline::append_trace(std::string& line, std::uint64_t offset)
+{
+    line += fmt::format(" at {}", offset);
+}
+
+void pipeline::trace_reply(const reply& answer) const
+{
+    if (!settings_.trace) {
+        return;
+    }
+    if (answer.is_status()) {
+        settings_.trace(
+            fmt::format("< STATUS {} {}", static_cast<std::uint32_t>(answer.code()), answer.message()));
+    } else {
+        settings_.trace(fmt::format("< {}", name_of(answer.type())));
+    }
+}
+
+} // namespace qrftp::sftp

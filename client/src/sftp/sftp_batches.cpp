@@ -1,0 +1,244 @@
+#include "../refusal.hpp"
+#include "../remote_path.hpp"
+#include "../transfer/replace.hpp"
+#include "bulk_copy.hpp"
+#include "change_batch.hpp"
+#include "download_job.hpp"
+#include "folder_scan.hpp"
+#include "sftp_protocol.hpp"
+#include "upload_job.hpp"
+
+#include <utility>
+
+/// What `sftp_protocol` does of many at once.
+namespace qrftp::sftp {
+
+namespace {
+
+const request statvfs("statvfs@openssh.com", packet_type::extended_reply);
+
+response said_by(const error& failure)
+{
+    return {failure.reply_code(), failure.server_message()};
+}
+
+/// Whether the server said no, without a word that says enough.
+bool needs_reason(const error& failure)
+{
+    return failure.cause() == error_cause::refused || failure.cause() == error_cause::not_found;
+}
+
+bool ends_request(const error& failure)
+{
+    switch (failure.cause()) {
+    case error_cause::connection_lost:
+    case error_cause::timeout:
+    case error_cause::protocol_error:
+    case error_cause::cancelled:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Runs `work`, which is to throw the reason for `why`, and returns it.
+template <class Work>
+std::exception_ptr reason_for(const std::exception_ptr& why, const Work& work)
+{
+    try {
+        std::rethrow_exception(why);
+    } catch (const error& failure) {
+        if (!needs_reason(failure)) {
+            return why;
+        }
+        try {
+            work(failure);
+        } catch (const error& reason) {
+            return ends_request(reason) ? why : std::current_exception();
+        }
+        return why;
+    } catch (...) {
+        return why;
+    }
+}
+
+/// While it lives, requests on the side open no new connection.
+class carrying {
+public:
+    explicit carrying(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) {}
+    carrying(const carrying&) = delete;
+    carrying& operator=(const carrying&) = delete;
+    ~carrying() { flag_ = before_; }
+
+private:
+    bool& flag_;
+    bool before_;
+};
+
+/// A single folder as a queue.
+class single_folder final : public folder_queue {
+public:
+    single_folder(const std::string& path, const listing_sink& sink) : path_(&path), sink_(sink) {}
+
+    std::optional<std::string> next() override
+    {
+        const std::string* const path = std::exchange(path_, nullptr);
+        return path == nullptr ? std::nullopt : std::optional(*path);
+    }
+    void found(const std::string&, entry&& what) override { sink_.on_entry(std::move(what)); }
+    void skipped(const std::string&, std::string_view line) override
+    {
+        if (sink_.on_skipped) {
+            sink_.on_skipped(line);
+        }
+    }
+    void restarted(const std::string& folder) override
+    {
+        if (!sink_.on_restart) {
+            throw ConnectionLost(folder);
+        }
+        sink_.on_restart();
+    }
+    void finished(const std::string&) override {}
+    void failed(const std::string&, std::exception_ptr why) override { std::rethrow_exception(why); }
+
+private:
+    const std::string* path_;
+    const listing_sink& sink_;
+};
+
+} // namespace
+
+void sftp_protocol::change(std::span<const path_change> changes,
+                           const std::function<void(std::size_t, std::exception_ptr)>& on_done)
+{
+    change_batch batch(changes, [&](std::size_t index, std::exception_ptr why) {
+        on_done(index, why ? explain_change(changes[index], why) : why);
+    });
+    pipeline& server = connected();
+    try {
+        const carrying scope(is_carrying_);
+        return batch.run(server);
+    } catch (const ConnectionLost&) {
+        if (server.is_open()) {
+            throw;
+        }
+    }
+    for (const std::size_t index : batch.unanswered()) {
+        std::exception_ptr failure;
+        try {
+            if (!is_carried_out(changes[index])) {
+                change_one(changes[index]);
+            }
+        } catch (const error&) {
+            failure = std::current_exception();
+        }
+        on_done(index, failure);
+    }
+}
+
+std::exception_ptr sftp_protocol::explain_change(const path_change& change, const std::exception_ptr& why)
+{
+    return reason_for(why, [&](const error& failure) {
+        switch (change.what) {
+        case path_change::kind::make_folder:
+            throw_refusal(*this, change.path, expected::nothing, said_by(failure));
+        case path_change::kind::remove_file:
+            throw_refusal(*this, change.path, expected::file, said_by(failure));
+        case path_change::kind::remove_folder:
+            throw_refusal(*this, change.path, expected::empty_folder, said_by(failure));
+        }
+    });
+}
+
+void sftp_protocol::list(const std::string& path, const listing_sink& sink)
+{
+    single_folder folder(path, sink);
+    list(folder);
+}
+
+void sftp_protocol::list(folder_queue& folders)
+{
+    folder_scan scan(folders, [this](const std::string& folder, const std::exception_ptr& why) {
+        return reason_for(why, [&](const error& failure) {
+            throw_refusal(*this, folder, expected::folder, said_by(failure));
+        });
+    });
+    carry_out(scan);
+}
+
+void sftp_protocol::fetch(download_batch& files)
+{
+    bulk_copy<download_job> copy(files, hooks());
+    carry_out(copy);
+}
+
+void sftp_protocol::send(upload_batch& files)
+{
+    bulk_copy<upload_job> copy(files, hooks());
+    carry_out(copy);
+}
+
+/// Runs `work`, which keeps what is left, over one connection after another; a new one only when the last
+/// brought something to an end.
+template <class Work>
+void sftp_protocol::carry_out(Work& work)
+{
+    int losses = 0;
+    try {
+        for (;;) {
+            pipeline& server = connected();
+            const carrying scope(is_carrying_);
+            try {
+                return work.run(server);
+            } catch (const ConnectionLost&) {
+                losses = work.has_advanced() ? 1 : losses + 1;
+                if (work.is_over() || server.is_open() || losses > 1) {
+                    throw;
+                }
+            }
+        }
+    } catch (...) {
+        work.give_up(std::current_exception());
+        throw;
+    }
+}
+
+copy_hooks sftp_protocol::hooks()
+{
+    return {.explain = [this](const std::string& path, bool is_upload,
+                              const std::exception_ptr& why) { return explain_copy(path, is_upload, why); },
+            .replace = [this](const std::string& from,
+                              const std::string& to) { replace_file(*this, from, to, true); },
+            .on_file_ended = [this] { limit_time(); }};
+}
+
+std::exception_ptr sftp_protocol::explain_copy(const std::string& path, bool is_upload,
+                                               const std::exception_ptr& why)
+{
+    return reason_for(why, [&](const error& failure) {
+        if (failure.cause() == error_cause::refused && is_upload && is_disk_full(path)) {
+            throw DiskFull(path, said_by(failure));
+        }
+        throw_refusal(*this, path, is_upload ? expected::new_file : expected::file, said_by(failure));
+    });
+}
+
+bool sftp_protocol::is_disk_full(const std::string& path)
+{
+    pipeline& server = connected();
+    if (!server.has_extension(statvfs.extension, "2")) {
+        return false;
+    }
+    const reply answer = server.call(statvfs, remote_path::parent(path));
+    if (answer.is_status()) {
+        return false;
+    }
+    packet_reader fields = answer.body();
+    for (int skipped = 0; skipped < 4; ++skipped) { // two sizes of blocks, blocks in all, free ones
+        fields.read_u64();
+    }
+    return fields.read_u64() == 0; // free for those who are not root
+}
+
+} // namespace qrftp::sftp

@@ -1,0 +1,283 @@
+#include "sftp_protocol.hpp"
+
+#include "../refusal.hpp"
+#include "../remote_path.hpp"
+#include "../trace.hpp"
+#include "change_batch.hpp"
+#include "file_reader.hpp"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace qrftp::sftp {
+
+namespace {
+
+const request posix_rename("posix-rename@openssh.com", packet_type::status);
+
+response said_by(const error& failure)
+{
+    return {failure.reply_code(), failure.server_message()};
+}
+
+} // namespace
+
+sftp_protocol::sftp_protocol(connect_function connect, std::string server, const session_options& options)
+    : connect_(std::move(connect)), server_(std::move(server)), options_(options)
+{
+    this->connect();
+}
+
+void sftp_protocol::connect()
+{
+    pipeline_.reset();
+    session_options options = options_;
+    if (is_cleaning_up()) {
+        options.stop = {};
+    }
+    pipeline::settings settings{
+        .server = server_, .stall_timeout = options.stall_timeout, .stop = options.stop};
+    if (is_traced(trace_level::dialogue)) {
+        settings.trace = [](std::string_view line) { trace_line(line); };
+    }
+    server_info info;
+    auto stream = connect_(options, info);
+    auto opened = std::make_unique<pipeline>(std::move(stream), std::move(settings));
+    for (const auto& [name, version] : opened->extensions()) {
+        info.features.push_back(fmt::format("{} {}", name, version));
+    }
+    const reply folder = opened->call(packet_type::realpath, ".");
+    folder.check(".");
+    info.login_folder = folder.single_name();
+    info.round_trip = opened->round_trip();
+    info_ = std::move(info);
+    pipeline_ = std::move(opened);
+    ++connections_;
+}
+
+/// The connection, limited as the next request is to be.
+pipeline& sftp_protocol::connected()
+{
+    if (!pipeline_ || !pipeline_->is_open()) {
+        if (is_carrying_) { // What is under way belongs to the old one.
+            throw ConnectionLost(server_);
+        }
+        connect();
+    }
+    pipeline_->set_stop(is_cleaning_up() ? std::stop_token() : options_.stop);
+    limit_time();
+    return *pipeline_;
+}
+
+void sftp_protocol::limit_time()
+{
+    const bool is_limited = options_.total_timeout > std::chrono::milliseconds::zero();
+    pipeline_->set_deadline(is_limited ? std::optional(pipeline::clock::now() + options_.total_timeout)
+                                       : std::nullopt);
+}
+
+/// Runs `work` on the connection; what ends the session is about `subject` then.
+template <class Work>
+auto sftp_protocol::perform(const std::string& subject, const Work& work)
+{
+    pipeline& server = connected();
+    try {
+        return work(server);
+    } catch (const Cancelled&) {
+        throw Cancelled(subject);
+    } catch (const Timeout& failure) {
+        throw Timeout(subject, said_by(failure));
+    } catch (const ConnectionLost& failure) {
+        throw ConnectionLost(subject, said_by(failure));
+    }
+}
+
+/// The same, once more over a new connection.
+template <class Work>
+auto sftp_protocol::ask(const std::string& subject, const Work& work)
+{
+    try {
+        return perform(subject, work);
+    } catch (const ConnectionLost&) { // below
+    }
+    return perform(subject, work);
+}
+
+/// The same for what must not be done twice: `is_done` finds out whether it was.
+template <class Work, class IsDone>
+void sftp_protocol::modify(const std::string& subject, const Work& work, const IsDone& is_done)
+{
+    try {
+        return perform(subject, work);
+    } catch (const ConnectionLost&) {
+        if (is_done()) {
+            return;
+        }
+    }
+    perform(subject, work);
+}
+
+void sftp_protocol::check_name(std::string_view path) const
+{
+    if (path.find('\0') != std::string_view::npos) {
+        throw InvalidName(std::string(path), "a NUL byte");
+    }
+}
+
+void sftp_protocol::ping()
+{
+    ask(server_, [this](pipeline& server) { server.call(packet_type::realpath, ".").check(server_); });
+}
+
+/// Nothing when there is nothing of that name.
+std::optional<attributes> sftp_protocol::attributes_of(packet_type request, const std::string& path)
+{
+    return ask(path, [&](pipeline& server) -> std::optional<attributes> {
+        const reply answer = server.call(request, path);
+        if (answer.is_status(status_code::no_such_file)) {
+            return {};
+        }
+        answer.check(path);
+        return answer.attrs();
+    });
+}
+
+std::unique_ptr<random_reader> sftp_protocol::open_reader(const std::string& path)
+{
+    const auto current = [this] {
+        pipeline& server = connected();
+        return file_reader::connection{server, connections_};
+    };
+    return ask(path, [&](pipeline& /*server*/) -> std::unique_ptr<random_reader> {
+        try {
+            return std::make_unique<file_reader>(current, path);
+        } catch (const Refused& failure) {
+            throw_refusal(*this, path, expected::file, said_by(failure));
+        }
+    });
+}
+
+void sftp_protocol::enter(const std::string& path)
+{
+    // The folder's own "." is reached only by those who may enter it.
+    ask(path, [&](pipeline& server) {
+        const reply answer = server.call(packet_type::stat, path == "/" ? "/." : path + "/.");
+        if (answer.is_status(status_code::no_such_file) || answer.is_status(status_code::failure)) {
+            throw_refusal(*this, path, expected::folder,
+                          {static_cast<long>(answer.code()), std::string(answer.message())});
+        }
+        answer.check(path);
+        if (kind_of(answer.attrs()).value_or(entry_kind::folder) != entry_kind::folder) {
+            throw NotFolder(path);
+        }
+    });
+}
+
+bool sftp_protocol::is_folder(const std::string& path)
+{
+    const auto found = attributes_of(packet_type::stat, path);
+    return found && kind_of(*found) == entry_kind::folder;
+}
+
+std::optional<entry> sftp_protocol::find(const std::string& path)
+{
+    const auto found = attributes_of(packet_type::lstat, path);
+    return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+}
+
+std::optional<entry> sftp_protocol::stat(const std::string& path)
+{
+    std::optional<entry> found = find(path);
+    if (found && found->kind == entry_kind::link) {
+        ask(path, [&](pipeline& server) {
+            const reply answer = server.call(packet_type::readlink, path);
+            found->link_target = answer.is_status() ? "" : answer.single_name();
+        });
+    }
+    return found;
+}
+
+std::optional<entry> sftp_protocol::follow(const std::string& path)
+{
+    const auto found = attributes_of(packet_type::stat, path);
+    return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+}
+
+std::optional<std::uint64_t> sftp_protocol::size(const std::string& path)
+{
+    const auto found = attributes_of(packet_type::stat, path);
+    return found && kind_of(*found) != entry_kind::folder ? found->size : std::nullopt;
+}
+
+std::optional<timestamp> sftp_protocol::modification_time(const std::string& path)
+{
+    const auto found = attributes_of(packet_type::stat, path);
+    return found ? make_entry({}, *found).modified : std::nullopt;
+}
+
+void sftp_protocol::make_folder(const std::string& path)
+{
+    change_one({path_change::kind::make_folder, path});
+}
+
+void sftp_protocol::remove_folder(const std::string& path)
+{
+    change_one({path_change::kind::remove_folder, path});
+}
+
+void sftp_protocol::remove_file(const std::string& path)
+{
+    change_one({path_change::kind::remove_file, path});
+}
+
+void sftp_protocol::change_one(const path_change& change)
+{
+    std::exception_ptr failure;
+    const auto on_done = [&](std::size_t, std::exception_ptr why) { failure = std::move(why); };
+    modify(
+        change.path,
+        [&](pipeline& server) {
+            change_batch({&change, 1}, on_done).run(server);
+        },
+        [&] { return is_carried_out(change); });
+    if (failure) {
+        std::rethrow_exception(explain_change(change, failure));
+    }
+}
+
+bool sftp_protocol::is_carried_out(const path_change& change)
+{
+    return find(change.path).has_value() == (change.what == path_change::kind::make_folder);
+}
+
+void sftp_protocol::rename(const std::string& from, const std::string& to)
+{
+    modify(
+        from,
+        [&](pipeline& server) {
+            const bool replaces = server.has_extension(posix_rename.extension, "1");
+            server.call(replaces ? posix_rename : packet_type::rename, from, to).check(to);
+        },
+        [&] { return !find(from) && find(to); });
+}
+
+void sftp_protocol::set_facts(const std::string& path, const file_facts& facts)
+{
+    const attributes values = to_attributes(facts);
+    if (values == attributes{}) {
+        return;
+    }
+    ask(path, [&](pipeline& server) {
+        const reply answer = server.call(packet_type::setstat, path, values);
+        if (answer.is_status(status_code::no_such_file)) {
+            answer.check(path);
+        }
+        if (answer.is_failure() && values.permissions && values.time) { // one of them may do
+            server.call(packet_type::setstat, path, attributes{.permissions = values.permissions});
+            server.call(packet_type::setstat, path, attributes{.time = values.time});
+        }
+    });
+}
+
+} // namespace qrftp::sftp

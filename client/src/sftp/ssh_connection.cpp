@@ -1,0 +1,149 @@
+#include "ssh_connection.hpp"
+
+#include "../base64.hpp"
+#include "ssh_algorithms.hpp"
+
+#include <qrftp/error.hpp>
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <new>
+#include <sys/socket.h>
+#include <utility>
+
+namespace qrftp::sftp {
+
+namespace {
+
+std::string text_of(const char* text)
+{
+    return text == nullptr ? std::string() : std::string(text);
+}
+
+void set_low_water(int fd, int bytes)
+{
+    // Where a socket does not have it, an FTP server is taken for any other that is not SSH.
+    [[maybe_unused]] const int result = ::setsockopt(fd, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
+}
+
+} // namespace
+
+void ssh_connection::deleter::operator()(ssh_session session) const noexcept
+{
+    ssh_free(session); // ssh_disconnect would leave the socket open, since it was not libssh that opened it.
+}
+
+ssh_connection::ssh_connection(byte_connection connection, interruptible_wait& wait)
+    : process_(std::move(connection.process)), wait_(wait), session_(ssh_new()),
+      socket_(std::move(connection.socket))
+{
+    if (session_ == nullptr) {
+        throw std::bad_alloc();
+    }
+    ssh_set_blocking(get(), 0);
+}
+
+ssh_connection::~ssh_connection() = default;
+
+void ssh_connection::set(ssh_options_e option, const void* value)
+{
+    if (ssh_options_set(get(), option, value) != SSH_OK) {
+        throw InvalidOption(wait_.subject(), last_words());
+    }
+}
+
+void ssh_connection::exchange_keys(const ssh_settings& settings, const std::vector<std::string>& known_types)
+{
+    const bool no = false;
+    const std::string host_keys = host_key_algorithms(known_types);
+    set(SSH_OPTIONS_PROCESS_CONFIG, &no); // The configuration is read by ssh_config alone.
+    set(SSH_OPTIONS_KNOWNHOSTS,
+        "/dev/null"); // libssh would order the types of host key by its own look at the files.
+    set(SSH_OPTIONS_GLOBAL_KNOWNHOSTS, "/dev/null");
+    set(SSH_OPTIONS_USER, settings.user.c_str());
+    set(SSH_OPTIONS_HOSTKEYS, host_keys.c_str());
+    set(SSH_OPTIONS_CIPHERS_C_S, preferred_ciphers());
+    set(SSH_OPTIONS_CIPHERS_S_C, preferred_ciphers());
+    const int fd = socket_.get();
+    set(SSH_OPTIONS_FD, &fd);
+    socket_.release(); // libssh closes it
+    // The first bytes are looked at before libssh takes them: its first call may not read.
+    set_low_water(fd, std::numeric_limits<int>::max());
+    int result = ssh_connect(get());
+    set_low_water(fd, 1);
+    for (wait_.restart(); result == SSH_AGAIN; result = ssh_connect(get())) {
+        wait_for_server();
+        refuse_ftp(fd, settings);
+    }
+    if (result != SSH_OK) {
+        throw NoConnection(wait_.subject(), {0, first_line_.starts_with("SSH-") ? last_words() : not_ssh()});
+    }
+}
+
+/// A server may send lines before its identification (RFC 4253, 4.2), but none that begins an FTP dialogue.
+void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
+{
+    std::array<char, 255> bytes{};
+    const ssize_t size =
+        first_line_.empty() ? ::recv(fd, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT) : 0;
+    if (size <= 0) {
+        return;
+    }
+    first_line_.assign(bytes.data(), static_cast<std::size_t>(size));
+    first_line_ = first_line_.substr(0, first_line_.find_first_of("\r\n"));
+    if (first_line_.starts_with("220") || first_line_.starts_with("120")) { // RFC 959, 5.4
+        throw NoConnection(wait_.subject(), {0, fmt::format("it is an FTP server: write ftp://{}:{}",
+                                                            settings.host, settings.port)});
+    }
+}
+
+std::string ssh_connection::not_ssh() const
+{
+    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", first_line_);
+}
+
+void ssh_connection::wait_for_server()
+{
+    const bool unsent = (ssh_get_poll_flags(get()) & SSH_WRITE_PENDING) != 0;
+    wait_.wait(ssh_get_fd(get()), static_cast<short>(POLLIN | (unsent ? POLLOUT : 0)));
+}
+
+host_key ssh_connection::server_key(const std::string& host) const
+{
+    ssh_key key = nullptr;
+    char* text = nullptr;
+    std::string blob;
+    if (ssh_get_server_publickey(get(), &key) == SSH_OK) {
+        if (ssh_pki_export_pubkey_base64(key, &text) == SSH_OK) {
+            blob = from_base64(text);
+        }
+        ssh_string_free_char(text);
+        ssh_key_free(key);
+    }
+    if (blob.empty()) {
+        throw ProtocolError(wait_.subject(), "its host key cannot be read");
+    }
+    return {host, std::string(type_of_key(blob)), blob};
+}
+
+std::string ssh_connection::last_words() const
+{
+    return text_of(ssh_get_error(get()));
+}
+
+std::string ssh_connection::identification() const
+{
+    return text_of(ssh_get_serverbanner(get()));
+}
+
+std::string ssh_connection::ciphers() const
+{
+    const std::string in = text_of(ssh_get_cipher_in(get()));
+    const std::string out = text_of(ssh_get_cipher_out(get()));
+    return in == out ? in : fmt::format("{} in, {} out", in, out);
+}
+
+} // namespace qrftp::sftp

@@ -1,0 +1,326 @@
+#include "upload_job.hpp"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace qrftp::sftp {
+
+namespace {
+
+const request posix_rename("posix-rename@openssh.com", packet_type::status);
+
+} // namespace
+
+void upload_job::send_first()
+{
+    if (is_renaming_) {
+        return ask_whether_renamed();
+    }
+    knows_target_ = is_retry() || (file_.may_replace() && !file_.needs_replaced());
+    if (!knows_target_) {
+        ask(packet_type::lstat, step::look_at_target, file_.target());
+    }
+    if (has_begun_) {
+        return open_target();
+    }
+    if (file_.resumes()) {
+        return ask(packet_type::stat, step::look, file_.path());
+    }
+    begin({});
+}
+
+void upload_job::handle_reply(const request_tag& tag, const reply& answer)
+{
+    switch (tag.step) {
+    case step::look:
+        return on_look(answer);
+    case step::look_at_target:
+        return on_look_at_target(answer);
+    case step::open:
+        return on_open(answer);
+    case step::write:
+        return on_written(tag, answer);
+    case step::close:
+        return on_closed(answer);
+    case step::rename:
+        return on_renamed(answer);
+    case step::find_temporary:
+        temporary_is_there_ = !answer.is_status();
+        return;
+    case step::find_target:
+        return on_found_target(answer);
+    default: // Facts that a server does not set are no failure.
+        return is_closed_ ? on_stored() : void();
+    }
+}
+
+void upload_job::on_look(const reply& answer)
+{
+    if (answer.is_status()) {
+        return answer.is_status(status_code::no_such_file) ? begin({}) : fail_refused(file_.target(), answer);
+    }
+    file_facts there;
+    there.size = answer.attrs().size;
+    begin(there);
+}
+
+void upload_job::on_look_at_target(const reply& answer)
+{
+    knows_target_ = true;
+    if (!answer.is_status()) {
+        replaced_ = make_entry({}, answer.attrs());
+        if (!file_.may_replace()) {
+            return fail(std::make_exception_ptr(AlreadyExists(file_.target())));
+        }
+    }
+    if (is_sent_ && is_open()) {
+        finish_writing();
+    }
+}
+
+void upload_job::begin(const std::optional<file_facts>& there)
+{
+    const bool begun = guarded([&] {
+        range_ = file_.begin(there);
+        range_.begin = std::max(range_.begin, part_.begin);
+        range_.end = std::min(range_.end, part_.end);
+        next_ = range_.begin;
+        confirmed_ = range_.begin;
+        has_begun_ = true;
+    });
+    if (begun) {
+        open_target();
+    }
+}
+
+void upload_job::open_target()
+{
+    plan(last() == byte_range::to_the_end ? 0 : last() - std::min(next_, last()));
+    has_temporary_ = file_.is_temporary();
+    send_open(step::open, file_.path(), open_flags());
+}
+
+/// Of several parts, and of what is resumed, nothing may be cut off. What is new must not be there.
+std::uint32_t upload_job::open_flags() const
+{
+    std::uint32_t flags = open_flag::write | open_flag::create;
+    if (part_.is_whole() && next_ == 0 && range_.end > 0) {
+        flags |= open_flag::truncate;
+        if (!is_retry() && (file_.is_temporary() || !file_.may_replace())) {
+            flags |= open_flag::exclusive;
+        }
+    }
+    return flags;
+}
+
+void upload_job::on_open(const reply& answer)
+{
+    if (!take_handle(answer, file_.target())) {
+        if (is_postponed() && file_.is_temporary() && part_.is_whole()) {
+            guarded([this] { file_.rename_temporary(); });
+        }
+        return;
+    }
+    if (next_ < last()) {
+        get_ready();
+    } else {
+        finish_writing();
+    }
+}
+
+/// Where the source ends, as far as that is known.
+std::uint64_t upload_job::last() const
+{
+    return std::min(range_.end, file_.size().value_or(byte_range::to_the_end));
+}
+
+bool upload_job::send_more()
+{
+    std::size_t sent = 0;
+    const auto length =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(last() - next_, server().limits().write));
+    const bool could_read = guarded([&] {
+        sent = server().send_write({this, step::write, 0, next_}, handle(), length,
+                                   [this](std::span<char> buffer) { return file_.read(next_, buffer); });
+    });
+    if (!could_read) {
+        return false;
+    }
+    if (sent > 0) {
+        note_sent(static_cast<std::uint32_t>(sent));
+        next_ += sent;
+        plan(planned() - std::min<std::uint64_t>(planned(), sent));
+    }
+    if (sent == 0 || next_ >= last()) {
+        finish_writing();
+        return false;
+    }
+    return true;
+}
+
+/// All of it has been sent.
+void upload_job::finish_writing()
+{
+    is_sent_ = true;
+    if (!knows_target_) {
+        return;
+    }
+    if (part_.is_whole()) {
+        send_facts();
+    }
+    if (has_ended()) {
+        return;
+    }
+    ask_close(step::close);
+}
+
+void upload_job::send_facts()
+{
+    attributes values;
+    if (!guarded([&] { values = to_attributes(file_.facts_to_set(replaced_)); })) {
+        return;
+    }
+    if (values == attributes{}) {
+        return;
+    }
+    if (is_open()) {
+        ask(packet_type::fsetstat, step::set_facts, handle(), values);
+    } else {
+        ask(packet_type::setstat, step::set_facts, file_.path(), values);
+    }
+}
+
+void upload_job::on_written(const request_tag& tag, const reply& answer)
+{
+    note_answered(tag.length);
+    if (answer.is_failure()) {
+        return fail_refused(file_.target(), answer);
+    }
+    if (tag.offset == confirmed_) {
+        confirmed_ += tag.length;
+    }
+    if (guarded([&] { file_.sent(tag.length); }) && is_closed_) {
+        on_stored();
+    }
+}
+
+void upload_job::on_closed(const reply& answer)
+{
+    if (answer.is_failure()) {
+        return fail_refused(file_.target(), answer);
+    }
+    is_closed_ = true;
+    on_stored();
+}
+
+/// Goes on when everything has been confirmed.
+void upload_job::on_stored()
+{
+    if (unanswered() > 0 || has_ended()) {
+        return;
+    }
+    if (!std::exchange(is_stored_, true)) {
+        bool is_last = false;
+        if (!guarded([&] { is_last = file_.finish_part(); })) {
+            return;
+        }
+        if (!is_last) {
+            has_temporary_ = false; // It belongs to the other parts.
+            return end();
+        }
+        if (!part_.is_whole()) {
+            send_facts();
+            if (unanswered() > 0) {
+                return;
+            }
+        }
+    }
+    if (file_.is_temporary()) {
+        send_rename();
+    } else {
+        finish();
+    }
+}
+
+void upload_job::send_rename()
+{
+    is_renaming_ = true;
+    const bool replaces = file_.may_replace() && server().has_extension(posix_rename.extension, "1");
+    ask(replaces ? posix_rename : packet_type::rename, step::rename, file_.path(), file_.target());
+}
+
+void upload_job::on_renamed(const reply& answer)
+{
+    if (!answer.is_failure()) {
+        return finish();
+    }
+    needs_replace_ = file_.may_replace() && !server().has_extension(posix_rename.extension, "1");
+    if (needs_replace_) {
+        return end();
+    }
+    fail_refused(file_.target(), answer);
+}
+
+/// The connection broke when RENAME had been sent: what there is tells whether it was carried out.
+void upload_job::ask_whether_renamed()
+{
+    ask(packet_type::lstat, step::find_temporary, file_.path());
+    ask(packet_type::lstat, step::find_target, file_.target());
+}
+
+void upload_job::on_found_target(const reply& answer)
+{
+    if (temporary_is_there_) {
+        return send_rename();
+    }
+    if (!answer.is_status()) {
+        return finish();
+    }
+    has_temporary_ = false;
+    fail(std::make_exception_ptr(ConnectionLost(file_.target())));
+}
+
+void upload_job::finish()
+{
+    has_temporary_ = false;
+    guarded([this] { file_.finish(); });
+    end();
+}
+
+void upload_job::remove_temporary()
+{
+    if (std::exchange(has_temporary_, false)) {
+        server().send(packet_type::remove, {}, file_.path());
+    }
+}
+
+bool upload_job::reset()
+{
+    is_sent_ = false;
+    is_closed_ = false;
+    temporary_is_there_ = false;
+    const bool can_go_on = next_ == confirmed_ || file_.reads_anywhere();
+    next_ = confirmed_;
+    return can_go_on;
+}
+
+void upload_job::settle(const copy_hooks& hooks)
+{
+    if (std::exchange(needs_replace_, false) && !failure()) {
+        try {
+            hooks.replace(file_.path(), file_.target());
+            has_temporary_ = false;
+            file_.finish();
+        } catch (...) {
+            set_failure(std::current_exception());
+            if (server().is_open()) {
+                remove_temporary();
+            }
+        }
+        return;
+    }
+    explain_failure(hooks, file_.target(), true);
+}
+
+} // namespace qrftp::sftp

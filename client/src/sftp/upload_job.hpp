@@ -1,0 +1,76 @@
+#pragma once
+
+#include "copy_job.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace qrftp::sftp {
+
+/// One file to the server: OPEN, WRITEs, FSETSTAT, CLOSE without waiting in between; when all of these have
+/// been confirmed the rename that gives it its name. If it fails, its temporary name is removed.
+class upload_job final : public copy_job {
+public:
+    using batch_type = upload_batch;
+
+    explicit upload_job(const upload_batch::part& what) : file_(*what.file), part_(what.range) {}
+
+    void settle(const copy_hooks& hooks) override;
+    void remove_temporary() override;
+
+private:
+    enum step : std::uint32_t {
+        look,
+        look_at_target,
+        open,
+        write,
+        set_facts,
+        close,
+        rename,
+        find_temporary,
+        find_target
+    };
+
+    void send_first() override;
+    bool send_more() override;
+    void handle_reply(const request_tag& tag, const reply& answer) override;
+    bool reset() override;
+
+    void begin(const std::optional<file_facts>& there);
+    void open_target();
+    [[nodiscard]] std::uint32_t open_flags() const;
+    void on_open(const reply& answer);
+    void on_look(const reply& answer);
+    void on_look_at_target(const reply& answer);
+    void on_written(const request_tag& tag, const reply& answer);
+    void on_closed(const reply& answer);
+    void finish_writing();
+    void send_facts();
+    void on_stored();
+    void send_rename();
+    void on_renamed(const reply& answer);
+    void ask_whether_renamed();
+    void on_found_target(const reply& answer);
+    void finish();
+
+    [[nodiscard]] std::uint64_t last() const;
+
+    upload& file_;
+    byte_range part_;
+    bool has_begun_ = false;
+    bool knows_target_ = true; ///< or need not
+    std::optional<entry> replaced_{};
+    byte_range range_{};
+    std::uint64_t next_ = 0;      ///< everything before it has been sent
+    std::uint64_t confirmed_ = 0; ///< everything before it is on the server
+    bool is_sent_ = false;
+    bool is_closed_ = false;
+    bool is_stored_ = false; ///< under the temporary name, if there is one
+    bool is_renaming_ = false;
+    bool needs_replace_ = false; ///< RENAME does not replace: to be done in steps
+    bool has_temporary_ = false; ///< something may be there under the temporary name
+    bool temporary_is_there_ = false;
+};
+
+} // namespace qrftp::sftp

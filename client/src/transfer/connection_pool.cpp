@@ -1,0 +1,116 @@
+#include "connection_pool.hpp"
+
+#include <utility>
+
+namespace qrftp {
+
+connection_pool::connection_pool(const url& server, const session_options& options, unsigned further)
+    : on_stop_(options.stop, [this] { stop_.request_stop(); })
+{
+    for (unsigned job = 1; job <= further; ++job) {
+        worker& self = *workers_.emplace_back(std::make_unique<worker>());
+        session_options own = options;
+        own.stop = self.stop.get_token();
+        self.thread = std::jthread([this, server, own = std::move(own), &self, job]() mutable {
+            serve(server, std::move(own), self, job);
+        });
+    }
+}
+
+connection_pool::~connection_pool()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+    }
+    for (const auto& each : workers_) {
+        each->stop.request_stop();
+    }
+    changed_.notify_all();
+}
+
+void connection_pool::run(protocol& first, const work& task)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        task_ = &task;
+    }
+    changed_.notify_all();
+    try {
+        task(first, 0);
+    } catch (...) {
+        fail(std::current_exception());
+    }
+    stop_idle_workers();
+    for (const auto& each : workers_) {
+        each->thread.join();
+    }
+    if (failure_) {
+        std::rethrow_exception(failure_);
+    }
+}
+
+void connection_pool::serve(const url& server, session_options options, worker& self, unsigned job) noexcept
+{
+    // What asks for the end of all ends this connection's requests, too.
+    const std::stop_callback follow(stop_.get_token(), [&self] { self.stop.request_stop(); });
+    std::unique_ptr<protocol> opened;
+    try {
+        opened = protocol::open(server, options);
+    } catch (...) {
+        return; // The other connections do the work.
+    }
+    const work* const task = wait_for_work(self);
+    if (task == nullptr) {
+        return;
+    }
+    try {
+        (*task)(*opened, job);
+    } catch (...) {
+        fail(std::current_exception());
+    }
+}
+
+const connection_pool::work* connection_pool::wait_for_work(worker& self)
+{
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, self.stop.get_token(), [this] { return task_ != nullptr || closed_; });
+    if (closed_ || self.stop.stop_requested()) {
+        return nullptr;
+    }
+    self.working = true;
+    return task_;
+}
+
+void connection_pool::fail(std::exception_ptr why)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        if (failure_) {
+            return;
+        }
+        failure_ = std::move(why);
+    }
+    stop_.request_stop();
+}
+
+/// Everything has been handed out: who is still logging in is not needed.
+void connection_pool::stop_idle_workers()
+{
+    std::vector<std::stop_source> idle;
+    {
+        const std::lock_guard lock(mutex_);
+        closed_ = true;
+        for (const auto& each : workers_) {
+            if (!each->working) {
+                idle.push_back(each->stop);
+            }
+        }
+    }
+    for (std::stop_source& each : idle) {
+        each.request_stop();
+    }
+    changed_.notify_all();
+}
+
+} // namespace qrftp

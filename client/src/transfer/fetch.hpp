@@ -1,0 +1,73 @@
+#pragma once
+
+#include "../protocol.hpp"
+#include "local_target.hpp"
+#include "meter.hpp"
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qrftp {
+
+/// A download that becomes a local file. It may come in parts over several connections.
+class file_download final : public download {
+public:
+    /// `known` is what a listing told for certain: a time that need not be asked for.
+    file_download(std::string path, local_place place, const transfer_options& options, meter& progress,
+                  file_facts known = {}, unsigned parts = 1);
+
+    [[nodiscard]] bool needs_size() const override { return target_.size_found() > 0; }
+    [[nodiscard]] bool needs_time() const override { return options_.keep_time && !known_.modified; }
+    [[nodiscard]] std::optional<std::uint64_t> listed_size() const override;
+    byte_range begin(const file_facts& source) override;
+    void write(std::uint64_t offset, std::string_view bytes) override;
+    [[nodiscard]] bool takes_any_order() const override { return target_.has_places(); }
+    bool restart() override;
+    void finish(const file_facts& source) override;
+
+private:
+    void learn(const file_facts& source);
+
+    transfer_options options_;
+    meter& meter_;
+    std::mutex mutex_; ///< parts come side by side
+    local_target target_;
+    file_facts known_;
+    std::optional<std::uint64_t> size_; ///< as the server told it
+    unsigned parts_left_;
+};
+
+/// A download that is given to a function piece by piece, in order.
+class data_download final : public download {
+public:
+    data_download(std::string path, const std::function<bool(std::string_view)>& on_data,
+                  const transfer_options& options, meter& progress);
+
+    /// Only then is it asked where to begin before the server is.
+    [[nodiscard]] bool needs_size() const override { return !range_.is_whole(); }
+    [[nodiscard]] bool needs_time() const override { return false; }
+    [[nodiscard]] std::optional<std::uint64_t> listed_size() const override { return std::nullopt; }
+    byte_range begin(const file_facts& source) override;
+    void write(std::uint64_t offset, std::string_view bytes) override;
+    [[nodiscard]] bool takes_any_order() const override { return false; }
+    bool restart() override { return meter_.moved() == 0; }
+    void finish(const file_facts& source) override;
+
+private:
+    const std::function<bool(std::string_view)>& on_data_;
+    byte_range range_;
+    meter& meter_;
+    std::optional<std::uint64_t> expected_;
+};
+
+/// Throws `SizeMismatch` about `path`.
+[[noreturn]] void throw_size_mismatch(const std::string& path, std::uint64_t got, std::uint64_t of);
+
+/// How much of a file of `whole` bytes a resumed transfer finds done where the target has `there` bytes. Throws
+/// `CannotResume` about `target`.
+std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::uint64_t whole);
+
+} // namespace qrftp

@@ -1,0 +1,207 @@
+#include "local_target.hpp"
+
+#include "../remote_path.hpp"
+#include "local_error.hpp"
+
+#include <utility>
+
+namespace qrftp {
+
+namespace fs = std::filesystem;
+namespace files = zorbel::io::common::file;
+
+namespace {
+
+constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
+
+[[noreturn]] void throw_local(const fs::path& shown, std::errc code, std::string reason = {})
+{
+    throw LocalFileError(shown.string(), std::make_error_code(code), std::move(reason));
+}
+
+/// What the links at `path` lead to in the end.
+fs::path follow_links(fs::path path)
+{
+    constexpr int most_links = 40;
+    std::error_code none;
+    for (int followed = 0; fs::is_symlink(fs::symlink_status(path, none)); ++followed) {
+        if (followed == most_links) {
+            throw_local(path, std::errc::too_many_symbolic_link_levels);
+        }
+        const fs::path target = fs::read_symlink(path, none);
+        path = target.is_absolute() ? target : path.parent_path() / target;
+    }
+    return path;
+}
+
+} // namespace
+
+local_place find_local_place(const fs::path& path)
+{
+    const fs::path target = follow_links(path);
+    const fs::path name = target.filename();
+    if (name.empty() || name == "." || name == "..") {
+        throw_local(path, std::errc::is_a_directory);
+    }
+    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    return with_local_errors(folder, [&] {
+        return local_place{files::open_folder(folder), name.string(), path};
+    });
+}
+
+local_target::local_target(local_place place, const transfer_options& options)
+    : place_(std::move(place)), options_(options)
+{
+    existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name); });
+    if (!existing_) {
+        direct_ = options_.in_place || options_.resume;
+        return;
+    }
+    if (existing_->type == fs::file_type::directory) {
+        throw_local(place_.shown, std::errc::is_a_directory);
+    }
+    const bool replaceable =
+        existing_->type == fs::file_type::regular || existing_->type == fs::file_type::symlink;
+    has_places_ = replaceable;
+    direct_ = !replaceable || options_.in_place || options_.resume;
+    if (direct_ && existing_->type == fs::file_type::symlink) {
+        throw UnsafeName(place_.shown.string(), "it is a symbolic link");
+    }
+    if (replaceable) {
+        refuse_existing();
+    }
+}
+
+local_target::~local_target()
+{
+    if (!temporary_.empty()) {
+        file_.reset();
+        try {
+            place_.folder->remove_file(temporary_);
+        } catch (
+            const fs::filesystem_error&) { // NOLINT(bugprone-empty-catch): the transfer's own error is reported
+        }
+    }
+}
+
+void local_target::refuse_existing() const
+{
+    if (!options_.replace && !options_.resume) {
+        throw AlreadyExists(place_.shown.string());
+    }
+}
+
+std::uint64_t local_target::size_found() const
+{
+    return options_.resume && existing_ && has_places_ ? existing_->size : 0;
+}
+
+bool local_target::open(std::uint64_t kept)
+{
+    if (file_ != nullptr) {
+        return true;
+    }
+    kept_ = kept;
+    if (direct_) {
+        return open_target();
+    }
+    with_local_errors(place_.shown, [&] {
+        std::string name = remote_path::temporary_name();
+        file_ = place_.folder->open_file(name, files::Folder::Open::create);
+        temporary_ = std::move(name);
+    });
+    return true;
+}
+
+bool local_target::open_target()
+{
+    try {
+        with_local_errors(place_.shown,
+                          [&] { file_ = place_.folder->open_file(place_.name, files::Folder::Open::update); });
+    } catch (const LocalFileError& failure) {
+        if (failure.code() == std::errc::no_such_device_or_address) {
+            return false;
+        }
+        throw;
+    }
+    with_local_errors(place_.shown, [&] {
+        has_places_ = file_->status().type == fs::file_type::regular;
+        if (!has_places_) {
+            return;
+        }
+        if (!file_->lock()) {
+            throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
+        }
+        if (file_->status().size < kept_) {
+            throw CannotResume(place_.shown.string(), "it became shorter meanwhile");
+        }
+        file_->truncate(kept_);
+    });
+    return true;
+}
+
+std::optional<std::uint64_t> local_target::size() const
+{
+    return has_places_ ? std::optional(with_local_errors(place_.shown, [&] { return file_->status().size; }))
+                       : std::nullopt;
+}
+
+void local_target::write(std::uint64_t position, std::string_view bytes)
+{
+    with_local_errors(place_.shown, [&] { file_->write(position, bytes); });
+}
+
+bool local_target::restart()
+{
+    if (file_ != nullptr && has_places_) {
+        with_local_errors(place_.shown, [&] { file_->truncate(kept_); });
+    }
+    return has_places_ || file_ == nullptr;
+}
+
+fs::perms local_target::final_mode(const file_facts& source) const
+{
+    static const fs::perms usual = files::default_file_mode(); // read once: it costs a file
+    constexpr auto others = fs::perms::group_all | fs::perms::others_all;
+    constexpr auto readable = fs::perms::group_read | fs::perms::others_read;
+    if (options_.keep_mode && source.mode) {
+        return *source.mode & fs::perms::all;
+    }
+    if (existing_ && existing_->type == fs::file_type::regular) {
+        return existing_->mode & ~set_id_bits;
+    }
+    const bool secret = source.mode && (*source.mode & readable) == fs::perms::none;
+    return secret ? usual & ~(others & ~*source.mode) : usual;
+}
+
+void local_target::commit(const file_facts& source)
+{
+    with_local_errors(place_.shown, [&] {
+        if (has_places_ && (!direct_ || !existing_ || options_.keep_mode)) {
+            file_->set_mode(final_mode(source));
+        }
+        if (has_places_ && options_.keep_time && source.modified) {
+            file_->set_modification_time(*source.modified);
+        }
+        if (has_places_ && options_.sync) {
+            file_->sync();
+        }
+        file_->close();
+        if (!direct_) {
+            try {
+                place_.folder->rename(temporary_, place_.name, options_.replace);
+            } catch (const fs::filesystem_error& failure) {
+                if (!options_.replace && failure.code() == std::errc::file_exists) {
+                    throw AlreadyExists(place_.shown.string());
+                }
+                throw;
+            }
+            temporary_.clear();
+            if (options_.sync) {
+                place_.folder->sync();
+            }
+        }
+    });
+}
+
+} // namespace qrftp

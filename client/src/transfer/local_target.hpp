@@ -1,0 +1,73 @@
+#pragma once
+
+#include "../protocol.hpp"
+
+#include <qrftp/transfer.hpp>
+#include <zorbel/io/common/file/Folder.hpp>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qrftp {
+
+/// A name in an open local folder.
+struct local_place {
+    std::shared_ptr<zorbel::io::common::file::Folder> folder;
+    std::string name;
+    std::filesystem::path shown; ///< as errors name it
+};
+
+/// Where the local `path` is. A symbolic link there stands for what it leads to, whether that exists or not.
+local_place find_local_place(const std::filesystem::path& path);
+
+/// A local file that a download writes.
+///
+/// It collects what arrives under a temporary name beside the target and gives it the target's name in the end;
+/// if that never comes, it is removed with the object. With `in_place` or `resume` it writes to the target
+/// itself, as it does where the target is a device or a pipe. Nothing is made or changed before `open`. Throws
+/// `LocalFileError`, `AlreadyExists`, `UnsafeName`.
+class local_target {
+public:
+    local_target(local_place place, const transfer_options& options);
+    local_target(const local_target&) = delete;
+    local_target& operator=(const local_target&) = delete;
+    ~local_target();
+
+    /// How much of the file a resumed transfer finds there.
+    [[nodiscard]] std::uint64_t size_found() const;
+    /// Whether bytes may be written in any order.
+    [[nodiscard]] bool has_places() const { return has_places_; }
+
+    /// Opens it, keeping `kept` bytes of what is there. A second call does nothing. False where it is a pipe
+    /// that nobody reads yet: to be tried again.
+    [[nodiscard]] bool open(std::uint64_t kept);
+    void write(std::uint64_t position, std::string_view bytes);
+    /// How long it is now; nothing where that has no meaning.
+    [[nodiscard]] std::optional<std::uint64_t> size() const;
+    /// Forgets what was written; false where it went to a device or a pipe.
+    bool restart();
+    /// Closes it; it then has the target's name, and what `source` and the options give it.
+    void commit(const file_facts& source);
+
+private:
+    using status = zorbel::io::common::file::Status;
+
+    [[nodiscard]] std::filesystem::perms final_mode(const file_facts& source) const;
+    void refuse_existing() const;
+    bool open_target();
+
+    local_place place_;
+    transfer_options options_;
+    std::optional<status> existing_;
+    bool direct_ = false; ///< written to under its own name
+    bool has_places_ = true;
+    std::uint64_t kept_ = 0;
+    std::string temporary_;
+    std::unique_ptr<zorbel::io::common::file::LocalFile> file_;
+};
+
+} // namespace qrftp

@@ -1,0 +1,110 @@
+#include "meter.hpp"
+
+#include <qrftp/error.hpp>
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+namespace qrftp {
+
+using seconds = std::chrono::duration<double>;
+
+seconds rate_limiter::count(std::uint64_t bytes)
+{
+    const std::lock_guard lock(mutex_);
+    const auto now = clock::now();
+    if (moved_ == 0) {
+        began_ = now;
+    }
+    moved_ += bytes;
+    return seconds(static_cast<double>(moved_) / static_cast<double>(rate_)) - seconds(now - began_);
+}
+
+std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second)
+{
+    return bytes_per_second == 0 ? nullptr : std::make_shared<rate_limiter>(bytes_per_second);
+}
+
+meter::meter(std::string subject, const transfer_options& options, std::shared_ptr<rate_limiter> limiter,
+             std::stop_token stop)
+    : subject_(std::move(subject)), on_progress_(options.on_progress), limiter_(std::move(limiter)),
+      stop_(std::move(stop))
+{
+}
+
+void meter::start(std::uint64_t total, std::uint64_t found)
+{
+    const std::lock_guard lock(mutex_);
+    total_ = total;
+    found_ = found;
+}
+
+void meter::add(std::uint64_t bytes)
+{
+    constexpr seconds slice(0.05);
+    {
+        const std::lock_guard lock(mutex_);
+        if (moved_ == 0) {
+            began_ = clock::now();
+        }
+        moved_ += bytes;
+    }
+    report(false);
+    if (limiter_ == nullptr) {
+        return;
+    }
+    const auto until = clock::now() + std::chrono::duration_cast<clock::duration>(limiter_->count(bytes));
+    while (clock::now() < until) {
+        std::this_thread::sleep_for(std::min(seconds(until - clock::now()), slice));
+        report(false);
+    }
+}
+
+void meter::pause()
+{
+    constexpr std::chrono::milliseconds a_little(50);
+    report(false);
+    std::this_thread::sleep_for(a_little);
+}
+
+void meter::restart()
+{
+    const std::lock_guard lock(mutex_);
+    moved_ = 0;
+}
+
+void meter::finish()
+{
+    report(true);
+}
+
+std::uint64_t meter::moved() const
+{
+    const std::lock_guard lock(mutex_);
+    return moved_;
+}
+
+void meter::report(bool final_figures)
+{
+    constexpr std::chrono::milliseconds interval(50);
+    if (stop_.stop_requested()) {
+        throw Cancelled(subject_);
+    }
+    if (!on_progress_) {
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    const auto now = clock::now();
+    if (!final_figures && now - reported_ < interval) {
+        return;
+    }
+    reported_ = now;
+    const double elapsed = seconds(now - began_).count();
+    const double rate = moved_ > 0 && elapsed > 0 ? static_cast<double>(moved_) / elapsed : 0;
+    if (!on_progress_({found_ + moved_, total_, rate})) {
+        throw Cancelled(subject_);
+    }
+}
+
+} // namespace qrftp

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <qrftp/transfer.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <string>
+
+namespace qrftp {
+
+/// Holds what several transfers move together to a number of bytes per second. Any number of threads.
+class rate_limiter {
+public:
+    explicit rate_limiter(std::uint64_t bytes_per_second) : rate_(bytes_per_second) {}
+
+    /// Counts `bytes`; returns how long to wait before more is moved.
+    std::chrono::duration<double> count(std::uint64_t bytes);
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    std::uint64_t rate_;
+    std::mutex mutex_;
+    clock::time_point began_{};
+    std::uint64_t moved_ = 0;
+};
+
+/// Null where there is no limit.
+std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second);
+
+/// Counts what one transfer has moved, reports it and holds it back. Throws `Cancelled` about `subject` when
+/// `on_progress` or the stop token asks for the end. Any number of threads.
+class meter {
+public:
+    meter(std::string subject, const transfer_options& options, std::shared_ptr<rate_limiter> limiter,
+          std::stop_token stop);
+
+    /// `found` of `total` bytes are there already; 0 stands for a total that is not known.
+    void start(std::uint64_t total, std::uint64_t found);
+    void add(std::uint64_t bytes);
+    /// Waits a little for something that is not ready yet.
+    void pause();
+    /// What was added comes once more.
+    void restart();
+    /// Reports the final figures, however short ago the last ones were.
+    void finish();
+
+    [[nodiscard]] std::uint64_t moved() const;
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    void report(bool final_figures);
+
+    std::string subject_;
+    std::function<bool(const progress&)> on_progress_;
+    std::shared_ptr<rate_limiter> limiter_;
+    std::stop_token stop_;
+    mutable std::mutex mutex_;
+    std::uint64_t total_ = 0;
+    std::uint64_t found_ = 0;
+    std::uint64_t moved_ = 0;
+    clock::time_point began_{}; ///< the first byte: what the connection took before is no part of the rate
+    clock::time_point reported_{};
+};
+
+} // namespace qrftp

@@ -1,0 +1,143 @@
+#include "send.hpp"
+
+#include "../remote_path.hpp"
+#include "fetch.hpp"
+#include "local_error.hpp"
+#include "local_target.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace qrftp {
+
+namespace fs = std::filesystem;
+namespace files = zorbel::io::common::file;
+
+namespace {
+
+std::string temporary_beside(const std::string& target)
+{
+    return remote_path::join(remote_path::parent(target), remote_path::temporary_name());
+}
+
+} // namespace
+
+std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
+{
+    const local_place place = find_local_place(path);
+    return with_local_errors(path, [&] {
+        // Looked at before it is opened: opening a pipe waits for somebody to write into it.
+        const auto found = place.folder->status(place.name);
+        if (!found) {
+            throw LocalFileError(path.string(), std::make_error_code(std::errc::no_such_file_or_directory));
+        }
+        if (found->type == fs::file_type::directory) {
+            throw LocalFileError(path.string(), std::make_error_code(std::errc::is_a_directory));
+        }
+        if (found->type != fs::file_type::regular) {
+            throw LocalFileError(path.string(), std::make_error_code(std::errc::not_supported),
+                                 "it is no ordinary file");
+        }
+        return place.folder->open_file(place.name, files::Folder::Open::read);
+    });
+}
+
+basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress)
+    : upload(std::move(target)), options_(options), meter_(progress)
+{
+    path_ = options.in_place || options.resume ? this->target() : temporary_beside(this->target());
+}
+
+void basic_upload::rename_temporary()
+{
+    path_ = temporary_beside(target());
+    meter_.restart();
+}
+
+file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) const
+{
+    constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
+    constexpr auto readable = fs::perms::group_read | fs::perms::others_read;
+    constexpr auto owner_only = fs::perms::owner_read | fs::perms::owner_write;
+    const file_facts source = source_facts();
+    file_facts result;
+    if (options_.keep_time) {
+        result.modified = source.modified;
+    }
+    if (options_.keep_mode && source.mode) {
+        result.mode = *source.mode & fs::perms::all;
+    } else if (is_temporary() && replaced && replaced->kind == entry_kind::file && replaced->mode) {
+        result.mode = *replaced->mode & ~set_id_bits;
+    } else if (is_temporary() && !replaced && source.mode && (*source.mode & readable) == fs::perms::none) {
+        result.mode = owner_only; // What was for nobody else here is for nobody else there.
+    }
+    return result;
+}
+
+file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
+                         const transfer_options& options, meter& progress, unsigned parts)
+    : basic_upload(std::move(target), options, progress), source_(std::move(source)), shown_(std::move(shown)),
+      status_(with_local_errors(shown_, [&] { return source_->status(); })), parts_left_(parts)
+{
+}
+
+byte_range file_upload::begin(const std::optional<file_facts>& there)
+{
+    const std::lock_guard lock(mutex_);
+    byte_range wanted{0, status_.size};
+    if (resumes() && there) {
+        if (!there->size) {
+            throw CannotResume(target(), "the server does not tell its size");
+        }
+        wanted.begin = resume_point(target(), *there->size, status_.size);
+    }
+    progress().start(status_.size, wanted.begin);
+    return wanted;
+}
+
+/// A file that grows is sent as long as it was found.
+std::size_t file_upload::read(std::uint64_t offset, std::span<char> buffer)
+{
+    const std::uint64_t left = status_.size - std::min(offset, status_.size);
+    buffer = buffer.first(std::min<std::uint64_t>(buffer.size(), left));
+    const std::size_t got =
+        buffer.empty() ? 0 : with_local_errors(shown_, [&] { return source_->read(offset, buffer); });
+    if (got == 0 && !buffer.empty()) {
+        throw LocalFileError(shown_.string(), std::make_error_code(std::errc::io_error),
+                             "it became shorter while it was sent");
+    }
+    return got;
+}
+
+bool file_upload::finish_part()
+{
+    const std::lock_guard lock(mutex_);
+    return --parts_left_ == 0;
+}
+
+file_facts file_upload::source_facts() const
+{
+    return {.size = status_.size, .modified = status_.modified, .mode = status_.mode};
+}
+
+data_upload::data_upload(const std::function<std::size_t(std::span<char>)>& read, std::string target,
+                         const transfer_options& options, meter& progress)
+    : basic_upload(std::move(target), options, progress), read_(read)
+{
+}
+
+byte_range data_upload::begin(const std::optional<file_facts>& there)
+{
+    if (resumes() && there) {
+        throw CannotResume(target(), "its source can be read only once");
+    }
+    progress().start(0, 0);
+    return {};
+}
+
+std::size_t data_upload::read(std::uint64_t /*offset*/, std::span<char> buffer)
+{
+    return std::min(read_(buffer), buffer.size());
+}
+
+} // namespace qrftp

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "../protocol.hpp"
+#include "meter.hpp"
+
+#include <qrftp/transfer.hpp>
+#include <zorbel/io/common/file/Folder.hpp>
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace qrftp {
+
+/// What all uploads share: the names, and what the file is given in the end.
+class basic_upload : public upload {
+public:
+    basic_upload(std::string target, const transfer_options& options, meter& progress);
+
+    [[nodiscard]] const std::string& path() const override { return path_; }
+    void rename_temporary() override;
+    [[nodiscard]] bool may_replace() const override { return options_.replace || options_.resume; }
+    [[nodiscard]] bool resumes() const override { return options_.resume; }
+    [[nodiscard]] bool needs_replaced() const override { return is_temporary() && !options_.keep_mode; }
+    [[nodiscard]] file_facts facts_to_set(const std::optional<entry>& replaced) const override;
+    void sent(std::uint64_t bytes) override { meter_.add(bytes); }
+    void finish() override { meter_.finish(); }
+
+protected:
+    /// Time and mode of the source, as far as it has them.
+    [[nodiscard]] virtual file_facts source_facts() const = 0;
+    [[nodiscard]] meter& progress() const { return meter_; }
+
+private:
+    transfer_options options_;
+    meter& meter_;
+    std::string path_;
+};
+
+/// An open local file on its way to the server. It may go in parts over several connections.
+class file_upload final : public basic_upload {
+public:
+    /// `shown` is how errors name the file.
+    file_upload(std::unique_ptr<zorbel::io::common::file::LocalFile> source, std::filesystem::path shown,
+                std::string target, const transfer_options& options, meter& progress, unsigned parts = 1);
+
+    byte_range begin(const std::optional<file_facts>& there) override;
+    [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
+    std::size_t read(std::uint64_t offset, std::span<char> buffer) override;
+    [[nodiscard]] bool reads_anywhere() const override { return true; }
+    bool finish_part() override;
+
+protected:
+    [[nodiscard]] file_facts source_facts() const override;
+
+private:
+    std::unique_ptr<zorbel::io::common::file::LocalFile> source_;
+    std::filesystem::path shown_;
+    zorbel::io::common::file::Status status_;
+    std::mutex mutex_; ///< parts go side by side
+    unsigned parts_left_;
+};
+
+/// Bytes that a function gives, on their way to the server.
+class data_upload final : public basic_upload {
+public:
+    data_upload(const std::function<std::size_t(std::span<char>)>& read, std::string target,
+                const transfer_options& options, meter& progress);
+
+    byte_range begin(const std::optional<file_facts>& there) override;
+    [[nodiscard]] std::optional<std::uint64_t> size() const override { return std::nullopt; }
+    std::size_t read(std::uint64_t offset, std::span<char> buffer) override;
+    [[nodiscard]] bool reads_anywhere() const override { return false; }
+    bool finish_part() override { return true; }
+
+protected:
+    [[nodiscard]] file_facts source_facts() const override { return {}; }
+
+private:
+    const std::function<std::size_t(std::span<char>)>& read_;
+};
+
+/// Opens the local file that `path` leads to. Throws `LocalFileError`, also for what is no ordinary file.
+std::unique_ptr<zorbel::io::common::file::LocalFile> open_source(const std::filesystem::path& path);
+
+} // namespace qrftp

@@ -1,0 +1,158 @@
+#include "plan.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace qrftp {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto farthest_zone = 14h;
+
+bool is_newer(const std::string& path, std::optional<timestamp> from, std::optional<timestamp> to,
+              const exact_time& ask)
+{
+    if (from && to) {
+        if (const auto later = is_later(*from, *to)) {
+            return *later;
+        }
+        // One of the two is local, and exact.
+        (from->is_exact() ? to : from) = ask(path);
+    }
+    return from && to && is_later(*from, *to).value_or(false);
+}
+
+std::optional<tree_action::reason> why_copy(const std::string& path, const tree_node& node, const tree_scan& to,
+                                            const exact_time& ask)
+{
+    const auto there = to.nodes.find(path);
+    if (there == to.nodes.end() || there->second.kind != entry_kind::file) {
+        return tree_action::reason::missing;
+    }
+    if (!node.size || !there->second.size || *node.size != *there->second.size) {
+        return tree_action::reason::other_size;
+    }
+    if (is_newer(path, node.modified, there->second.modified, ask)) {
+        return tree_action::reason::newer;
+    }
+    return std::nullopt;
+}
+
+class planner {
+public:
+    planner(const tree_scan& from, const tree_scan& to, const plan_options& options, const exact_time& ask)
+        : from_(from), to_(to), options_(options), ask_(ask)
+    {
+    }
+
+    tree_plan make()
+    {
+        using kind = tree_action::kind;
+        if (!to_.exists) {
+            plan_.actions.push_back({kind::make_folder, tree_action::reason::missing, "", 0});
+        }
+        for (const auto& [path, node] : from_.nodes) {
+            if (!is_below_conflict(path) && !meets_conflict(path, node)) {
+                add_copy(path, node);
+            }
+        }
+        plan_.actions.insert(plan_.actions.end(), copies_.begin(), copies_.end());
+        if (options_.remove_extra && from_.is_complete() && to_.is_complete()) {
+            add_removals();
+        }
+        return std::move(plan_);
+    }
+
+private:
+    [[nodiscard]] bool is_below_conflict(const std::string& path) const
+    {
+        return std::any_of(plan_.conflicts.begin(), plan_.conflicts.end(),
+                           [&](const tree_failure& each) { return path.starts_with(each.path + '/'); });
+    }
+
+    bool meets_conflict(const std::string& path, const tree_node& node)
+    {
+        const auto there = to_.nodes.find(path);
+        if (there == to_.nodes.end()) {
+            return false;
+        }
+        const bool folder_wanted = node.kind == entry_kind::folder;
+        const bool folder_there = there->second.kind == entry_kind::folder;
+        if (node.kind == entry_kind::file && folder_there) {
+            plan_.conflicts.push_back({path, std::make_exception_ptr(IsFolder(path))});
+        } else if (folder_wanted && !folder_there) {
+            plan_.conflicts.push_back({path, std::make_exception_ptr(NotFolder(path))});
+        } else {
+            return false;
+        }
+        return true;
+    }
+
+    void add_copy(const std::string& path, const tree_node& node)
+    {
+        if (node.kind == entry_kind::folder) {
+            if (!to_.nodes.contains(path)) {
+                plan_.actions.push_back(
+                    {tree_action::kind::make_folder, tree_action::reason::missing, path, 0});
+            }
+        } else if (node.kind == entry_kind::file) {
+            const auto why = options_.update ? why_copy(path, node, to_, ask_) : tree_action::reason::wanted;
+            if (why) {
+                copies_.push_back({tree_action::kind::copy, *why, path, node.size.value_or(0)});
+            }
+        }
+    }
+
+    /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
+    void add_removals()
+    {
+        for (auto node = to_.nodes.rbegin(); node != to_.nodes.rend(); ++node) {
+            const bool folder = node->second.kind == entry_kind::folder;
+            const bool kept = folder && to_.kept.contains(node->first);
+            if (from_.nodes.contains(node->first) || kept || is_below_conflict(node->first)) {
+                continue;
+            }
+            plan_.actions.push_back({folder ? tree_action::kind::remove_folder : tree_action::kind::remove_file,
+                                     tree_action::reason::extra, node->first, node->second.size.value_or(0)});
+        }
+    }
+
+    const tree_scan& from_;
+    const tree_scan& to_;
+    const plan_options& options_;
+    const exact_time& ask_;
+    tree_plan plan_;
+    std::vector<tree_action> copies_;
+};
+
+} // namespace
+
+std::optional<bool> is_later(const timestamp& time, const timestamp& than)
+{
+    const auto zone = [](const timestamp& of) { return of.utc ? 0h : farthest_zone; };
+    const auto earliest = [&](const timestamp& of) { return of.time - zone(of); };
+    const auto latest = [&](const timestamp& of) {
+        const auto span = of.precision == time_precision::day      ? std::chrono::seconds(24h) - 1s
+                          : of.precision == time_precision::minute ? std::chrono::seconds(59s)
+                                                                   : 0s;
+        return of.time + span + zone(of);
+    };
+    if (earliest(time) > latest(than)) {
+        return true;
+    }
+    if (latest(time) <= earliest(than)) {
+        return false;
+    }
+    return std::nullopt;
+}
+
+tree_plan make_plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
+                    const exact_time& ask)
+{
+    return planner(from, to, options, ask).make();
+}
+
+} // namespace qrftp

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "scan.hpp"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qrftp {
+
+/// The exact modification time at a path below the remote root, as far as the server tells.
+using exact_time = std::function<std::optional<timestamp>(const std::string& path)>;
+
+struct plan_options {
+    bool update = false; ///< otherwise everything is copied, whatever the destination has
+    bool remove_extra = false;
+};
+
+/// The steps that make a destination what the source is, in the order in which they are to be taken: folders,
+/// copies, removals.
+struct tree_plan {
+    std::vector<tree_action> actions{};
+    std::vector<tree_failure> conflicts{}; ///< a folder stands where a file goes, or the other way round
+};
+
+tree_plan make_plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
+                    const exact_time& ask);
+
+/// Whether `time` is later than `than`, one of which may be coarse; none when that cannot be told.
+std::optional<bool> is_later(const timestamp& time, const timestamp& than);
+
+} // namespace qrftp

@@ -1,0 +1,261 @@
+#include "run.hpp"
+
+#include "../remote_path.hpp"
+#include "../transfer/fetch.hpp"
+#include "../transfer/local_error.hpp"
+#include "../transfer/send.hpp"
+#include "copy_queue.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace qrftp {
+
+namespace files = zorbel::io::common::file;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// 0 for the root.
+std::ptrdiff_t depth_of(const tree_action& action)
+{
+    return action.path.empty() ? 0 : 1 + std::count(action.path.begin(), action.path.end(), '/');
+}
+
+path_change::kind change_of(tree_action::kind what)
+{
+    switch (what) {
+    case tree_action::kind::make_folder:
+        return path_change::kind::make_folder;
+    case tree_action::kind::remove_folder:
+        return path_change::kind::remove_folder;
+    default:
+        return path_change::kind::remove_file;
+    }
+}
+
+class plan_runner {
+public:
+    plan_runner(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
+                const tree_scan& from, tree_outcome& outcome)
+        : server_(server), pool_(pool), sides_(sides), options_(options), from_(from), outcome_(outcome)
+    {
+    }
+
+    void run(const std::vector<tree_action>& actions)
+    {
+        using kind = tree_action::kind;
+        change_by_depth(select(actions, kind::make_folder), false);
+        copy(select(actions, kind::copy));
+        change(select(actions, kind::remove_file));
+        change_by_depth(select(actions, kind::remove_folder), true);
+    }
+
+private:
+    [[nodiscard]] bool fetches() const { return sides_.way == direction::fetch; }
+
+    [[nodiscard]] std::string remote(const std::string& path) const
+    {
+        return path.empty() ? sides_.remote : remote_path::join(sides_.remote, path);
+    }
+
+    static std::vector<tree_action> select(const std::vector<tree_action>& actions, tree_action::kind what)
+    {
+        std::vector<tree_action> chosen;
+        std::copy_if(actions.begin(), actions.end(), std::back_inserter(chosen),
+                     [&](const tree_action& action) { return action.what == what; });
+        return chosen;
+    }
+
+    /// Of one depth, no folder holds another one: they can be changed side by side.
+    void change_by_depth(std::vector<tree_action> folders, bool deepest_first)
+    {
+        std::stable_sort(
+            folders.begin(), folders.end(), [&](const tree_action& left, const tree_action& right) {
+                return deepest_first ? depth_of(left) > depth_of(right) : depth_of(left) < depth_of(right);
+            });
+        for (auto begin = folders.begin(); begin != folders.end();) {
+            const auto end = std::find_if(begin, folders.end(), [&](const tree_action& action) {
+                return depth_of(action) != depth_of(*begin);
+            });
+            change({begin, end});
+            begin = end;
+        }
+    }
+
+    void change(const std::vector<tree_action>& actions)
+    {
+        if (fetches()) {
+            for (const tree_action& action : actions) {
+                settle(action, [&] { change_local(action); });
+            }
+            return;
+        }
+        if (actions.size() == 1 && actions.front().path.empty()) {
+            settle(actions.front(), [&] { make_remote_root(); });
+            return;
+        }
+        std::vector<path_change> changes;
+        for (const tree_action& action : actions) {
+            changes.push_back({change_of(action.what), remote(action.path)});
+        }
+        std::vector<std::size_t> existing;
+        server_.change(changes, [&](std::size_t index, const std::exception_ptr& failure) {
+            if (is_existing_folder(changes[index], failure)) {
+                existing.push_back(index); // No request can be made while others are under way.
+            } else {
+                settle(actions[index], [&] { rethrow(failure); });
+            }
+        });
+        for (const std::size_t index : existing) {
+            settle(actions[index], [&] { accept_folder(changes[index].path, actions[index].path); });
+        }
+    }
+
+    template <class Work>
+    void settle(const tree_action& action, const Work& work)
+    {
+        try {
+            work();
+        } catch (const error&) {
+            outcome_.failed(action.path, std::current_exception());
+            return;
+        }
+        outcome_.done(action);
+    }
+
+    void change_local(const tree_action& action)
+    {
+        switch (action.what) {
+        case tree_action::kind::make_folder:
+            action.path.empty() ? sides_.local.make_root() : sides_.local.make_folder(action.path);
+            break;
+        case tree_action::kind::remove_file:
+            sides_.local.remove_file(action.path);
+            break;
+        case tree_action::kind::remove_folder:
+            sides_.local.remove_folder(action.path);
+            break;
+        case tree_action::kind::copy:
+            break;
+        }
+    }
+
+    void make_remote_root()
+    {
+        std::vector<std::string> missing;
+        for (std::string path = sides_.remote; path != "/" && !server_.is_folder(path);
+             path = remote_path::parent(path)) {
+            missing.push_back(path);
+        }
+        std::for_each(missing.rbegin(), missing.rend(),
+                      [&](const std::string& folder) { server_.make_folder(folder); });
+    }
+
+    static void rethrow(const std::exception_ptr& failure)
+    {
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+    }
+
+    static bool is_existing_folder(const path_change& change, const std::exception_ptr& failure)
+    {
+        if (change.what != path_change::kind::make_folder || !failure) {
+            return false;
+        }
+        try {
+            std::rethrow_exception(failure);
+        } catch (const AlreadyExists&) {
+            return true;
+        } catch (...) {
+            return false;
+        }
+    }
+
+    /// What is there instead of a folder shows when files go into it; where none does, it is asked for.
+    void accept_folder(const std::string& whole, const std::string& path)
+    {
+        const auto next = from_.nodes.upper_bound(path);
+        const bool has_content = next != from_.nodes.end() && next->first.starts_with(path + '/');
+        if (!has_content && !server_.is_folder(whole)) {
+            throw NotFolder(whole);
+        }
+    }
+
+    void copy(const std::vector<tree_action>& copies)
+    {
+        outcome_.expect(copies);
+        if (copies.empty()) {
+            return;
+        }
+        if (fetches()) {
+            copy_queue<download> queue(
+                copies, options_, pool_.stop_token(), outcome_,
+                [&](std::size_t index, const transfer_options& options, meter& progress) {
+                    return make_download(copies[index], options, progress);
+                });
+            pool_.run(server_, [&](protocol& connection, unsigned job) {
+                typename copy_queue<download>::view mine(queue, job);
+                connection.fetch(mine);
+            });
+        } else {
+            copy_queue<upload> queue(copies, options_, pool_.stop_token(), outcome_,
+                                     [&](std::size_t index, const transfer_options& options, meter& progress) {
+                                         return make_upload(copies[index], options, progress);
+                                     });
+            pool_.run(server_, [&](protocol& connection, unsigned job) {
+                typename copy_queue<upload>::view mine(queue, job);
+                connection.send(mine);
+            });
+        }
+    }
+
+    std::unique_ptr<download> make_download(const tree_action& action, transfer_options options,
+                                            meter& progress)
+    {
+        const auto found = from_.nodes.find(action.path);
+        file_facts known;
+        if (found != from_.nodes.end()) {
+            const tree_node& node = found->second;
+            options.listed_size = node.size;
+            known.mode = node.mode;
+            if (node.modified && node.modified->is_exact()) {
+                known.modified = node.modified->time;
+            }
+        }
+        return std::make_unique<file_download>(remote(action.path), sides_.local.place(action.path), options,
+                                               progress, known);
+    }
+
+    std::unique_ptr<upload> make_upload(const tree_action& action, const transfer_options& options,
+                                        meter& progress)
+    {
+        const local_place source = sides_.local.place(action.path);
+        auto file = with_local_errors(source.shown, [&] {
+            using files::Folder;
+            return source.folder->open_file(source.name, Folder::Open::read,
+                                            options_.follow_links ? Folder::Links::follow
+                                                                  : Folder::Links::refuse);
+        });
+        return std::make_unique<file_upload>(std::move(file), source.shown, remote(action.path), options,
+                                             progress);
+    }
+
+    protocol& server_;
+    connection_pool& pool_;
+    const tree_sides& sides_;
+    const tree_options& options_;
+    const tree_scan& from_;
+    tree_outcome& outcome_;
+};
+
+} // namespace
+
+void run_plan(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
+              const tree_scan& from, const std::vector<tree_action>& actions, tree_outcome& outcome)
+{
+    plan_runner(server, pool, sides, options, from, outcome).run(actions);
+}
+
+} // namespace qrftp

@@ -1,0 +1,102 @@
+#include "scan_collector.hpp"
+
+#include "../remote_path.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace qrftp {
+
+scan_collector::scan_collector(const tree_options& options, tree_role role)
+    : options_(options), role_(role), filter_(options)
+{
+}
+
+bool scan_collector::take(const std::string& path, const tree_node& found)
+{
+    if (remote_path::is_temporary_name(remote_path::filename(path)) || filter_.leaves_out(path, found.kind)) {
+        keep_above(path);
+        return false;
+    }
+    if (role_ == tree_role::source && (found.kind == entry_kind::link || found.kind == entry_kind::other)) {
+        pass_over(path);
+    }
+    result_.nodes.emplace(path, found);
+    if (found.kind != entry_kind::folder) {
+        return false;
+    }
+    const auto depth = static_cast<unsigned>(std::count(path.begin(), path.end(), '/')) + 1;
+    if (depth >= options_.max_depth) {
+        fail(path,
+             std::make_exception_ptr(UnsafeName(
+                 path, fmt::format("folders are nested deeper than {} (--max-depth)", options_.max_depth))));
+        return false;
+    }
+    return true;
+}
+
+void scan_collector::fail(const std::string& path, const std::exception_ptr& why)
+{
+    if (!options_.keep_going) {
+        std::rethrow_exception(why);
+    }
+    try {
+        std::rethrow_exception(why);
+    } catch (const Cancelled&) {
+        throw;
+    } catch (...) {
+        result_.failures.push_back({path, why});
+    }
+}
+
+void scan_collector::root_is_missing(const std::exception_ptr& why)
+{
+    if (role_ == tree_role::source) {
+        std::rethrow_exception(why);
+    }
+    result_.exists = false;
+}
+
+void scan_collector::forget(const std::string& folder)
+{
+    std::erase_if(result_.nodes, [&](const auto& node) {
+        const std::size_t slash = node.first.rfind('/');
+        return folder == (slash == std::string::npos ? "" : node.first.substr(0, slash));
+    });
+}
+
+tree_scan scan_collector::finish()
+{
+    if (filter_.is_selective()) {
+        drop_empty_folders();
+    }
+    return std::move(result_);
+}
+
+void scan_collector::keep_above(std::string path)
+{
+    for (std::size_t slash = path.rfind('/'); slash != std::string::npos; slash = path.rfind('/')) {
+        path.resize(slash);
+        if (!result_.kept.insert(path).second) {
+            return;
+        }
+    }
+}
+
+void scan_collector::drop_empty_folders()
+{
+    std::set<std::string> wanted;
+    for (const auto& [path, node] : result_.nodes) {
+        for (std::size_t slash = path.find('/'); node.kind == entry_kind::file && slash != std::string::npos;
+             slash = path.find('/', slash + 1)) {
+            wanted.insert(path.substr(0, slash));
+        }
+    }
+    std::erase_if(result_.nodes, [&](const auto& node) {
+        return node.second.kind == entry_kind::folder && !wanted.contains(node.first);
+    });
+}
+
+} // namespace qrftp

@@ -1,0 +1,209 @@
+#include "../remote_path.hpp"
+#include "../session_access.hpp"
+#include "../transfer/connection_pool.hpp"
+#include "../transfer/fetch.hpp"
+#include "../transfer/send.hpp"
+#include "copy_queue.hpp"
+#include "plan.hpp"
+#include "run.hpp"
+
+#include <qrftp/tree.hpp>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <set>
+#include <utility>
+
+namespace qrftp {
+
+namespace {
+
+/// How many connections a tree uses besides the first one.
+unsigned further_connections(const protocol& server, const tree_options& options)
+{
+    return options.dry_run ? 0 : (options.jobs == 0 ? server.best_connections() : options.jobs) - 1;
+}
+
+/// What stands between a wrong turn and lost files.
+void check_removals(const tree_plan& plan, const tree_scan& from, const tree_scan& to,
+                    const std::string& source, const std::string& destination, const sync_options& options)
+{
+    if (!options.remove_extra) {
+        return;
+    }
+    if (from.nodes.empty() && from.kept.empty() && !to.nodes.empty() && !options.force) {
+        throw EmptySource(source);
+    }
+    const auto removals = static_cast<std::size_t>(
+        std::count_if(plan.actions.begin(), plan.actions.end(), [](const tree_action& action) {
+            return action.what == tree_action::kind::remove_file ||
+                   action.what == tree_action::kind::remove_folder;
+        }));
+    if (options.max_removals && removals > *options.max_removals) {
+        throw TooManyRemovals(destination, fmt::format("{} removals would be needed", removals));
+    }
+}
+
+/// What the scans and the plan met, in the result; throws the first failure where failures are not collected.
+void report_scans(tree_outcome& outcome, tree_scan& from, tree_scan& to, tree_plan& plan)
+{
+    for (auto* failures : {&from.failures, &to.failures, &plan.conflicts}) {
+        for (const tree_failure& each : *failures) {
+            outcome.failed(each.path, each.error);
+        }
+    }
+    for (auto* skipped : {&from.skipped, &to.skipped}) {
+        auto& all = outcome.result().skipped;
+        all.insert(all.end(), skipped->begin(), skipped->end());
+    }
+    outcome.result().passed_over = from.passed_over;
+}
+
+tree_result bring_over(session& opened, const tree_sides& sides, const sync_options& options, bool update)
+{
+    protocol& server = session_access::server(opened);
+    connection_pool pool(opened.location(), session_access::options(opened),
+                         further_connections(server, options));
+    const bool fetching = sides.way == direction::fetch;
+    const auto scan_side = [&](bool remote_side, tree_role role) {
+        return remote_side ? scan_remote(server, sides.remote, options, role)
+                           : scan_local(sides.local, options, role);
+    };
+    tree_scan from = scan_side(fetching, tree_role::source);
+    tree_scan to{.exists = false};
+    if (update) {
+        to = scan_side(!fetching, tree_role::destination);
+    }
+    tree_plan plan = make_plan(from, to, {.update = update, .remove_extra = options.remove_extra},
+                               [&](const std::string& path) {
+                                   return server.modification_time(remote_path::join(sides.remote, path));
+                               });
+    const std::string local = sides.local.shown("").string();
+    check_removals(plan, from, to, fetching ? sides.remote : local, fetching ? local : sides.remote, options);
+    tree_outcome outcome(options);
+    report_scans(outcome, from, to, plan);
+    to = {};
+    if (options.dry_run) {
+        std::for_each(plan.actions.begin(), plan.actions.end(),
+                      [&](const tree_action& action) { outcome.done(action); });
+    } else {
+        run_plan(server, pool, sides, options, from, plan.actions, outcome);
+    }
+    return outcome.take();
+}
+
+sync_options as_sync(const tree_options& options)
+{
+    sync_options result;
+    static_cast<tree_options&>(result) = options;
+    return result;
+}
+
+std::vector<tree_action> copies_of(const std::vector<file_pair>& files, direction way)
+{
+    std::vector<tree_action> copies;
+    std::set<std::string> targets;
+    for (const file_pair& each : files) {
+        const std::string target =
+            way == direction::fetch ? each.local.lexically_normal().string() : each.remote;
+        if (!targets.insert(target).second) {
+            throw InvalidOption(target, "two files would get this name");
+        }
+        copies.push_back({.path = way == direction::fetch ? each.remote : each.local.string()});
+    }
+    return copies;
+}
+
+/// Copies files one by one through a queue that all connections take from.
+template <class File>
+tree_result copy_files(session& opened, const std::vector<file_pair>& files, const tree_options& options,
+                       direction way, void (protocol::*copy)(batch<File>&),
+                       typename copy_queue<File>::maker make)
+{
+    protocol& server = session_access::server(opened);
+    const std::vector<tree_action> copies = copies_of(files, way);
+    tree_outcome outcome(options);
+    if (options.dry_run) {
+        std::for_each(copies.begin(), copies.end(), [&](const tree_action& action) { outcome.done(action); });
+        return outcome.take();
+    }
+    const auto most = static_cast<unsigned>(std::max<std::size_t>(copies.size(), 1) - 1);
+    connection_pool pool(opened.location(), session_access::options(opened),
+                         std::min(further_connections(server, options), most));
+    outcome.expect(copies);
+    copy_queue<File> queue(copies, options, pool.stop_token(), outcome, std::move(make));
+    pool.run(server, [&](protocol& connection, unsigned job) {
+        typename copy_queue<File>::view mine(queue, job);
+        (connection.*copy)(mine);
+    });
+    return outcome.take();
+}
+
+} // namespace
+
+tree_result fetch_tree(session& from, const std::string& remote_folder,
+                       const std::filesystem::path& local_folder, const tree_options& options)
+{
+    local_tree local(local_folder, false);
+    return bring_over(from, {local, from.absolute(remote_folder), direction::fetch}, as_sync(options), false);
+}
+
+tree_result send_tree(session& to, const std::filesystem::path& local_folder, const std::string& remote_folder,
+                      const tree_options& options)
+{
+    local_tree local(local_folder, options.follow_links);
+    return bring_over(to, {local, to.absolute(remote_folder), direction::send}, as_sync(options), false);
+}
+
+tree_result synchronise(session& with, const std::filesystem::path& local_folder,
+                        const std::string& remote_folder, direction way, const sync_options& options)
+{
+    local_tree local(local_folder, options.follow_links && way == direction::send);
+    return bring_over(with, {local, with.absolute(remote_folder), way}, options, true);
+}
+
+tree_result fetch_files(session& from, const std::vector<file_pair>& files, const tree_options& options)
+{
+    return copy_files<download>(from, files, options, direction::fetch, &protocol::fetch,
+                                [&](std::size_t index, const transfer_options& each, meter& progress) {
+                                    return std::make_unique<file_download>(from.absolute(files[index].remote),
+                                                                           find_local_place(files[index].local),
+                                                                           each, progress);
+                                });
+}
+
+tree_result send_files(session& to, const std::vector<file_pair>& files, const tree_options& options)
+{
+    return copy_files<upload>(to, files, options, direction::send, &protocol::send,
+                              [&](std::size_t index, const transfer_options& each, meter& progress) {
+                                  return std::make_unique<file_upload>(
+                                      open_source(files[index].local), files[index].local,
+                                      to.absolute(files[index].remote), each, progress);
+                              });
+}
+
+std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age)
+{
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    std::vector<std::string> folders{server.absolute(remote_folder)};
+    std::vector<std::string> removed;
+    while (!folders.empty()) {
+        const std::string folder = std::move(folders.back());
+        folders.pop_back();
+        for (const entry& each : server.list(folder).entries) {
+            const std::string path = remote_path::join(folder, each.name);
+            if (each.kind == entry_kind::folder) {
+                folders.push_back(path);
+            } else if (each.kind == entry_kind::file && remote_path::is_temporary_name(each.name) &&
+                       each.modified && each.modified->time + age < now) {
+                server.remove_file(path);
+                removed.push_back(path);
+            }
+        }
+    }
+    return removed;
+}
+
+} // namespace qrftp

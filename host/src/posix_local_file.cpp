@@ -1,0 +1,146 @@
+#include "posix_local_file.hpp"
+
+#include "posix_call.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <utility>
+
+namespace zorbel::io::common::file {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::file_type type_of(mode_t mode)
+{
+    switch (mode & S_IFMT) {
+    case S_IFREG:
+        return fs::file_type::regular;
+    case S_IFDIR:
+        return fs::file_type::directory;
+    case S_IFLNK:
+        return fs::file_type::symlink;
+    case S_IFIFO:
+        return fs::file_type::fifo;
+    case S_IFSOCK:
+        return fs::file_type::socket;
+    case S_IFCHR:
+        return fs::file_type::character;
+    case S_IFBLK:
+        return fs::file_type::block;
+    default:
+        return fs::file_type::unknown;
+    }
+}
+
+class PosixLocalFile final : public LocalFile {
+public:
+    PosixLocalFile(int descriptor, fs::path path) : path_(std::move(path)), descriptor_(descriptor)
+    {
+        has_places_ = ::lseek(descriptor_, 0, SEEK_CUR) != -1;
+    }
+    PosixLocalFile(const PosixLocalFile&) = delete;
+    PosixLocalFile& operator=(const PosixLocalFile&) = delete;
+    ~PosixLocalFile() override
+    {
+        if (descriptor_ != -1) {
+            ::close(descriptor_);
+        }
+    }
+
+    Status status() const override
+    {
+        struct stat found = {};
+        checked(path_, [&] { return ::fstat(descriptor_, &found); });
+        return to_status(found);
+    }
+
+    std::size_t read(std::uint64_t position, std::span<char> buffer) override
+    {
+        return static_cast<std::size_t>(checked(path_, [&] {
+            return has_places_
+                       ? ::pread(descriptor_, buffer.data(), buffer.size(), static_cast<off_t>(position))
+                       : ::read(descriptor_, buffer.data(), buffer.size());
+        }));
+    }
+
+    void write(std::uint64_t position, std::string_view bytes) override
+    {
+        while (!bytes.empty()) {
+            const ssize_t put = checked(path_, [&] {
+                return has_places_
+                           ? ::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position))
+                           : ::write(descriptor_, bytes.data(), bytes.size());
+            });
+            bytes.remove_prefix(static_cast<std::size_t>(put));
+            position += static_cast<std::uint64_t>(put);
+        }
+    }
+
+    void truncate(std::uint64_t size) override
+    {
+        checked(path_, [&] { return ::ftruncate(descriptor_, static_cast<off_t>(size)); });
+    }
+
+    void set_mode(fs::perms mode) override
+    {
+        checked(path_, [&] { return ::fchmod(descriptor_, static_cast<mode_t>(mode)); });
+    }
+
+    void set_modification_time(std::chrono::sys_seconds time) override
+    {
+        std::array<timespec, 2> times{};
+        times[0].tv_nsec = UTIME_OMIT;
+        times[1].tv_sec = time.time_since_epoch().count();
+        checked(path_, [&] { return ::futimens(descriptor_, times.data()); });
+    }
+
+    void sync() override
+    {
+        checked(path_, [&] { return ::fsync(descriptor_); });
+    }
+
+    bool lock() override
+    {
+        const int result = repeat_interrupted([&] { return ::flock(descriptor_, LOCK_EX | LOCK_NB); });
+        return result == 0 || errno != EWOULDBLOCK; // What cannot be locked at all is nobody's.
+    }
+
+    void close() override
+    {
+        const int descriptor = std::exchange(descriptor_, -1);
+        // Linux frees the descriptor even when the call is interrupted; a second call could hit another file.
+        if (descriptor != -1 && ::close(descriptor) == -1 && errno != EINTR) {
+            throw fs::filesystem_error("local file", path_, {errno, std::generic_category()});
+        }
+    }
+
+private:
+    fs::path path_;
+    int descriptor_;
+    bool has_places_ = true;
+};
+
+} // namespace
+
+std::unique_ptr<LocalFile> make_posix_file(int descriptor, fs::path path)
+{
+    return std::make_unique<PosixLocalFile>(descriptor, std::move(path));
+}
+
+Status to_status(const struct stat& from)
+{
+    constexpr unsigned permission_bits = 07777;
+    return {.type = type_of(from.st_mode),
+            .size = static_cast<std::uint64_t>(from.st_size),
+            .modified = std::chrono::sys_seconds(std::chrono::seconds(from.st_mtim.tv_sec)),
+            .mode = static_cast<fs::perms>(from.st_mode & permission_bits),
+            .device = static_cast<std::uint64_t>(from.st_dev),
+            .inode = static_cast<std::uint64_t>(from.st_ino)};
+}
+
+} // namespace zorbel::io::common::file

@@ -1,0 +1,249 @@
+// Transfers that go wrong: what is on both sides afterwards, and which commands led there.
+
+#include "client_stage.hpp"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+using namespace support;
+using namespace std::literals;
+using namespace testing;
+using qrftp::transfer_options;
+namespace fs = std::filesystem;
+
+namespace {
+
+const auto denied = answer::reply("550 no");
+const auto unknown = answer::reply("500 unknown");
+const auto bad_name = answer::reply("553 no");
+
+/// Sends "f" as "t", which exists, or as "n", which does not.
+struct upload_row {
+    const char* target;
+    std::vector<rule> rules;
+    std::string sent;
+    std::string error{};
+};
+
+} // namespace
+
+TEST(Transfer, UploadsAllOrNothing)
+{
+    const auto renaming = "RNTO /home/u/t"s;
+    const auto stored = "STOR ~T1|RNFR ~T1|RNTO ~t"s;
+    const auto aside = stored + "|RNFR ~t|RNTO ~T2|RNFR ~T1|RNTO ~t"; // the old file goes out of the way
+    const auto back = aside + "|RNFR ~T2|RNTO ~t|DELE ~T1";           // and back
+    const upload_row rows[] = {
+        {"t", {}, stored},
+        {"t", {{"SIZE", unknown}}, stored},
+        {"n", {{"RNTO", denied}}, "STOR ~T1|RNFR ~T1|RNTO ~n|DELE ~T1", "PermissionDenied"},
+        {"n", {{"RNTO", bad_name}}, "STOR ~T1|RNFR ~T1|RNTO ~n|DELE ~T1", "PermissionDenied"},
+        {"t", {{renaming, bad_name, 1}}, aside + "|DELE ~T2"},
+        {"t", {{renaming, bad_name, 1}, {renaming, denied, 2}}, back, "PermissionDenied"},
+        {"t",
+         {{renaming, denied}, {"RNFR /home/u/t", denied}},
+         stored + "|RNFR ~t|DELE ~T1",
+         "PermissionDenied"},
+        {"t", {{"STOR", bad_name, 1}}, "STOR ~T1|STOR ~T2|RNFR ~T2|RNTO ~t"},
+        {"t", {{"STOR", bad_name}}, "STOR ~T1|STOR ~T2|DELE ~T2", "PermissionDenied"},
+        {"t", {{"STOR", answer::transfer(3, "452 full\r\n")}}, "STOR ~T1|DELE ~T1", "DiskFull"},
+        {"t", {{"SIZE", answer::reply("213 1")}}, "STOR ~T1|DELE ~T1", "SizeMismatch"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.sent + " " + row.error);
+        client_stage t(row.rules);
+        EXPECT_EQ(error_of_client([&] { t.open().send(t.local / "f", row.target); }), row.error);
+        EXPECT_EQ(t.sent({"STOR", "DELE", "RNFR", "RNTO"}), row.sent);
+    }
+}
+
+TEST(Transfer, PutsTheOldFileBackWhenTheConnectionIsLostOnTheWay)
+{
+    // The server does not replace. Its connection is lost at each of the commands that follow its refusal.
+    struct row {
+        std::string line;
+        int nth;
+        bool carried_out;
+    };
+    for (const auto& [line, nth, carried_out] :
+         {row{"RNFR", 1, false}, row{"RNTO", 1, true}, row{"RNFR", 2, false}, row{"RNTO", 2, false},
+          row{"RNTO", 2, true}, row{"DELE", 1, false}}) {
+        SCOPED_TRACE(line + " " + std::to_string(nth) + (carried_out ? ", carried out" : ""));
+        client_stage t;
+        t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/t", "old"}});
+        t.open();
+        t.peer.on("RNTO /home/u/t", bad_name, 1);
+        t.peer.on(line, carried_out ? answer::drop_after() : answer::drop(),
+                  line == "RNTO" || line == "RNFR" ? nth + 1 : nth);
+        const auto error = error_of_client([&] { t.client->send(t.local / "f", "t"); });
+        const auto kept = t.peer.kept();
+        ASSERT_TRUE(kept.contains("/home/u/t")) << error << PrintToString(kept);
+        EXPECT_EQ(kept.at("/home/u/t"), error.empty() ? "local" : "old") << error;
+        EXPECT_EQ(kept.size(), 3U) << PrintToString(kept) << error;
+    }
+}
+
+TEST(Transfer, FetchesAllOrNothing)
+{
+    const auto cut = [](std::size_t limit, const std::string& last) {
+        return answer::transfer(limit, last).then_drop();
+    };
+    struct row {
+        answer what;
+        std::string error;
+    };
+    for (const auto& [what, error] : {row{answer::transfer(3, "226 done\r\n"), "SizeMismatch"},
+                                      {cut(3, "426 cut\r\n"), "SizeMismatch"},
+                                      {cut(whole, "451 cut\r\n"), "SizeMismatch"},
+                                      {cut(3, ""), "SizeMismatch"},
+                                      {cut(whole, "421 bye\r\n"), "ConnectionLost"},
+                                      {cut(whole, ""), "ConnectionLost"}})
+        for (const auto& [once, listed] : {std::pair(false, 0U), {true, 0U}, {true, 6U}, {true, 7U}}) {
+            SCOPED_TRACE(*what.bytes + " " + error + (once ? " once, listed with " : " ") +
+                         std::to_string(listed));
+            client_stage t({{"RETR", what, once ? 1 : 0}});
+            transfer_options options;
+            if (listed > 0)
+                options.listed_size = listed;
+            const auto got = error_of_client([&] { t.open().fetch("f", t.local / "f", options); });
+            EXPECT_EQ(got.empty(), once) << got;
+            EXPECT_EQ(files_in(t.local).at("f"), once ? "remote" : "local");
+            EXPECT_THAT(leftovers_in(t.local), IsEmpty());
+            t.peer.on("RETR", what, 1);
+            std::string piece;
+            const auto take = [&](std::string_view bytes) {
+                piece += bytes;
+                return true;
+            };
+            EXPECT_NE(error_of_client([&] { t.client->fetch("f", take); }), "");
+            EXPECT_THAT("remote", StartsWith(piece)); // what was given away is not given again
+        }
+}
+
+TEST(Transfer, BelievesNoSizeThatCannotBe)
+{
+    struct row {
+        std::string size;
+        std::string got; ///< instead of "remote"
+        std::string error{};
+    };
+    for (const auto& [size, got, error] :
+         {row{"213 -1", "remote"}, row{"213 99999999999999999999", "remote"}, row{"213 x", "remote"},
+          row{"213 3", "remote"}, row{"213 7", "local", "SizeMismatch"}})
+        for (const bool in_place : {false, true}) {
+            SCOPED_TRACE(size + (in_place ? " in place" : ""));
+            client_stage t({{"SIZE", answer::reply(size)}});
+            transfer_options options;
+            options.in_place = in_place;
+            EXPECT_EQ(error_of_client([&] { t.open().fetch("f", t.local / "f", options); }), error);
+            EXPECT_EQ(files_in(t.local).at("f"), in_place ? "remote" : got);
+        }
+}
+
+TEST(Transfer, AsksTheServerBeforeItTouchesTheLocalFile)
+{
+    for (const bool resumes : {false, true}) {
+        client_stage t({{"RETR", denied}, {"SIZE", denied}, {"MLST", denied}});
+        t.peer.body("MLSD /home/u", "");
+        transfer_options options;
+        options.in_place = true;
+        options.resume = resumes;
+        for (const char* const name : {"f", "new"})
+            EXPECT_NE(error_of_client([&] { t.open().fetch("f", t.local / name, options); }), "");
+        EXPECT_EQ(files_in(t.local), (files{{"f", "local"}, {"long", "longer than the remote one"}}))
+            << resumes;
+    }
+}
+
+TEST(Transfer, KeepsTheModeOfALocalFileThatItReplacesAndShowsNobodyATemporaryOne)
+{
+    const auto mask = umask(022);
+    const auto mode_of = [](const fs::path& file) { return fs::status(file).permissions(); };
+    for (const auto mode : {fs::perms(0600), fs::perms(0755), fs::perms(0444)}) {
+        client_stage t;
+        fs::permissions(t.local / "f", mode);
+        fs::perms on_the_way{};
+        transfer_options options;
+        options.on_progress = [&](const auto&) {
+            for (const auto& [name, _] : leftovers_in(t.local))
+                on_the_way |= mode_of(t.local / name);
+            return true;
+        };
+        t.open().fetch("f", t.local / "f", options);
+        EXPECT_EQ(mode_of(t.local / "f"), mode);
+        EXPECT_EQ(on_the_way & ~fs::perms(0600), fs::perms::none);
+        t.client->fetch("f", t.local / "new");
+        EXPECT_EQ(mode_of(t.local / "new"), fs::perms(0644));
+    }
+    umask(mask);
+}
+
+TEST(Transfer, AlwaysReportsTheFinalProgress)
+{
+    for (const std::uint64_t size : {0, 1, 6, 100'000}) {
+        client_stage t;
+        t.peer.file("/home/u/f", std::string(size, 'x'));
+        write_file(t.local / "f", std::string(size, 'x'));
+        auto& client = t.open();
+        std::vector<qrftp::progress> seen;
+        transfer_options options;
+        options.on_progress = [&](const qrftp::progress& now) {
+            seen.push_back(now);
+            return true;
+        };
+        const std::function<void()> transfers[] = {
+            [&] { client.fetch("f", t.local / "got", options); },
+            [&] { (void)client.fetch_string("f", options); }, [&] { client.send(t.local / "f", "t", options); },
+            [&] { client.send_string(std::string(size, 'x'), "t", options); }};
+        for (const auto& transfer : transfers) {
+            seen.clear();
+            transfer();
+            ASSERT_FALSE(seen.empty()) << size;
+            EXPECT_EQ(seen.back().bytes, size);
+            EXPECT_EQ(seen.back().total, size);
+        }
+    }
+}
+
+TEST(Transfer, IsCancelledByItsProgressAndLeavesNothing)
+{
+    client_stage t({{"STOR", answer::silence()}});
+    std::stop_source stop;
+    for (const bool by_progress : {true, false}) {
+        t.peer.clear_commands();
+        t.options.stop = by_progress ? std::stop_token() : stop.get_token();
+        transfer_options options;
+        options.on_progress = [&](const auto&) {
+            const bool begun = !t.sent({"STOR"}).empty();
+            if (begun && !by_progress)
+                stop.request_stop();
+            return !begun || !by_progress;
+        };
+        EXPECT_EQ(error_of_client([&] { t.open().send(t.local / "f", "t", options); }), "Cancelled");
+        EXPECT_EQ(t.sent({"STOR", "DELE", "RNFR"}), "STOR ~T1|DELE ~T1");
+    }
+}
+
+TEST(Transfer, GivesPartsToProgramsAndTakesContentFromThem)
+{
+    client_stage t;
+    t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", "remote"}});
+    auto& client = t.open();
+    transfer_options part;
+    part.offset = 2;
+    EXPECT_EQ(client.fetch_string("f", part), "mote");
+    part.length = 3;
+    EXPECT_EQ(client.fetch_string("f", part), "mot");
+    part.offset = 6;
+    EXPECT_EQ(client.fetch_string("f", part), "");
+    client.send_string("from memory", "t");
+    EXPECT_EQ(client.fetch_string("t"), "from memory");
+    std::string rest = "from a reader";
+    const auto read = [&](std::span<char> buffer) {
+        const auto size = rest.copy(buffer.data(), std::min<std::size_t>(buffer.size(), 4));
+        rest.erase(0, size);
+        return size;
+    };
+    client.send(read, "n");
+    EXPECT_EQ(client.fetch_string("n"), "from a reader");
+}

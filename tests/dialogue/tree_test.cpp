@@ -1,0 +1,173 @@
+// Trees over several connections with a scripted server.
+
+#include "client_stage.hpp"
+
+#include <atomic>
+#include <gmock/gmock.h>
+
+using namespace support;
+using namespace testing;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int number_of_files = 40;
+
+/// Enough small files in two folders to keep several connections busy.
+files many_files(const std::string& root)
+{
+    files all{{root + "/d", "/"}};
+    for (int i = 0; i < number_of_files; ++i)
+        all[root + (i % 2 == 0 ? "/d/" : "/") + std::to_string(i)] = std::string(1000, 'x');
+    return all;
+}
+
+/// The content that is left when the files of `all` lose `root` from their names.
+files below(const files& all, const std::string& root)
+{
+    files found;
+    for (const auto& [path, content] : all)
+        if (path.starts_with(root + "/"))
+            found[path.substr(root.size() + 1)] = content;
+    return found;
+}
+
+/// How many connections logged in.
+std::size_t logins(const scripted_peer& peer)
+{
+    const auto commands = peer.commands();
+    return static_cast<std::size_t>(std::count(commands.begin(), commands.end(), "PASS p"));
+}
+
+class tree_transfer {
+public:
+    tree_transfer()
+    {
+        auto all = many_files("/home/u/tree");
+        all.insert({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/tree", "/"}});
+        t.peer.keep(all);
+        options.on_action = [this](const qrftp::tree_action& step) {
+            const auto alone = inside++;
+            actions.push_back(step.path);
+            overlapped |= alone != 0;
+            --inside;
+        };
+        options.on_progress = [this](const qrftp::tree_progress& now) {
+            const auto alone = inside++;
+            last = now;
+            largest_job = std::max(largest_job, now.job);
+            overlapped |= alone != 0;
+            --inside;
+            return true;
+        };
+    }
+    /// Fetches the tree, and sends it back under another name.
+    void there_and_back()
+    {
+        auto& client = t.open();
+        for (const bool sends : {false, true}) {
+            actions.clear();
+            if (sends)
+                qrftp::send_tree(client, t.local / "tree", "copy", options);
+            else
+                qrftp::fetch_tree(client, "tree", t.local / "tree", options);
+            EXPECT_EQ(actions.size(), number_of_files + 2U);
+            EXPECT_EQ(last.files_done, static_cast<std::size_t>(number_of_files));
+            EXPECT_EQ(last.files, static_cast<std::size_t>(number_of_files));
+            EXPECT_EQ(last.all.bytes, 1000U * number_of_files);
+            EXPECT_EQ(last.all.total, 1000U * number_of_files);
+        }
+        EXPECT_FALSE(overlapped) << "two callbacks at once";
+        EXPECT_EQ(below(t.peer.kept(), "/home/u/copy"), below(t.peer.kept(), "/home/u/tree"));
+        EXPECT_EQ(files_in(t.local / "tree"), below(t.peer.kept(), "/home/u/tree"));
+    }
+    client_stage t{};
+    qrftp::tree_options options{};
+    std::vector<std::string> actions{}; ///< written to without a lock: the calls come one at a time
+    qrftp::tree_progress last{};
+    unsigned largest_job = 0;
+    std::atomic<int> inside = 0;
+    bool overlapped = false;
+};
+
+} // namespace
+
+TEST(Tree, ReportsOneCallAtATimeOverSeveralConnections)
+{
+    tree_transfer tree;
+    tree.options.jobs = 4;
+    tree.there_and_back();
+    EXPECT_GT(logins(tree.t.peer), 1U);
+    EXPECT_LE(logins(tree.t.peer), 7U); // four at once, twice, of which the session's own is one
+    EXPECT_LT(tree.largest_job, 4U);
+}
+
+TEST(Tree, UsesFourConnectionsAndFewerWhereTheServerRefusesMore)
+{
+    const auto full = answer::reply("421 too many connections").then_drop();
+    tree_transfer unlimited;
+    unlimited.there_and_back();
+    EXPECT_GT(logins(unlimited.t.peer), 1U);
+    for (const std::string refuses : {"greeting", "PASS"}) {
+        tree_transfer limited;
+        auto& client = limited.t.open();
+        EXPECT_EQ(client.working_folder(), "/home/u");
+        limited.t.peer.on(refuses, full);
+        EXPECT_EQ(error_of_client(
+                      [&] { qrftp::fetch_tree(client, "tree", limited.t.local / "tree", limited.options); }),
+                  "")
+            << refuses;
+        EXPECT_EQ(files_in(limited.t.local / "tree"), below(limited.t.peer.kept(), "/home/u/tree"));
+    }
+}
+
+TEST(Tree, EndsAtTheFirstFailureOrGoesOn)
+{
+    for (const unsigned jobs : {1U, 4U})
+        for (const bool goes_on : {false, true}) {
+            tree_transfer tree;
+            tree.t.peer.on("RETR /home/u/tree/d/8", answer::reply("550 no"));
+            tree.options.jobs = jobs;
+            tree.options.keep_going = goes_on;
+            qrftp::tree_result result;
+            const auto error = error_of_client([&] {
+                result = qrftp::fetch_tree(tree.t.open(), "tree", tree.t.local / "tree", tree.options);
+            });
+            EXPECT_EQ(error, goes_on ? "" : "PermissionDenied");
+            EXPECT_EQ(result.failures.size(), goes_on ? 1U : 0U);
+            auto whole_tree = below(tree.t.peer.kept(), "/home/u/tree");
+            whole_tree.erase("d/8");
+            if (goes_on) {
+                EXPECT_EQ(result.failures.at(0).path, "d/8");
+                EXPECT_EQ(files_in(tree.t.local / "tree"), whole_tree);
+            }
+            EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
+        }
+}
+
+TEST(Tree, IsCancelledByItsProgress)
+{
+    for (const unsigned jobs : {1U, 4U}) {
+        tree_transfer tree;
+        tree.options.jobs = jobs;
+        tree.options.on_progress = [](const qrftp::tree_progress& now) { return now.files_done < 3; };
+        auto& client = tree.t.open();
+        EXPECT_EQ(
+            error_of_client([&] { qrftp::fetch_tree(client, "tree", tree.t.local / "tree", tree.options); }),
+            "Cancelled");
+        EXPECT_LT(files_in(tree.t.local / "tree").size(), static_cast<std::size_t>(number_of_files));
+        EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
+        EXPECT_EQ(client.list("tree").entries.size(), number_of_files / 2 + 1U); // the session serves on
+    }
+}
+
+TEST(Tree, OnlySaysWhatItWouldDo)
+{
+    tree_transfer tree;
+    tree.options.dry_run = true;
+    const auto result = qrftp::fetch_tree(tree.t.open(), "tree", tree.t.local / "tree", tree.options);
+    EXPECT_EQ(result.done.size(), number_of_files + 2U);
+    EXPECT_EQ(tree.actions.size(), number_of_files + 2U);
+    EXPECT_FALSE(fs::exists(tree.t.local / "tree"));
+    EXPECT_EQ(tree.t.sent({"RETR", "SIZE"}), "");
+}

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <zorbel/io/common/file/FileSystem.hpp>
+
+#include <exception>
+
+namespace support {
+
+using zorbel::io::common::file::FileSystem;
+using zorbel::io::common::file::OpenMode;
+using zorbel::io::common::file::Stream;
+
+/// Injects the failures that a test asked for into another file system. Files that it opened keep failing as
+/// asked after it is gone. One thread at a time.
+class FaultyFileSystem final : public FileSystem {
+public:
+    enum class Call { open, size, read, write, seek, close, any };
+
+    explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner);
+
+    /// The `number`th call of this kind from now, counted from 1, throws `failure` instead of being made;
+    /// without a failure, a write takes half of its bytes and returns the shorter count. A later request for
+    /// the same kind replaces the earlier one; number 0 takes it back.
+    void fail(Call call, unsigned number, std::exception_ptr failure);
+
+    /// Whether the failure that was asked for is still to come.
+    bool pending(Call call) const;
+
+    std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) override;
+    std::uint64_t size(const std::filesystem::path& path) override;
+
+private:
+    class FaultyStream;
+    struct Orders;
+
+    std::shared_ptr<FileSystem> inner_;
+    std::shared_ptr<Orders> orders_;
+};
+
+} // namespace support

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace support {
+
+/// What each path of a tree holds: a file its content, a folder "/", a link "-> " and where it leads.
+using files = std::map<std::string, std::string>;
+
+/// What a local folder holds.
+files files_in(const std::filesystem::path& root);
+/// Those of its paths that are temporary names.
+files leftovers_in(const std::filesystem::path& root);
+
+std::string content(const std::filesystem::path& file);
+
+/// Writes a local file, and makes the folders above it.
+void write_file(const std::filesystem::path& file, const std::string& content);
+
+} // namespace support

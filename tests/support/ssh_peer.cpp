@@ -1,0 +1,375 @@
+#include "ssh_peer.hpp"
+
+#include <base64.hpp>
+
+#include <libssh/callbacks.h>
+#include <libssh/libssh.h>
+#include <libssh/server.h>
+
+#include <algorithm>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace support {
+
+namespace {
+
+std::string blob_of(ssh_key key)
+{
+    char* text = nullptr;
+    ssh_pki_export_pubkey_base64(key, &text);
+    const std::string blob = qrftp::from_base64(text);
+    ssh_string_free_char(text);
+    return blob;
+}
+
+ssh_key generate(const std::string& name)
+{
+    const ssh_keytypes_e type = name == "rsa"     ? SSH_KEYTYPE_RSA
+                                : name == "ecdsa" ? SSH_KEYTYPE_ECDSA_P256
+                                                  : SSH_KEYTYPE_ED25519;
+    ssh_key key = nullptr;
+    if (ssh_pki_generate(type, name == "rsa" ? 2048 : 256, &key) != SSH_OK) {
+        throw std::runtime_error("no key");
+    }
+    return key;
+}
+
+} // namespace
+
+/// One client's connection, served on a thread of its own. libssh calls back from within `serve`.
+class ssh_peer::connection {
+public:
+    connection(ssh_peer& peer, int socket)
+        : peer_(peer), script_(peer.script_), socket_(socket), session_(ssh_new())
+    {
+    }
+    connection(const connection&) = delete;
+    ~connection() { ssh_free(session_); }
+
+    void serve();
+
+private:
+    static connection& self(void* user) { return *static_cast<connection*>(user); }
+    static int on_none(ssh_session, const char*, void* user) { return self(user).refuse("none", false); }
+    static int on_password(ssh_session, const char*, const char* password, void* user)
+    {
+        return self(user).check_password(password);
+    }
+    static int on_key(ssh_session, const char*, ssh_key key, char state, void* user)
+    {
+        return self(user).check_key(key, state);
+    }
+    static ssh_channel on_open(ssh_session, void* user) { return self(user).open_channel(); }
+    static int on_subsystem(ssh_session, ssh_channel, const char*, void* user)
+    {
+        return self(user).start_subsystem();
+    }
+    static int on_data(ssh_session, ssh_channel, void* data, std::uint32_t size, int, void* user)
+    {
+        return self(user).take({static_cast<const char*>(data), size});
+    }
+    static int on_message(ssh_session, ssh_message message, void* user) { return self(user).interact(message); }
+
+    bool start();
+    int check_password(const char* password);
+    int check_key(ssh_key key, char state);
+    int interact(ssh_message message);
+    int ask(ssh_message message);
+    std::string answers();
+    int refuse(std::string tried, bool counts = true);
+    int accept(std::string tried, int method);
+    ssh_channel open_channel();
+    int start_subsystem();
+    int take(std::string_view bytes);
+    void send_pending();
+    int methods() const;
+
+    ssh_peer& peer_;
+    const script& script_;
+    int socket_;
+    ssh_session session_;
+    ssh_server_callbacks_struct server_callbacks_{};
+    ssh_channel_callbacks_struct channel_callbacks_{};
+    ssh_channel channel_ = nullptr;
+    channel_handler handler_{};
+    std::string pending_{};
+    std::size_t round_ = 0;
+    unsigned refused_ = 0;
+    int accepted_methods_ = 0;
+    bool cut_ = false;
+};
+
+void ssh_peer::connection::serve()
+{
+    cut_ = script_.cut_at == cut::greeting;
+    server_callbacks_.size = sizeof server_callbacks_;
+    server_callbacks_.userdata = this;
+    server_callbacks_.auth_none_function = &on_none;
+    server_callbacks_.auth_password_function = &on_password;
+    server_callbacks_.auth_pubkey_function = &on_key;
+    server_callbacks_.channel_open_request_session_function = &on_open;
+    ssh_set_server_callbacks(session_, &server_callbacks_);
+    ssh_set_message_callback(session_, &on_message, this);
+    ssh_set_auth_methods(session_, methods());
+    if (cut_ || !start() || ssh_handle_key_exchange(session_) != SSH_OK ||
+        script_.cut_at == cut::key_exchange) {
+        ::shutdown(socket_, SHUT_RDWR);
+        return;
+    }
+    const ssh_event event = ssh_event_new();
+    ssh_event_add_session(event, session_);
+    while (!cut_ && ssh_event_dopoll(event, -1) == SSH_OK && ssh_is_connected(session_) != 0) {
+        if (refused_ >= script_.max_tries) {
+            break;
+        }
+        send_pending();
+    }
+    ssh_event_remove_session(event, session_);
+    ssh_event_free(event);
+    if (!cut_) {
+        ssh_disconnect(session_);
+    }
+    ::shutdown(socket_, SHUT_RDWR);
+}
+
+/// libssh closes its own descriptor; the peer's stays to be shut down.
+bool ssh_peer::connection::start()
+{
+    const std::lock_guard lock(peer_.mutex_);
+    return ssh_bind_accept_fd(static_cast<ssh_bind>(peer_.bind_), session_, ::dup(socket_)) == SSH_OK;
+}
+
+int ssh_peer::connection::methods() const
+{
+    int offered = 0;
+    offered |= script_.public_key.empty() ? 0 : SSH_AUTH_METHOD_PUBLICKEY;
+    offered |= script_.password.empty() ? 0 : SSH_AUTH_METHOD_PASSWORD;
+    offered |= script_.rounds.empty() ? 0 : SSH_AUTH_METHOD_INTERACTIVE;
+    return offered;
+}
+
+int ssh_peer::connection::refuse(std::string tried, bool counts)
+{
+    peer_.note(std::move(tried));
+    refused_ += counts ? 1 : 0;
+    cut_ = cut_ || script_.cut_at == cut::login;
+    return SSH_AUTH_DENIED;
+}
+
+int ssh_peer::connection::accept(std::string tried, int method)
+{
+    peer_.note(std::move(tried));
+    accepted_methods_ |= method;
+    cut_ = script_.cut_at == cut::login;
+    const int needed = SSH_AUTH_METHOD_PUBLICKEY | SSH_AUTH_METHOD_PASSWORD;
+    if (script_.needs_key_and_password && accepted_methods_ != needed) {
+        ssh_set_auth_methods(session_, needed & ~accepted_methods_);
+        return SSH_AUTH_PARTIAL;
+    }
+    return SSH_AUTH_SUCCESS;
+}
+
+int ssh_peer::connection::check_password(const char* password)
+{
+    const std::string tried = std::string("password ") + password;
+    return !script_.password.empty() && password == script_.password ? accept(tried, SSH_AUTH_METHOD_PASSWORD)
+                                                                     : refuse(tried);
+}
+
+int ssh_peer::connection::check_key(ssh_key key, char state)
+{
+    if (script_.public_key.empty() || blob_of(key) != script_.public_key) {
+        return refuse("publickey");
+    }
+    return state == SSH_PUBLICKEY_STATE_NONE    ? SSH_AUTH_SUCCESS
+           : state == SSH_PUBLICKEY_STATE_VALID ? accept("publickey", SSH_AUTH_METHOD_PUBLICKEY)
+                                                : refuse("publickey");
+}
+
+std::string ssh_peer::connection::answers()
+{
+    std::string all;
+    for (int i = 0; i < ssh_userauth_kbdint_getnanswers(session_); ++i) {
+        all.append(i == 0 ? "" : ", ")
+            .append(ssh_userauth_kbdint_getanswer(session_, static_cast<unsigned>(i)));
+    }
+    return all;
+}
+
+int ssh_peer::connection::ask(ssh_message message)
+{
+    std::vector<const char*> texts;
+    std::vector<char> echos;
+    for (const question& one : script_.rounds.at(round_)) {
+        texts.push_back(one.text.c_str());
+        echos.push_back(one.echo ? 1 : 0);
+    }
+    return ssh_message_auth_interactive_request(message, "the name", "the instruction",
+                                                static_cast<unsigned>(texts.size()), texts.data(),
+                                                echos.data());
+}
+
+/// Returns 1 for what is to be refused.
+int ssh_peer::connection::interact(ssh_message message)
+{
+    if (ssh_message_type(message) != SSH_REQUEST_AUTH ||
+        ssh_message_subtype(message) != SSH_AUTH_METHOD_INTERACTIVE || script_.rounds.empty()) {
+        return 1;
+    }
+    if (ssh_message_auth_kbdint_is_response(message) == 0) {
+        round_ = 0;
+        return ask(message);
+    }
+    std::string right;
+    for (const question& one : script_.rounds.at(round_)) {
+        right.append(&one == &script_.rounds.at(round_).front() ? "" : ", ").append(one.answer);
+    }
+    const std::string given = answers();
+    if (given != right) {
+        refuse("interactive " + given);
+        return 1;
+    }
+    if (++round_ < script_.rounds.size()) {
+        peer_.note("interactive " + given);
+        return ask(message);
+    }
+    accept("interactive " + given, SSH_AUTH_METHOD_INTERACTIVE);
+    return ssh_message_auth_reply_success(message, 0);
+}
+
+ssh_channel ssh_peer::connection::open_channel()
+{
+    channel_ = ssh_channel_new(session_);
+    channel_callbacks_.size = sizeof channel_callbacks_;
+    channel_callbacks_.userdata = this;
+    channel_callbacks_.channel_subsystem_request_function = &on_subsystem;
+    channel_callbacks_.channel_data_function = &on_data;
+    ssh_set_channel_callbacks(channel_, &channel_callbacks_);
+    cut_ = script_.cut_at == cut::channel;
+    return channel_;
+}
+
+int ssh_peer::connection::start_subsystem()
+{
+    handler_ = script_.new_channel ? script_.new_channel()
+                                   : [](std::string_view bytes) { return std::optional<std::string>(bytes); };
+    return script_.has_sftp ? 0 : 1;
+}
+
+int ssh_peer::connection::take(std::string_view bytes)
+{
+    if (auto output = handler_(bytes)) {
+        pending_ += *output;
+    } else {
+        cut_ = true;
+    }
+    return static_cast<int>(bytes.size());
+}
+
+void ssh_peer::connection::send_pending()
+{
+    while (channel_ != nullptr && !pending_.empty() && !cut_) {
+        const auto size = std::min<std::size_t>(pending_.size(), ssh_channel_window_size(channel_));
+        const int sent =
+            size == 0 ? 0 : ssh_channel_write(channel_, pending_.data(), static_cast<std::uint32_t>(size));
+        if (sent <= 0) {
+            return;
+        }
+        pending_.erase(0, static_cast<std::size_t>(sent));
+    }
+}
+
+std::string make_key_file(const std::filesystem::path& file, const std::string& type, const char* pass_phrase)
+{
+    const ssh_key key = generate(type);
+    if (ssh_pki_export_privkey_file(key, pass_phrase, nullptr, nullptr, file.c_str()) != SSH_OK) {
+        throw std::runtime_error("no key file");
+    }
+    std::string blob = blob_of(key);
+    ssh_key_free(key);
+    return blob;
+}
+
+ssh_peer::ssh_peer(script wanted) : script_(std::move(wanted)), bind_(ssh_bind_new())
+{
+    make_host_keys();
+    listen();
+    acceptor_ = std::thread([this] { accept_all(); });
+}
+
+ssh_peer::~ssh_peer()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        ended_ = true;
+        for (const auto& [socket, thread] : running_) {
+            ::shutdown(socket, SHUT_RDWR);
+        }
+    }
+    ::shutdown(listener_, SHUT_RDWR);
+    acceptor_.join();
+    for (auto& [socket, thread] : running_) {
+        thread.join();
+        ::close(socket);
+    }
+    ::close(listener_);
+    ssh_bind_free(static_cast<ssh_bind>(bind_));
+}
+
+void ssh_peer::make_host_keys()
+{
+    const bool no = false;
+    const auto bind = static_cast<ssh_bind>(bind_);
+    ssh_bind_options_set(bind, SSH_BIND_OPTIONS_PROCESS_CONFIG, &no);
+    for (const std::string& name : script_.host_keys) {
+        const ssh_key key = generate(name);
+        host_keys_.push_back(blob_of(key));
+        ssh_bind_options_set(bind, SSH_BIND_OPTIONS_IMPORT_KEY, key); // takes it
+    }
+}
+
+void ssh_peer::listen()
+{
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+        ::listen(listener_, 64) != 0 ||
+        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        throw std::runtime_error("no port");
+    }
+    port_ = ntohs(address.sin_port);
+}
+
+void ssh_peer::accept_all()
+{
+    for (;;) {
+        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::lock_guard lock(mutex_);
+        if (socket < 0 || ended_) {
+            ::close(socket);
+            return;
+        }
+        ++connections_;
+        running_.emplace_back(socket, std::thread([this, socket] { connection(*this, socket).serve(); }));
+    }
+}
+
+void ssh_peer::note(std::string tried)
+{
+    const std::lock_guard lock(mutex_);
+    tries_.push_back(std::move(tried));
+}
+
+std::vector<std::string> ssh_peer::tries() const
+{
+    const std::lock_guard lock(mutex_);
+    return tries_;
+}
+
+} // namespace support

@@ -1,0 +1,114 @@
+#include <host_key_policy.hpp>
+
+#include <qrftp/error.hpp>
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+using namespace qrftp;
+using enum host_key_check;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A key of a type; what follows the type in its encoding is not looked at.
+host_key make_key(const std::string& type, const std::string& content)
+{
+    return {"host", type, std::string(3, '\0') + static_cast<char>(type.size()) + type + content};
+}
+
+const host_key ed25519 = make_key("ssh-ed25519", "one");
+const host_key changed_ed25519 = make_key("ssh-ed25519", "two");
+const host_key rsa = make_key("ssh-rsa", "one");
+
+class HostKeyPolicy : public testing::Test {
+protected:
+    HostKeyPolicy() { fs::create_directories(folder); }
+    ~HostKeyPolicy() override { fs::remove_all(folder); }
+
+    void write(const fs::path& file, const std::string& text) { std::ofstream(file) << text; }
+
+    /// Why the key is refused; none when it is accepted.
+    std::optional<error_cause> refusal(const host_key& shown)
+    {
+        try {
+            host_key_policy("host", settings).check(shown);
+            return std::nullopt;
+        } catch (const error& e) {
+            return e.cause();
+        }
+    }
+
+    fs::path folder = fs::path(testing::TempDir()) / ("host_key_policy_" + std::to_string(::getpid()));
+    fs::path user = folder / "user";
+    fs::path second = folder / "second";
+    fs::path global = folder / "global";
+    std::vector<std::string> warnings;
+    host_key_policy::settings settings{
+        accept_new, {user, second}, {global}, {}, [this](const std::string& sentence) {
+            warnings.push_back(sentence);
+        }};
+};
+
+} // namespace
+
+TEST_F(HostKeyPolicy, RemembersANewKeyAndRefusesAnother)
+{
+    EXPECT_EQ(refusal(ed25519), std::nullopt);
+    EXPECT_THAT(warnings, ElementsAre(HasSubstr("Added the key of host (ssh-ed25519 SHA256:")));
+    EXPECT_EQ(refusal(ed25519), std::nullopt);
+    EXPECT_EQ(warnings.size(), 1U);
+    EXPECT_EQ(refusal(changed_ed25519), error_cause::host_key_changed);
+    EXPECT_EQ(refusal(rsa), error_cause::host_key_changed) << "of another type, so not new";
+    EXPECT_FALSE(fs::exists(second));
+    settings.check = off;
+    EXPECT_EQ(refusal(changed_ed25519), std::nullopt);
+}
+
+TEST_F(HostKeyPolicy, LooksAtEveryFile)
+{
+    write(user, changed_ed25519.line() + '\n');
+    EXPECT_EQ(refusal(ed25519), error_cause::host_key_changed);
+    write(global, ed25519.line() + '\n');
+    settings.check = strict;
+    EXPECT_EQ(refusal(ed25519), std::nullopt) << "a stale line elsewhere does not matter";
+    write(second, "@revoked * " + ed25519.line().substr(5) + '\n');
+    EXPECT_EQ(refusal(ed25519), error_cause::host_key_revoked);
+}
+
+TEST_F(HostKeyPolicy, AcceptsNothingNewWhereItMayNot)
+{
+    settings.check = strict;
+    EXPECT_EQ(refusal(ed25519), error_cause::host_key_unknown);
+    settings.check = accept_new;
+    settings.confirm = [](const host_key& shown) { return shown != ed25519; };
+    EXPECT_EQ(refusal(ed25519), error_cause::host_key_unknown);
+    EXPECT_FALSE(fs::exists(user));
+    EXPECT_EQ(refusal(rsa), std::nullopt);
+    fs::remove(user);
+    fs::create_directory(user);
+    EXPECT_EQ(refusal(ed25519), error_cause::local_file) << "what cannot be read may know another key";
+}
+
+TEST_F(HostKeyPolicy, WarnsWhereAKeyCannotBeRemembered)
+{
+    write(folder / "file", "");
+    settings.user_files = {folder / "file" / "known_hosts"};
+    EXPECT_EQ(refusal(ed25519), std::nullopt);
+    EXPECT_THAT(warnings, ElementsAre(HasSubstr("Could not add the key of host")));
+    settings.user_files.clear();
+    EXPECT_EQ(refusal(ed25519), std::nullopt);
+    EXPECT_EQ(warnings.size(), 2U);
+}
+
+TEST_F(HostKeyPolicy, TellsWhichTypesToAskFor)
+{
+    EXPECT_TRUE(host_key_policy("host", settings).known_types().empty());
+    write(user, rsa.line() + '\n' + "other " + ed25519.line().substr(5) + '\n');
+    write(global, rsa.line() + '\n' + make_key("ecdsa-sha2-nistp256", "").line() + '\n');
+    EXPECT_THAT(host_key_policy("host", settings).known_types(), ElementsAre("ssh-rsa", "ecdsa-sha2-nistp256"));
+}

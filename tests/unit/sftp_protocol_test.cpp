@@ -1,0 +1,473 @@
+#include <sftp/sftp_protocol.hpp>
+
+#include <memory_files.hpp>
+#include <sftp_peer.hpp>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+using namespace qrftp;
+using namespace qrftp::sftp;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+
+std::string name_of_error(const std::function<void()>& work)
+{
+    try {
+        work();
+    } catch (const error& failure) {
+        return std::string(failure.name());
+    }
+    return "";
+}
+
+/// `size` bytes of which no two parts are alike.
+std::string text_of(std::size_t size)
+{
+    std::string text;
+    for (std::size_t i = 0; text.size() < size; ++i) {
+        text += std::to_string(i) + ' ';
+    }
+    return text.substr(0, size);
+}
+
+struct SftpProtocol : testing::Test {
+    SftpProtocol() { options.stall_timeout = 20ms; }
+
+    sftp_protocol& server()
+    {
+        if (!opened) {
+            opened = std::make_unique<sftp_protocol>(
+                [this](const session_options&, server_info&) {
+                    if (connections++ > 0) {
+                        peer.reconnect();
+                    }
+                    return std::make_unique<peer_transport>(peer);
+                },
+                "host", options);
+        }
+        return *opened;
+    }
+    /// Cuts the connection at the `n`th request of a type from now on; before it is carried out, or after.
+    void cut_at(packet_type type, std::size_t n, bool carried_out) { peer.cut_at(type, n, carried_out); }
+    /// Nothing is left open, nor under a temporary name.
+    void expect_nothing_left()
+    {
+        EXPECT_EQ(peer.open_handles(), 0U);
+        for (const auto& [path, node] : peer.nodes) {
+            EXPECT_EQ(path.find(".part"), std::string::npos) << path;
+        }
+    }
+
+    sftp_peer peer;
+    session_options options;
+    std::unique_ptr<sftp_protocol> opened;
+    int connections = 0;
+};
+
+using SftpDownload = SftpProtocol;
+using SftpUpload = SftpProtocol;
+using SftpFolders = SftpProtocol;
+
+} // namespace
+
+TEST_F(SftpProtocol, TellsWhatIsThere)
+{
+    peer.add_folder("/d");
+    peer.nodes["/d/f"] = {"four", 0100640, 1000};
+    peer.nodes["/l"] = {"/d/f", 0120777};
+    EXPECT_EQ(server().info().login_folder, "/");
+    EXPECT_THAT(server().info().features, ElementsAre("posix-rename@openssh.com 1"));
+    EXPECT_EQ(server().find("/d/f")->name, "f");
+    EXPECT_EQ(server().find("/l")->kind, entry_kind::link);
+    EXPECT_EQ(server().stat("/l")->link_target, "/d/f");
+    EXPECT_EQ(server().follow("/l")->size, 4U);
+    EXPECT_EQ(server().size("/l"), 4U);
+    EXPECT_EQ(server().size("/d"), std::nullopt);
+    EXPECT_EQ(server().modification_time("/d/f")->time.time_since_epoch().count(), 1000);
+    EXPECT_EQ(server().find("/none"), std::nullopt);
+    EXPECT_TRUE(server().is_folder("/d"));
+    EXPECT_FALSE(server().is_folder("/d/f"));
+    EXPECT_THROW(server().check_name(std::string("a\0b", 3)), InvalidName);
+    server().set_facts("/d/f",
+                       {.modified = std::chrono::sys_seconds(5s), .mode = std::filesystem::perms(0600)});
+    EXPECT_EQ(peer.nodes["/d/f"].modified, 5U);
+    EXPECT_EQ(peer.nodes["/d/f"].mode, 0100600U);
+}
+
+TEST_F(SftpProtocol, SaysWhyTheServerRefused)
+{
+    peer.add_folder("/d");
+    peer.nodes["/d/f"] = {"x"};
+    EXPECT_EQ(name_of_error([&] { server().make_folder("/d"); }), "AlreadyExists");
+    EXPECT_EQ(name_of_error([&] { server().make_folder("/no/d"); }), "NotFound");
+    EXPECT_EQ(name_of_error([&] { server().remove_folder("/d"); }), "NotEmpty");
+    EXPECT_EQ(name_of_error([&] { server().remove_file("/d"); }), "IsFolder");
+    EXPECT_EQ(name_of_error([&] { server().enter("/d/f"); }), "NotFolder");
+    EXPECT_EQ(name_of_error([&] { server().list("/d/f", {.on_entry = [](entry&&) {}}); }), "NotFolder");
+    EXPECT_EQ(name_of_error([&] { server().rename("/none", "/d/g"); }), "NotFound");
+}
+
+TEST_F(SftpProtocol, AsksOnceMoreOverANewConnection)
+{
+    peer.nodes["/f"] = {"x"};
+    (void)server();
+    cut_at(packet_type::lstat, 1, false);
+    EXPECT_TRUE(server().find("/f"));
+    EXPECT_EQ(connections, 2);
+}
+
+TEST_F(SftpProtocol, FindsOutAfterABreakWhatWasCarriedOut)
+{
+    for (const bool carried_out : {false, true}) {
+        peer.nodes["/f"] = {"x"};
+        peer.nodes.erase("/g");
+        peer.nodes.erase("/d");
+        (void)server();
+        cut_at(packet_type::extended, 1, carried_out);
+        server().rename("/f", "/g");
+        EXPECT_TRUE(peer.nodes.contains("/g") && !peer.nodes.contains("/f")) << carried_out;
+        cut_at(packet_type::mkdir, 1, carried_out);
+        server().make_folder("/d");
+        EXPECT_TRUE(peer.nodes.contains("/d")) << carried_out;
+        cut_at(packet_type::remove, 1, carried_out);
+        server().remove_file("/g");
+        EXPECT_FALSE(peer.nodes.contains("/g")) << carried_out;
+    }
+}
+
+TEST_F(SftpProtocol, CarriesOutManyChangesAcrossABreak)
+{
+    std::vector<path_change> changes;
+    for (int i = 0; i < 300; ++i) {
+        changes.push_back(
+            {path_change::kind::make_folder, "/d" + std::to_string(i)});
+    }
+    std::map<std::size_t, std::string> results;
+    (void)server();
+    cut_at(packet_type::mkdir, 100, true);
+    server().change(changes, [&](std::size_t index, const std::exception_ptr& why) {
+        EXPECT_FALSE(results.contains(index));
+        results[index] = why ? name_of_error([&] { std::rethrow_exception(why); }) : "";
+    });
+    EXPECT_THAT(results, SizeIs(300));
+    EXPECT_EQ(
+        std::count_if(results.begin(), results.end(), [](const auto& each) { return !each.second.empty(); }),
+        0);
+    EXPECT_THAT(peer.nodes, SizeIs(301));
+}
+
+TEST_F(SftpFolders, AreListedManyAtOnce)
+{
+    peer.names_at_once = 3;
+    for (int folder = 0; folder < 60; ++folder) {
+        peer.add_folder("/d" + std::to_string(folder));
+        for (int file = 0; file < folder; ++file) {
+            peer.nodes["/d" + std::to_string(folder) + "/f" + std::to_string(file)] = {"x"};
+        }
+    }
+    memory_queue folders("/");
+    (void)server();
+    cut_at(packet_type::readdir, 200, false);
+    server().list(folders);
+    EXPECT_EQ(folders.entries["/"].size(), 60U);
+    for (int folder = 0; folder < 60; ++folder) {
+        EXPECT_EQ(folders.entries["/d" + std::to_string(folder)].size(), static_cast<std::size_t>(folder));
+    }
+    EXPECT_EQ(connections, 2);
+    EXPECT_GT(peer.most_open_handles(), 30U);
+    EXPECT_EQ(peer.open_handles(), 0U);
+    for (const auto& [folder, result] : folders.results) {
+        EXPECT_EQ(result, "") << folder;
+    }
+}
+
+TEST_F(SftpFolders, TakeNamesAsBytesAndKindsFromTheMode)
+{
+    const attributes file{.permissions = 0100644};
+    int answers = 0;
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        if (asked.type != packet_type::readdir || answers++ > 0) {
+            return {};
+        }
+        return name_packet(asked.id,
+                           {{".", file},
+                            {"..", file},
+                            {"a\ndrwxr-xr-x 2 0 0 4096 Jan  1  2024 lnk", file},
+                            {"a/b", file},
+                            {"", file},
+                            {std::string("a\0b", 3), file},
+                            {"unknown", {}},
+                            {"gone", {}}},
+                           "drwxr-xr-x 2 0 0 4096 Jan  1  2024 lnk");
+    };
+    peer.add_folder("/unknown");
+    memory_queue folders("/");
+    server().list(folders);
+    EXPECT_THAT(folders.entries["/"],
+                ElementsAre("a\ndrwxr-xr-x 2 0 0 4096 Jan  1  2024 lnk", "unknown", "unknown"));
+    EXPECT_THAT(folders.left_out, ElementsAre("a/b", "", std::string("a\0b", 3)));
+}
+
+TEST_F(SftpDownload, ManyFilesAtOnce)
+{
+    memory_batch<download> batch;
+    std::deque<memory_download> files;
+    peer.max_handles = 20;
+    for (std::size_t i = 0; i < 100; ++i) {
+        const std::string path = "/f" + std::to_string(i);
+        peer.nodes[path] = {text_of(i * 997)};
+        files.emplace_back(path, i % 2 == 0 ? std::optional(i * 997) : std::nullopt);
+        batch.add(files.back());
+    }
+    server().fetch(batch);
+    for (const memory_download& file : files) {
+        EXPECT_EQ(batch.result(file), "") << file.path();
+        EXPECT_EQ(file.content, peer.nodes[file.path()].content) << file.path();
+        EXPECT_EQ(file.finishes, 1);
+    }
+    EXPECT_EQ(peer.most_open_handles(), 20U) << "a refused OPEN is a smaller window";
+    EXPECT_EQ(peer.open_handles(), 0U);
+}
+
+TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
+{
+    peer.nodes["/big"] = {text_of(9'000'000)};
+    peer.max_read = 20'000;
+    peer.reorder = [](auto& answers) { std::reverse(answers.begin(), answers.end()); };
+    memory_download file("/big");
+    memory_batch<download> batch;
+    batch.add(file);
+    server().fetch(batch);
+    EXPECT_EQ(batch.result(file), "");
+    EXPECT_TRUE(file.content == peer.nodes["/big"].content);
+    EXPECT_TRUE(file.is_in_order);
+    EXPECT_EQ(file.facts.size, 9'000'000U);
+}
+
+TEST_F(SftpDownload, IsAsLongAsTheFileIsNow)
+{
+    for (const std::size_t listed : {0U, 1U, 49'999U, 50'001U, 70'000U}) {
+        peer.nodes["/f"] = {text_of(50'000)};
+        memory_download file("/f", listed);
+        memory_batch<download> batch;
+        batch.add(file);
+        server().fetch(batch);
+        EXPECT_EQ(batch.result(file), "") << listed;
+        EXPECT_TRUE(file.content == peer.nodes["/f"].content) << listed;
+        EXPECT_EQ(file.facts.size, 50'000U) << listed;
+    }
+}
+
+TEST_F(SftpDownload, BelievesNoSize)
+{
+    const auto result_with_size = [&](std::uint64_t size) {
+        peer.nodes["/f"] = {text_of(50'000)};
+        peer.intercept = [size](const sftp_peer::request& asked) {
+            return asked.type == packet_type::fstat
+                       ? std::optional(attrs_packet(asked.id, {.size = size, .permissions = 0100644}))
+                       : std::nullopt;
+        };
+        memory_download file("/f");
+        memory_batch<download> batch;
+        batch.add(file);
+        server().fetch(batch);
+        return batch.result(file) + ' ' + std::to_string(file.content.size());
+    };
+    EXPECT_EQ(result_with_size(0), " 50000") << "files that are made as they are read";
+    EXPECT_EQ(result_with_size(50'001), "SizeMismatch 50000");
+    EXPECT_EQ(result_with_size(~std::uint64_t{0}), "SizeMismatch 50000");
+    EXPECT_EQ(result_with_size(40'000), " 40000") << "it has grown since then";
+}
+
+TEST_F(SftpDownload, FailsAlone)
+{
+    peer.add_folder("/folder");
+    for (const char* path : {"/a", "/full", "/z"}) {
+        peer.nodes[path] = {text_of(100'000)};
+    }
+    memory_download a("/a");
+    memory_download none("/none");
+    memory_download folder("/folder", 10);
+    memory_download full("/full");
+    full.disk = 40'000;
+    memory_download z("/z");
+    memory_batch<download> batch;
+    for (memory_download* file : {&a, &none, &folder, &full, &z}) {
+        batch.add(*file);
+    }
+    peer.max_read = 30'000;
+    server().fetch(batch);
+    EXPECT_EQ(batch.result(a) + batch.result(z), "");
+    EXPECT_EQ(batch.result(none), "NotFound");
+    EXPECT_EQ(batch.result(folder), "IsFolder");
+    EXPECT_EQ(batch.result(full), "LocalFileError");
+    EXPECT_EQ(peer.open_handles(), 0U);
+}
+
+TEST_F(SftpDownload, GoesOnWhereItWasAfterABreak)
+{
+    peer.nodes["/big"] = {text_of(3'000'000)};
+    memory_download file("/big");
+    memory_batch<download> batch;
+    batch.add(file);
+    (void)server();
+    cut_at(packet_type::read, 60, false);
+    server().fetch(batch);
+    EXPECT_EQ(batch.result(file), "");
+    EXPECT_TRUE(file.content == peer.nodes["/big"].content);
+    EXPECT_EQ(file.restarts, 0);
+    EXPECT_EQ(connections, 2);
+}
+
+TEST_F(SftpDownload, EndsOnceWhateverTheConnectionDoes)
+{
+    for (std::size_t cut = 1; cut < 60; cut += 3) {
+        peer.nodes["/f"] = {text_of(100'000)};
+        std::deque<memory_download> files;
+        memory_batch<download> batch;
+        for (int i = 0; i < 10; ++i) {
+            batch.add(files.emplace_back("/f"));
+        }
+        (void)server();
+        peer.cut_after_requests(cut);
+        server().fetch(batch);
+        for (const memory_download& file : files) {
+            EXPECT_EQ(batch.result(file), "") << cut;
+            EXPECT_TRUE(file.content == peer.nodes["/f"].content) << cut;
+        }
+    }
+}
+
+TEST_F(SftpDownload, IsCancelledWithNothingLeftOpen)
+{
+    std::stop_source stop;
+    options.stop = stop.get_token();
+    std::deque<memory_download> files;
+    memory_batch<download> batch;
+    for (int i = 0; i < 10; ++i) {
+        peer.nodes["/f"] = {text_of(5'000'000)};
+        batch.add(files.emplace_back("/f"));
+    }
+    (void)server();
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        stop.request_stop();
+        return asked.type == packet_type::read ? std::optional(data_packet(asked.id, "x")) : std::nullopt;
+    };
+    EXPECT_EQ(name_of_error([&] { server().fetch(batch); }), "Cancelled");
+    EXPECT_EQ(peer.open_handles(), 0U);
+    for (const auto& [file, result] : batch.results) {
+        EXPECT_THAT(result, ElementsAre("Cancelled"));
+    }
+}
+
+TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
+{
+    for (const bool posix : {true, false}) {
+        peer.extensions.resize(posix ? 1 : 0);
+        opened.reset();
+        peer.nodes["/f3"] = {"old", 0100600};
+        std::deque<memory_upload> files;
+        memory_batch<upload> batch;
+        for (std::size_t i = 0; i < 100; ++i) {
+            files.emplace_back("/f" + std::to_string(i), text_of(i * 997), i % 10 != 0);
+            batch.add(files.back());
+        }
+        server().send(batch);
+        for (const memory_upload& file : files) {
+            EXPECT_EQ(batch.result(file), "") << file.target();
+            EXPECT_TRUE(peer.nodes[file.target()].content == file.content) << file.target();
+            EXPECT_EQ(peer.nodes[file.target()].modified, 1000U) << file.target();
+            EXPECT_EQ(file.confirmed, file.content.size());
+            EXPECT_EQ(file.finishes, 1);
+        }
+        EXPECT_EQ(peer.nodes["/f3"].mode, 0100600U);
+        expect_nothing_left();
+        peer.nodes.clear();
+        peer.add_folder("/");
+    }
+}
+
+TEST_F(SftpUpload, CompletesWhatIsThere)
+{
+    const std::string whole = text_of(100'000);
+    for (const std::size_t there : {0U, 40'000U, 100'000U}) {
+        peer.nodes["/f"] = {whole.substr(0, there)};
+        memory_upload file("/f", whole, false);
+        file.resume = true;
+        memory_batch<upload> batch;
+        batch.add(file);
+        server().send(batch);
+        EXPECT_EQ(batch.result(file), "");
+        EXPECT_TRUE(peer.nodes["/f"].content == whole);
+        EXPECT_EQ(file.confirmed, 100'000 - there);
+    }
+}
+
+TEST_F(SftpUpload, FailsAloneAndLeavesNothing)
+{
+    peer.add_folder("/folder");
+    peer.nodes["/there"] = {"old"};
+    peer.max_file = 60'000;
+    memory_upload fine("/fine", text_of(50'000));
+    memory_upload large("/large", text_of(200'000));
+    memory_upload folder("/folder", "x");
+    memory_upload nowhere("/no/f", "x");
+    memory_upload there("/there", "new");
+    there.replace = false;
+    memory_batch<upload> batch;
+    for (memory_upload* file : {&fine, &large, &folder, &nowhere, &there}) {
+        batch.add(*file);
+    }
+    server().send(batch);
+    EXPECT_EQ(batch.result(fine), "");
+    EXPECT_EQ(batch.result(large), "Refused");
+    EXPECT_EQ(batch.result(folder), "IsFolder");
+    EXPECT_EQ(batch.result(nowhere), "NotFound");
+    EXPECT_EQ(batch.result(there), "AlreadyExists");
+    EXPECT_EQ(peer.nodes["/there"].content, "old");
+    EXPECT_FALSE(peer.nodes.contains("/large"));
+    server().ping();
+    expect_nothing_left();
+}
+
+TEST_F(SftpUpload, EndsOnceWhateverTheConnectionDoes)
+{
+    for (std::size_t cut = 1; cut < 90; cut += 2) {
+        for (const bool carried_out : {false, true}) {
+            std::deque<memory_upload> files;
+            memory_batch<upload> batch;
+            for (int i = 0; i < 10; ++i) {
+                batch.add(files.emplace_back("/f" + std::to_string(i), text_of(100'000)));
+            }
+            (void)server();
+            peer.cut_after_requests(cut, carried_out);
+            server().send(batch);
+            for (const memory_upload& file : files) {
+                EXPECT_EQ(batch.result(file), "") << cut;
+                EXPECT_TRUE(peer.nodes[file.target()].content == file.content) << cut;
+                EXPECT_EQ(file.finishes, 1) << cut;
+            }
+            server().ping();
+            expect_nothing_left();
+            peer.nodes.clear();
+            peer.add_folder("/");
+        }
+    }
+}
+
+TEST_F(SftpUpload, IsGivenUpWithNothingLeft)
+{
+    std::deque<memory_upload> files;
+    memory_batch<upload> batch;
+    batch.throws = true;
+    for (int i = 0; i < 10; ++i) {
+        batch.add(files.emplace_back((i == 5 ? "/no/f" : "/f") + std::to_string(i), text_of(1'000'000)));
+    }
+    EXPECT_EQ(name_of_error([&] { server().send(batch); }), "NotFound");
+    expect_nothing_left();
+}

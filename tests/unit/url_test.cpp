@@ -1,0 +1,100 @@
+#include <gmock/gmock.h>
+#include <qrftp/error.hpp>
+#include <qrftp/url.hpp>
+
+using namespace qrftp;
+using namespace std::literals;
+using namespace testing;
+
+namespace {
+
+/// "SCHEME HOST PORT USER|PASSWORD|PATH|PATTERN = SERVER", or the error's sentence.
+std::string parsed(std::string_view text)
+try {
+    const url u = url::parse(text);
+    return (u.scheme == url_scheme::sftp ? "sftp " : "ftp ") + u.host + ' ' + std::to_string(u.port) + ' ' +
+           u.user + '|' + u.password + '|' + u.path + '|' + u.pattern + " = " + u.server();
+} catch (const InvalidUrl& refused) {
+    return "refused: "s + refused.what();
+}
+
+} // namespace
+
+TEST(Url, IsTakenApartAsPeopleWriteIt)
+{
+    const std::pair<std::string_view, std::string_view> rows[] = {
+        {"FTP://h/", "ftp h 0 ||| = ftp://h"},
+        {"ftp://h", "ftp h 0 ||| = ftp://h"},
+        {"ftp://h/a/b", "ftp h 0 ||a/b|a/b = ftp://h"},
+        {"ftp://h//a", "ftp h 0 ||/a|/a = ftp://h"},
+        {"ftp://u:p%40%3a@h:2121/%41/", "ftp h 2121 u|p@:|A/|A/ = ftp://h:2121"},
+        {"ftp://u@x:p:q@h/a@b:c", "ftp h 0 u@x|p:q|a@b:c|a@b:c = ftp://h"},
+        {"sftp://u@h:22/a", "sftp h 22 u||/a|/a = sftp://h"},
+        {"ftp://h:22/", "ftp h 22 ||| = ftp://h:22"},
+        {"sftp://h:/~", "sftp h 0 ||| = sftp://h"},
+        {"sftp://h/~/a b", "sftp h 0 ||a b|a b = sftp://h"},
+        {"sftp://h/~a", "sftp h 0 ||/~a|/~a = sftp://h"},
+        {"ftp://[::1]:2121/a", "ftp [::1] 2121 ||a|a = ftp://[::1]:2121"},
+        {"ftp://127.0.0.1/a", "ftp 127.0.0.1 0 ||a|a = ftp://127.0.0.1"},
+        {"ftp://%68%c3%b6/100%", "ftp h\xc3\xb6 0 ||100%|100% = ftp://h\xc3\xb6"},
+        {"ftp://h/a?[b]*#c;type=a/../%ff",
+         "ftp h 0 ||a?[b]*#c;type=a/../\xff|a?[b]*#c;type=a/../\xff = ftp://h"},
+        {R"(ftp://h/%2a%5B[%5d-%2D]\*)", R"(ftp h 0 ||*[[]--]\*|\*\[[\]-\-]\\* = ftp://h)"},
+    };
+    for (const auto& [text, want] : rows) {
+        EXPECT_EQ(parsed(text), want) << text;
+    }
+}
+
+TEST(Url, IsRefusedWithoutShowingItsPassword)
+{
+    for (const std::string_view text : {""sv,
+                                        "h/a"sv,
+                                        "u:secret@h"sv,
+                                        "http://h/"sv,
+                                        "ftps://u:secret@h/"sv,
+                                        "file:///a"sv,
+                                        "ftp://"sv,
+                                        "ftp:///a"sv,
+                                        "ftp://u:secret@/a"sv,
+                                        "ftp://h:0x/"sv,
+                                        "ftp://h:99999/"sv,
+                                        "ftp://h:0/"sv,
+                                        "ftp://u:secret%0d@h/"sv,
+                                        "ftp://u%0a@h/"sv,
+                                        "ftp://h/%00"sv,
+                                        "sftp://h/a\n"sv,
+                                        "ftp://h/a\0b"sv,
+                                        "ftp://h/%7f"sv,
+                                        "ftp://u:sec/secret@h/"sv,
+                                        "ftp://ho st/"sv,
+                                        "ftp://-oProxyCommand/"sv,
+                                        "ftp://2130706433/"sv,
+                                        "ftp://0x7f.1/"sv,
+                                        "ftp://127.1./"sv,
+                                        "ftp://127.0.0.256/"sv,
+                                        "ftp://0177.0.0.1/"sv,
+                                        "ftp://%31/"sv,
+                                        "ftp://[::1/"sv,
+                                        "ftp://[::g]/"sv,
+                                        "ftp://[::1]x/"sv}) {
+        EXPECT_THAT(parsed(text), AllOf(StartsWith("refused: "), Not(HasSubstr("secret")))) << text;
+    }
+}
+
+TEST(Url, IsToldFromAPathAndItsPasswordIsFound)
+{
+    EXPECT_TRUE(is_url("ftp://h") && is_url("x+y-1.2://"));
+    EXPECT_FALSE(is_url("") || is_url("://h") || is_url("a/b://c") || is_url("1ftp://h") || is_url("ftp:/h"));
+    const std::pair<std::string_view, std::string_view> rows[] = {
+        {"ftp://u:p%20w@h/a@b", "p%20w"},
+        {"ftp://u:p/w@h/", "p/w"},
+        {"u:p@h", "p"},
+        {"ftp://h:21/", ""},
+        {"ftp://u@h:21/", ""},
+        {"ftp://@/", ""},
+    };
+    for (const auto& [text, want] : rows) {
+        EXPECT_EQ(password_in(text), want) << text;
+    }
+}
