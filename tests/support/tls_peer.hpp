@@ -32,8 +32,7 @@ inline const struct tls_peers {
                                           "[c]\nMinProtocol=TLSv1\nCipherString=DEFAULT@SECLEVEL=0\n";
         for (auto& key : keys)
             key.reset(EVP_EC_gen("P-256"), EVP_PKEY_free);
-        const std::unique_ptr<FILE, decltype(&std::fclose)> file(
-            std::fopen((folder / "authority").c_str(), "w"), &std::fclose);
+        const std::shared_ptr<FILE> file(std::fopen((folder / "authority").c_str(), "w"), &std::fclose);
         PEM_write_X509(file.get(), sign(authority, {}).get());
     }
     ~tls_peers() { std::filesystem::remove_all(folder); }
