@@ -87,6 +87,19 @@ const auto faults = std::to_array<fault>({{"DiskFull", {}, fail(errors::DiskFull
                                           {"once", allocator::once},
                                           {"onwards", allocator::onwards},
                                           {"libcurl", allocator::libcurl}});
+auto system_failure(std::errc reason)
+{
+    return std::make_exception_ptr(fs::filesystem_error("test", "x", std::make_error_code(reason)));
+}
+/// The client reaches local files through folders, which tell failures in the standard library's way.
+const auto client_faults =
+    std::to_array<fault>({{"LocalFileError", {}, system_failure(std::errc::no_space_on_device)},
+                          {"LocalFileError", {}, system_failure(std::errc::permission_denied)},
+                          {"LocalFileError", {}, system_failure(std::errc::io_error), Call::write},
+                          {"LocalFileError", {}, system_failure(std::errc::io_error), Call::close},
+                          {"once", allocator::once},
+                          {"onwards", allocator::onwards},
+                          {"libcurl", allocator::libcurl}});
 
 int tried = 0;
 
@@ -117,6 +130,8 @@ std::pair<std::string, bool> run(const fault& with, FaultyFileSystem& disk, int 
     disk.fail(with.call, 0, nullptr);
     try {
         return {support::error_of([&] { thrown ? std::rethrow_exception(thrown) : void(); }).front(), met};
+    } catch (const qrftp::error& error) {
+        return {std::string(error.name()), met};
     } catch (const std::bad_alloc&) {
         return {"bad_alloc", met};
     } catch (const std::logic_error& error) { // percent_encode
@@ -270,28 +285,31 @@ struct client_operation {
         [](auto& t) { return t.fine && (__VA_ARGS__); } \
     }
 const qrftp::host_key key{"h", "ssh-ed25519", "\0\0\0\x0bssh-ed25519 key"s};
-const qrftp::transfer_options rest{.resume = true};
-const qrftp::transfer_options timed{.keep_time = true};
-const qrftp::tree_options one_connection{.jobs = 1};
-
-qrftp::sync_options make_mirror()
+qrftp::transfer_options transferring(bool resume, bool keep_time)
+{
+    qrftp::transfer_options options;
+    options.resume = resume;
+    options.keep_time = keep_time;
+    return options;
+}
+qrftp::sync_options mirroring()
 {
     qrftp::sync_options options;
     options.jobs = 1;
     options.remove_extra = true;
     return options;
 }
-const qrftp::sync_options mirror = make_mirror();
-
+const auto rest = transferring(true, false);
+const auto timed = transferring(false, true);
+const auto mirror = mirroring();
 const auto operations = std::to_array<client_operation>(
     {DO(c.fetch("f", l / "f", timed), t.content("f") == t.remote.at("f")),
      DO(c.fetch("rest", l / "part", rest), t.content("part") == t.remote.at("f")),
      DO(c.send(l / "f", "t", timed), t.uploaded("t", "local")),
      DO(c.send(l / "long", t.fresh, rest), t.peer.uploads()["/home/u/" + t.fresh] == t.before.at("long")),
-     DO(fetch_tree(c, "d", l / "tree", one_connection),
+     DO(fetch_tree(c, "d", l / "tree", mirror),
         t.content("tree/a") + t.content("tree/b") == "remote aremote b"),
-     DO(send_tree(c, l / "up", "new", one_connection),
-        t.sent("MKD /home/u/new") && t.uploaded("new/a", "new a")),
+     DO(send_tree(c, l / "up", "new", mirror), t.sent("MKD /home/u/new") && t.uploaded("new/a", "new a")),
      DO(synchronise(c, l / "tree", "d", qrftp::direction::fetch, mirror),
         t.content("tree/a") == "remote a" && !fs::exists(t.local / "tree/extra")),
      DO(synchronise(c, l / "up", "d", qrftp::direction::send, mirror),
@@ -341,7 +359,7 @@ TEST(Faults, OfTheHostAreToldByTheCoreWhichStaysWhereItWas)
 
 TEST(Faults, OfTheHostAreToldByTheClientWhichLeavesNoFileInHalf)
 {
-    for (const auto& with : faults)
+    for (const auto& with : client_faults)
         for (const auto& op : operations) {
             client_stage s;
             at_every_call(op.text + " " + with.name, [&](int n) {
