@@ -1,16 +1,12 @@
 #include "upload_job.hpp"
 
+#include "extensions.hpp"
+
 #include <algorithm>
 #include <map>
 #include <utility>
 
 namespace qrftp::sftp {
-
-namespace {
-
-const request posix_rename("posix-rename@openssh.com", packet_type::status);
-
-} // namespace
 
 void upload_job::send_first()
 {
