@@ -122,8 +122,9 @@ TEST_P(Navigation, TellsWhyItWasRefused)
     auto s = open();
     EXPECT_REFUSED("NotFound no", s.change_folder("no"));
     EXPECT_REFUSED("NotFolder f", s.change_folder("f"));
-    if (GetParam().name != "sftp") // ProFTPD tells of a folder's "." without entering it
+    if (GetParam().name != "sftp") { // ProFTPD tells of a folder's "." without entering it
         EXPECT_REFUSED("PermissionDenied ~/denied", s.change_folder("../denied"));
+    }
     EXPECT_EQ(s.working_folder(), there_);
     EXPECT_REFUSED("NotFound no", s.list("no"));
     EXPECT_REFUSED("NotFolder f", s.list("f"));

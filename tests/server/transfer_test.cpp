@@ -95,8 +95,9 @@ TEST_P(Transfer, KeepsTimesAndModesWhereItIsAskedTo)
     s.send(here_ / "from", "up", keep);
     s.fetch("from", here_ / "down", keep);
     EXPECT_EQ(mode_of(there_ / "up"), fs::perms(0754)) << "that of the source";
-    if (sftp()) // FTP has no command that tells the mode of a single file
+    if (sftp()) { // FTP has no command that tells the mode of a single file
         EXPECT_EQ(mode_of(here_ / "down"), fs::perms(0754));
+    }
     for (const auto& to : {there_ / "up", here_ / "down"})
         EXPECT_EQ(fs::last_write_time(to), past);
 }
