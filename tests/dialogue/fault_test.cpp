@@ -132,6 +132,8 @@ std::pair<std::string, bool> run(const fault& with, FaultyFileSystem& disk, int 
         return {support::error_of([&] { thrown ? std::rethrow_exception(thrown) : void(); }).front(), met};
     } catch (const qrftp::error& error) {
         return {std::string(error.name()), met};
+    } catch (const fs::filesystem_error& error) {
+        return {std::string("bare: ") + error.what(), met};
     } catch (const std::bad_alloc&) {
         return {"bad_alloc", met};
     } catch (const std::logic_error& error) { // percent_encode

@@ -135,7 +135,8 @@ const tree_row rows[] = {
         .gives(theirs),
     fetching("LargeSizes", theirs, {})
         .lists(listing, "type=file;size=99999999999999999999999; a\r\ntype=dir;size=-1; d\r\n")
-        .gives(theirs),
+        .gives({{"d", "/"}, {"d/b", "new"}})
+        .incomplete(),
 };
 
 } // namespace
