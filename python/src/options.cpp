@@ -144,7 +144,7 @@ sync_options to_sync_options(const py::dict& given, const std::shared_ptr<callba
     if (const auto report = words.function("on_action")) {
         options.on_action = [report = *report](const tree_action& step) {
             if (!report(false, [&](const py::object& f) {
-                    f(to_python(step));
+                    f(*to_python(step));
                     return true;
                 })) {
                 throw Cancelled(step.path);
