@@ -42,15 +42,20 @@ class Error(Exception):
         self.reply = reply
         self._number = number
         if isinstance(self, OSError):
-            self.errno = self._errno if number is None else number
-            self.strerror = message
-            self.filename = path
+            _fill(self, self._errno if number is None else number, message, path)
 
     def __str__(self) -> str:
         return str(self.args[0])
 
     def __reduce__(self) -> tuple[type[Error], tuple[object, ...]]:
         return type(self), (self.args[0], self.path, self.reply, self._number)
+
+
+def _fill(error: OSError, number: int | None, message: str, path: str) -> None:
+    if number is not None:
+        error.errno = number
+    error.strerror = message
+    error.filename = path
 
 
 class InvalidUrl(Error, ValueError):

@@ -8,13 +8,13 @@ import tempfile
 import warnings
 from contextlib import AbstractContextManager, nullcontext
 from types import TracebackType
-from typing import IO, TYPE_CHECKING, Any, Callable
+from typing import TYPE_CHECKING, Any, Callable, cast
 
 from .error import NotFound
 
 if TYPE_CHECKING:
     from . import _native
-    from .session import RemotePath, Session
+    from .session import Readable, RemotePath, Session
 
 BUFFER_SIZE = 1 << 20
 """How much a file fetches at once where less is asked for."""
@@ -102,8 +102,8 @@ class Spool(io.RawIOBase):
 
     deferred = False
 
-    def __init__(self, send: Callable[[IO[bytes]], None], name: str, mode: str) -> None:
-        self._local = tempfile.TemporaryFile(buffering=0)
+    def __init__(self, send: Callable[[Readable], None], name: str, mode: str) -> None:
+        self._local = cast(io.FileIO, tempfile.TemporaryFile(buffering=0))
         self._send = send
         self._discarded = False
         self.name = name
@@ -119,7 +119,7 @@ class Spool(io.RawIOBase):
         return True
 
     def readinto(self, buffer: Any) -> int:
-        return self._local.readinto(buffer)  # type: ignore[attr-defined, no-any-return]
+        return self._local.readinto(buffer) or 0
 
     def write(self, data: Any) -> int:
         return self._local.write(data)
@@ -195,7 +195,7 @@ class Updater(_Whole, io.BufferedRandom):  # type: ignore[misc]
 
 
 def open_for_writing(
-    session: Session, path: RemotePath, mode: str, send: Callable[[IO[bytes]], None]
+    session: Session, path: RemotePath, mode: str, send: Callable[[Readable], None]
 ) -> Writer | Updater:
     """The file object of `Session.open` for every mode but "rb"."""
     spool = Spool(send, os.fsdecode(path), mode)

@@ -14,7 +14,7 @@ from __future__ import annotations
 import os
 from collections import defaultdict
 from datetime import datetime
-from typing import IO, Any, ContextManager, Iterable
+from typing import Any, ContextManager, Iterable
 from urllib.parse import quote, unquote, urlsplit
 
 import fsspec
@@ -22,11 +22,11 @@ from fsspec.callbacks import Callback
 from fsspec.spec import AbstractFileSystem
 from fsspec.utils import isfilelike, stringify_path, tokenize
 
-from .entry import Entry
+from .entry import Entry, Progress, TreeProgress
 from .error import AlreadyExists, IsFolder, NotFound
 from .file import Reader, Updater, Writer, open_for_writing
 from .pool import Pool, pool_of
-from .session import Session
+from .session import Readable, Session
 
 _NO_CALLBACK = Callback()
 _SCHEMES = ("qsftp", "qftp", "qftps", "sftp", "ssh", "ftp", "ftps")
@@ -59,7 +59,7 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
             return
         super().__init__(**{name: options.pop(name) for name in _OF_FSSPEC if name in options})
         self._url = f"{self._scheme}://{quote(host, safe='[]:')}" + (f":{port}" if port else "")
-        self._options = {"user": username, "password": password, **self._defaults, **options}
+        self._options: dict[str, Any] = {"user": username, "password": password, **self._defaults, **options}
         self._max_connections = max_connections
         self._key = tokenize(self._url, self._options, max_connections)
 
@@ -100,8 +100,10 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         kind, size = entry.kind, entry.size
         if entry.is_link:
             try:
-                folder = session.is_folder(path)
-                kind, size = ("folder", None) if folder else ("file", session.file_size(path))
+                if session.is_folder(path):
+                    kind = "folder"
+                else:
+                    kind, size = "file", session.file_size(path)
             except NotFound:  # It leads nowhere.
                 pass
         folder = kind == "folder"
@@ -160,7 +162,7 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
             if mode == "xb" and session.exists(path):
                 raise AlreadyExists(f"{path}: there is already something of that name", path)
 
-            def send(source: IO[bytes]) -> None:
+            def send(source: Readable) -> None:
                 with pool.session() as sender:
                     sender.send(source, path, replace=mode != "xb")
 
@@ -230,7 +232,7 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         callback.set_size(len(files))
         with self._session() as session:
             result = session.fetch_files(
-                files, keep_going=True, progress=lambda now: callback.absolute_update(now.files_done)
+                files, keep_going=True, progress=lambda now: _count(callback, now)
             )
         locals_of = dict(files)
         for failure in result.failures:
@@ -265,7 +267,7 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         with self._session() as session:
             for folder in sorted(folders - {"/"}):
                 session.make_folder(folder, parents=True)
-            session.send_files(pairs, progress=lambda now: callback.absolute_update(now.files_done))
+            session.send_files(pairs, progress=lambda now: _count(callback, now))
         callback.absolute_update(len(files))
 
     def put_file(self, lpath: Any, rpath: str, callback: Any = _NO_CALLBACK,
@@ -354,6 +356,10 @@ def register(replace: bool = False) -> None:
         fsspec.register_implementation(protocol, kind, clobber=True)
 
 
-def _show(callback: Any, now: Any) -> None:
+def _count(callback: Any, now: TreeProgress) -> None:
+    callback.absolute_update(now.files_done)
+
+
+def _show(callback: Any, now: Progress) -> None:
     callback.set_size(now.total or None)
     callback.absolute_update(now.bytes)

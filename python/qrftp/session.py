@@ -5,7 +5,7 @@ from __future__ import annotations
 import os
 from types import TracebackType
 from typing import (
-    IO, Any, Callable, Iterable, Iterator, Literal, Optional, Sequence, Tuple, Union, overload,
+    Any, Callable, Iterable, Iterator, Literal, Optional, Protocol, Sequence, Tuple, Union, overload,
 )  # fmt: skip
 
 from . import _native
@@ -22,6 +22,20 @@ RemotePath = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 """A name on the server: bytes as they are, text as UTF-8 with surrogate escapes. A relative one is seen from
 the working folder."""
 LocalPath = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+
+
+class Readable(Protocol):
+    """A binary file object to send from."""
+
+    def read(self, size: int, /) -> bytes: ...
+
+
+class Writable(Protocol):
+    """A binary file object to fetch to."""
+
+    def write(self, data: memoryview, /) -> int | None: ...
+
+
 Pairs = Iterable[Tuple[RemotePath, LocalPath]]
 OnProgress = Callable[[Progress], Optional[bool]]
 OnTreeProgress = Callable[[TreeProgress], Optional[bool]]
@@ -32,7 +46,8 @@ _Entries = list[Entry]
 
 def _options(given: dict[str, Any], of_progress: Callable[..., object] = Progress) -> dict[str, Any]:
     """The keywords of a call, with callbacks that get the package's own types."""
-    for name, convert in (("progress", of_progress), ("on_action", Action)):
+    converters: dict[str, Callable[..., object]] = {"progress": of_progress, "on_action": Action}
+    for name, convert in converters.items():
         if given.get(name) is not None:
             given[name] = _wrapped(given[name], convert)
     return given
@@ -42,7 +57,7 @@ def _wrapped(call: Callable[[Any], object], convert: Callable[..., object]) -> C
     return lambda *fields: call(convert(*fields))
 
 
-def _writing_all(target: IO[bytes]) -> Callable[[bytes], None]:
+def _writing_all(target: Writable) -> Callable[[bytes], None]:
     """What writes to `target`, which may take less than it is given."""
 
     def write(data: bytes) -> None:
@@ -296,7 +311,7 @@ class Session:
         """Renames; with `replace`, a file that has the name goes. Raises AlreadyExists, NotFound, IsFolder."""
         self._native.rename(old, new, replace)
 
-    def fetch(self, remote: RemotePath, local: LocalPath | IO[bytes], *, resume: bool = False, replace: bool = True,
+    def fetch(self, remote: RemotePath, local: LocalPath | Writable, *, resume: bool = False, replace: bool = True,
               in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
               jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
         """Fetches a file to a local path, where it appears as a whole, or into a binary file object.
@@ -317,7 +332,7 @@ class Session:
         """A file, or a part of it, as bytes."""
         return self._native.fetch_bytes(remote, _options(locals()))
 
-    def send(self, local: LocalPath | IO[bytes], remote: RemotePath, *, resume: bool = False, replace: bool = True,
+    def send(self, local: LocalPath | Readable, remote: RemotePath, *, resume: bool = False, replace: bool = True,
              in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
              jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
         """Sends a local file, or what a binary file object holds; see `fetch`."""
