@@ -182,17 +182,33 @@ bool sftp_protocol::is_folder(const std::string& path)
 std::optional<entry> sftp_protocol::find(const std::string& path)
 {
     const auto found = attributes_of(packet_type::lstat, path);
-    return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+    if (!found) {
+        return {};
+    }
+    entry what = make_entry(remote_path::filename(path), *found);
+    // Some servers follow the link that LSTAT is about: only READLINK tells it from what it leads to.
+    if (what.kind != entry_kind::link && !pipeline_->has_extension(lsetstat, "1")) {
+        if (const auto target = link_target(path)) {
+            what = entry{.name = what.name, .kind = entry_kind::link, .link_target = *target};
+        }
+    }
+    return what;
+}
+
+/// Nothing for what is no link.
+std::optional<std::string> sftp_protocol::link_target(const std::string& path)
+{
+    return ask(path, [&](pipeline& server) -> std::optional<std::string> {
+        const reply answer = server.call(packet_type::readlink, path);
+        return answer.is_status() ? std::nullopt : std::optional(answer.single_name());
+    });
 }
 
 std::optional<entry> sftp_protocol::stat(const std::string& path)
 {
     std::optional<entry> found = find(path);
-    if (found && found->kind == entry_kind::link) {
-        ask(path, [&](pipeline& server) {
-            const reply answer = server.call(packet_type::readlink, path);
-            found->link_target = answer.is_status() ? "" : answer.single_name();
-        });
+    if (found && found->kind == entry_kind::link && found->link_target.empty()) {
+        found->link_target = link_target(path).value_or("");
     }
     return found;
 }
