@@ -18,4 +18,5 @@ mv tree/dangling . && ends 0 put -r --follow-links tree "$url/followed" && same 
 mv dangling tree && ln -s /etc "$HOME_DIR/followed/etc"
 ends 6 get -r "$url/" got2 && ends 8 get -r --keep-going "$url/" got3 && said '*denied*' && [[ $(wc -l <"$work/errors") == 1 ]]
 same whole/one.c got3/new/one.c && same outside got3/followed/link && [[ ! -e got3/followed/etc ]]
-rm -r got* && ends 0 rm -r "$url/new" "$url/followed" && [[ -e /etc/passwd ]]
+ends 0 put -r tree "$url/links" && said '*2 links*' && ends 0 put -r tree "$url/links" -q --json && [[ $(grep -c '"pass_over"' "$work/output") == 2 ]]
+rm -r got* && ends 0 rm -r "$url/links" "$url/new" "$url/followed" && [[ -e /etc/passwd ]]
