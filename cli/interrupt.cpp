@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <initializer_list>
 #include <mutex>
 #include <system_error>
 #include <thread>

@@ -81,19 +81,23 @@ void transfer_report::add(const tree_result& result)
         }
     }
     for (const std::string& one : result.skipped) {
-        print_skipped(one);
+        print_left_out("skip_line", one);
     }
+    for (const std::string& one : result.passed_over) {
+        print_left_out("pass_over", one);
+    }
+    unread_ += result.skipped.size();
+    passed_over_ += result.passed_over.size();
 }
 
-void transfer_report::print_skipped(const std::string& what)
+void transfer_report::print_left_out(const char* action, const std::string& what)
 {
-    ++skipped_;
     if (options_.json) {
-        json object{{"action", "skip"}};
-        add_bytes(object, "line", what);
+        json object{{"action", action}};
+        add_bytes(object, "path", what);
         print_json(object);
     } else if (options_.verbose > 0) {
-        print_line("skip " + escape(what));
+        print_line(with_blanks(action) + ' ' + escape(what));
     }
 }
 
@@ -101,10 +105,14 @@ void transfer_report::finish()
 {
     display_.erase();
     flush_output();
-    if (skipped_ > 0) {
-        note(options_, fmt::format("{} of the listings could not be read or used, and {} not copied{}.",
-                                   counted(skipped_, "line"), skipped_ == 1 ? "was" : "were",
-                                   options_.verbose > 0 || options_.json ? "" : " (-v shows them)"));
+    const char* const hint = options_.verbose > 0 || options_.json ? "" : " (-v shows them)";
+    if (passed_over_ > 0) {
+        note(options_, fmt::format("Not copied: {} and the like{}.", counted(passed_over_, "link"), hint));
+    }
+    if (unread_ > 0) {
+        note(options_, fmt::format("Not copied: {} of listings that could not be read or whose names cannot be "
+                                   "used{}.",
+                                   counted(unread_, "line"), hint));
         all_.add_reported();
     }
     all_.finish();

@@ -47,13 +47,14 @@ public:
     void finish();
 
 private:
-    void print_skipped(const std::string& what);
+    void print_left_out(const char* action, const std::string& what);
 
     const settings& options_;
     progress_display display_;
     batch all_;
     bool prints_;
-    std::size_t skipped_ = 0;
+    std::size_t unread_ = 0;
+    std::size_t passed_over_ = 0;
 };
 
 } // namespace qrftp::cli

@@ -20,9 +20,11 @@ function(qrftp_pkgconfig name library description requires)
     configure_file(cmake/library.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
-qrftp_pkgconfig(qrftpcore-host zorbelhost "The stand-alone host below libqrftpcore" "")
-qrftp_pkgconfig(qrftpcore qrftpcore "${PROJECT_DESCRIPTION}" "qrftpcore-host libcurl")
-qrftp_pkgconfig(qrftp-client qrftpclient "FTP, FTPS and SFTP sessions that are safe to use" "qrftpcore-host")
+if(QRFTP_HOST STREQUAL standalone) # what another host needs, its own package says: to CMake
+    qrftp_pkgconfig(qrftpcore-host zorbelhost "The stand-alone host below libqrftpcore" "")
+    qrftp_pkgconfig(qrftpcore qrftpcore "${PROJECT_DESCRIPTION}" "qrftpcore-host libcurl")
+    qrftp_pkgconfig(qrftp-client qrftpclient "FTP, FTPS and SFTP sessions that are safe to use" "qrftpcore-host")
+endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

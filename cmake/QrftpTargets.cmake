@@ -12,9 +12,8 @@ function(qrftp_target target)
     set_target_properties(${target} PROPERTIES
         CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden
-        VISIBILITY_INLINES_HIDDEN ON
-        # Inside another project, its compiler and its standard are not ours to be strict about.
-        COMPILE_WARNING_AS_ERROR ${PROJECT_IS_TOP_LEVEL})
+        VISIBILITY_INLINES_HIDDEN ON)
+    # The presets of developers make errors of them. A compiler that people have may warn of more.
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion
         # Trace records name their source file as the project knows it, wherever it was built.

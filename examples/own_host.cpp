@@ -8,6 +8,7 @@
 #include <zorbel/io/ftp/core.hpp>
 #include <zx/warning.hpp>
 
+#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <cstdlib>
 #include <iostream>

@@ -3,15 +3,23 @@
 #   need_packages LIST…     installs what is missing of the lists below; silent and quick when nothing is
 # On a system other than Debian or its kin it names the packages and fails; QRFTP_PACKAGES=present skips the check.
 
+# What differs: Debian 12 has clang 16, Debian 13 clang 19; formatting and analysis are those of the versions of Debian 12.
+clang=19 lint=
+if [[ -r /etc/os-release ]] && (. /etc/os-release && [[ ${VERSION_ID:-} == 12 ]]); then
+    clang=16 lint="clang-format-14 clang-tidy-16 clang-16"
+fi
+
 declare -A package_list=(
-    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libboost-log-dev libboost-locale-dev libcli11-dev nlohmann-json3-dev libedit-dev libfmt-dev libutf8proc-dev"
+    [build]="g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libssh-dev libboost-log-dev libboost-locale-dev
+        libcli11-dev nlohmann-json3-dev libedit-dev libfmt-dev libutf8proc-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
-    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq"
-    [lint]="git clang-format-14 clang-tidy-16 clang-16"
-    [fuzz]="clang-16 libclang-rt-16-dev"
+    [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq python3"
+    [lint]="git $lint"
+    [fuzz]="clang-$clang libclang-rt-$clang-dev"
     [docs]="doxygen"
-    [package]="git build-essential debhelper dpkg-dev lintian debootstrap"
-    [bench]="libbenchmark-dev openssh-server curl lftp python3 python3-paramiko gnuplot-nox"
+    [package]="git build-essential debhelper dpkg-dev lintian"
+    [system]="git debootstrap"
+    [bench]="openssh-server openssh-client curl lftp rclone python3"
 )
 
 need_packages() {
@@ -46,9 +54,12 @@ need_packages() {
 }
 
 services() {
-    find /lib/systemd/system /usr/lib/systemd/system /etc/init.d -type f ! -name '*@*' \
-        \( -path '/etc/init.d/*' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' \) -printf '%f\n' \
-        2>/dev/null | sort -u
+    local folder folders=()
+    for folder in /lib/systemd/system /usr/lib/systemd/system /etc/init.d; do
+        [[ ! -d $folder ]] || folders+=("$folder") # a minimal system has none of them
+    done
+    [[ ! ${folders[*]} ]] || find "${folders[@]}" -type f ! -name '*@*' \
+        \( -path '/etc/init.d/*' -o -name '*.service' -o -name '*.socket' -o -name '*.timer' \) -printf '%f\n' | sort -u
 }
 
 disable_service() {
@@ -62,7 +73,8 @@ disable_service() {
 
 # As root: installs the packages named, starting no service and leaving none enabled that was not there before.
 install_packages() {
-    set -euo pipefail
+    set -Eeuo pipefail
+    trap 'echo "debian-packages.sh: line $LINENO failed: $BASH_COMMAND" >&2' ERR
     local policy=/usr/sbin/policy-rc.d log before service
     exec 9</usr/sbin
     flock 9 # two installations at once would restore each other's policy
@@ -79,7 +91,8 @@ install_packages() {
     if ! { apt-get -q update && apt-get -qy -o DPkg::Lock::Timeout=300 install --no-install-recommends "$@"; } \
         >"$log" 2>&1; then
         tail -n 30 "$log" >&2
-        return 1
+        echo "apt-get could not install the packages: its last lines are above" >&2
+        exit 1
     fi
     while read -r service; do
         disable_service "$service"

@@ -66,6 +66,16 @@ proftpd_config() {
     cat >"$dir/proftpd.conf" <<END
 LoadModule mod_tls.c
 LoadModule mod_sftp.c
+# Built in on Debian 12, modules on Debian 13; without mod_delay nothing is delayed.
+<IfModule !mod_ls.c>
+  LoadModule mod_ls.c
+</IfModule>
+<IfModule !mod_xfer.c>
+  LoadModule mod_xfer.c
+</IfModule>
+<IfModule mod_delay.c>
+  DelayEngine off
+</IfModule>
 ServerName loopback
 ServerIdent on "ready"
 DefaultAddress 127.0.0.1
@@ -76,7 +86,6 @@ Group $server_group
 PidFile $dir/proftpd.pidfile
 ScoreboardFile none
 ControlsEngine off
-DelayEngine off
 Port $FTP_PORT
 TLSEngine on
 TLSRequired off

@@ -138,14 +138,12 @@ std::string connect_helper(curl_ptr& connection, const std::string& host_name, c
     }
     const std::string base_url = "sftp://" + host_name;
     const bool has_folder = !starting_folder.empty() && starting_folder != "/~/";
-    std::string folder_path;
-    if (has_folder) {
-        folder_path = (starting_folder.starts_with('/') ? "" : "/") +
-                      percent_encode_path(connection, add_trailing_slash(starting_folder));
-    } else if (!root_start) {
-        folder_path = "/~";
-    }
-    set_option(connection, CURLOPT_URL, (base_url + folder_path).c_str());
+    const auto folder_path = [&] {
+        return (starting_folder.starts_with('/') ? "" : "/") +
+               percent_encode_path(connection, add_trailing_slash(starting_folder));
+    };
+    const std::string first_path = has_folder ? folder_path() : root_start ? "" : "/~";
+    set_option(connection, CURLOPT_URL, (base_url + first_path).c_str());
     set_option(connection, CURLOPT_USERNAME, user_name.c_str());
     set_option(connection, CURLOPT_PORT, port);
     set_option(connection, CURLOPT_SSL_VERIFYHOST, verify_host ? 1L : 0L);
@@ -159,8 +157,10 @@ std::string connect_helper(curl_ptr& connection, const std::string& host_name, c
     log(level::info, "Response from first request to connect to home folder: ", static_cast<long>(code));
     if (has_folder) {
         std::string listing;
-        std::tie(code, listing) = sftp_is_folder(connection, folder_path, true);
-        log(level::info, "Response from request to connect to login folder: ", listing);
+        std::tie(code, listing) = sftp_is_folder(connection, folder_path(), true);
+        // The result is both: the code, which the two other requests log too, and what was listed.
+        log(level::info, "Response from request to connect to login folder: ", static_cast<long>(code), ' ',
+            listing);
         if (code == CURLE_COULDNT_RESOLVE_HOST) {
             raise<NoConnectionToStartingFolder>(host_name, std::to_string(port));
         }

@@ -18,6 +18,7 @@
 namespace zorbel::io::ftp::core {
 
 using fl::i18n::ustring_to_utf8;
+using foundation::core::except::Exception;
 using foundation::core::except::raise;
 using zorbel::io::common::file::File;
 using zorbel::io::common::file::Operation;
@@ -52,7 +53,7 @@ std::pair<File, unsigned long> make_file_with_size(const fl::ustring& path)
         File file = zorbel::io::common::file::make_readable_file(path);
         const auto size = zorbel::io::common::file::make_vfs_file(path).getAttributes().getSize();
         return {std::move(file), size};
-    } catch (const PermissionDenied&) {
+    } catch (const Exception<PermissionDenied>&) {
         raise<PermissionDenied>(path);
     } catch (...) {
         if (getLogger().is_enabled(level::info)) { // the text is costly to make
@@ -72,10 +73,10 @@ void rename(curl_ptr& connection, slist commands)
 }
 
 /// Sends `command`, which deletes the file `name`, at the URL of that file.
-void delete_with(curl_ptr& connection, const std::string& command, const std::string& name)
+void delete_with(curl_ptr& connection, slist command, const std::string& name)
 {
     const std::string url = add_trailing_slash(fullurl(connection, name, false));
-    if (scoped_request(connection).request_quoted(url, slist(command)).first != CURLE_OK) {
+    if (scoped_request(connection).request_quoted(url, std::move(command)).first != CURLE_OK) {
         raise<DeleteFailed>(name);
     }
 }
@@ -144,7 +145,7 @@ void delete_remote_file(curl_ptr& connection, const fl::ustring& name)
 {
     const scope_trace trace;
     const std::string name8 = ustring_to_utf8(name);
-    delete_with(connection, "DELE " + name8, name8);
+    delete_with(connection, slist("DELE " + name8), name8);
 }
 
 void rename_remote_file(curl_ptr& connection, const fl::ustring& old_name, const fl::ustring& new_name)
@@ -161,7 +162,7 @@ void sftp_delete_remote_file(curl_ptr& connection, const fl::ustring& name)
 {
     const scope_trace trace;
     const std::string name8 = ustring_to_utf8(name);
-    delete_with(connection, "rm \"" + fullfile(connection, name8) + '"', name8);
+    delete_with(connection, slist("rm \"" + fullfile(connection, name8) + '"'), name8);
 }
 
 void sftp_rename_remote_file(curl_ptr& connection, const fl::ustring& old_name, const fl::ustring& new_name)
@@ -179,9 +180,10 @@ bool is_file(curl_ptr& connection, const fl::ustring& name)
     const scope_trace trace;
     const std::string name8 = ustring_to_utf8(name);
     const std::string url = current_remote_url(connection);
+    slist commands("statvfs \"" + name8 + '"');
     const CURLcode code = scoped_request(connection)
                               .setopt(CURLOPT_TIMEOUT, 20L, 0)
-                              .request_quoted_body(url, slist("statvfs \"" + name8 + '"'))
+                              .request_quoted_body(url, std::move(commands))
                               .first;
     if (code == CURLE_OK) {
         return true;

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdio>
 #include <tuple>
+#include <utility>
 
 namespace zorbel::io::ftp::core {
 
@@ -19,12 +20,11 @@ using namespace ZORBEL::io::ftp::ftp;
 
 namespace {
 
-/// Sends the one command `command` at the URL of the folder `path`.
-std::pair<CURLcode, long> request_at_folder(curl_ptr& connection, const std::string& command,
-                                            const std::string& path)
+/// Sends `commands` at the URL of the folder `path`.
+std::pair<CURLcode, long> request_at_folder(curl_ptr& connection, slist commands, const std::string& path)
 {
     const std::string url = add_trailing_slash(fullurl(connection, path, false));
-    return scoped_request(connection).request_quoted(url, slist(command));
+    return scoped_request(connection).request_quoted(url, std::move(commands));
 }
 
 std::string quoted(const std::string& name)
@@ -63,8 +63,9 @@ std::string request_listing(curl_ptr& connection, const std::string& command)
 long last_response_code(curl_ptr& connection)
 {
     long response_code = 0;
-    const scope_trace trace("response_code", response_code);
+    scope_trace trace(2);
     connection.throw_if_null();
+    trace.add_value("response_code", response_code);
     curl_easy_getinfo(connection.get(), CURLINFO_RESPONSE_CODE, &response_code);
     return response_code;
 }
@@ -143,7 +144,7 @@ std::pair<CURLcode, std::string> sftp_is_folder(curl_ptr& connection, const std:
 void create_folder(curl_ptr& connection, const std::string& name)
 {
     const scope_trace trace;
-    const auto [code, reply] = request_at_folder(connection, "MKD " + name, name);
+    const auto [code, reply] = request_at_folder(connection, slist("MKD " + name), name);
     if (code == CURLE_OK) {
         return;
     }
@@ -169,7 +170,7 @@ void sftp_create_folder(curl_ptr& connection, const std::string& name)
 void delete_folder(curl_ptr& connection, const std::string& name)
 {
     const scope_trace trace;
-    const auto [code, reply] = request_at_folder(connection, "RMD " + name, name);
+    const auto [code, reply] = request_at_folder(connection, slist("RMD " + name), name);
     if (code == CURLE_OK) {
         return;
     }
@@ -183,14 +184,16 @@ void sftp_delete_folder(curl_ptr& connection, const std::string& name)
 {
     const scope_trace trace;
     const std::string path = fullfile(connection, percent_encode_path(connection, name));
+    slist commands("rmdir " + quoted(name));
+    // The path is encoded already and is encoded once more on its way into the URL.
+    const std::string url = add_trailing_slash(fullurl(connection, path, false));
     std::array<char, CURL_ERROR_SIZE> error{};
     CURLcode code = CURLE_OK;
     long reply = 0;
     {
         scoped_request request(connection);
-        request.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr);
-        // The path is encoded already and is encoded once more on its way into the URL.
-        std::tie(code, reply) = request_at_folder(connection, "rmdir " + quoted(name), path);
+        std::tie(code, reply) =
+            request.setopt(CURLOPT_ERRORBUFFER, error.data(), nullptr).request_quoted(url, std::move(commands));
     }
     if (code == CURLE_OK) {
         return;

@@ -1,18 +1,20 @@
-#include "trace.hpp"
-
 #include <zcos/registry.hpp>
-#include <zorbel/io/ftp/core/errors.hpp>
 #include <zorbel/io/ftp/core/module.hpp>
-#include <zx/array.hpp>
 
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace zorbel::io::ftp::core {
 
 connection_class_info::connection_class_info() = default;
 connection_class_info::~connection_class_info() = default;
+
+void connection_class_info::operator delete(void* memory) noexcept
+{
+    utFree(memory);
+}
 
 const char* connection_class_info::getName() const
 {
@@ -45,40 +47,17 @@ bool connection_class_info::isHandleClass() const
 
 namespace {
 
-void require(bool holds)
-{
-    if (!holds) {
-        foundation::core::except::raise<ZORBEL::io::ftp::curl::CurlHandleUnwrapFailed>();
-    }
-}
-
 void register_connection_class()
 {
     auto* const internal = omGetInnerNamespace(omGetInnerNamespace(omGetNamespace("zorbel"), "io"), "internal");
-    void* const memory = std::calloc(1, sizeof(connection_class_info)); // the host frees it with utFree
+    void* const memory = std::calloc(1, sizeof(connection_class_info));
     if (memory == nullptr) {
         throw zcos::OutOfMemoryException();
     }
-    internal->registerClass(new (memory) connection_class_info, 0, 2);
+    internal->registerClass(::new (memory) connection_class_info, 0, 2);
 }
 
 } // namespace
-
-curl_ptr& get_curl_ptr(const zxArray* array)
-{
-    const scope_trace trace;
-    require(array != nullptr);
-    array->completeDimensions();
-    require(array->getNumberOfElements() != 0);
-    const zcos::COSObject* const object = omGetArrayElement(array, 0);
-    require(object != nullptr);
-    const auto connection_class = omFindClass(makeInterned("zorbel.io.internal.Connection"));
-    require(connection_class != nullptr);
-    require(omIsSameClass(object->getClass(), connection_class.get()));
-    void* const data = object->getInstanceData(connection_class.get());
-    require(data != nullptr);
-    return *static_cast<curl_ptr*>(data);
-}
 
 } // namespace zorbel::io::ftp::core
 

@@ -1,9 +1,12 @@
 #include "service.hpp"
 #include "trace.hpp"
 
+#include <zcos/registry.hpp>
 #include <zorbel/io/ftp/core/connection.hpp>
 #include <zorbel/io/ftp/core/errors.hpp>
+#include <zorbel/io/ftp/core/module.hpp>
 #include <zorbel/io/ftp/core/request.hpp>
+#include <zx/array.hpp>
 
 #include <array>
 #include <cstdio>
@@ -34,7 +37,7 @@ try {
     exceptions_at_entry_ = std::uncaught_exceptions();
     logger.raise_nesting_depth();
     entered_ = true;
-    record(logger, level::entry, function_).stream() << function_.function_name();
+    record(logger, level::entry, where_.file_name(), line_).stream() << where_.function_name();
 } catch (...) {
     return; // The record is lost; the traced function must not fail for it.
 }
@@ -47,12 +50,13 @@ try {
         return;
     }
     if (name_ != nullptr) {
-        record value(logger, level::value, function_);
+        record value(logger, level::value, where_.file_name(), line_);
         value.stream() << name_ << '=';
         print_(value.stream(), value_);
     }
     const bool thrown = std::uncaught_exceptions() > exceptions_at_entry_;
-    record(logger, level::exit, function_).stream() << function_.function_name() << (thrown ? " [throw]" : "");
+    record(logger, level::exit, where_.file_name(), line_).stream()
+        << where_.function_name() << (thrown ? " [throw]" : "");
 } catch (...) {
     return; // As above.
 }
@@ -120,6 +124,31 @@ try {
     return 0; // libcurl ends the transfer with CURLE_WRITE_ERROR.
 }
 
+std::shared_ptr<LibCurlInitializer> find_initializer()
+{
+    auto initializer = find_service<LibCurlInitializer>();
+    if (initializer == nullptr) {
+        raise<ZORBEL::io::ftp::curl::LibraryInitializationFailure>();
+    }
+    return initializer;
+}
+
+CURL* make_handle()
+{
+    CURL* const handle = curl_easy_init();
+    if (handle == nullptr) {
+        raise<ZORBEL::io::ftp::curl::CurlHandleInitializationFailure>();
+    }
+    return handle;
+}
+
+void require(bool holds)
+{
+    if (!holds) {
+        raise<ZORBEL::io::ftp::curl::CurlHandleUnwrapFailed>();
+    }
+}
+
 } // namespace
 
 curl_ptr::curl_ptr() : curl_ptr(true)
@@ -128,17 +157,8 @@ curl_ptr::curl_ptr() : curl_ptr(true)
 }
 
 curl_ptr::curl_ptr(bool initialize_library)
+    : initializer_(initialize_library ? find_initializer() : nullptr), handle_(make_handle())
 {
-    if (initialize_library) {
-        initializer_ = find_service<LibCurlInitializer>();
-        if (initializer_ == nullptr) {
-            raise<ZORBEL::io::ftp::curl::LibraryInitializationFailure>();
-        }
-    }
-    handle_.reset(curl_easy_init());
-    if (handle_ == nullptr) {
-        raise<ZORBEL::io::ftp::curl::CurlHandleInitializationFailure>();
-    }
     const scope_trace trace;
     configure_debug_mode(*this);
 }
@@ -153,11 +173,9 @@ curl_ptr::curl_ptr(curl_ptr&& other) noexcept
 
 curl_ptr& curl_ptr::operator=(curl_ptr&& other) noexcept
 {
-    if (this != &other) {
-        handle_.reset();
-        handle_ = std::move(other.handle_);
-        initializer_ = other.initializer_;
-    }
+    handle_.reset(); // Into itself, a connection closes.
+    handle_ = std::move(other.handle_);
+    initializer_ = other.initializer_;
     return *this;
 }
 
@@ -178,10 +196,27 @@ void curl_ptr::throw_if_null() const
 CURLcode curl_ptr::perform()
 {
     CURLcode res = CURLE_OK;
-    const scope_trace trace("res", res);
+    scope_trace trace(2);
+    trace.add_value("res", res);
     throw_if_null();
     res = curl_easy_perform(handle_.get());
     return res;
+}
+
+curl_ptr& get_curl_ptr(const zxArray* array)
+{
+    const scope_trace trace;
+    require(array != nullptr);
+    array->completeDimensions();
+    require(array->getNumberOfElements() != 0);
+    const zcos::COSObject* const object = omGetArrayElement(array, 0);
+    require(object != nullptr);
+    const auto connection_class = omFindClass(makeInterned("zorbel.io.internal.Connection"));
+    require(connection_class != nullptr);
+    require(omIsSameClass(object->getClass(), connection_class.get()));
+    void* const data = object->getInstanceData(connection_class.get());
+    require(data != nullptr);
+    return *static_cast<curl_ptr*>(data);
 }
 
 slist::slist(const std::string& command) : list_(curl_slist_append(nullptr, command.c_str()))

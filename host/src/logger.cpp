@@ -116,6 +116,11 @@ struct record::implementation {
 };
 
 record::record(basic_diagnostic_logger& logger, level_mask level, std::source_location where)
+    : record(logger, level, where.file_name(), where.line())
+{
+}
+
+record::record(basic_diagnostic_logger& logger, level_mask level, const char* file, unsigned line)
 {
     namespace attributes = boost::log::attributes;
     auto& source = *logger.implementation_;
@@ -125,8 +130,8 @@ record::record(basic_diagnostic_logger& logger, level_mask level, std::source_lo
     set[name::channel] = source.channel_attribute;
     set[name::severity] = attributes::constant<level_mask>(level);
     set[name::depth] = attributes::constant<unsigned>(depth);
-    set[name::file] = attributes::constant<std::string>(where.file_name());
-    set[name::line] = attributes::constant<unsigned>(where.line());
+    set[name::file] = attributes::constant<std::string>(file);
+    set[name::line] = attributes::constant<unsigned>(line);
     implementation_ = std::make_unique<implementation>(boost::log::core::get()->open_record(set));
 }
 

@@ -12,19 +12,15 @@ namespace {
 
 constexpr std::string_view asterisks = "****";
 
-/// Where in `line` a secret argument begins, npos when there is none. A command is looked for at the start of
-/// the line and behind the bracketed kind that opens a record of the protocol trace.
+/// How libcurl's trace begins a record of what was sent on a control connection or to a proxy.
+constexpr std::string_view sent = "[HEADER OUT] ";
+
+/// The length of the command or header in front of a secret argument; npos where `line` has none.
 std::size_t argument_start(std::string_view line)
 {
-    std::size_t start = 0;
-    if (line.starts_with('[')) {
-        const std::size_t close = line.find("] ");
-        start = close == std::string_view::npos ? 0 : close + 2;
-    }
-    const std::string_view words = line.substr(start);
     for (const std::string_view command : {"PASS ", "ACCT ", "Proxy-Authorization:"}) {
-        if (boost::algorithm::istarts_with(words, command)) {
-            return start + command.size();
+        if (boost::algorithm::istarts_with(line, command)) {
+            return command.size();
         }
     }
     return std::string_view::npos;
@@ -39,8 +35,11 @@ std::string mask(std::string_view text, const std::vector<std::string>& secrets)
     for (const std::string& secret : secrets) {
         boost::algorithm::replace_all(masked, secret, asterisks);
     }
-    std::string result;
-    for (std::string_view rest = masked; !rest.empty();) {
+    if (!masked.starts_with(sent)) {
+        return masked;
+    }
+    std::string result(sent);
+    for (std::string_view rest = std::string_view(masked).substr(sent.size()); !rest.empty();) {
         const std::size_t end = std::min(rest.find_first_of("\r\n"), rest.size());
         const std::string_view line = rest.substr(0, end);
         if (const std::size_t start = argument_start(line); start < line.size()) {

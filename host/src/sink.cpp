@@ -60,6 +60,7 @@ struct settings {
     std::recursive_mutex mutex;
     std::shared_ptr<const entry_handler> handler = std::make_shared<entry_handler>(print);
     std::vector<std::string> secrets;
+    bool masking = true;
     bool handling = false;
 };
 
@@ -81,21 +82,22 @@ public:
         }
         settings.handling = true;
         try {
-            deliver(record, settings.secrets, *std::shared_ptr(settings.handler));
+            const auto handler = settings.handler; // outlives a change made by itself
+            deliver(record, settings, *handler);
         } catch (...) { // NOLINT(bugprone-empty-catch): the record is lost, as promised; the program goes on
         }
         settings.handling = false;
     }
 
 private:
-    static void deliver(const boost::log::record_view& record, const std::vector<std::string>& secrets,
+    static void deliver(const boost::log::record_view& record, const settings& settings,
                         const entry_handler& handler)
     {
         using boost::log::extract_or_default;
         static const std::string none;
-        const auto& message =
+        const std::string message =
             extract_or_default<std::string>(boost::log::expressions::tag::message::get_name(), record, none);
-        const std::string text = mask(message, secrets);
+        const std::string text = settings.masking ? mask(message, settings.secrets) : message;
         handler({.level = extract_or_default<level_mask>(name::severity, record, level_mask{0}),
                  .channel = extract_or_default<std::string>(name::channel, record, none),
                  .nesting_depth = extract_or_default<unsigned>(name::depth, record, 0U),
@@ -141,6 +143,13 @@ void mask_secret(std::string secret)
     const auto place = std::find_if(all.begin(), all.end(),
                                     [&](const std::string& other) { return other.size() < secret.size(); });
     all.insert(place, std::move(secret));
+}
+
+void enable_masking(bool on)
+{
+    auto& settings = in_place();
+    const std::lock_guard lock(settings.mutex);
+    settings.masking = on;
 }
 
 std::string masked(std::string_view text)

@@ -16,9 +16,6 @@ round_trips() { # URL OPTION…: of the login folder
     silent get "$1/i?/[a-z]*[!z]" got && [[ $(ls got) == $'a b\nc#d?e\nempty\nx*[a-z]' ]] || fail "$1: $(ls got)"
     silent rm -r "$1/in" "$1/renamed" && rm -r got other && [[ $(ls "$HOME_DIR") == denied ]]
 }
-round_trips "$ftp" --tls none
 round_trips "$ftp" --tls opportunistic --cacert "$CA_FILE"
 round_trips "$ftp/$HOME_DIR" --tls none --active
-round_trips "$sftp/~"
-round_trips "$sftp$HOME_DIR" --key "$KEY"
 round_trips "sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~" --key "$KEY_PASS"

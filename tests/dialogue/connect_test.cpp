@@ -4,6 +4,7 @@
 #include "operations.hpp"
 #include "scripted_peer.hpp"
 
+#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <foundation/httpproxy/ProxySelector.hpp>
 #include <foundation/log/sink.hpp>
@@ -103,6 +104,26 @@ TEST(Connect, OfSftpLeavesTheStatedOptionsAndTriesTheRoot)
                                        "SSL_VERIFYHOST=0|SSL_VERIFYPEER=1|CAINFO=ca|LOW_SPEED_LIMIT=2|LOW_"
                                        "SPEED_TIME=3|DIRLISTONLY=1|NOBODY=1|perform|NOBODY=0|"
                                        "URL=sftp://127.0.0.1|NOBODY=1|perform|NOBODY=0");
+}
+
+TEST(Connect, OfSftpEncodesTheStartingFolderForEachUseAndLogsItsResult)
+{
+    texts records;
+    foundation::log::set_entry_handler([&](const auto& entry) { records.emplace_back(entry.text); });
+    core::getLogger().enable_levels(core::level::info | core::level::entry);
+    core::curl_ptr connection;
+    const auto connect = [&] {
+        core::connect_with_password(connection, "127.0.0.1", "u", 1, "p", false, "a b", "", true, true, 1, 60,
+                                    false);
+    };
+    EXPECT_EQ(error_of(connect), (texts{"NoConnection", "sftp://127.0.0.1", "1"}));
+    core::getLogger().enable_levels(0);
+    foundation::log::set_entry_handler({});
+    const auto encoded = [](const std::string& text) {
+        return text.find("::percent_encode_path(") != text.npos;
+    };
+    EXPECT_EQ(std::ranges::count_if(records, encoded), 2 * 2) << "entered and left twice";
+    EXPECT_THAT(records, testing::Contains("Response from request to connect to login folder: 7 "));
 }
 
 TEST(Proxy, OfTheFirstListThatIsNotEmptyIsSet)

@@ -31,7 +31,7 @@ std::string ftp(core::curl_ptr& c, const servers& s, const std::string& tls,
                 const std::string& authority = "CA_FILE", bool verify = true, bool proxy = false,
                 const std::string& mode = "passive")
 {
-    // With TLS 1.3 libcurl 7.88 reuses no session from the second transfer on, which the server insists on.
+    // With TLS 1.3 libcurl reuses no session from the second transfer on, which the server insists on.
     core::set_option(c, CURLOPT_SSLVERSION, CURL_SSLVERSION_MAX_TLSv1_2);
     core::set_option(c, CURLOPT_HAPPY_EYEBALLS_TIMEOUT_MS, 10L); // it waits for it with data connections
     return core::connect(c, "ftp://127.0.0.1", s["USER"], s["PASSWORD"], s.port("FTP_PORT"), mode, tls, proxy,
@@ -112,7 +112,10 @@ TEST_P(Session, DoesEverythingOnTheServersFiles)
         local_->put(u"up", all);
         core::send_file(c_, u"up", u"a #%\u00e4\u65e5", false);
         EXPECT_TRUE(content(home() / "new dir/a #%\xc3\xa4\xe6\x97\xa5") == all) << size;
-        core::receive_file(c_, u"a #%\u00e4\u65e5", u"down", false);
+        // An empty file over SFTP: libcurl 8.14 takes it for a lost connection (docs/limits.md).
+        const texts error = error_of([&] { core::receive_file(c_, u"a #%\u00e4\u65e5", u"down", false); });
+        EXPECT_TRUE(error == texts{"nothing"} || (size == 0 && way.sftp && error == texts{"FTPError", "0"}))
+            << size;
         EXPECT_TRUE(local_->get(u"down") == all) << size;
     }
     EXPECT_THAT(core::list(c_, ""), testing::HasSubstr("a #%\xc3\xa4\xe6\x97\xa5"));

@@ -47,6 +47,8 @@ TEST(Paths, AreEncodedSegmentBySegmentAndPlacedOnTheServer)
     EXPECT_EQ(error_of([&] { make_absolute_url(c, "srv/home", "/x", false); }),
               internal("URL Generation", "Couldn't find URL scheme"));
     EXPECT_EQ(fullfile(c, "/x"), "/x");
+    ledger::escape_fails = true;
+    EXPECT_THROW(percent_encode(c, "a"), std::logic_error);
 }
 
 TEST(Replies, AreSplitMatchedAndParsed)
@@ -81,6 +83,35 @@ TEST(Errors, AreCaughtByEveryBaseAcrossTheLibrary)
     EXPECT_THROW(scoped_request(empty).setopt(CURLOPT_NOBODY, 1L, 0), boost::exception);
     EXPECT_EQ(error_of([&] { support::log_in(empty, "ftp://127.0.0.1", 1); }),
               support::texts{"InvalidCurlHandle"});
+}
+
+TEST(Requests, MakeTheirCommandsBeforeTheUrl)
+{
+    const std::pair<const char*, std::function<void(curl_ptr&)>> operations[] = {
+        {"MKD", [](auto& c) { create_folder(c, "/d"); }},
+        {"RMD", [](auto& c) { delete_folder(c, "/d"); }},
+        {"rmdir", [](auto& c) { sftp_delete_folder(c, "/d"); }},
+        {"DELE", [](auto& c) { delete_remote_file(c, u"/f"); }},
+        {"rm", [](auto& c) { sftp_delete_remote_file(c, u"/f"); }},
+    };
+    for (const auto& [command, operation] : operations) {
+        curl_ptr stands_nowhere(false);
+        ledger::start();
+        const auto error = error_of([&, &call = operation] { call(stands_nowhere); });
+        EXPECT_EQ(error, internal("URL Generation", "Couldn't find URL scheme")) << command;
+        EXPECT_EQ(ledger::appended, 1) << command;
+        EXPECT_THAT(ledger::lines(), ElementsAre()) << command << " sets an option before it has a URL";
+    }
+}
+
+TEST(Handle, MovedIntoItselfIsClosed)
+{
+    curl_ptr c(false);
+    curl_ptr& same = c;
+    ledger::start();
+    c = std::move(same);
+    EXPECT_FALSE(c);
+    EXPECT_THAT(ledger::lines(), ElementsAre("cleanup"));
 }
 
 TEST(Handle, IsOwnedByOneRestoresInReverseAndNeedsAnInitialiserUnlessTold)
@@ -126,6 +157,16 @@ struct Trace : testing::Test {
                 on_record();
         });
     }
+    /// The file that the last record names, and the text of its line there.
+    std::string place() const
+    {
+        std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
+        std::string text;
+        for (unsigned i = 0; i < line; ++i) {
+            std::getline(source, text);
+        }
+        return file + ": " + text;
+    }
     void TearDown() override
     {
         getLogger().enable_levels(0);
@@ -144,17 +185,29 @@ TEST_F(Trace, WritesTheSignatureAtEntryAndExitAndTheExceptionThatLeaves)
     last_response_code(c);
     const std::string queried = "long zorbel::io::ftp::core::last_response_code(curl_ptr&)";
     EXPECT_THAT(records, ElementsAre("32:1 " + queried, "128:0 response_code=0", "64:0 " + queried));
-    EXPECT_EQ(file, "src/folder.cpp");
-    std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
-    std::string text;
-    for (unsigned i = 0; i < line; ++i)
-        std::getline(source, text);
-    EXPECT_THAT(text, testing::HasSubstr("scope_trace trace"));
+    EXPECT_EQ(place(), "src/folder.cpp: long last_response_code(curl_ptr& connection)");
     records.clear();
     EXPECT_THROW(parse_pwd_response("x"), InternalError);
     const std::string parser = "std::string zorbel::io::ftp::core::parse_pwd_response(const std::string&)";
     EXPECT_THAT(records, ElementsAre("32:1 " + parser, "64:0 " + parser + " [throw]"));
+    EXPECT_EQ(place(), "src/pwd.cpp: std::string parse_pwd_response(const std::string& line)");
     EXPECT_EQ(getLogger().channel(), "zorbel::io::ftp::core");
+    records.clear();
+    const curl_ptr taken(std::move(c));
+    EXPECT_THROW(last_response_code(c), InvalidCurlHandle);
+    EXPECT_THAT(records, testing::Not(testing::Contains(testing::HasSubstr("response_code="))));
+    EXPECT_THROW(get_curl_ptr(nullptr), CurlHandleUnwrapFailed);
+    EXPECT_EQ(place(), "src/types.cpp: curl_ptr& get_curl_ptr(const zxArray* array)");
+}
+
+TEST_F(Trace, OfATextNamesThePlaceThatLogs)
+{
+    curl_ptr c(false);
+    getLogger().enable_levels(level::info);
+    unsafe_cd(c, "none://");
+    EXPECT_THAT(records.back(), testing::HasSubstr("unsafe_cd on path"));
+    EXPECT_EQ(file, "src/cd.cpp");
+    EXPECT_THAT(place(), testing::HasSubstr("log(level::info, \"unsafe_cd on path"));
 }
 
 TEST_F(Trace, EntryDecidesExitWhateverTheMaskSaysThen)

@@ -1,8 +1,12 @@
+#include <boost/exception/errinfo_errno.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/exception/info.hpp>
 #include <boost/exception_ptr.hpp>
 #include <fl/i18n/ustring_to_utf8.hpp>
 #include <foundation/core/except/Exception.hpp>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <thread>
 #include <zorbel/io/common/file/errors.hpp>
 
 using namespace std::string_literals;
@@ -58,6 +62,36 @@ TEST(Exception, IsCaughtByEachBaseAndSurvivesCloning)
         EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::identifier, EndsWith("File"))));
         EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::arguments, ElementsAre(u"a"s))));
         EXPECT_THROW(std::rethrow_exception(std::current_exception()), ZORBEL::io::common::file::NoSuchFile);
+    }
+}
+
+TEST(Exception, SharesNothingWithItsClones)
+{
+    boost::exception_ptr kept;
+    try {
+        Exception original{ZORBEL::io::common::file::NoSuchFile(u"a")};
+        original << boost::errinfo_errno(1);
+        throw original;
+    } catch (...) {
+        kept = boost::current_exception();
+    }
+    const auto rethrow = [&](int number) {
+        for (int i = 0; i < 1000; ++i) {
+            try {
+                boost::rethrow_exception(kept);
+            } catch (boost::exception& copy) {
+                copy << boost::errinfo_errno(number);
+                EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), number);
+            }
+        }
+    };
+    std::thread other(rethrow, 2);
+    rethrow(3);
+    other.join();
+    try {
+        boost::rethrow_exception(kept);
+    } catch (const boost::exception& copy) {
+        EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), 1);
     }
 }
 

@@ -1,6 +1,7 @@
 #include <foundation/log/sink.hpp>
 #include <gtest/gtest.h>
 #include <thread>
+#include <utility>
 
 using namespace foundation::log;
 
@@ -34,13 +35,32 @@ TEST_F(Log, WritesWhatIsSwitchedOnWholeWithEveryAttributeAndOutlivesTheHandler)
     EXPECT_EQ(texts, std::vector<std::string>{"ff"});
 }
 
-TEST_F(Log, MasksSecretsAndPrintsOneSafeLineToStandardErrorOnly)
+TEST_F(Log, MasksNamedSecretsAndWhatLibcurlSent)
 {
-    mask_secret("tiger"), mask_secret("tigerlily"), mask_secret(""), mask_secret("two\r\nlines");
-    record(logger, 4).stream() << "[HEADER OUT] PASS secret word\r\n[INFO] bypass it\r\nacct x";
-    EXPECT_EQ(texts.back(), "[HEADER OUT] PASS ****\r\n[INFO] bypass it\r\nacct ****");
-    record(logger, 4).stream() << "proxy-authorization: Basic eA==\r\na tigerlily, a tiger, two\r\nlines";
-    EXPECT_EQ(texts.back(), "proxy-authorization: ****\r\na ****, a ****, ****");
+    for (const char* secret : {"tiger", "tigerlily", "", "two\r\nlines"}) {
+        mask_secret(secret);
+    }
+    const std::pair<const char*, const char*> rows[] = {
+        {"[HEADER OUT] PASS secret word", "[HEADER OUT] PASS ****"},
+        {"[HEADER OUT] acct x", "[HEADER OUT] acct ****"},
+        {"[HEADER OUT] CONNECT h\r\nproxy-authorization: Basic eA==\r\nHost: h\r\n",
+         "[HEADER OUT] CONNECT h\r\nproxy-authorization: ****\r\nHost: h\r\n"},
+        {"[DATA IN] PASS notes.txt", "[DATA IN] PASS notes.txt"},
+        {"Listing contents: a\nPASS notes.txt\n", "Listing contents: a\nPASS notes.txt\n"},
+        {"a tigerlily, a tiger, two\r\nlines", "a ****, a ****, ****"},
+    };
+    for (const bool on : {true, false, true}) {
+        enable_masking(on);
+        for (const auto& [text, shown] : rows) {
+            record(logger, 4).stream() << text;
+            EXPECT_EQ(texts.back(), on ? shown : text);
+            EXPECT_EQ(masked(text), shown);
+        }
+    }
+}
+
+TEST_F(Log, PrintsOneSafeLineToStandardErrorOnly)
+{
     set_entry_handler({});
     logger.raise_nesting_depth();
     testing::internal::CaptureStdout();

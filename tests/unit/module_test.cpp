@@ -1,5 +1,6 @@
 #include "ledger.hpp"
 #include "scripted_peer.hpp"
+#include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <dlfcn.h>
 #include <foundation/services/bundle_context.hpp>
@@ -49,6 +50,22 @@ TEST(Module, GivesAnObjectOneConnectionThatGoesWithItsLastValue)
     grown = other = zxArray();
     EXPECT_THAT(ledger::lines(), testing::ElementsAre("cleanup", "cleanup"));
     EXPECT_TRUE(ledger::events()[0].handle == handles[0] && ledger::events()[1].handle == handles[1]);
+}
+
+// In the place of the host's, for the whole test program.
+static int freed = 0;
+[[gnu::visibility("default"), gnu::used]] void utFree(void* memory) noexcept
+{
+    ++freed;
+    std::free(memory);
+}
+
+TEST(Module, ReleasesItsDescriptorAsTheHostDoes)
+{
+    initialize();
+    freed = 0;
+    omReset();
+    EXPECT_EQ(freed, 1);
 }
 
 TEST(Module, RefusesToUnwrapAnythingElse)

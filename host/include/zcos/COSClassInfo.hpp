@@ -2,7 +2,6 @@
 
 #include <zorbelhost_export.hpp>
 
-#include <cstddef>
 #include <string>
 
 /// Frees what `calloc` or `malloc` gave; null is ignored.
@@ -19,8 +18,8 @@ class COSClient;
 /// Describes one class of objects to the registry: a program derives from it and registers an object of the
 /// derived type in a namespace, which then owns it.
 ///
-/// Descriptors are made by placement new in memory from `calloc`; deleting one ends in `utFree`. The registry
-/// calls a descriptor from the thread that makes or destroys the object.
+/// The registry deletes a descriptor through its virtual destructor, and so with the derived class's own
+/// operator delete. It calls a descriptor from the thread that makes or destroys the object.
 class ZORBELHOST_EXPORT COSClassInfo {
 public:
     COSClassInfo() = default;
@@ -55,10 +54,6 @@ public:
     virtual bool isHandleCompatible() const;
     virtual bool isDestructible() const;
     virtual bool isArray() const;
-
-    static void* operator new(std::size_t /*size*/, void* memory) noexcept { return memory; }
-    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): the memory is the client's, from calloc
-    static void operator delete(void* memory) noexcept { utFree(memory); }
 };
 
 } // namespace zcos

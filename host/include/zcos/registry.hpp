@@ -44,6 +44,7 @@ public:
     COSObject& operator=(const COSObject&) = delete;
     ~COSObject();
 
+    /// The class of which it is.
     COSClass* getClass() const { return class_.get(); }
 
     /// The object's instance data for `the_class`; null when that is not its class.
@@ -92,6 +93,7 @@ ZORBELHOST_EXPORT zcos::COSNamespace* omGetInnerNamespace(const zcos::COSNamespa
 ZORBELHOST_EXPORT bool omGetZcosUsingUSM();
 ZORBELHOST_EXPORT void omSetZcosUsingUSM(bool on);
 
+/// The one name that equals `name`.
 ZORBELHOST_EXPORT zcos::InternedName makeInterned(std::string_view name);
 
 /// The class of that full name ("zorbel.io.internal.Connection"); null when there is none.

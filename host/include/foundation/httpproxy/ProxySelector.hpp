@@ -10,8 +10,11 @@
 
 namespace foundation::httpproxy {
 
+/// What a proxy wants to know of its user.
 struct Credentials {
+    /// As the user has it, not percent-encoded.
     std::string user_name;
+    /// As the user has it, not percent-encoded.
     std::string password;
 };
 
@@ -24,11 +27,14 @@ public:
     {
     }
 
+    /// The host text.
     const std::string& getHost() const { return host_; }
+    /// The port, 0 when none was named.
     std::uint16_t getPort() const { return port_; }
+    /// Whether the proxy wants to know its user.
     bool hasCredentials() const { return credentials_.has_value(); }
 
-    /// Throws `std::bad_optional_access` when there are none.
+    /// User name and password. Throws `std::bad_optional_access` when there are none.
     // NOLINTNEXTLINE(bugprone-unchecked-optional-access): value() checks
     const Credentials& getCredentials() const { return credentials_.value(); }
 
@@ -38,6 +44,7 @@ private:
     std::optional<Credentials> credentials_;
 };
 
+/// Proxies, best first.
 using ProxyList = std::vector<Proxy>;
 
 /// A service: the user's proxy settings.

@@ -20,6 +20,7 @@ using level_mask = std::uint32_t;
 /// starts at 0: a logger that nobody asked to speak is silent, and asking it costs one load.
 class ZORBELHOST_EXPORT basic_diagnostic_logger {
 public:
+    /// A logger whose records carry the name `channel`.
     explicit basic_diagnostic_logger(std::string channel);
     ~basic_diagnostic_logger();
     basic_diagnostic_logger(const basic_diagnostic_logger&) = delete;
@@ -42,7 +43,9 @@ public:
 
     /// How many traced functions of this logger the calling thread is in.
     unsigned nesting_depth() const noexcept;
+    /// The calling thread enters a traced function.
     void raise_nesting_depth();
+    /// The calling thread leaves a traced function.
     void lower_nesting_depth() noexcept;
 
 private:
@@ -58,12 +61,16 @@ private:
 /// between. It tests no mask: that is its maker's decision. Lives on the stack of one thread.
 class ZORBELHOST_EXPORT record {
 public:
+    /// With the place of its maker.
     record(basic_diagnostic_logger& logger, level_mask level,
            std::source_location where = std::source_location::current());
+    /// With the place that the record is to carry. `file` must outlive the record.
+    record(basic_diagnostic_logger& logger, level_mask level, const char* file, unsigned line);
     ~record();
     record(const record&) = delete;
     record& operator=(const record&) = delete;
 
+    /// Where the text of the record goes.
     std::ostream& stream();
 
 private:

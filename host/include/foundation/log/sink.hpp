@@ -8,7 +8,8 @@
 
 namespace foundation::log {
 
-/// A record as the sink sees it, its text already masked. The views live for the call only.
+/// A record as the sink sees it, its text already masked unless masking is off. The views live for the call
+/// only.
 struct entry {
     level_mask level;
     std::string_view channel;
@@ -26,10 +27,15 @@ using entry_handler = std::function<void(const entry&)>;
 ZORBELHOST_EXPORT void set_entry_handler(entry_handler handler);
 
 /// From now on the sink writes `secret` as asterisks wherever it occurs in a record. Empty text is ignored.
-/// Without being told, it masks the arguments of PASS and ACCT commands and of Proxy-Authorization headers.
+/// Without being told, it masks the arguments of PASS and ACCT commands and of Proxy-Authorization headers in
+/// libcurl's records of what it sent.
 ZORBELHOST_EXPORT void mask_secret(std::string secret);
 
-/// `text` as the sink would write it, its secrets as asterisks: for what a program prints by itself.
+/// Switches the masking in the sink off and on. It is on at the start. Off, records hold passwords: for a
+/// program that shows them to nobody, or masks by itself.
+ZORBELHOST_EXPORT void enable_masking(bool on);
+
+/// `text` with its secrets as asterisks, whether masking is on or not: for what a program prints by itself.
 ZORBELHOST_EXPORT std::string masked(std::string_view text);
 
 } // namespace foundation::log

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <cppmicroservices/Framework.h>
+#include <zorbelhost_export.hpp>
 
 namespace cppmicroservices {
+
+class Framework;
 
 class ZORBELHOST_EXPORT FrameworkFactory {
 public:

@@ -30,6 +30,15 @@ public:
     {
     }
 
+    /// With Boost's error information of its own: it is counted without regard to threads.
+    Exception(const Exception& other)
+        : Base(other), Error(other), IMsgIDException(other), boost::exception(), identifier_(other.identifier_),
+          text_(other.text_)
+    {
+        boost::exception_detail::copy_boost_exception(this, &other);
+    }
+    Exception& operator=(const Exception&) = delete;
+
     const char* what() const noexcept override { return text_.c_str(); }
     const std::string& identifier() const noexcept override { return identifier_; }
     const std::vector<MessageArgument>& arguments() const noexcept override { return this->message.arguments; }

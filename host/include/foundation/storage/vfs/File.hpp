@@ -8,9 +8,11 @@
 
 namespace foundation::storage::vfs {
 
+/// What a stored file is like.
 class FileAttributes {
 public:
     explicit FileAttributes(std::uint64_t size) : size_(size) {}
+    /// The size in bytes.
     std::uint64_t getSize() const { return size_; }
 
 private:

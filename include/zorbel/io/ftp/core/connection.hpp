@@ -15,7 +15,7 @@ namespace zorbel::io::ftp::core {
 /// The connection's current folder is the URL last set on the handle. Options that are set on the handle stay
 /// until they are set again. Used by one thread at a time. A moved-from connection has no handle: it converts
 /// to false, and every use of it but destruction and assignment throws `InvalidCurlHandle`; it keeps its hold
-/// on libcurl's initialisation until it is destroyed.
+/// on libcurl's initialisation until it is destroyed. One that is moved into itself is closed.
 class QRFTPCORE_EXPORT curl_ptr {
 public:
     /// The same as `curl_ptr(true)`.

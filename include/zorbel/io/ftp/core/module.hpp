@@ -20,6 +20,9 @@ public:
     connection_class_info();
     ~connection_class_info() override;
 
+    /// The host's release function, `utFree`: the memory is `calloc`'s.
+    static void operator delete(void* memory) noexcept;
+
     const char* getName() const override;
 
     /// Does nothing.

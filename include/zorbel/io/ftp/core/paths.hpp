@@ -16,7 +16,8 @@ QRFTPCORE_EXPORT std::string add_trailing_slash(const std::string& text);
 
 /// `text` with every byte percent-encoded but letters, digits and "-._~" (the unreserved characters of RFC
 /// 3986, 2.3); "/" is encoded too. Throws `InternalError` ("Percent Encoding", …) for 2^31 bytes or more, and
-/// `std::logic_error` when libcurl has no memory for it.
+/// the standard library's `std::logic_error` when libcurl gives no text: without memory, and libcurl 7.88 for a
+/// result of 24,000,000 bytes or more.
 QRFTPCORE_EXPORT std::string percent_encode(curl_ptr& connection, const std::string& text);
 
 /// `path` with each segment percent-encoded and every "/" kept, leading, doubled and final ones too. Throws as
@@ -24,8 +25,7 @@ QRFTPCORE_EXPORT std::string percent_encode(curl_ptr& connection, const std::str
 QRFTPCORE_EXPORT std::string percent_encode_path(curl_ptr& connection, const std::string& path);
 
 /// The decoded bytes, which may hold NUL. Throws `InternalError`, ("Percent Encoding", …) for 2^31 bytes or
-/// more,
-/// ("Percent Decoding", …) when libcurl reports a negative length.
+/// more, ("Percent Decoding", …) when libcurl reports a negative length.
 QRFTPCORE_EXPORT std::string percent_decode(curl_ptr& connection, const std::string& text);
 
 /// The URL of the absolute path `path` on the server of the URL `base`, whose own path is dropped. A path that

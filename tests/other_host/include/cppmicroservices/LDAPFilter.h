@@ -1,0 +1,9 @@
+#pragma once
+
+#include <string>
+
+namespace cppmicroservices {
+struct LDAPFilter {
+    std::string ToString() const { return {}; }
+};
+} // namespace cppmicroservices

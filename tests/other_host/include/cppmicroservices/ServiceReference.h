@@ -1,0 +1,7 @@
+#pragma once
+
+namespace cppmicroservices {
+template <class Service>
+struct ServiceReference {
+};
+} // namespace cppmicroservices

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <string>
+
+namespace fl {
+using ustring = std::u16string;
+}

@@ -1,0 +1,4 @@
+#pragma once
+
+/// What the library, compiled with hidden names, shares with the program.
+#define OTHER_HOST __attribute__((visibility("default")))
