@@ -63,6 +63,11 @@ void throw_for_what_is_there(protocol& server, const std::string& path, expected
 
 } // namespace
 
+response said_by(const error& failure)
+{
+    return {failure.reply_code(), failure.server_message()};
+}
+
 void throw_refusal(protocol& server, const std::string& path, expected what, const response& said)
 {
     if (const auto found = server.find(path)) {

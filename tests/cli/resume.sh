@@ -10,7 +10,7 @@ ends 0 put --keep-time file "$url/kept" && ends 0 get -t "$url/kept" && cmp file
 [[ $(stat -c %Y file kept "$HOME_DIR/kept" | uniq | wc -l) == 1 ]] || fail "$url: $(stat -c '%y %n' kept "$HOME_DIR/kept")"
 begun here 2999999 && ends 0 get --resume "$url/kept" here && whole here
 begun "$there" 2999999 && ends 0 put -c file "$url/there" && whole "$there"
-begun here 3000001 && ends 1 get -c "$url/kept" here && said '*here"*3000001*3000000*'
+begun here 3000001 && ends 1 get -c "$url/kept" here && said '*3000001*3000000*'
 # In place, the file stays the same one.
 for target in here "$there"; do begun $target 4000000 && ln $target $target.link; done
 ends 0 get --in-place "$url/kept" here && cmp file here.link

@@ -204,7 +204,8 @@ TEST(Transfer, AlwaysReportsTheFinalProgress)
             transfer();
             ASSERT_FALSE(seen.empty());
             EXPECT_EQ(seen.back().bytes, size);
-            EXPECT_EQ(seen.back().total, size);
+            EXPECT_TRUE(seen.back().total == size ||
+                        &transfer == std::end(transfers) - 1); // not known of a reader
         }
     }
 }

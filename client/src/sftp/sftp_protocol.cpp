@@ -4,6 +4,7 @@
 #include "../remote_path.hpp"
 #include "../trace.hpp"
 #include "change_batch.hpp"
+#include "extensions.hpp"
 #include "file_reader.hpp"
 
 #include <fmt/format.h>
@@ -11,17 +12,6 @@
 #include <utility>
 
 namespace qrftp::sftp {
-
-namespace {
-
-const request posix_rename("posix-rename@openssh.com", packet_type::status);
-
-response said_by(const error& failure)
-{
-    return {failure.reply_code(), failure.server_message()};
-}
-
-} // namespace
 
 sftp_protocol::sftp_protocol(connect_function connect, std::string server, const session_options& options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(options)
@@ -137,6 +127,15 @@ std::optional<attributes> sftp_protocol::attributes_of(packet_type request, cons
         const reply answer = server.call(request, path);
         if (answer.is_status(status_code::no_such_file)) {
             return {};
+        }
+        if (answer.is_status(status_code::failure) && path != "/") {
+            // Some servers say so of a name below a file.
+            const response said{static_cast<long>(answer.code()), std::string(answer.message())};
+            const reply above = server.call(packet_type::stat, remote_path::parent(path));
+            if (!above.is_status() && kind_of(above.attrs()) != entry_kind::folder) {
+                return {};
+            }
+            throw Refused(path, said);
         }
         answer.check(path);
         return answer.attrs();
