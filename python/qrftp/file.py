@@ -29,7 +29,7 @@ class RawReader(io.RawIOBase):
     def __init__(self, file: _native.File, name: str, using: Callable[[], AbstractContextManager[object]]) -> None:
         self._file = file
         self._using = using
-        self._size = file.size()
+        self.size = file.size()
         self._at = 0
         self.name = name
         self.mode = "rb"
@@ -45,9 +45,9 @@ class RawReader(io.RawIOBase):
 
     def seek(self, offset: int, whence: int = os.SEEK_SET) -> int:
         self._check()
-        if whence == os.SEEK_END and self._size is None:
+        if whence == os.SEEK_END and self.size is None:
             raise io.UnsupportedOperation("the server does not tell how long the file is")
-        base = {os.SEEK_SET: 0, os.SEEK_CUR: self._at, os.SEEK_END: self._size or 0}[whence]
+        base = {os.SEEK_SET: 0, os.SEEK_CUR: self._at, os.SEEK_END: self.size or 0}[whence]
         if base + offset < 0:
             raise ValueError("the place lies before the beginning of the file")
         self._at = base + offset
@@ -63,9 +63,9 @@ class RawReader(io.RawIOBase):
     def readall(self) -> bytes:
         """What is left, as one request where the size is known."""
         self._check()
-        if self._size is None:
+        if self.size is None:
             return super().readall()
-        whole = bytearray(max(0, self._size - self._at))
+        whole = bytearray(max(0, self.size - self._at))
         view = memoryview(whole)
         return bytes(view[: self.readinto(view)])
 
@@ -90,7 +90,10 @@ class Reader(io.BufferedReader):
         buffer_size: int | None = None,
         using: Callable[[], AbstractContextManager[object]] = nullcontext,
     ) -> None:
-        super().__init__(RawReader(file, name, using), buffer_size or BUFFER_SIZE)
+        raw = RawReader(file, name, using)
+        super().__init__(raw, buffer_size or BUFFER_SIZE)
+        self.size = raw.size
+        """Bytes, when the file was opened; None where the server does not tell."""
 
 
 class Spool(io.RawIOBase):

@@ -227,18 +227,19 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         """Fetches files, many at a time."""
         files: list[tuple[str, str]] = []
         super().get(rpath, lpath, recursive=recursive, _files=files, **kwargs)
-        for folder in {os.path.dirname(os.path.abspath(local)) for _, local in files}:
+        folders = {os.path.dirname(os.path.abspath(local)) for _, local in files}
+        for folder in folders:
             os.makedirs(folder, exist_ok=True)
         callback.set_size(len(files))
+        locals_of = {remote: local for remote, local in files if os.path.abspath(local) not in folders}
         with self._session() as session:
             result = session.fetch_files(
-                files, keep_going=True, progress=lambda now: _count(callback, now)
+                locals_of.items(), keep_going=True, progress=lambda now: _count(callback, now)
             )
-        locals_of = dict(files)
-        for failure in result.failures:
-            if not isinstance(failure.error, IsFolder):
-                raise failure.error
-            os.makedirs(locals_of[failure.path], exist_ok=True)
+        for path, error in ((each.path, each.error) for each in result.failures):
+            if not isinstance(error, IsFolder) and not (os.path.isdir(locals_of[path]) and self.isdir(path)):
+                raise error
+            os.makedirs(locals_of[path], exist_ok=True)
         callback.absolute_update(len(files))
 
     def get_file(self, rpath: str, lpath: Any, callback: Any = _NO_CALLBACK, outfile: Any = None,
