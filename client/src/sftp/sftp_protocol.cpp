@@ -200,7 +200,8 @@ std::optional<std::string> sftp_protocol::link_target(const std::string& path)
 {
     return ask(path, [&](pipeline& server) -> std::optional<std::string> {
         const reply answer = server.call(packet_type::readlink, path);
-        return answer.is_status() ? std::nullopt : std::optional(answer.single_name());
+        std::string target = answer.is_status() ? "" : answer.single_name();
+        return target.empty() ? std::nullopt : std::optional(std::move(target));
     });
 }
 

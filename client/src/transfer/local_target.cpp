@@ -78,13 +78,13 @@ local_target::local_target(local_place place, const transfer_options& options)
 
 local_target::~local_target()
 {
-    if (!temporary_.empty()) {
-        file_.reset();
-        try {
-            place_.folder->remove_file(temporary_);
-        } catch (
-            const fs::filesystem_error&) { // NOLINT(bugprone-empty-catch): the transfer's own error is reported
-        }
+    if (file_ == nullptr || temporary_.empty()) {
+        return;
+    }
+    file_.reset();
+    try {
+        place_.folder->remove_file(temporary_);
+    } catch (...) { // NOLINT(bugprone-empty-catch): the transfer's own error is the one to report
     }
 }
 
@@ -110,9 +110,8 @@ bool local_target::open(std::uint64_t kept)
         return open_target();
     }
     with_local_errors(place_.shown, [&] {
-        std::string name = remote_path::temporary_name();
-        file_ = place_.folder->open_file(name, files::Folder::Open::create);
-        temporary_ = std::move(name);
+        temporary_ = remote_path::temporary_name();
+        file_ = place_.folder->open_file(temporary_, files::Folder::Open::create);
     });
     return true;
 }

@@ -3,6 +3,7 @@
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
+#include "local_error.hpp"
 #include "parts_batch.hpp"
 #include "send.hpp"
 #include "single_batch.hpp"
@@ -61,7 +62,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
 {
     protocol& server = session_access::server(to);
     auto source = open_source(local);
-    const std::uint64_t size = source->status().size;
+    const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
     const unsigned parts = useful_parts(server, options, size);
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
