@@ -14,6 +14,8 @@ declare -A package_list=(
         libcli11-dev nlohmann-json3-dev libedit-dev libfmt-dev libutf8proc-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq python3"
+    [python]="pybind11-dev python3-dev python3-pytest python3-fsspec python3-dask python3-distributed python3-pandas
+        python3-tqdm mypy"
     [lint]="git $lint"
     [fuzz]="clang-$clang libclang-rt-$clang-dev"
     [docs]="doxygen"

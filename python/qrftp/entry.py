@@ -44,14 +44,17 @@ class Entry:
 
     @property
     def is_file(self) -> bool:
+        """Whether it is an ordinary file."""
         return self.kind == "file"
 
     @property
     def is_folder(self) -> bool:
+        """Whether it is a folder; a link to one is not."""
         return self.kind == "folder"
 
     @property
     def is_link(self) -> bool:
+        """Whether it is a symbolic link."""
         return self.kind == "link"
 
     def __repr__(self) -> str:

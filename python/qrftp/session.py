@@ -240,6 +240,7 @@ class Session:
 
     @property
     def working_folder(self) -> str:
+        """The absolute folder from which relative names are seen."""
         return self._native.working_folder()
 
     def change_folder(self, path: RemotePath) -> str:
@@ -255,6 +256,7 @@ class Session:
         return Entry._of(self._native.stat(path))
 
     def exists(self, path: RemotePath) -> bool:
+        """Whether there is anything; a link is not followed."""
         return self._native.exists(path)
 
     def is_folder(self, path: RemotePath) -> bool:

@@ -17,7 +17,7 @@ take_apart() { # PAGE: into script, N.expected, listed, pieces and the files tha
     /^```/ && kind { if (file == "pieces") print "}" >file; kind = file = ""; next }
     /^```/ {
         kind = $0 == "```" ? "text" : substr($0, 4)
-        if (kind !~ /^(sh|output|cpp|cmake|text)$/) stop("an unknown kind of block")
+        if (kind !~ /^(sh|output|cpp|cmake|python|text)$/) stop("an unknown kind of block")
         if (kind == "sh") { file = "script"; printf "exec >%d.output 2>&1\n", ++block >file }
         if (kind == "output") { if (told == block) stop("output of nothing"); told = block; printf "" >(file = block ".expected") }
         next
