@@ -7,8 +7,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -23,6 +26,7 @@ struct copy {
     std::string remote;
     fs::path local;
     bool is_folder = false;
+    std::optional<std::uint64_t> size{}; ///< where it is known
 };
 
 bool prints_files(const settings& options)
@@ -40,10 +44,10 @@ void refuse_same_targets(const std::map<std::string, std::string>& sources_by_ta
     }
 }
 
-/// Something remote to fetch, and its kind where that is known.
+/// Something remote to fetch, with what is known of it.
 struct remote_source {
     std::string path;
-    std::optional<entry_kind> kind{};
+    std::optional<entry> what{};
 };
 
 std::vector<remote_source> find_sources(session& remote, const std::vector<std::string>& patterns, batch& all)
@@ -56,7 +60,7 @@ std::vector<remote_source> find_sources(session& remote, const std::vector<std::
         }
         all.attempt([&] {
             for (remote_entry& one : expand_glob(remote, pattern)) {
-                found.push_back({std::move(one.path), one.what.kind});
+                found.push_back({std::move(one.path), std::move(one.what)});
             }
         });
     }
@@ -75,6 +79,15 @@ fs::path local_target(const std::string& target, const std::string& name)
     return fs::path(target) / name;
 }
 
+/// Whether `one` is a folder, or a link to one; false where it need not be known.
+bool is_folder(session& remote, const remote_source& one, bool recursive)
+{
+    if (one.what && one.what->kind != entry_kind::link) {
+        return one.what->kind == entry_kind::folder;
+    }
+    return (one.what || recursive) && remote.is_folder(one.path);
+}
+
 /// What the sources become. Folders are left out, with a note, unless they are wanted.
 std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& sources,
                            const transfer_arguments& arguments, const settings& options)
@@ -82,9 +95,8 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
     std::vector<copy> plan;
     std::map<std::string, std::string> sources_by_target;
     for (const remote_source& one : sources) {
-        const bool may_be_folder = one.kind ? *one.kind != entry_kind::file : arguments.recursive;
-        const bool is_folder = may_be_folder && (one.kind == entry_kind::folder || remote.is_folder(one.path));
-        if (is_folder && !arguments.recursive) {
+        const bool folder = is_folder(remote, one, arguments.recursive);
+        if (folder && !arguments.recursive) {
             note(options,
                  fmt::format("\"{}\" is a folder and was not fetched; -r fetches folders.", escape(one.path)));
             continue;
@@ -93,25 +105,9 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
         const std::string key = fs::absolute(local).lexically_normal().string();
         refuse_same_targets(sources_by_target, key, one.path);
         sources_by_target.emplace(key, one.path);
-        plan.push_back({one.path, std::move(local), is_folder});
+        plan.push_back({one.path, std::move(local), folder, one.what ? one.what->size : std::nullopt});
     }
     return plan;
-}
-
-void fetch(session& remote, const copy& one, const transfer_arguments& arguments, transfer_report& report)
-{
-    if (one.is_folder) {
-        report.add(fetch_tree(remote, one.remote, one.local, report.watch(arguments.tree)));
-        return;
-    }
-    tree_action action{.path = one.remote};
-    if (report.prints_sizes()) {
-        action.size = remote.stat(one.remote).size.value_or(0);
-    }
-    if (!report.is_dry_run()) {
-        remote.fetch(one.remote, one.local, report.watch(last_segment(one.remote), arguments.tree.transfer));
-    }
-    report.print_action(action);
 }
 
 /// "." and the like have the name of the folder that they stand for.
@@ -135,24 +131,95 @@ std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
     return plan;
 }
 
-void send(session& remote, const copy& one, const transfer_arguments& arguments, transfer_report& report)
+/// What a copy of a single file is printed as.
+tree_action action_of(session& remote, const copy& one, direction way, bool with_size)
 {
-    if (one.is_folder) {
-        if (!arguments.recursive) {
-            throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
-                                 "it is a folder; -r sends folders");
-        }
-        report.add(send_tree(remote, one.local, one.remote, report.watch(arguments.tree)));
+    const bool fetches = way == direction::fetch;
+    tree_action action{.path = fetches ? one.remote : one.local.string()};
+    if (with_size) {
+        action.size = one.size  ? *one.size
+                      : fetches ? remote.stat(one.remote).size.value_or(0)
+                                : fs::file_size(one.local);
+    }
+    return action;
+}
+
+/// A single file, whose failure is the command's.
+void copy_file(session& remote, const copy& one, const transfer_arguments& arguments, direction way,
+               transfer_report& report)
+{
+    const tree_action action = action_of(remote, one, way, report.prints_sizes());
+    const transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
+    if (report.is_dry_run()) {
+        report.print_action(action);
         return;
     }
-    tree_action action{.path = one.remote};
-    if (report.prints_sizes()) {
-        action.size = fs::file_size(one.local);
-    }
-    if (!report.is_dry_run()) {
-        remote.send(one.local, one.remote, report.watch(last_segment(one.remote), arguments.tree.transfer));
+    try {
+        way == direction::fetch ? remote.fetch(one.remote, one.local, options)
+                                : remote.send(one.local, one.remote, options);
+    } catch (const IsFolder&) {
+        if (way == direction::send) {
+            throw;
+        }
+        throw std::runtime_error(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
     }
     report.print_action(action);
+}
+
+/// Several files, as many at a time as the protocol carries; those that fail do not keep the others back.
+void copy_files(session& remote, const std::vector<copy>& files, const transfer_arguments& arguments,
+                direction way, transfer_report& report)
+{
+    std::vector<file_pair> pairs;
+    std::map<std::string, std::uint64_t> sizes;
+    for (const copy& one : files) {
+        pairs.push_back({one.remote, one.local});
+        const tree_action action = action_of(remote, one, way, report.prints_sizes());
+        sizes.emplace(action.path, action.size);
+    }
+    tree_options options = report.watch(arguments.tree);
+    options.keep_going = true;
+    options.on_action = [&](tree_action action) {
+        action.size = sizes[action.path];
+        report.print_action(action);
+    };
+    report.add(way == direction::fetch ? fetch_files(remote, pairs, options)
+                                       : send_files(remote, pairs, options));
+}
+
+void copy_folder(session& remote, const copy& one, const transfer_arguments& arguments, direction way,
+                 transfer_report& report)
+{
+    if (!arguments.recursive) {
+        report.attempt([&] {
+            throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
+                                 "it is a folder; -r sends folders");
+        });
+        return;
+    }
+    const tree_options options = report.watch(arguments.tree);
+    report.attempt_tree(options, [&] {
+        return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
+                                       : send_tree(remote, one.local, one.remote, options);
+    });
+}
+
+void carry_out(session& remote, const std::vector<copy>& plan, const transfer_arguments& arguments,
+               direction way, transfer_report& report)
+{
+    std::vector<copy> files;
+    std::ranges::copy_if(plan, std::back_inserter(files), [](const copy& one) { return !one.is_folder; });
+    if (files.size() == 1) {
+        report.attempt([&] { copy_file(remote, files.front(), arguments, way, report); });
+    } else if (!files.empty()) {
+        report.attempt([&] { copy_files(remote, files, arguments, way, report); });
+    }
+    for (const copy& one : plan) {
+        if (one.is_folder) {
+            copy_folder(remote, one, arguments, way, report);
+        }
+    }
+    report.finish();
 }
 
 } // namespace
@@ -168,10 +235,7 @@ void get(session& remote, const transfer_arguments& arguments, const settings& o
     const std::vector<copy> plan = plan_get(remote, sources, arguments, options);
     transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1,
                            prints_files(options));
-    for (const copy& one : plan) {
-        report.attempt([&] { fetch(remote, one, arguments, report); });
-    }
-    report.finish();
+    carry_out(remote, plan, arguments, direction::fetch, report);
     finding.finish();
 }
 
@@ -186,18 +250,22 @@ void put(session& remote, const transfer_arguments& arguments, const settings& o
     }
     const std::vector<copy> plan = plan_put(arguments, into);
     transfer_report report(options, !several, prints_files(options));
-    for (const copy& one : plan) {
-        report.attempt([&] { send(remote, one, arguments, report); });
-    }
-    report.finish();
+    carry_out(remote, plan, arguments, direction::send, report);
 }
 
 void sync(session& remote, const sync_arguments& arguments, const settings& options)
 {
     transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
+    const sync_options watched = report.watch(arguments.options);
+    report.attempt_tree(watched, [&] {
+        return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
+    });
     report.attempt([&] {
-        report.add(synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way,
-                               report.watch(arguments.options)));
+        if (arguments.clean_up && !options.dry_run) {
+            for (const std::string& path : clean_up(remote, or_here(arguments.remote))) {
+                report.print_action({tree_action::kind::remove_file, tree_action::reason::extra, path, 0});
+            }
+        }
     });
     report.finish();
 }

@@ -48,14 +48,16 @@ std::filesystem::path expand_home(const std::string& path)
 
 std::string read_file(const std::filesystem::path& file)
 {
-    errno = 0;
-    std::ifstream input(file, std::ios::binary);
-    std::string content{std::istreambuf_iterator<char>(input), {}};
-    if (!input.is_open() || input.bad() || std::filesystem::is_directory(file)) {
-        const int failure = errno != 0 ? errno : EISDIR;
-        throw LocalFileError(file.string(), std::error_code(failure, std::generic_category()));
+    std::error_code ignored;
+    errno = std::filesystem::is_directory(file, ignored) ? EISDIR : 0;
+    std::ifstream input;
+    if (errno == 0) {
+        input.open(file, std::ios::binary);
     }
-    return content;
+    if (!input.is_open()) {
+        throw LocalFileError(file.string(), std::error_code(errno, std::generic_category()));
+    }
+    return {std::istreambuf_iterator<char>(input), {}};
 }
 
 std::string first_line(const std::filesystem::path& file)

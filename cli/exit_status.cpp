@@ -48,6 +48,9 @@ exit_status status_of(error_cause cause)
         return denied;
     case error_cause::local_file:
         return local_failure;
+    case error_cause::empty_source:
+    case error_cause::too_many_removals:
+        return unsafe_removal;
     default:
         return other_failure;
     }

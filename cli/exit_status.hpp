@@ -17,6 +17,7 @@ enum exit_status : int {
     local_failure = 7,
     some_of_several = 8,
     unknown_server = 9,
+    unsafe_removal = 10,
 };
 
 /// The status for an error; 128 and the signal's number when a signal has come.

@@ -72,7 +72,8 @@ SFTP: keys of the SSH agent, of --key and ~/.ssh first; pass phrases from
 
 Exit status: 0 success, 2 usage, 3 connection, 4 login, 5 not found on the server,
 6 denied by the server, 7 local file, 8 some of several failed, 9 host key or
-certificate refused, 129 hung up, 130 interrupted, 143 terminated, 1 anything else.
+certificate refused, 10 sync would remove too much, 129 hung up, 130 interrupted,
+143 terminated, 1 anything else.
 
 "qrftp SUBCOMMAND --help" describes a subcommand; qrftp(1) all of them, and the JSON.)";
 }

@@ -14,6 +14,7 @@
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <system_error>
@@ -140,6 +141,11 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
         ->type_name("N[k|M|G]")
         ->capture_default_str();
+    command.add_flag("--fsync", options.transfer.sync, "Wait until the storage has each file");
+    command.add_flag("-p,--preserve", line.preserve, "Keep modification times and permissions");
+    command.add_option("--max-depth", options.max_depth, "How deep folders may be nested")
+        ->type_name("N")
+        ->capture_default_str();
     command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
     command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
     command.option_defaults()->group("Options");
@@ -235,13 +241,23 @@ void add_modifying(CLI::App& app, command_line& line)
     }
 }
 
+/// The options of each file, as several options of the command line make them.
+transfer_options file_options(const command_line& line, bool keep_time)
+{
+    transfer_options options = line.transfer.transfer;
+    options.replace = !line.no_replace;
+    options.jobs = std::max(line.transfer.jobs, 1U);
+    options.keep_time = keep_time || line.preserve;
+    options.keep_mode = line.preserve;
+    return options;
+}
+
 transfer_arguments transfer_of(const command_line& line)
 {
     transfer_arguments arguments;
     arguments.recursive = line.recursive;
     arguments.tree = line.transfer;
-    arguments.tree.transfer.replace = !line.no_replace;
-    arguments.tree.transfer.jobs = std::max(line.transfer.jobs, 1U);
+    arguments.tree.transfer = file_options(line, line.transfer.transfer.keep_time);
     return arguments;
 }
 
@@ -278,10 +294,8 @@ int run_sync(command_line& line)
         throw usage_error("One of the two folders must be a URL, and the other one local.");
     }
     sync_arguments arguments{line.words[fetches ? 1 : 0], "", fetches ? direction::fetch : direction::send,
-                             line.transfer};
-    arguments.options.transfer.replace = !line.no_replace;
-    arguments.options.transfer.keep_time = !line.no_keep_time;
-    arguments.options.transfer.jobs = std::max(line.transfer.jobs, 1U);
+                             line.transfer, line.clean_up};
+    arguments.options.transfer = file_options(line, !line.no_keep_time);
     with_urls(line, {line.words[fetches ? 0 : 1]}, [&](session& remote, const std::vector<url>& urls) {
         arguments.remote = urls.front().path;
         sync(remote, arguments, line.options);
@@ -340,6 +354,11 @@ void add_transfers(CLI::App& app, command_line& line)
     add_operands(both, line, "SOURCE DEST", "Two folders; one of them is a URL", 2, 2);
     add_transfer_options(both, line);
     both.add_flag("--delete", line.transfer.remove_extra, "Remove what the source does not have");
+    both.add_flag("--force", line.transfer.force, "Remove even where the source is empty");
+    both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")
+        ->type_name("N");
+    both.add_flag("--clean-up", line.clean_up,
+                  "Also remove what broken-off transfers left in the remote folder a day ago");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
     CLI::App& talk = add(app, line, "shell", "Type commands", [&] { return run_shell(line); });
     add_operands(talk, line, "URL", "Server, and folder to begin in", 1, 1);

@@ -32,6 +32,8 @@ struct command_line {
     std::string batch;
     bool no_replace = false;
     bool no_keep_time = false;
+    bool preserve = false;
+    bool clean_up = false;
     sync_options transfer;
 
     std::function<int()> run; ///< of the subcommand that was named

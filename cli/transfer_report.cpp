@@ -4,6 +4,7 @@
 #include "json.hpp"
 #include "output.hpp"
 
+#include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
@@ -22,6 +23,22 @@ std::string with_blanks(std::string_view name)
     return words;
 }
 
+/// Whether what is beside the entry that failed can be copied all the same.
+bool concerns_one_entry(error_cause cause)
+{
+    switch (cause) {
+    case error_cause::invalid_name:
+    case error_cause::not_found:
+    case error_cause::permission_denied:
+    case error_cause::unsafe_name:
+    case error_cause::local_file:
+    case error_cause::incomplete_listing:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 transfer_report::transfer_report(const settings& options, bool alone, bool prints)
@@ -36,6 +53,21 @@ void transfer_report::attempt(const std::function<void()>& act)
             act();
         } catch (...) {
             display_.erase(); // What is reported now begins at the left.
+            throw;
+        }
+    });
+}
+
+void transfer_report::attempt_tree(const tree_options& options, const std::function<tree_result()>& act)
+{
+    attempt([&] {
+        try {
+            add(act());
+        } catch (const error& failure) {
+            if (!options.keep_going && concerns_one_entry(failure.cause())) {
+                display_.erase();
+                note(options_, "Stopped at the first error; --keep-going copies the rest.");
+            }
             throw;
         }
     });
@@ -81,19 +113,23 @@ void transfer_report::add(const tree_result& result)
         }
     }
     for (const std::string& one : result.skipped) {
-        print_skipped(one);
+        print_left_out("skip_line", one);
     }
+    for (const std::string& one : result.passed_over) {
+        print_left_out("pass_over", one);
+    }
+    unread_ += result.skipped.size();
+    passed_over_ += result.passed_over.size();
 }
 
-void transfer_report::print_skipped(const std::string& what)
+void transfer_report::print_left_out(const char* action, const std::string& what)
 {
-    ++skipped_;
     if (options_.json) {
-        json object{{"action", "skip"}};
-        add_bytes(object, "line", what);
+        json object{{"action", action}};
+        add_bytes(object, "path", what);
         print_json(object);
     } else if (options_.verbose > 0) {
-        print_line("skip " + escape(what));
+        print_line(with_blanks(action) + ' ' + escape(what));
     }
 }
 
@@ -101,10 +137,14 @@ void transfer_report::finish()
 {
     display_.erase();
     flush_output();
-    if (skipped_ > 0) {
-        note(options_, fmt::format("{} of the listings could not be read or used, and {} not copied{}.",
-                                   counted(skipped_, "line"), skipped_ == 1 ? "was" : "were",
-                                   options_.verbose > 0 || options_.json ? "" : " (-v shows them)"));
+    const char* const hint = options_.verbose > 0 || options_.json ? "" : " (-v shows them)";
+    if (passed_over_ > 0) {
+        note(options_, fmt::format("Not copied: {} and the like{}.", counted(passed_over_, "link"), hint));
+    }
+    if (unread_ > 0) {
+        note(options_, fmt::format("Not copied: {} of listings that could not be read or whose names cannot be "
+                                   "used{}.",
+                                   counted(unread_, "line"), hint));
         all_.add_reported();
     }
     all_.finish();

@@ -1,4 +1,4 @@
-// fetch_file URL LOCAL-FILE [CA-FILE]: fetches one file and tells how far it is. The password is in
+// fetch_file URL LOCAL-FILE [CA-FILE]: fetches one file and shows its progress. The password is in
 // QRFTP_PASSWORD.
 #include <qrftp/client.hpp>
 
@@ -24,19 +24,19 @@ try {
         std::cerr << "fetch_file URL LOCAL-FILE [CA-FILE]\n";
         return 2;
     }
-    qrftp::options how;
+    qrftp::session_options options;
     if (const char* const password = std::getenv("QRFTP_PASSWORD")) {
-        how.password = password;
+        options.password = password;
     }
     if (argc > 3) {
-        how.certificate_authorities = argv[3];
+        options.certificate_authorities = argv[3];
     }
     const qrftp::url where = qrftp::url::parse(argv[1]);
-    qrftp::session remote(where, how);
+    qrftp::session remote(where, options);
     remote.fetch(where.path, argv[2], {.keep_time = true, .on_progress = show});
     std::cerr << '\n';
-} catch (const qrftp::error::Missing& error) { // one of the errors, told apart by its type
-    std::cerr << "Nothing there: " << error.said.words << '\n';
+} catch (const qrftp::NotFound& error) { // one of the errors, told apart by its class
+    std::cerr << "Nothing there: " << error.reply_code() << ' ' << error.server_message() << '\n';
     return 5;
 } catch (const std::exception& error) {
     std::cerr << error.what() << '\n';

@@ -7,7 +7,7 @@
 
 namespace {
 
-void tell(const qrftp::tree_action& step)
+void show(const qrftp::tree_action& step)
 {
     using kind = qrftp::tree_action::kind;
     const char* const what = step.what == kind::copy          ? "sent    "
@@ -24,22 +24,22 @@ try {
         std::cerr << "synchronise_folder LOCAL-FOLDER URL [CA-FILE]\n";
         return 2;
     }
-    qrftp::options how;
+    qrftp::session_options login;
     if (const char* const password = std::getenv("QRFTP_PASSWORD")) {
-        how.password = password;
+        login.password = password;
     }
     if (argc > 3) {
-        how.certificate_authorities = argv[3];
+        login.certificate_authorities = argv[3];
     }
     const qrftp::url where = qrftp::url::parse(argv[2]);
-    qrftp::session remote(where, how);
+    qrftp::session remote(where, login);
 
     qrftp::sync_options options;
-    options.transfer.keep_time = true; // else the copies are newer, and times tell nothing the next time
+    options.transfer.keep_time = true; // otherwise copies look newer than their sources the next time
     options.exclude = {".git", "*.tmp"};
     options.remove_extra = true;
     options.keep_going = true;
-    options.on_action = tell;
+    options.on_action = show;
     const qrftp::tree_result result =
         qrftp::synchronise(remote, argv[1], where.path, qrftp::direction::send, options);
     std::cout << result.bytes << " bytes sent, " << result.failures.size() << " failures\n";

@@ -1,12 +1,12 @@
 // What a server says on the control connection.
-#include "../client/src/ftp_reply.hpp"
+#include "../client/src/ftp/reply.hpp"
 #include "fuzz.hpp"
 #include <zorbel/io/ftp/core.hpp>
 using namespace zorbel::io::ftp::core;
 static void fuzz(std::string_view input)
 {
     const std::string text(input);
-    const auto replies = qrftp::parse_replies(text);
+    const auto replies = qrftp::ftp::parse_replies(text);
     std::string joined;
     for (const auto& [code, lines] : replies) {
         const std::string digits = lines[0].substr(0, 3), end = lines.back() + ' ';
@@ -15,8 +15,12 @@ static void fuzz(std::string_view input)
         for (const auto& line : lines) joined += line + "\r\n";
     }
     require(std::count(joined.begin(), joined.end(), '\n') <= std::count(text.begin(), text.end(), '\n') + !text.ends_with('\n'));
-    const auto again = qrftp::parse_replies(joined);
+    const auto again = qrftp::ftp::parse_replies(joined);
     require(std::ranges::equal(replies, again, [](const auto& a, const auto& b) { return a.code == b.code && a.lines == b.lines; }));
+    for (const auto& each : replies) {
+        const auto size = qrftp::ftp::parse_size(each);
+        require(!size || (each.code == 213 && std::stoull(std::string(each.text())) == *size));
+    }
     const auto line = match_response_code(text, "257");
     require(line.has_value() == (text.starts_with("257") || text.find("\r\n257") != none));
     require(!line || (line->starts_with("257") && line->find("\r\n") == none && text.find(*line) != none));

@@ -19,7 +19,7 @@ declare -A package_list=(
     [docs]="doxygen"
     [package]="git build-essential debhelper dpkg-dev lintian"
     [system]="git debootstrap"
-    [bench]="libbenchmark-dev openssh-server curl lftp python3 python3-paramiko gnuplot-nox"
+    [bench]="openssh-server openssh-client curl lftp rclone python3"
 )
 
 need_packages() {

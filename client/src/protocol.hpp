@@ -55,6 +55,8 @@ public:
     [[nodiscard]] virtual bool needs_size() const = 0;
     /// Whether `finish` has to be given the modification time.
     [[nodiscard]] virtual bool needs_time() const = 0;
+    /// Whether `finish` has to be given the mode.
+    [[nodiscard]] virtual bool needs_mode() const { return false; }
     /// The size that a listing told, where it may be relied on: it need not be asked for.
     [[nodiscard]] virtual std::optional<std::uint64_t> listed_size() const = 0;
 

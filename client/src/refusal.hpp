@@ -15,6 +15,9 @@ enum class expected {
     new_file, ///< a file was to get the name, another file may have it
 };
 
+/// What the server said, as an error kept it.
+response said_by(const error& failure);
+
 /// Throws the error that says why the server refused: it is asked what there is at `path`.
 [[noreturn]] void throw_refusal(protocol& server, const std::string& path, expected what, const response& said);
 

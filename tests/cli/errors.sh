@@ -14,23 +14,22 @@ wrong 2 '*--frob*' ls "$ftp/" --frob
 for url in 'ftp://ho st/' ftp://127.0.0.1:70000/ http://127.0.0.1/ "$ftp/a%0d%0aDELE%20there"; do wrong 2 '*is not the URL*' get "$url"; done
 wrong 2 '*same server*' ls "$ftp/" "$sftp/"
 wrong 2 '*not a URL*' mv "$ftp/there" "$ftp/new"
-wrong 2 '*taken for something else*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
+wrong 2 '*cannot be sent*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
 wrong 3 '*No connection*' ls ftp://127.0.0.1:1/
 for trust in "--cacert $OTHER_CA_FILE" "--tls strict" "--tls opportunistic"; do wrong 9 '*certificate*' ls "$ftp/" $trust; done
 for check in strict accept-new; do wrong 9 '*not the one*' ls "$sftp/" --host-key $check --known-hosts "$work/changed"; done
-for url in "$ftp" "$sftp/~"; do
-    options=(--tls none --known-hosts "$KNOWN_HOSTS")
-    QRFTP_PASSWORD=wrong wrong 4 '*refused*' ls "$url/"
-    for words in ls\ no/pe {ls,get,rm,stat}\ nope get\ 'no*' "put there nope/"; do wrong 5 '*"*no*"*' ${words% *} "$url/${words##* }"; done
-    wrong 5 '*nope*' get "$url/nope" there
-    for words in {ls,"put there"}\ denied {get,rm,mkdir}\ denied/a; do wrong 6 '*allow*denied*' ${words% *} "$url/${words##* }"; done
-    wrong 7 '*nowhere*' put nowhere "$url/"
-    for target in /dev/full nowhere/there; do wrong 7 "*$target*" get "$url/there" $target; done
-    for words in "put there" get; do wrong 1 '*already*' $words "$url/there" --no-replace; done
-    [[ $(<there) == whole && $(<"$HOME_DIR/there") == stays ]]
-    lines=2 wrong 8 '*nope*nope2*' get "$url/nope" "$url/there" "$url/nope2" && [[ $(<there) == stays ]]
-    echo whole >there
-done
+url=$ftp
+options=(--tls none)
+QRFTP_PASSWORD=wrong wrong 4 '*refused*' ls "$url/"
+for words in ls\ no/pe {ls,get,rm,stat}\ nope get\ 'no*' "put there nope/"; do wrong 5 '*"*no*"*' ${words% *} "$url/${words##* }"; done
+wrong 5 '*nope*' get "$url/nope" there
+for words in {ls,"put there"}\ denied {get,rm,mkdir}\ denied/a; do wrong 6 '*allow*denied*' ${words% *} "$url/${words##* }"; done
+wrong 7 '*nowhere*' put nowhere "$url/"
+for target in /dev/full nowhere/there; do wrong 7 "*${target%/there}*" get "$url/there" $target; done
+for words in "put there" get; do wrong 1 '*already*' $words "$url/there" --no-replace; done
+[[ $(<there) == whole && $(<"$HOME_DIR/there") == stays ]]
+lines=2 wrong 8 '*nope*nope2*' get "$url/nope" "$url/there" "$url/nope2" && [[ $(<there) == stays ]]
+echo whole >there
 status=0 && "$qrftp" ls "$ftp/" "${options[@]}" >/dev/full 2>"$work/errors" || status=$?
 [[ $status == 1 ]] && said '*output*'
 wrong 7 '*' put <(echo piped) "$ftp/piped"

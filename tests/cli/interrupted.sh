@@ -14,13 +14,12 @@ cut_short() { # SIGNAL STATUS ARGUMENT…: as soon as a part has content
     [[ $status == "$2" && $(<old) == whole && $(<"$HOME_DIR/old") == whole ]] || fail "$*: $status $(<"$work/errors")"
 }
 echo whole >old && truncate -s 1G big "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big"
-for url in "$ftp" "$sftp/~"; do
-    ends 0 put old "$url/"
-    for transfer in "INT 130 put big $url/old" "TERM 143 get $url/big old"; do
-        cut_short $transfer && said "qrftp: Interrupted." && [[ ! $(parts) ]] || fail "$transfer: $(parts)"
-    done
-    cut_short KILL 137 put big "$url/old" && cut_short KILL 137 get "$url/big" old
-    [[ ! $(parts ! -name '.qrftp-*.part') ]] || fail "$(parts)"
-    ends 0 get "$url/old" old2 && ends 0 put old2 "$url/old" && cmp old old2
-    parts -delete
+url=$ftp
+ends 0 put old "$url/"
+for transfer in "INT 130 put big $url/old" "TERM 143 get $url/big old" "HUP 129 get $url/big old"; do
+    cut_short $transfer && said "qrftp: Interrupted." && [[ ! $(parts) ]] || fail "$transfer: $(parts)"
 done
+cut_short KILL 137 put big "$url/old" && cut_short KILL 137 get "$url/big" old
+[[ ! $(parts ! -name '.qrftp-*.part') ]] || fail "$(parts)"
+ends 0 get "$url/old" old2 && ends 0 put old2 "$url/old" && cmp old old2
+parts -delete

@@ -14,16 +14,15 @@ mkdir -p "$HOME_DIR/j/d" && echo one >"$HOME_DIR/j/d/"$'"\xe4\t' && echo three >
 folder='{"path":"j/d","name":"d","type":"folder","mode":"0755"}' file='{"path":"j/f","name":"f","type":"file","size":6,"mode":"0644"}'
 odd='{"path":"j/d/\"�\t","path_hex":"6a2f642f22e409","name":"\"�\t","name_hex":"22e409","type":"file","size":4,"mode":"0644"}'
 mkdir s
-for url in "$ftp" "$sftp/~"; do
-    tells "$folder"$'\n'"$file"$'\n'"$odd" ls -R "$url/j" && tells "$folder"$'\n'"$odd"$'\n'"$file" tree "$url/j" && tells "$odd" stat "$url/j/d/*"
-    tells "$file" stat "$url/j/f" && [[ $(jq -r .modified,.precision "$work/output") == "$(date -u -r "$HOME_DIR/j/f" +%FT%TZ)"$'\nsecond' ]] || fail "$(<"$work/output")"
-    tells $'{"path":"j/d","name":"d","type":"folder","size":4}\n{"path":"j","name":"j","type":"folder","size":10}' du "$url/j"
-    tells '{"action":"copy","reason":"wanted","path":"j/f","size":6}' get "$url/j/f" && tells '{"action":"copy","reason":"wanted","path":"x","size":6}' put f "$url/x"
-    tells '{"action":"make_folder","reason":"missing","path":"."}' sync s "$url/s"
-    tells '{"action":"make_folder","path":"m"}' mkdir "$url/m" && tells '{"action":"rename","path":"m","target":"n"}' mv "$url/m" n
-    tells '{"action":"remove_folder","path":"n","dry_run":true}' rmdir "$url/n" --dry-run
-    tells $'{"action":"remove_file","path":"x"}\n{"action":"remove_folder","path":"s"}\n{"action":"remove_folder","path":"n"}' rm -r "$url"/{x,s,n}
-    ends 0 ping -c 2 "$url" --json && [[ $(jq -c '[.login_folder, (.round_trips | length), (.round_trips[1] > 0)]' "$work/output") == "[\"$HOME_DIR\",2,true]" ]]
-done
+url=$sftp/~
+tells "$folder"$'\n'"$file"$'\n'"$odd" ls -R "$url/j" && tells "$folder"$'\n'"$odd"$'\n'"$file" tree "$url/j" && tells "$odd" stat "$url/j/d/*"
+tells "$file" stat "$url/j/f" && [[ $(jq -r .modified,.precision "$work/output") == "$(date -u -r "$HOME_DIR/j/f" +%FT%TZ)"$'\nsecond' ]] || fail "$(<"$work/output")"
+tells $'{"path":"j/d","name":"d","type":"folder","size":4}\n{"path":"j","name":"j","type":"folder","size":10}' du "$url/j"
+tells '{"action":"copy","reason":"wanted","path":"j/f","size":6}' get "$url/j/f" && tells '{"action":"copy","reason":"wanted","path":"f","size":6}' put f "$url/x"
+tells '{"action":"make_folder","reason":"missing","path":"."}' sync s "$url/s"
+tells '{"action":"make_folder","path":"m"}' mkdir "$url/m" && tells '{"action":"rename","path":"m","target":"n"}' mv "$url/m" n
+tells '{"action":"remove_folder","path":"n","dry_run":true}' rmdir "$url/n" --dry-run
+tells $'{"action":"remove_file","path":"x"}\n{"action":"remove_folder","path":"s"}\n{"action":"remove_folder","path":"n"}' rm -r "$url"/{x,s,n}
+ends 0 ping -c 2 "$url" --json && [[ $(jq -c '[.login_folder, (.round_trips | length), (.round_trips[1] > 0)]' "$work/output") == "[\"$HOME_DIR\",2,true]" ]]
 [[ $(jq -r '.host_key | .type, .fingerprint' "$work/output") == ssh-ed25519$'\n'SHA256:* ]]
-tells "{\"server\":\"220 ready\",\"login_folder\":\"$HOME_DIR\"}" ping "$ftp" && tells "{\"path\":\"$HOME_DIR/j\"}" pwd "$ftp/j"
+tells "{\"greeting\":\"220 ready\",\"login_folder\":\"$HOME_DIR\"}" ping "$ftp" && tells "{\"path\":\"$HOME_DIR/j\"}" pwd "$ftp/j"

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Where passwords come from, and in which order.
+# The command uses what it finds: files, the environment, netrc, keys. In which order, tests/unit/credentials_test.cpp says.
 source "$(dirname "$0")/common.sh" "$1" proftpd
 unset QRFTP_PASSWORD QRFTP_PASSPHRASE
 logs_in() { # STATUS PATTERN ARGUMENT…: without a terminal
@@ -7,21 +7,17 @@ logs_in() { # STATUS PATTERN ARGUMENT…: without a terminal
     setsid -w "$qrftp" ls "${@:3}" "${options[@]}" >"$work/output" 2>"$work/errors" </dev/null || status=$?
     [[ $status == "$1" ]] && said "$2" || fail "${*:3}: $status $(<"$work/errors")"
 }
-with() { QRFTP_PASSWORD=$1 logs_in "${@:2}"; }
 netrc() { printf '%s\n' "$@" >"$HOME/.netrc" && chmod 600 "$HOME/.netrc"; }
-echo "$PASSWORD" >"$work/right" && echo wr0ng >"$work/wrong" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
-for server in "$ftp" "$sftp/~"; do
-    right=${server/@/:$PASSWORD@} wrong=${server/@/:wr0ng@} nobody=${server/$USER@/}
-    logs_in 4 '*no password*' "$server" && logs_in 0 '*Warning*URL*' "$right" && logs_in 4 '*refused*' "$wrong"
-    # Each source beats those behind it.
-    logs_in 0 '*' "$right" --password-file "$work/wrong" && logs_in 4 '*refused*' "$wrong" --password-file "$work/right"
-    logs_in 0 '*' "$server" --password-file "$work/right" && with wr0ng 0 '*' "$server" --password-file "$work/right"
-    netrc "default login $USER password wr0ng" && with "$PASSWORD" 0 '*' "$server" && with wr0ng 4 '*refused*' "$server"
-    netrc "machine other login $USER password wr0ng" "machine 127.0.0.1 login other password wr0ng" \
-        "machine 127.0.0.1 login $USER password \"$PASSWORD\"" "default login $USER password wr0ng"
-    logs_in 0 '*' "$server" && logs_in 0 '*' "$nobody" --user "$USER" && logs_in 4 '*refused*' "$nobody"
-    chmod 644 "$HOME/.netrc" && logs_in 0 '*Warning*.netrc*' "$server" && rm "$HOME/.netrc"
-done
-logs_in 7 '*nowhere*' "$ftp" --password-file nowhere && logs_in 7 '*nowhere*' "$ftp" --netrc-file nowhere
-logs_in 0 '*' "$sftp" --key "$KEY_PASS" --pass-phrase-file "$work/phrase" && logs_in 4 '*no pass phrase*' "$sftp" --key "$KEY_PASS"
-mkdir -p "$HOME/.ssh" && install -m 600 "$KEY" "$HOME/.ssh/id_ed25519" && logs_in 0 '*' "$sftp"
+echo "$PASSWORD" >"$work/right" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
+logs_in 4 '*no terminal*' "$ftp" && logs_in 4 '*no terminal*' "$sftp" && logs_in 0 "" "${ftp/@/:$PASSWORD@}"
+logs_in 0 "" "$ftp" --password-file "$work/right" && QRFTP_PASSWORD=$PASSWORD logs_in 0 "" "$sftp"
+netrc "machine 127.0.0.1 login $USER password \"$PASSWORD\"" && logs_in 0 "" "${ftp/$USER@/}" && logs_in 0 "" "$sftp"
+chmod 644 "$HOME/.netrc" && logs_in 0 '*Warning*.netrc*' "$ftp"
+# A netrc file that cannot be read stops nothing that does not need it.
+rm "$HOME/.netrc" && mkdir "$HOME/.netrc" && logs_in 0 "" "$ftp" --password-file "$work/right" && logs_in 4 '*Warning*' "$ftp" && rmdir "$HOME/.netrc"
+logs_in 7 '*nowhere*' "$ftp" --password-file nowhere && logs_in 7 '*nowhere*' "$ftp" --netrc-file nowhere && logs_in 7 '*nowhere*' "$sftp" -i nowhere
+logs_in 0 "" "$sftp" -i "$KEY_PASS" --pass-phrase-file "$work/phrase" && logs_in 4 '*no terminal*' "$sftp" --key "$KEY_PASS"
+ssh-keygen -q -t ed25519 -N "" -f "$work/other_key" && logs_in 0 "" "$sftp" -i "$work/other_key" -i "$KEY" # one of several that the server takes
+mkdir -p "$HOME/.ssh" && install -m 600 "$KEY" "$HOME/.ssh/id_ed25519" && logs_in 0 "" "$sftp"
+printf 'Host alias\n HostName 127.0.0.1\n Port %s\n User %s\n' "$SFTP_PORT" "$USER" >"$work/config"
+logs_in 0 "" sftp://alias --ssh-config "$work/config" && logs_in 3 '*' sftp://alias --ssh-config none

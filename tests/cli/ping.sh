@@ -5,7 +5,7 @@ pings() { ends "$1" ping "${@:2}" && [[ -s $work/output || $1 != 0 ]] || fail "$
 told() { for line; do grep -qxEe "$line" "$work/output" || fail "$line: $(cat "$work"/{output,errors})"; done; }
 known=$HOME/.ssh/known_hosts key=$(ssh-keygen -lf "$work/servers/host_key.pub" | cut -d ' ' -f 2)
 options=(--cacert "$CA_FILE")
-pings 0 "$ftp" && told 'server: 220 ready' 'tls: TLSv1\.[23] .+' 'features: .*MLST.*' "login folder: $HOME_DIR" 'round trip: [0-9.]+ ms'
+pings 0 "$ftp" && told 'greeting: 220 ready' 'encryption: TLSv1\.[23] .+' 'features: .*MLST.*' "login folder: $HOME_DIR" 'round trip: [0-9.]+ ms'
 options=()
 pings 9 "$sftp" --host-key strict && said "*$key*" && pings 0 "$sftp" --host-key off && [[ ! -e $known ]]
 pings 0 "$sftp" && told "host key: ssh-ed25519 ${key//+/[+]}" "login folder: $HOME_DIR" && said "*$key*"

@@ -31,7 +31,7 @@ session() { # URL OPTION…: everything once
 }
 unset QRFTP_PASSWORD QRFTP_PASSPHRASE
 echo whole >there && mkdir s && echo 1 >s/1 && truncate -s 64M "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big" && known=(--known-hosts "$KNOWN_HOSTS")
-session "$ftp" --tls none --password-file "$given/right" && QRFTP_PASSWORD=$PASSWORD session "$ftp" --cacert "$CA_FILE"
+session "${ftp/@/:$PASSWORD@}" --tls none && QRFTP_PASSWORD=$PASSWORD session "$ftp" --cacert "$CA_FILE"
 session "$sftp/~" "${known[@]}" --netrc-file "$given/netrc"
 QRFTP_PASSPHRASE=$PASS_PHRASE session "$sftp/~" "${known[@]}" --key "$KEY_PASS"
 for server in "$ftp --tls none" "$ftp --cacert $CA_FILE" "$sftp ${known[*]}"; do

@@ -34,7 +34,12 @@ expect "$work/dialogue" "${shell[@]}" >"$work/seen" || fail "$(<"$work/seen")"
 [[ $(ls) == $'c "d"\nother\nä 1' && $(cat -- *) == $'one\ntwo\none' ]] || fail "$(ls)"
 [[ $(stat -c %a "$work"/state/qrftp{,/history}) == $'700\n600' ]] || fail "others may read the history"
 run() { status=0 && "${shell[@]}" "$@" >"$work/output" 2>"$work/errors" || status=$?; }
-run < <(printf '%s\n' "cat nowhere" "cat other")
-[[ $status == 5 && $(<"$work/output") == two && $(<"$work/errors") == qrftp:*nowhere* ]] || fail "lines: $(<"$work/errors")"
+# What nobody types ends at the first failure: "rm *" must not run in another folder than the one that was meant.
+run < <(printf '%s\n' "-cat nowhere" "cat other" "cd nowhere" "rm *")
+[[ $status == 5 && $(<"$work/output") == two && $(<"$work/errors") == qrftp:*nowhere*$'\n'"qrftp: Line 3: "*nowhere* ]] || fail "lines: $(<"$work/errors")"
+[[ -e $HOME_DIR/other ]] || fail "rm ran after a failure"
+# What is quoted or escaped is no wildcard; a local command gets no secrets.
+touch "$HOME_DIR/x1" "$HOME_DIR/x[1]" && run < <(printf '%s\n' "rm 'x[1]'" "-rm x\\[1]" "rm x[1]" '!echo $QRFTP_PASSWORD$QRFTP_PASSPHRASE.')
+[[ $status == 0 && $(<"$work/output") == . && ! $(find "$HOME_DIR" -name 'x*') ]] || fail "patterns: $(cat "$work"/{output,errors})"
 run --batch - < <(printf '%s\n' "cat other # two" "" "frob it" "cat other")
 [[ $status == 2 && $(<"$work/output") == two && $(<"$work/errors") == "qrftp: Line 3: "*frob* ]] || fail "batch: $(<"$work/errors")"

@@ -13,7 +13,6 @@
 #include <random>
 #include <thread>
 
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers" // most options stay as they are
 using namespace qrftp;
 using std::chrono::steady_clock;
 namespace fs = std::filesystem;
@@ -79,11 +78,14 @@ TEST(Soak, NothingIsLostOrKept)
         std::vector<std::jthread> threads;
         for (long i = 0; i < connections; ++i)
             threads.emplace_back([&, i] {
-                const options how{.user = servers["USER"],
-                                  .password = servers["PASSWORD"],
-                                  .tls = tls_mode::none,
-                                  .host_keys = host_key_check::off};
-                session s(urls[what == "both" ? i % 2 : what == "sftp"], how);
+                session_options options;
+                options.user = servers["USER"];
+                options.password = servers["PASSWORD"];
+                options.tls = tls_mode::none;
+                options.host_keys = host_key_check::off;
+                options.ssh_config.only = "";
+                options.use_agent = false;
+                session s(urls[what == "both" ? i % 2 : what == "sftp"], options);
                 const std::string name = what + std::to_string(i);
                 s.make_folder(name);
                 std::mt19937 random(static_cast<std::uint32_t>(i));

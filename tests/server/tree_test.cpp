@@ -135,7 +135,7 @@ TEST_P(Tree, GoesOnWhereItIsToldTo)
     fs::permissions(there_ / "t/a/b", fs::perms(0555));
     const auto sent = send_tree(s, here_ / "t", "t", go_on);
     EXPECT_EQ(failed(sent), (names{"a/b/x: PermissionDenied"}));
-    EXPECT_EQ(steps(sent), (names{"a/y.txt", "f.txt", "g h"}));
+    EXPECT_EQ(steps(sent), (names{"+", "+a", "+a/b", "+empty", "a/y.txt", "f.txt", "g h"}));
     fs::permissions(there_ / "t/a/b", fs::perms::all);
 }
 

@@ -145,9 +145,8 @@ private:
             ftp_ && of.control && !to_client ? 0 : after_; // ProFTPD carries out the beginning of a command
         fault kind = *planned_;
         // Plain FTP has no checksum: only what is no reply any more can be noticed. Nor has it an end of a
-        // listing other than FIN, which must not come early then. On SFTP, libssh2 1.10 ends the process when a
-        // length is wrong.
-        const bool noticed = ftp_ ? of.control && to_client && boost::is_digit()(bytes[0]) : !to_client;
+        // listing other than FIN, which must not come early then.
+        const bool noticed = !ftp_ || (of.control && to_client && boost::is_digit()(bytes[0]));
         if (kind == fault::corrupt && !noticed)
             return after_ = 0, size;
         if (kind < fault::corrupt && ftp_ && listing_ && !of.control)

@@ -66,6 +66,86 @@ private:
     std::shared_ptr<Orders> orders_;
 };
 
+class FaultyFileSystem::FaultyFile final : public LocalFile {
+public:
+    FaultyFile(std::unique_ptr<LocalFile> inner, std::shared_ptr<Orders> orders)
+        : inner_(std::move(inner)), orders_(std::move(orders))
+    {
+    }
+
+    Status status() const override { return meets(Call::size).status(); }
+    std::size_t read(std::uint64_t position, std::span<char> buffer) override
+    {
+        return meets(Call::read).read(position, buffer);
+    }
+    void write(std::uint64_t position, std::string_view bytes) override
+    {
+        meets(Call::write).write(position, bytes);
+    }
+    void truncate(std::uint64_t size) override { meets(Call::write).truncate(size); }
+    void set_mode(std::filesystem::perms mode) override { meets(Call::change).set_mode(mode); }
+    void set_modification_time(std::chrono::sys_seconds time) override
+    {
+        meets(Call::change).set_modification_time(time);
+    }
+    void sync() override { meets(Call::write).sync(); }
+    bool lock() override { return inner_->lock(); }
+    void close() override { meets(Call::close).close(); }
+
+private:
+    [[nodiscard]] LocalFile& meets(Call call) const
+    {
+        orders_->obey(call);
+        return *inner_;
+    }
+
+    std::unique_ptr<LocalFile> inner_;
+    std::shared_ptr<Orders> orders_;
+};
+
+class FaultyFileSystem::FaultyFolder final : public Folder {
+public:
+    FaultyFolder(std::shared_ptr<Folder> inner, std::shared_ptr<Orders> orders)
+        : inner_(std::move(inner)), orders_(std::move(orders))
+    {
+    }
+
+    std::vector<std::string> names() const override { return meets(Call::read).names(); }
+    std::optional<Status> status(const std::string& name, Links links) const override
+    {
+        return meets(Call::size).status(name, links);
+    }
+    std::shared_ptr<Folder> open_folder(const std::string& name, Links links) const override
+    {
+        return std::make_shared<FaultyFolder>(meets(Call::open).open_folder(name, links), orders_);
+    }
+    std::unique_ptr<LocalFile> open_file(const std::string& name, Open how, Links links) const override
+    {
+        return std::make_unique<FaultyFile>(meets(Call::open).open_file(name, how, links), orders_);
+    }
+    void make_folder(const std::string& name) override { meets(Call::change).make_folder(name); }
+    void remove_file(const std::string& name) override
+    {
+        inner_->remove_file(name);
+    } // or what is left shows it
+    void remove_folder(const std::string& name) override { meets(Call::change).remove_folder(name); }
+    void rename(const std::string& from, const std::string& to, bool replace) override
+    {
+        meets(Call::change).rename(from, to, replace);
+    }
+    void sync() override { meets(Call::write).sync(); }
+
+private:
+    [[nodiscard]] Folder& meets(Call call) const
+    {
+        orders_->obey(call);
+        return *inner_;
+    }
+
+    std::shared_ptr<Folder> inner_;
+    std::shared_ptr<Orders> orders_;
+};
+
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner)
     : inner_(std::move(inner)), orders_(std::make_shared<Orders>())
 {
@@ -94,6 +174,12 @@ std::uint64_t FaultyFileSystem::size(const std::filesystem::path& path)
 {
     orders_->obey(Call::size);
     return inner_->size(path);
+}
+
+std::shared_ptr<Folder> FaultyFileSystem::open_folder(const std::filesystem::path& path)
+{
+    orders_->obey(Call::open);
+    return std::make_shared<FaultyFolder>(inner_->open_folder(path), orders_);
 }
 
 } // namespace support

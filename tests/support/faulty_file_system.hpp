@@ -7,14 +7,26 @@
 namespace support {
 
 using zorbel::io::common::file::FileSystem;
+using zorbel::io::common::file::Folder;
+using zorbel::io::common::file::LocalFile;
 using zorbel::io::common::file::OpenMode;
+using zorbel::io::common::file::Status;
 using zorbel::io::common::file::Stream;
 
 /// Injects the failures that a test asked for into another file system. Files that it opened keep failing as
 /// asked after it is gone. One thread at a time.
 class FaultyFileSystem final : public FileSystem {
 public:
-    enum class Call { open, size, read, write, seek, close, any };
+    enum class Call {
+        open, ///< a file or a folder
+        size, ///< or anything else that is told of a name
+        read,
+        write,
+        seek,
+        close,
+        change, ///< of a name or of what belongs to it: rename, remove, mode, time
+        any,
+    };
 
     explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner);
 
@@ -28,9 +40,12 @@ public:
 
     std::shared_ptr<Stream> open(const std::filesystem::path& path, OpenMode mode) override;
     std::uint64_t size(const std::filesystem::path& path) override;
+    std::shared_ptr<Folder> open_folder(const std::filesystem::path& path) override;
 
 private:
     class FaultyStream;
+    class FaultyFile;
+    class FaultyFolder;
     struct Orders;
 
     std::shared_ptr<FileSystem> inner_;

@@ -85,7 +85,7 @@ public:
     [[nodiscard]] qrftp::file_facts facts_to_set(const std::optional<qrftp::entry>& replaced) const override
     {
         return {.modified = std::chrono::sys_seconds(std::chrono::seconds(1000)),
-                .mode = replaced ? replaced->mode : std::nullopt};
+                .mode = replaced ? replaced->mode : mode};
     }
     void sent(std::uint64_t bytes) override { confirmed += bytes; }
     bool finish_part() override { return true; }
@@ -94,6 +94,7 @@ public:
     std::string content;
     bool replace = true;
     bool resume = false;
+    std::optional<std::filesystem::perms> mode{};
     std::uint64_t confirmed = 0;
     int finishes = 0;
 

@@ -95,22 +95,22 @@ bool remote_tree::remove(const std::string& path)
     return all_.erase(path) > 0;
 }
 
-bool remote_tree::rename(const std::string& to)
+bool remote_tree::rename(const std::string& from, const std::string& to)
 {
-    if (!all_.contains(renamed_) || !is_folder(parent_of(to)) || is_folder(to))
+    if (!all_.contains(from) || !is_folder(parent_of(to)) || is_folder(to))
         return false;
     files moved;
     for (const auto& [path, content] : all_)
-        if (path == renamed_ || is_below(path, renamed_))
-            moved[to + path.substr(renamed_.size())] = content;
-    std::erase_if(all_,
-                  [&](const auto& each) { return each.first == renamed_ || is_below(each.first, renamed_); });
+        if (path == from || is_below(path, from))
+            moved[to + path.substr(from.size())] = content;
+    std::erase_if(all_, [&](const auto& each) { return each.first == from || is_below(each.first, from); });
     for (const auto& [path, content] : moved)
         all_[path] = content;
     return true;
 }
 
-std::optional<std::string> remote_tree::obey(const std::string& verb, const std::string& name)
+std::optional<std::string> remote_tree::obey(const std::string& verb, const std::string& name,
+                                             std::string& renaming)
 {
     const std::string path = own(name);
     const auto reply = [](bool done, const std::string& yes) { return done ? yes : "550 no such thing"; };
@@ -132,11 +132,11 @@ std::optional<std::string> remote_tree::obey(const std::string& verb, const std:
     if (verb == "DELE")
         return reply(is_file(path) && remove(path), "250 removed");
     if (verb == "RNFR") {
-        renamed_ = path;
+        renaming = path;
         return reply(all_.contains(path), "350 to?");
     }
     if (verb == "RNTO")
-        return reply(rename(path), "250 renamed");
+        return reply(rename(renaming, path), "250 renamed");
     return std::nullopt;
 }
 

@@ -14,8 +14,9 @@ public:
     explicit remote_tree(files all) : all_(std::move(all)) {}
 
     [[nodiscard]] const files& all() const { return all_; }
-    /// The reply to a command about `name`; nothing where the verb is of another kind.
-    std::optional<std::string> obey(const std::string& verb, const std::string& name);
+    /// The reply to a command about `name`; nothing where the verb is of another kind. `renaming` is what the
+    /// connection named last with RNFR.
+    std::optional<std::string> obey(const std::string& verb, const std::string& name, std::string& renaming);
     /// The content of a file, or a folder as MLSD lists it.
     [[nodiscard]] std::optional<std::string> content(const std::string& verb, const std::string& name) const;
     void store(const std::string& name, const std::string& bytes) { all_[own(name)] = bytes; }
@@ -29,10 +30,9 @@ private:
     [[nodiscard]] bool is_empty(const std::string& folder) const;
     [[nodiscard]] std::string facts(const std::string& path) const;
     bool remove(const std::string& path);
-    bool rename(const std::string& to);
+    bool rename(const std::string& from, const std::string& to);
 
     files all_;
-    std::string renamed_{};
 };
 
 } // namespace support

@@ -42,7 +42,8 @@ struct scripted_peer::session {
     tcp::iostream control{};
     tcp::acceptor passive{io};
     std::uint16_t active = 0;
-    std::size_t rest = 0; ///< where the next download begins
+    std::size_t rest = 0;   ///< where the next download begins
+    std::string renaming{}; ///< what RNFR named
     bool dropped = false;
 
     std::optional<std::string> content(const std::string& line) const
@@ -73,8 +74,12 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
 {
     tcp::iostream data;
     data.expires_after(deadline);
-    if (active != 0)
-        data.connect(tcp::endpoint(loopback, std::exchange(active, std::uint16_t{})));
+    if (active != 0) {
+        boost::system::error_code error;
+        data.socket().open(tcp::v4());
+        data.socket().bind({boost::asio::ip::make_address(peer.state_->data_address), 0});
+        data.socket().connect({loopback, std::exchange(active, std::uint16_t{})}, error);
+    }
     else if (!passive.is_open() || !accept(passive, data, deadline))
         return false;
     passive.close();
@@ -141,7 +146,7 @@ std::optional<std::string> scripted_peer::session::own_tree(const std::string& v
     if (!state->tree)
         return std::nullopt;
     const auto path = (folder / argument).lexically_normal().string();
-    const auto reply = state->tree->obey(verb, path);
+    const auto reply = state->tree->obey(verb, path, renaming);
     if (verb == "CWD" && reply->starts_with("250"))
         folder = path;
     if (verb == "MLSD" && !state->bodies.contains("MLSD " + path) && !state->bodies.contains(verb) &&

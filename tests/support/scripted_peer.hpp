@@ -64,6 +64,9 @@ public:
     /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.
     void passive_address(const std::string& numbers) { state_->passive_address = numbers; }
 
+    /// Opens the data connections of active mode from this address.
+    void data_address(const std::string& address) { state_->data_address = address; }
+
     /// The lines received, without their ends: on one connection (1, 2, …) or on all (0).
     std::vector<std::string> commands(int connection = 0) const { return state_->commands[connection]; }
     void clear_commands() { state_->commands.clear(); }
@@ -88,6 +91,7 @@ private:
         std::map<int, std::vector<std::string>> commands;
         std::optional<remote_tree> tree;
         std::string passive_address;
+        std::string data_address = "127.0.0.1";
         int step = 0;
         answer scripted(const std::string& line);
     };

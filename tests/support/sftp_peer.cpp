@@ -239,6 +239,7 @@ std::string sftp_peer::open(request asked)
 {
     const std::string path = resolve(std::string(asked.fields.read_string()));
     const std::uint32_t flags = asked.fields.read_u32();
+    const attributes initial = read_attributes(asked.fields);
     const auto found = nodes.find(path);
     if (found != nodes.end() && (flags & open_flag::exclusive) != 0) {
         return status_packet(asked.id, status_code::failure, "File exists");
@@ -250,6 +251,9 @@ std::string sftp_peer::open(request asked)
         return status_packet(asked.id, status_code::failure, "Too many open files");
     }
     node& file = nodes[path];
+    if (found == nodes.end() && initial.permissions) {
+        file.mode = 0100000 | *initial.permissions;
+    }
     if ((flags & open_flag::truncate) != 0) {
         file.content.clear();
     }

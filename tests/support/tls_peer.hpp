@@ -67,6 +67,8 @@ public:
         int newest = 0;          ///< the newest TLS version that is spoken; 0: any
         std::string strips{};    ///< answers the client's first words of TLS; then nothing is encrypted
         bool plain_data = false; ///< data connections are not encrypted, whatever was agreed on
+        bool cuts_data = false;  ///< data connections end without close_notify
+        std::string size = "213 7\r\n", listing = "content";
     };
     explicit tls_peer(script how) : how_(std::move(how)) {}
     ~tls_peer()
@@ -108,7 +110,7 @@ private:
     {
         const std::map<std::string, std::string> replies{
             {"USER", "331 more\r\n"}, {"PWD", "257 \"/\"\r\n"},
-            {"SIZE", "213 7\r\n"},    {"FEAT", "211-f\r\n MLST type*;\r\n211 end\r\n"},
+            {"SIZE", how_.size},    {"FEAT", "211-f\r\n MLST type*;\r\n211 end\r\n"},
             {"RNFR", "350 to?\r\n"},  {"MLST", "550 no\r\n"},
             {"AUTH", how_.auth},      {"PROT", how_.prot},
             {"MLSD", "150 \r\n"},     {"LIST", "150 \r\n"},
@@ -132,10 +134,12 @@ private:
                 stream data = accept(passive);
                 const bool open = data && (how_.plain_data || encrypt(data, how_.data));
                 if (open && verb != "STOR")
-                    BIO_puts(data.get(), "content");
+                    BIO_puts(data.get(), verb == "RETR" ? "content" : how_.listing.c_str());
                 for (int most = open && verb == "STOR" ? 99 : 0; most > 0 && BIO_read(data.get(), byte, 1) == 1;
                      --most)
                     seen_->append(byte);
+                if (SSL* encrypted = nullptr; how_.cuts_data && BIO_get_ssl(data.get(), &encrypted) > 0)
+                    SSL_set_quiet_shutdown(encrypted, 1);
                 data.reset(), BIO_puts(control.get(), open ? "226 done\r\n" : "426 no\r\n");
             }
             if (verb != "AUTH" || !reply.starts_with("234"))

@@ -144,8 +144,7 @@ TEST_F(SftpProtocol, CarriesOutManyChangesAcrossABreak)
 {
     std::vector<path_change> changes;
     for (int i = 0; i < 300; ++i) {
-        changes.push_back(
-            {path_change::kind::make_folder, "/d" + std::to_string(i)});
+        changes.push_back({path_change::kind::make_folder, "/d" + std::to_string(i)});
     }
     std::map<std::size_t, std::string> results;
     (void)server();
@@ -184,6 +183,15 @@ TEST_F(SftpFolders, AreListedManyAtOnce)
     for (const auto& [folder, result] : folders.results) {
         EXPECT_EQ(result, "") << folder;
     }
+}
+
+TEST_F(SftpFolders, AreNotAskedForWhileAnswersAreHandled)
+{
+    peer.nodes["/f"] = {"x"};
+    const listing_sink nested{.on_entry = [&](entry&& found) { (void)server().find('/' + found.name); }};
+    EXPECT_THROW(server().list("/", nested), std::logic_error);
+    server().ping();
+    EXPECT_EQ(peer.open_handles(), 0U);
 }
 
 TEST_F(SftpFolders, TakeNamesAsBytesAndKindsFromTheMode)
@@ -406,6 +414,24 @@ TEST_F(SftpUpload, CompletesWhatIsThere)
         EXPECT_TRUE(peer.nodes["/f"].content == whole);
         EXPECT_EQ(file.confirmed, 100'000 - there);
     }
+}
+
+TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)
+{
+    std::vector<std::uint32_t> modes;
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        if (asked.type == packet_type::write) {
+            modes.push_back(peer.nodes["/f.part"].mode);
+        }
+        return {};
+    };
+    memory_upload file("/f", "secret");
+    file.mode = std::filesystem::perms(0600);
+    memory_batch<upload> batch;
+    batch.add(file);
+    server().send(batch);
+    EXPECT_THAT(modes, ElementsAre(0100600U));
+    EXPECT_EQ(peer.nodes["/f"].mode, 0100600U);
 }
 
 TEST_F(SftpUpload, FailsAloneAndLeavesNothing)

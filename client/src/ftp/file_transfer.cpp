@@ -124,6 +124,10 @@ void file_fetch::finish(std::optional<std::uint64_t> size)
             told.modified = time->time;
         }
     }
+    if (file_.needs_mode()) {
+        const auto there = server_.find(file_.path());
+        told.mode = there ? there->mode : std::nullopt;
+    }
     file_.finish(told);
 }
 

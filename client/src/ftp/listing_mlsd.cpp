@@ -120,10 +120,7 @@ line_content read_mlsd_line(std::string_view line, entry& found)
     }
     set_kind(told, found);
     if (found.kind == entry_kind::file && !told.size.empty()) {
-        found.size = to_number<std::uint64_t>(told.size);
-        if (!found.size) {
-            return line_content::unreadable;
-        }
+        found.size = to_number<std::uint64_t>(told.size); // One that is negative or overflows is none.
     }
     found.modified = read_mlsd_time(told.modify);
     if (const auto mode = to_number<unsigned>(told.mode, 8)) {

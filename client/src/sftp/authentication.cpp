@@ -15,11 +15,6 @@ namespace {
 constexpr unsigned most_questions = 3; // as ssh_config(5), NumberOfPasswordPrompts
 constexpr unsigned most_steps = 16;    // of a login that takes several methods
 
-std::string text_of(const char* text)
-{
-    return text == nullptr ? std::string() : std::string(text);
-}
-
 std::string names_of(int methods)
 {
     std::string names;

@@ -58,9 +58,10 @@ void copy_job::on_reply(const request_tag& tag, const reply& answer)
     handle_reply(tag, answer);
 }
 
-void copy_job::send_open(std::uint32_t step, const std::string& path, std::uint32_t flags)
+void copy_job::send_open(std::uint32_t step, const std::string& path, std::uint32_t flags,
+                         const attributes& initial)
 {
-    ask(packet_type::open, step, path, flags, attributes{});
+    ask(packet_type::open, step, path, flags, initial);
     state_->handles.on_open();
     is_counted_ = true;
 }

@@ -101,10 +101,10 @@ protected:
     /// How many answers are owed.
     [[nodiscard]] std::uint64_t unanswered() const noexcept { return unanswered_; }
 
-    void send_open(std::uint32_t step, const std::string& path, std::uint32_t flags);
+    void send_open(std::uint32_t step, const std::string& path, std::uint32_t flags,
+                   const attributes& initial = {});
     /// Keeps the handle. False when the server refused: the file is then postponed, or has failed.
     bool take_handle(const reply& answer, const std::string& subject);
-    [[nodiscard]] bool is_opening() const noexcept { return is_counted_ && !is_open_; }
     [[nodiscard]] bool is_open() const noexcept { return is_open_; }
     [[nodiscard]] const file_handle& handle() const noexcept { return handle_; }
     /// Sends CLOSE, if the file is open; nobody looks at the answer.

@@ -14,7 +14,6 @@ public:
     handle_window(std::chrono::nanoseconds round_trip, std::uint64_t server_limit);
 
     [[nodiscard]] bool has_room() const noexcept { return asked_ < size_; }
-    [[nodiscard]] std::size_t size() const noexcept { return size_; }
     /// Whether the server has other files open for us.
     [[nodiscard]] bool has_open() const noexcept { return opened_ > 0; }
 

@@ -49,7 +49,8 @@ void download_job::on_opened()
     ask(packet_type::fstat, step::fstat, handle());
     if (!file_.needs_size() && !is_retry()) {
         // All of a small file comes with its attributes.
-        const std::uint64_t length = std::min<std::uint64_t>(state().read_size, part_.end - part_.begin);
+        const std::uint64_t length =
+            std::min<std::uint64_t>(std::min(state().read_size, smallest_read), part_.end - part_.begin);
         ask_for(step::read, part_.begin, static_cast<std::uint32_t>(length));
         ahead_ = part_.begin + length;
     }

@@ -11,7 +11,7 @@ namespace qrftp::sftp {
 namespace {
 
 /// How many bytes may be asked for without having been answered.
-constexpr std::uint64_t max_in_flight = std::uint64_t{4} << 20;
+constexpr std::uint64_t max_bytes_asked = std::uint64_t{4} << 20;
 
 } // namespace
 
@@ -75,7 +75,7 @@ private:
                 static_cast<std::uint32_t>(std::min<std::size_t>(server_->limits().read, wanted.end - place));
             ask(index, wanted.offset + place, length);
             place += length;
-            while (in_flight_ >= max_in_flight) {
+            while (in_flight_ >= max_bytes_asked) {
                 server_->pump();
             }
         }

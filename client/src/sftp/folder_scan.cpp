@@ -13,7 +13,7 @@ namespace {
 /// A server whose listing does not end is not to take all memory.
 constexpr std::size_t max_entries = 10'000'000;
 /// How often a folder is refused before it is opened alone.
-constexpr unsigned max_refusals = 2;
+constexpr unsigned max_folder_refusals = 2;
 /// How many READDIR of one folder are in flight at most.
 constexpr std::size_t max_requests = 16;
 
@@ -82,7 +82,7 @@ public:
     [[nodiscard]] const std::exception_ptr& failure() const { return failure_; }
     [[nodiscard]] bool is_postponed() const { return is_postponed_; }
     /// It was refused too often to be opened beside others.
-    [[nodiscard]] bool wants_to_be_alone() const { return refusals_ == max_refusals; }
+    [[nodiscard]] bool wants_to_be_alone() const { return refusals_ == max_folder_refusals; }
 
 private:
     enum step : std::uint32_t { open, read, look };
@@ -91,7 +91,8 @@ private:
     {
         if (answer.is_status()) {
             handles_->on_refused();
-            if (answer.is_status(status_code::failure) && handles_->has_open() && refusals_ < max_refusals) {
+            if (answer.is_status(status_code::failure) && handles_->has_open() &&
+                refusals_ < max_folder_refusals) {
                 ++refusals_;
                 is_postponed_ = true;
                 return end();

@@ -40,6 +40,18 @@ packet_type answer_to(packet_type type) noexcept
     }
 }
 
+/// The packet that is handled must stay where it is.
+class dispatching {
+public:
+    explicit dispatching(bool& flag) : flag_(flag) { flag_ = true; }
+    dispatching(const dispatching&) = delete;
+    dispatching& operator=(const dispatching&) = delete;
+    ~dispatching() { flag_ = false; }
+
+private:
+    bool& flag_;
+};
+
 bool ends_session(const error& failure) noexcept
 {
     return failure.cause() == error_cause::protocol_error || failure.cause() == error_cause::timeout ||
@@ -198,6 +210,9 @@ void pipeline::pump()
     if (!is_open()) {
         throw ConnectionLost(settings_.server);
     }
+    if (is_dispatching_) {
+        throw std::logic_error("a request was waited for while answers are handled");
+    }
     if (settings_.stop.stop_requested()) {
         throw Cancelled(settings_.server);
     }
@@ -265,6 +280,7 @@ bool pipeline::dispatch()
         const std::string_view packet = input_.bytes().substr(4, length);
         input_.consume(4 + length); // its bytes stay where they are until the next `prepare`
         handled = true;
+        const dispatching scope(is_dispatching_);
         handle_packet(packet);
     }
     return handled;

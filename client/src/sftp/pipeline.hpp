@@ -223,6 +223,7 @@ private:
     extension_map extensions_{};
     server_limits limits_{};
     bool has_version_ = false;
+    bool is_dispatching_ = false;
 
     byte_queue output_{};
     byte_queue input_{};

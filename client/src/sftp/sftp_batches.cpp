@@ -17,15 +17,11 @@ namespace {
 
 const request statvfs("statvfs@openssh.com", packet_type::extended_reply);
 
-response said_by(const error& failure)
-{
-    return {failure.reply_code(), failure.server_message()};
-}
-
 /// Whether the server said no, without a word that says enough.
 bool needs_reason(const error& failure)
 {
-    return failure.cause() == error_cause::refused || failure.cause() == error_cause::not_found;
+    return failure.cause() == error_cause::refused || failure.cause() == error_cause::not_found ||
+           failure.cause() == error_cause::permission_denied;
 }
 
 bool ends_request(const error& failure)

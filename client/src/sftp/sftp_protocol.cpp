@@ -4,6 +4,7 @@
 #include "../remote_path.hpp"
 #include "../trace.hpp"
 #include "change_batch.hpp"
+#include "extensions.hpp"
 #include "file_reader.hpp"
 
 #include <fmt/format.h>
@@ -11,17 +12,6 @@
 #include <utility>
 
 namespace qrftp::sftp {
-
-namespace {
-
-const request posix_rename("posix-rename@openssh.com", packet_type::status);
-
-response said_by(const error& failure)
-{
-    return {failure.reply_code(), failure.server_message()};
-}
-
-} // namespace
 
 sftp_protocol::sftp_protocol(connect_function connect, std::string server, const session_options& options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(options)
@@ -138,6 +128,15 @@ std::optional<attributes> sftp_protocol::attributes_of(packet_type request, cons
         if (answer.is_status(status_code::no_such_file)) {
             return {};
         }
+        if (answer.is_status(status_code::failure) && path != "/") {
+            // Some servers say so of a name below a file.
+            const response said{static_cast<long>(answer.code()), std::string(answer.message())};
+            const reply above = server.call(packet_type::stat, remote_path::parent(path));
+            if (!above.is_status() && kind_of(above.attrs()) != entry_kind::folder) {
+                return {};
+            }
+            throw Refused(path, said);
+        }
         answer.check(path);
         return answer.attrs();
     });
@@ -183,17 +182,33 @@ bool sftp_protocol::is_folder(const std::string& path)
 std::optional<entry> sftp_protocol::find(const std::string& path)
 {
     const auto found = attributes_of(packet_type::lstat, path);
-    return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+    if (!found) {
+        return {};
+    }
+    entry what = make_entry(remote_path::filename(path), *found);
+    // Some servers follow the link that LSTAT is about: only READLINK tells it from what it leads to.
+    if (what.kind != entry_kind::link && !pipeline_->has_extension(lsetstat, "1")) {
+        if (const auto target = link_target(path)) {
+            what = entry{.name = what.name, .kind = entry_kind::link, .link_target = *target};
+        }
+    }
+    return what;
+}
+
+/// Nothing for what is no link.
+std::optional<std::string> sftp_protocol::link_target(const std::string& path)
+{
+    return ask(path, [&](pipeline& server) -> std::optional<std::string> {
+        const reply answer = server.call(packet_type::readlink, path);
+        return answer.is_status() ? std::nullopt : std::optional(answer.single_name());
+    });
 }
 
 std::optional<entry> sftp_protocol::stat(const std::string& path)
 {
     std::optional<entry> found = find(path);
-    if (found && found->kind == entry_kind::link) {
-        ask(path, [&](pipeline& server) {
-            const reply answer = server.call(packet_type::readlink, path);
-            found->link_target = answer.is_status() ? "" : answer.single_name();
-        });
+    if (found && found->kind == entry_kind::link && found->link_target.empty()) {
+        found->link_target = link_target(path).value_or("");
     }
     return found;
 }

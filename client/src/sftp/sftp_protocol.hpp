@@ -66,6 +66,7 @@ private:
     template <class Work>
     void carry_out(Work& work);
 
+    std::optional<std::string> link_target(const std::string& path);
     std::optional<attributes> attributes_of(packet_type request, const std::string& path);
     void change_one(const path_change& change);
     bool is_carried_out(const path_change& change);

@@ -18,11 +18,6 @@ namespace qrftp::sftp {
 
 namespace {
 
-std::string text_of(const char* text)
-{
-    return text == nullptr ? std::string() : std::string(text);
-}
-
 void set_low_water(int fd, int bytes)
 {
     // Where a socket does not have it, an FTP server is taken for any other that is not SSH.

@@ -15,6 +15,12 @@
 
 namespace qrftp::sftp {
 
+/// What libssh says, which may be nothing.
+inline std::string text_of(const char* text)
+{
+    return text == nullptr ? std::string() : std::string(text);
+}
+
 /// A way to a server: a socket, and the program behind it where there is one.
 struct byte_connection {
     unique_fd socket{};

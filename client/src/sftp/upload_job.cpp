@@ -1,16 +1,12 @@
 #include "upload_job.hpp"
 
+#include "extensions.hpp"
+
 #include <algorithm>
 #include <map>
 #include <utility>
 
 namespace qrftp::sftp {
-
-namespace {
-
-const request posix_rename("posix-rename@openssh.com", packet_type::status);
-
-} // namespace
 
 void upload_job::send_first()
 {
@@ -98,7 +94,15 @@ void upload_job::open_target()
 {
     plan(last() == byte_range::to_the_end ? 0 : last() - std::min(next_, last()));
     has_temporary_ = file_.is_temporary();
-    send_open(step::open, file_.path(), open_flags());
+    attributes initial;
+    const bool is_known = guarded([&] {
+        if (has_temporary_) { // Nobody reads on the way what nobody may read in the end.
+            initial.permissions = to_attributes(file_.facts_to_set({})).permissions;
+        }
+    });
+    if (is_known) {
+        send_open(step::open, file_.path(), open_flags(), initial);
+    }
 }
 
 /// Of several parts, and of what is resumed, nothing may be cut off. What is new must not be there.

@@ -59,9 +59,10 @@ byte_range file_download::begin(const file_facts& source)
     byte_range wanted;
     if (const std::uint64_t there = target_.size_found(); there > 0) {
         if (!source.size) {
-            throw CannotResume(path(), "the server does not tell its size");
+            throw CannotResume(target_.shown(),
+                               fmt::format("the server does not tell the size of \"{}\"", path()));
         }
-        wanted.begin = resume_point(path(), there, *source.size);
+        wanted.begin = resume_point(target_.shown(), there, *source.size);
     }
     meter_.start(source.size.value_or(options_.listed_size.value_or(0)), wanted.begin);
     while (!target_.open(wanted.begin)) {

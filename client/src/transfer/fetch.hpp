@@ -21,6 +21,7 @@ public:
 
     [[nodiscard]] bool needs_size() const override { return target_.size_found() > 0; }
     [[nodiscard]] bool needs_time() const override { return options_.keep_time && !known_.modified; }
+    [[nodiscard]] bool needs_mode() const override { return options_.keep_mode && !known_.mode; }
     [[nodiscard]] std::optional<std::uint64_t> listed_size() const override;
     byte_range begin(const file_facts& source) override;
     void write(std::uint64_t offset, std::string_view bytes) override;

@@ -44,6 +44,10 @@ local_place find_local_place(const fs::path& path)
         throw_local(path, std::errc::is_a_directory);
     }
     const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    std::error_code none;
+    if (!fs::exists(folder, none)) {
+        throw_local(folder, std::errc::no_such_file_or_directory, "there is no such folder; make it first");
+    }
     return with_local_errors(folder, [&] {
         return local_place{files::open_folder(folder), name.string(), path};
     });

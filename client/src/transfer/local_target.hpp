@@ -37,6 +37,8 @@ public:
     local_target& operator=(const local_target&) = delete;
     ~local_target();
 
+    /// The target as errors name it.
+    [[nodiscard]] std::string shown() const { return place_.shown.string(); }
     /// How much of the file a resumed transfer finds there.
     [[nodiscard]] std::uint64_t size_found() const;
     /// Whether bytes may be written in any order.

@@ -8,9 +8,13 @@
 
 namespace qrftp {
 
-using seconds = std::chrono::duration<double>;
+namespace {
 
-seconds rate_limiter::count(std::uint64_t bytes)
+using seconds_moved = std::chrono::duration<double>;
+
+} // namespace
+
+seconds_moved rate_limiter::count(std::uint64_t bytes)
 {
     const std::lock_guard lock(mutex_);
     const auto now = clock::now();
@@ -18,7 +22,8 @@ seconds rate_limiter::count(std::uint64_t bytes)
         began_ = now;
     }
     moved_ += bytes;
-    return seconds(static_cast<double>(moved_) / static_cast<double>(rate_)) - seconds(now - began_);
+    return seconds_moved(static_cast<double>(moved_) / static_cast<double>(rate_)) -
+           seconds_moved(now - began_);
 }
 
 std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second)
@@ -42,7 +47,7 @@ void meter::start(std::uint64_t total, std::uint64_t found)
 
 void meter::add(std::uint64_t bytes)
 {
-    constexpr seconds slice(0.05);
+    constexpr seconds_moved slice(0.05);
     {
         const std::lock_guard lock(mutex_);
         if (moved_ == 0) {
@@ -56,7 +61,7 @@ void meter::add(std::uint64_t bytes)
     }
     const auto until = clock::now() + std::chrono::duration_cast<clock::duration>(limiter_->count(bytes));
     while (clock::now() < until) {
-        std::this_thread::sleep_for(std::min(seconds(until - clock::now()), slice));
+        std::this_thread::sleep_for(std::min(seconds_moved(until - clock::now()), slice));
         report(false);
     }
 }
@@ -76,6 +81,10 @@ void meter::restart()
 
 void meter::finish()
 {
+    {
+        const std::lock_guard lock(mutex_);
+        total_ = found_ + moved_; // known now, if it was not before
+    }
     report(true);
 }
 
@@ -100,7 +109,7 @@ void meter::report(bool final_figures)
         return;
     }
     reported_ = now;
-    const double elapsed = seconds(now - began_).count();
+    const double elapsed = seconds_moved(now - began_).count();
     const double rate = moved_ > 0 && elapsed > 0 ? static_cast<double>(moved_) / elapsed : 0;
     if (!on_progress_({found_ + moved_, total_, rate})) {
         throw Cancelled(subject_);

@@ -83,6 +83,9 @@ private:
         const bool folder_there = there->second.kind == entry_kind::folder;
         if (node.kind == entry_kind::file && folder_there) {
             plan_.conflicts.push_back({path, std::make_exception_ptr(IsFolder(path))});
+        } else if (folder_wanted && there->second.kind == entry_kind::link) {
+            plan_.conflicts.push_back(
+                {path, std::make_exception_ptr(UnsafeName(path, "a symbolic link stands in its place"))});
         } else if (folder_wanted && !folder_there) {
             plan_.conflicts.push_back({path, std::make_exception_ptr(NotFolder(path))});
         } else {

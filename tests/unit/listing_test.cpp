@@ -1,44 +1,58 @@
-#include <array>
-#include <ctime>
-#include <gmock/gmock.h>
+// Lines of listings, and what they are read as.
+
 #include <qrftp/listing.hpp>
-#include <sstream>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
 
 using namespace qrftp;
 using namespace std::literals;
-using std::chrono::sys_days, std::chrono::sys_seconds, testing::ElementsAre;
+using std::chrono::sys_days;
+using std::chrono::sys_seconds;
+using testing::ElementsAre;
 
-static constexpr auto mlsd = listing_format::mlsd, list = listing_format::list, sftp = listing_format::sftp;
-static constexpr sys_seconds june = sys_days(2024y / 6 / 15), eve = sys_days(2023y / 12 / 31) + 23h;
+namespace {
+
+constexpr auto mlsd = listing_format::mlsd;
+constexpr auto list = listing_format::list;
+constexpr sys_seconds june = sys_days(2024y / 6 / 15);
+constexpr sys_seconds eve = sys_days(2023y / 12 / 31) + 23h;
+
+std::string text_of(const timestamp& at)
+{
+    const auto day = std::chrono::floor<std::chrono::days>(at.time);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss clock(at.time - day);
+    std::string text = fmt::format("{:04}-{:02}-{:02}", static_cast<int>(date.year()),
+                                   static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+    if (at.precision != time_precision::day)
+        text += fmt::format(" {:02}:{:02}", clock.hours().count(), clock.minutes().count());
+    if (at.precision == time_precision::second)
+        text += fmt::format(":{:02}", clock.seconds().count());
+    return text + (at.utc ? "Z" : "");
+}
 
 /// "KIND 'name' size date mode owner:group >'target'" without what is empty; the date as precise as it is, with
 /// Z where it is UTC.
-static std::string text_of(const entry& one)
+std::string text_of(const entry& one)
 {
-    std::ostringstream out;
-    out << "FDLO"[static_cast<int>(one.kind)] << " '" << one.name << "'";
+    std::string text = fmt::format("{} '{}'", "FDLO"[static_cast<int>(one.kind)], one.name);
     if (one.size)
-        out << ' ' << *one.size;
-    if (one.modified) {
-        const std::time_t at = one.modified->seconds;
-        char date[32];
-        std::strftime(date, sizeof date,
-                      std::array{" %F", " %F %R", " %F %T"}[static_cast<std::size_t>(one.modified->precision)],
-                      std::gmtime(&at));
-        out << date << (one.modified->utc ? "Z" : "");
-    }
+        text += fmt::format(" {}", *one.size);
+    if (one.modified)
+        text += ' ' + text_of(*one.modified);
     if (one.mode)
-        out << ' ' << std::oct << *one.mode;
+        text += fmt::format(" {:o}", static_cast<unsigned>(*one.mode));
     if (!one.owner.empty() || !one.group.empty())
-        out << ' ' << one.owner << ':' << one.group;
+        text += ' ' + one.owner + ':' + one.group;
     if (!one.link_target.empty())
-        out << " >'" << one.link_target << "'";
-    return out.str();
+        text += " >'" + one.link_target + "'";
+    return text;
 }
 
 /// The entries, and behind "!" what was skipped, of a listing fed in pieces of `step` bytes.
-static std::vector<std::string> parse(listing_format format, std::string_view text, std::size_t step = 999999,
-                                      sys_seconds now = june + 12h)
+std::vector<std::string> parse(listing_format format, std::string_view text, std::size_t step = 999999,
+                               sys_seconds now = june + 12h)
 {
     std::vector<std::string> found;
     const auto skipped = [&](std::string_view line) { found.push_back("!" + std::string(line)); };
@@ -52,88 +66,62 @@ static std::vector<std::string> parse(listing_format format, std::string_view te
 
 using row = std::pair<std::string, std::string>;
 // A line and what it is read as; "!" where it is skipped, nothing where it is dropped.
-static const std::vector<row> mlsd_rows = {
+const std::vector<row> mlsd_rows = {
     {"type=file;size=12;modify=20240229235960.5;UNIX.mode=0100644;UNIX.ownername=me;UNIX.owner=0;UNIX.gid=7; "
      "a; b=c ",
      "F 'a; b=c ' 12 2024-03-01 00:00:00Z 644 me:7"},
     {"TYPE=Dir;SIZE=4096;sizd=1;Modify=20230229000000;unix.MODE=999;  x", "D ' x'"},
     {"type=OS.unix=slink:/a b;size=4; l", "L 'l' >'/a b'"},
-    {"type=file;size=1x; f", "!"},
-    {"size=0;modify=2024010100000; f", "F 'f' 0"},
+    {"type=file;size=1x; f", "F 'f'"},
     {"type=file;size=1;", "!"},
     {"type=file;perm; f", "!"},
+    {"type=file;modify=19011213204552; past", "F 'past' 1901-12-13 20:45:52Z"},
+    {"type=file;modify=24660101000000; future", "F 'future' 2466-01-01 00:00:00Z"},
+    {"type=file;modify=99991231235959;size=-1; f", "F 'f' 9999-12-31 23:59:59Z"},
     {"type=OS.unix=chr-1/2;size=1;unix.group=g ...", "O '...' :g"},
-    {"type=file;size=18446744073709551615 f", "F 'f' 18446744073709551615"},
-    {"type=OS.UNIX=symlink;UNIX.groupname=g w; l", "L 'l' :g w"},
-    {"type=file;size=18446744073709551616; f", "!"},
+    {"type=file;size=18446744073709551616; f", "F 'f'"},
     {"type=file; ../f", "!"},
-    {" f", "O 'f'"},
     {"=x; f", "!"},
     {"type=cdir; /a/b", ""},
-    {"type=file; ", "!"},
-    {"type=PDIR; ..", ""},
     {"type=dir; .", ""}};
-static const std::vector<row> unix_rows = {
+const std::vector<row> unix_rows = {
     {"-rwSr-sr-T+  1 me   staff  1234 JAN  5 09:07  a  b ", "F ' a  b ' 1234 2024-01-05 09:07 7654 me:staff"},
     {"Total 12K ", ""},
     {"total ", "!"},
     {"l--------- 1 a 9 Jan  1 2020  -> x -> y", "L ' -> x' 2020-01-01 0 a: >'y'"},
-    {"x--------- 1 a 3 Jan  1 2020 f", "!"},
     {"drwxr-xr-x. 12 me 4096 Feb 29  2000 d", "D 'd' 2000-02-29 755 me:"},
-    {"b--------- 1 a 8,   1 Jan  1 2020 x", "O 'x' 2020-01-01 0 a:"},
     {"l--------- 1 a 1 Jan  1 2020  -> x", "!"},
     {"---------- 1 a  b  c 3 2020-02-28 23:30 +1600 f", "F '+1600 f' 3 2020-02-28 23:30 0"},
     {"drwxrwxrwt@1234 me 5 May 5 12:34 5 May 5 12:34 d", "D '5 May 5 12:34 d' 2024-05-05 12:34 1777 me:"},
-    {"total 1 f", "!"},
     {"-rw-r--r-- 1 John Smith  Domain Users   12 Jan 31 2020 f",
      "F 'f' 12 2020-01-31 644 John Smith:Domain Users"},
     {"-rw-r--r-- 1 may 10 2048 Mar  3 10:00 f", "F 'f' 2048 2024-03-03 10:00 644 may:10"},
     {"---------- 1 a -1 Jan  1 2020 f", "!"},
-    {"-rw-r--r-- 1 5 12 Jan  1 2020 f", "F 'f' 12 2020-01-01 644 5:"},
     {"p--------- 1 a 3 2020-02-30 12:00 l -> x", "O 'l -> x' 0 a:"},
-    {"---------- 1 a 3 Feb 28 24:00 f", "F 'f' 3 0 a:"},
     {"---------- 1 a 3 2020-02-28 23:30 +0100 ", "F '+0100 ' 3 2020-02-28 23:30 0 a:"},
-    {" \t", ""},
-    {"---------- 1 a 3 Jan 257 2020 f", "!"},
     {"l--------- 1 a 9 Jan  1 2020 l -> x -> y", "L 'l' 2020-01-01 0 a: >'x -> y'"},
     {"-rw-r--r-- 1 me Domain Users 12 31 Dec 1969 f", "F 'f' 12 1969-12-31 644"},
     {"------?--- 1 a 3 Jan  1 2020 f", "!"},
-    {"-rw-rwlr-- 1 a b 7 5 jun 7:05 f", "F 'f' 7 2024-06-05 07:05 2664 a:b"},
-    {"c--------- 1 a 4,1 Jan  1 2020 x", "O 'x' 2020-01-01 0 a:"},
-    {"----------x 1 a 3 Jan  1 2020 f", "!"},
     {"l--------- 1 a 1 Jan  1 2020 l -> x -> y", "L 'l -> x' 2020-01-01 0 a: >'y'"},
-    {"s--------- 1 a 0 Jan  1 65537 s", "O 's' 0 a:"},
-    {"---------- 1 a 3 2020-02-28 23:30 +0160 f", "F '+0160 f' 3 2020-02-28 23:30 0 a:"},
-    {"l--------- 1 a 1 Jan  1 2020 l", "L 'l' 2020-01-01 0 a:"},
     {"---------- 1 a 18446744073709551616 Jan  1 2020 f", "!"},
     {"---------- 1 a 3 2020-02-28 23:30:09.12 -0130 f", "F 'f' 3 2020-02-29 01:00:09Z 0 a:"},
-    {"d--------- 1 a 3 Jan  1 2020 ..", ""},
     {"---------- 1 a 3 2020-02-28 23:30 +0100 f", "F 'f' 3 2020-02-28 22:30Z 0 a:"},
     {"---------- 1 a 3 Foo  1 2020 f", "!"}};
-static const std::vector<row> windows_rows = {
+const std::vector<row> windows_rows = {
     {"2-5-2024  13:05PM  7 f", "F 'f' 7"},
     {"02-25-2024  01:05  <DIR>", "!"},
     {"02-25-70  12:05AM       <DIR>            d [x] ", "D '  d [x] ' 1970-02-25 00:05"},
-    {"2-5-124  1:05  1 x", "!"},
     {"02-25-69  12:05 pm  1.234.567  f", "F ' f' 1234567 2069-02-25 12:05"},
     {"2-5-2024  1:05  <DOOR> x", "!"},
     {"02-05-2024  23:05  <JUNCTION>     a [1] [C:\\b [2]]", "L 'a [1]' 2024-02-05 23:05 >'C:\\b [2]'"},
-    {"2-5-20  1:05  1234,567 f", "!"},
     {"02-25-2024  01:05PM  <SYMLINK>       [x]", "L ' [x]' 2024-02-25 13:05"},
-    {"2-5-2024  24:00  <SYMLINKD>     ab[x]", "L 'ab[x]'"},
-    {"2-5-2024  1:05  1,23 f", "!"},
     {"2-5-20  1:05  1,234.567 f", "!"}};
-static const std::vector<row> sftp_rows = {
-    {"lrwxrwxrwx    ? 0        0               7 Dec 31 23:59 l -> ../x",
-     "L 'l' 2023-12-31 23:59 777 0:0 >'../x'"},
-    {"total 1", "!"},
-    {"-rw-r--r--    1 user     group        1234 Jun 16 12:00 f", "F 'f' 1234 2024-06-16 12:00 644 user:group"},
-    {"2-5-20 1:05 1 x", "!"}};
+
+} // namespace
 
 TEST(Listing, ReadsEveryFormOfLineAndAllTheSameInPieces)
 {
-    for (const auto& [format, rows] :
-         {std::pair(mlsd, mlsd_rows), {list, unix_rows}, {list, windows_rows}, {sftp, sftp_rows}})
+    for (const auto& [format, rows] : {std::pair(mlsd, mlsd_rows), {list, unix_rows}, {list, windows_rows}})
         for (const auto& [line, expected] : rows) {
             const std::vector all(expected.empty() ? 0 : 3, expected == "!" ? "!" + line : expected);
             const std::string lines = line + "\r\n" + line + "\n\r\n\n" + line;

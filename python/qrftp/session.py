@@ -1,0 +1,441 @@
+"""The session: a login on one server, with everything that can be done there."""
+
+from __future__ import annotations
+
+import os
+from types import TracebackType
+from typing import (
+    Any, Callable, Iterable, Iterator, Literal, Optional, Protocol, Sequence, Tuple, Union, overload,
+)  # fmt: skip
+
+from . import _native
+from .entry import Action, Entry, Listing, Progress, ServerInfo, TreeProgress, TreeResult, to_datetime
+from .error import InvalidOption
+
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from datetime import datetime
+
+    from .file import Reader, Updater, Writer
+
+RemotePath = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+"""A name on the server: bytes as they are, text as UTF-8 with surrogate escapes. A relative one is seen from
+the working folder."""
+LocalPath = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+
+
+class Readable(Protocol):
+    """A binary file object to send from."""
+
+    def read(self, size: int, /) -> bytes: ...
+
+
+class Writable(Protocol):
+    """A binary file object to fetch to."""
+
+    def write(self, data: memoryview, /) -> int | None: ...
+
+
+Pairs = Iterable[Tuple[RemotePath, LocalPath]]
+OnProgress = Callable[[Progress], Optional[bool]]
+OnTreeProgress = Callable[[TreeProgress], Optional[bool]]
+OnAction = Callable[[Action], object]
+_Texts = Sequence[str]
+_Entries = list[Entry]
+
+
+def _options(given: dict[str, Any], of_progress: Callable[..., object] = Progress) -> dict[str, Any]:
+    """The keywords of a call, with callbacks that get the package's own types."""
+    converters: dict[str, Callable[..., object]] = {"progress": of_progress, "on_action": Action}
+    for name, convert in converters.items():
+        if given.get(name) is not None:
+            given[name] = _wrapped(given[name], convert)
+    return given
+
+
+def _wrapped(call: Callable[[Any], object], convert: Callable[..., object]) -> Callable[..., object]:
+    return lambda *fields: call(convert(*fields))
+
+
+def _writing_all(target: Writable) -> Callable[[bytes], None]:
+    """What writes to `target`, which may take less than it is given."""
+
+    def write(data: bytes) -> None:
+        rest = memoryview(data)
+        while rest:
+            taken = target.write(rest)
+            rest = rest[len(rest) if taken is None else taken :]
+
+    return write
+
+
+def _from_command(command: str) -> Callable[[int], str | None]:
+    """What asks `command` for the password: the first line that it prints. It is asked once."""
+
+    def ask(attempt: int) -> str | None:
+        if attempt:
+            return None
+        import subprocess
+
+        lines = subprocess.run(command, shell=True, check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
+        return lines[0] if lines else None
+
+    return ask
+
+
+def _remembered(ask: Callable[[int], str | None]) -> Callable[[int], str | None]:
+    """`ask`, for which a connection that is opened later is no reason to be called again."""
+    known: list[str | None] = []
+
+    def answer(attempt: int) -> str | None:
+        if attempt or not known:
+            known[:] = [ask(attempt)]
+        return known[0]
+
+    return answer
+
+
+def _without_password(url: str) -> str:
+    server, user, password, _ = _native.split_url(url)
+    if not password:
+        return url
+    scheme, rest = url.split("://", 1)
+    credentials, place = rest.split("@", 1)
+    return f"{scheme}://{credentials.split(':', 1)[0]}@{place}"
+
+
+def _restored(url: str, options: dict[str, Any], folder: str) -> Session:
+    session = Session.__new__(Session)
+    session._begin(url, options, folder)
+    return session
+
+
+class Session:
+    """A login on one FTP, FTPS or SFTP server, with a working folder.
+
+    >>> with qrftp.connect("sftp://me@host") as session:
+    ...     session.fetch("reports/today.csv", "today.csv")
+
+    `url` is "ftp://…" or "sftp://…"; its path is not looked at. Options of a login:
+
+    * `user`, `password`: else those of the URL. `ask_password(attempt)` is called where a password is needed
+      and none is given, `password_command` is a shell command whose first line of output is the password.
+    * `key`: one private key or several (SFTP), with `pass_phrase` or `ask_pass_phrase(key)` and
+      `certificates`; `agent` and `identities_only` as in OpenSSH; `ssh_config`: the file to read instead of the
+      user's own, "" for none. `answer_prompts(name, instruction, [(text, echo), …])` returns a list of answers.
+
+    Options about trust:
+
+    * `tls` (FTP): "strict", "opportunistic" (without TLS for anonymous logins only), "none".
+      `certificate_authorities` is a PEM file to trust instead of the system's.
+    * `host_keys` (SFTP): "accept-new", "strict", "off"; `known_hosts` and `global_known_hosts` are files.
+      `confirm_host_key(host, type, fingerprint)` is asked before a new key is accepted.
+
+    Others: `active` (FTP), `proxy` (that of the environment), `on_warning(sentence)`; seconds for connecting
+    (`connect_timeout`), without any data (`stall_timeout`, 0 means never) and for a whole request
+    (`total_timeout`, 0 means no limit).
+
+    A session is for one thread at a time: RuntimeError otherwise; `clone` makes another one. Calls release the
+    GIL. Callbacks may run on another thread; what they raise ends the call and is raised by it.
+    KeyboardInterrupt, and whatever else a signal handler raises, ends any call, and what was being written is
+    removed; the next call connects again.
+
+    A session can be pickled: URL, options and working folder go along, the password only with
+    `pickle_password`. It connects where it is first used. Every method raises `qrftp.Error`, and `Closed` after
+    `close`.
+    """
+
+    def __init__(
+        self,
+        url: str,
+        *,
+        user: str | None = None,
+        password: str | None = None,
+        ask_password: Callable[[int], str | None] | None = None,
+        password_command: str | None = None,
+        pickle_password: bool = False,
+        key: LocalPath | Sequence[LocalPath] | None = None,
+        pass_phrase: str | None = None,
+        ask_pass_phrase: Callable[[os.PathLike[str]], str | None] | None = None,
+        certificates: Sequence[LocalPath] | None = None,
+        agent: bool = True,
+        identities_only: bool = False,
+        ssh_config: LocalPath | None = None,
+        answer_prompts: Callable[[str, str, _Entries], Sequence[str] | None] | None = None,
+        tls: Literal["strict", "opportunistic", "none"] = "strict",
+        certificate_authorities: LocalPath | None = None,
+        host_keys: Literal["accept-new", "strict", "off"] = "accept-new",
+        known_hosts: LocalPath | None = None,
+        global_known_hosts: LocalPath | None = None,
+        confirm_host_key: Callable[[str, str, str], bool] | None = None,
+        active: bool = False,
+        proxy: bool = False,
+        connect_timeout: float = 30,
+        stall_timeout: float = 60,
+        total_timeout: float = 0,
+        on_warning: Callable[[str], object] | None = None,
+    ) -> None:
+        options = {name: value for name, value in locals().items() if name not in ("self", "url")}
+        if ask_password is not None and password_command is not None:
+            raise InvalidOption("ask_password and password_command exclude each other")
+        self._begin(url, options, "")
+        self._native.connect()
+
+    def _begin(self, url: str, options: dict[str, Any], folder: str) -> None:
+        self._url = url
+        self._given = options
+        used = dict(options)
+        if isinstance(used["key"], (str, bytes, os.PathLike)):
+            used["key"] = [used["key"]]
+        if used["password_command"] is not None:
+            used["ask_password"] = _from_command(used["password_command"])
+        if used["ask_password"] is not None:
+            used["ask_password"] = _remembered(used["ask_password"])
+        self._used = used
+        self._native = _native.Session(url, used, folder)
+
+    def __enter__(self) -> Session:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:  # fmt: skip
+        self.close()
+
+    def __repr__(self) -> str:
+        state = " closed" if self._native.is_closed() else ""
+        return f"<qrftp.Session {_native.without_password(self._url)}{state}>"
+
+    def __reduce__(self) -> tuple[Callable[..., Session], tuple[Any, ...]]:
+        options = dict(self._given)
+        url = self._url
+        if not options["pickle_password"]:
+            options["password"] = options["pass_phrase"] = None
+            url = _without_password(url)
+        return _restored, (url, options, self._native.folder())
+
+    def clone(self) -> Session:
+        """Another login like this one, in the same working folder, for another thread."""
+        copy = _restored(self._url, self._given, self._native.folder())
+        copy._native = _native.Session(self._url, self._used, self._native.folder())
+        copy._native.connect()
+        return copy
+
+    def close(self) -> None:
+        """Ends the connection. A second call does nothing."""
+        self._native.close()
+
+    @property
+    def url(self) -> str:
+        """The URL of the server, without a password."""
+        return _without_password(self._url)
+
+    def server_info(self) -> ServerInfo:
+        """What the server told of itself. Makes one request for the round trip."""
+        greeting, encryption, fingerprint, features, folder, seconds = self._native.server_info()
+        return ServerInfo(greeting, encryption, fingerprint, tuple(features), folder, seconds)
+
+    def system_type(self) -> str:
+        """FTP: the answer to SYST. SFTP: empty."""
+        return self._native.system_type()
+
+    @property
+    def working_folder(self) -> str:
+        return self._native.working_folder()
+
+    def change_folder(self, path: RemotePath) -> str:
+        """Changes the working folder and returns it. Raises NotFound, NotFolder, PermissionDenied."""
+        return self._native.change_folder(path)
+
+    def absolute(self, path: RemotePath) -> str:
+        """The absolute form of `path`, without "." and ".."."""
+        return self._native.absolute(path)
+
+    def stat(self, path: RemotePath) -> Entry:
+        """What is at `path`; a link is not followed. Raises NotFound."""
+        return Entry._of(self._native.stat(path))
+
+    def exists(self, path: RemotePath) -> bool:
+        return self._native.exists(path)
+
+    def is_folder(self, path: RemotePath) -> bool:
+        """Whether there is a folder, or a link to one."""
+        return self._native.is_folder(path)
+
+    def is_file(self, path: RemotePath) -> bool:
+        """Whether there is something else, or a link to something else."""
+        return self._native.is_file(path)
+
+    def file_size(self, path: RemotePath) -> int | None:
+        """The bytes of a file, or of the one that a link leads to; None where the server does not tell."""
+        return self._native.file_size(path)
+
+    def modification_time(self, path: RemotePath) -> datetime | None:
+        """When a file was changed, to the second, aware; None where the server does not tell."""
+        time = self._native.modification_time(path)
+        return None if time is None else to_datetime(time[0])
+
+    def list(self, path: RemotePath = ".") -> Listing:
+        """The entries of a folder by name. Raises NotFound, NotFolder, IncompleteListing."""
+        entries, skipped = self._native.list(path)
+        return Listing(map(Entry._of, entries), skipped)
+
+    def walk(self, path: RemotePath = ".") -> Iterator[tuple[str, _Entries, _Entries]]:
+        """Each folder from `path` downwards, as its absolute path, its folders and its other entries.
+
+        As with os.walk, what is taken out of the folders is not entered. Links are not followed.
+        """
+        top = self.absolute(path)
+        entries = self.list(top)
+        folders = [each for each in entries if each.is_folder]
+        yield top, folders, [each for each in entries if not each.is_folder]
+        for each in folders:
+            yield from self.walk(top.rstrip("/") + "/" + each.name)
+
+    def glob(self, pattern: RemotePath) -> _Texts:
+        """The paths that `pattern` stands for, sorted: "*" and "?" stop at "/", "[…]" is a set."""
+        return [path for path, _ in self._native.glob(pattern)]
+
+    def make_folder(self, path: RemotePath, *, parents: bool = False) -> None:
+        """Makes a folder; with `parents`, those above it too, and one that exists is no error."""
+        self._native.make_folder(path, parents)
+
+    def remove(self, path: RemotePath) -> None:
+        """Removes a file or a link. Raises NotFound, IsFolder, PermissionDenied."""
+        self._native.remove(path)
+
+    def remove_folder(self, path: RemotePath, *, recursive: bool = False) -> None:
+        """Removes a folder; with `recursive`, what is in it first. Raises NotEmpty, NotFound, NotFolder."""
+        self._native.remove_folder(path, recursive)
+
+    def rename(self, old: RemotePath, new: RemotePath, *, replace: bool = False) -> None:
+        """Renames; with `replace`, a file that has the name goes. Raises AlreadyExists, NotFound, IsFolder."""
+        self._native.rename(old, new, replace)
+
+    def fetch(self, remote: RemotePath, local: LocalPath | Writable, *, resume: bool = False, replace: bool = True,
+              in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+              jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
+        """Fetches a file to a local path, where it appears as a whole, or into a binary file object.
+
+        `resume` completes a file that was begun, `replace` replaces one that exists, `in_place` writes to the
+        target itself, `keep_time` and `keep_mode` give it those of the source, `sync` waits for the disk.
+        `jobs` is how many connections a large file may use (SFTP), `rate_limit` bytes per second. `progress` is
+        called several times a second with a `Progress`; returning False ends the call with `Cancelled`.
+        """
+        options = _options(locals())
+        if isinstance(local, (str, bytes, os.PathLike)):
+            self._native.fetch(remote, local, options)
+        else:
+            self._native.fetch_to(remote, _writing_all(local), options)
+
+    def fetch_bytes(self, remote: RemotePath, *, offset: int = 0, length: int | None = None,
+                    progress: OnProgress | None = None) -> bytes:  # fmt: skip
+        """A file, or a part of it, as bytes."""
+        return self._native.fetch_bytes(remote, _options(locals()))
+
+    def send(self, local: LocalPath | Readable, remote: RemotePath, *, resume: bool = False, replace: bool = True,
+             in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+             jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
+        """Sends a local file, or what a binary file object holds; see `fetch`."""
+        options = _options(locals())
+        if isinstance(local, (str, bytes, os.PathLike)):
+            self._native.send(local, remote, options)
+        else:
+            self._native.send_from(local.read, remote, options)
+
+    def send_bytes(self, content: bytes | bytearray | memoryview, remote: RemotePath, *, replace: bool = True,
+                   progress: OnProgress | None = None) -> None:  # fmt: skip
+        """Sends `content` as a file."""
+        self._native.send_bytes(content, remote, _options(locals()))
+
+    def fetch_tree(self, remote: RemotePath, local: LocalPath, *, include: _Texts = (), exclude: _Texts = (),
+                   follow_links: bool = False, max_depth: int = 1000, jobs: int = 0, keep_going: bool = False,
+                   dry_run: bool = False, resume: bool = False, replace: bool = True, keep_time: bool = False,
+                   keep_mode: bool = False, rate_limit: int = 0, progress: OnTreeProgress | None = None,
+                   on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+        """Fetches a folder with all that is in it.
+
+        `include` and `exclude` are globs: one without "/" is compared with names, one with it with paths, a
+        final "/" stands for folders only. `jobs` connections work side by side, 0 lets the protocol choose.
+        `keep_going` collects errors in the result; otherwise the first one is raised. `dry_run` only says what
+        would be done. `on_action` is called with each `Action`, `progress` with a `TreeProgress`.
+        """
+        return TreeResult._of(self._native.fetch_tree(remote, local, _options(locals(), TreeProgress._of)))
+
+    def send_tree(self, local: LocalPath, remote: RemotePath, *, include: _Texts = (), exclude: _Texts = (),
+                  follow_links: bool = False, max_depth: int = 1000, jobs: int = 0, keep_going: bool = False,
+                  dry_run: bool = False, resume: bool = False, replace: bool = True, keep_time: bool = False,
+                  keep_mode: bool = False, rate_limit: int = 0, progress: OnTreeProgress | None = None,
+                  on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+        """Sends a folder with all that is in it; see `fetch_tree`."""
+        return TreeResult._of(self._native.send_tree(local, remote, _options(locals(), TreeProgress._of)))
+
+    def sync(self, local: LocalPath, remote: RemotePath, direction: Literal["fetch", "send"], *,
+             remove_extra: bool = False, force: bool = False, max_removals: int | None = None,
+             include: _Texts = (), exclude: _Texts = (), follow_links: bool = False, max_depth: int = 1000,
+             jobs: int = 0, keep_going: bool = False, dry_run: bool = False, keep_mode: bool = False,
+             rate_limit: int = 0, progress: OnTreeProgress | None = None,
+             on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+        """Brings over the files that the destination does not have, has older, or has in another size.
+
+        `remove_extra` removes what the source does not have, but nothing when the source is empty
+        (`EmptySource`) unless `force`, and nothing when it would be more than `max_removals`
+        (`TooManyRemovals`). The rest is as for `fetch_tree`.
+        """
+        if direction not in ("fetch", "send"):
+            raise InvalidOption(f"direction is fetch or send, not {direction!r}")
+        options = _options(locals(), TreeProgress._of)
+        return TreeResult._of(self._native.sync(local, remote, direction == "send", options))
+
+    def fetch_files(self, files: Pairs, *, jobs: int = 0, keep_going: bool = False, keep_time: bool = False,
+                    keep_mode: bool = False, replace: bool = True, rate_limit: int = 0,
+                    progress: OnTreeProgress | None = None) -> TreeResult:  # fmt: skip
+        """Fetches files, pairs of a remote and a local path, as many at a time as the protocol carries."""
+        return TreeResult._of(self._native.fetch_files(list(files), _options(locals(), TreeProgress._of)))
+
+    def send_files(self, files: Pairs, *, jobs: int = 0, keep_going: bool = False, keep_time: bool = False,
+                   keep_mode: bool = False, replace: bool = True, rate_limit: int = 0,
+                   progress: OnTreeProgress | None = None) -> TreeResult:  # fmt: skip
+        """Sends files, pairs of a remote and a local path, as many at a time as the protocol carries."""
+        return TreeResult._of(self._native.send_files(list(files), _options(locals(), TreeProgress._of)))
+
+    def clean_up(self, folder: RemotePath = ".", *, age: float = 24 * 3600) -> _Texts:
+        """Removes what broken transfers left below `folder` and is older than `age` seconds; returns the paths."""
+        return self._native.clean_up(folder, age)
+
+    @overload
+    def open(self, path: RemotePath, mode: Literal["rb"] = ..., *, buffer_size: int | None = ...) -> Reader: ...
+    @overload
+    def open(self, path: RemotePath, mode: Literal["wb", "xb", "ab"]) -> Writer: ...
+    @overload
+    def open(self, path: RemotePath, mode: Literal["r+b"]) -> Updater: ...
+
+    def open(self, path: RemotePath, mode: str = "rb", *, buffer_size: int | None = None) -> Reader | Writer | Updater:
+        """Opens a file as a binary file object.
+
+        "rb" reads at any place; over FTP it reads ahead, on a connection of its own. "wb", "xb" (must not
+        exist), "ab" and "r+b" write to a local temporary file, which is sent at `close` and appears as a whole;
+        an exception in the `with` block, and `discard`, leave the target as it was. "ab" and "r+b" fetch the
+        file first.
+        """
+        from .file import Reader, open_for_writing
+
+        if mode == "rb":
+            return Reader(self._native.open(path), os.fsdecode(path), buffer_size)
+        if mode not in ("wb", "xb", "ab", "r+b"):
+            raise InvalidOption(f"mode is rb, wb, xb, ab or r+b, not {mode!r}")
+        if mode == "xb" and self.exists(path):
+            from .error import AlreadyExists
+
+            raise AlreadyExists(f"{os.fsdecode(path)}: there is already something of that name", os.fsdecode(path))
+        whole = self.absolute(path)
+        return open_for_writing(self, whole, mode, lambda source: self.send(source, whole, replace=mode != "xb"))
+
+
+def set_trace(level: Literal["off", "dialogue", "debug"]) -> None:
+    """Shows on standard error what all sessions ask of servers and are answered, without secrets."""
+    _native.set_trace(level)
+
+
+def versions() -> str:
+    """The libraries in use with their versions."""
+    return _native.versions()

@@ -1,0 +1,162 @@
+"""The file system for fsspec, and the programs that read through it."""
+
+import concurrent.futures
+import os
+import pickle
+
+import fsspec
+import pytest
+from fsspec.callbacks import Callback
+
+import qrftp.fsspec
+
+CONTENT = os.urandom(1 << 20)
+
+
+@pytest.fixture
+def system(place):
+    system = fsspec.filesystem(place.login.protocol, skip_instance_cache=True, **place.login.storage_options)
+    assert isinstance(system, qrftp.fsspec.QrftpFileSystem)
+    yield system
+    system.close()
+
+
+def url_of(place, name):
+    login = place.login
+    return f"{login.protocol}://{login.user}@{login.host}:{login.port}{place.remote}/{name}"
+
+
+def test_entry_points_and_urls(place, system):
+    assert fsspec.get_filesystem_class("qftp")._defaults == {"tls": "opportunistic"}
+    assert issubclass(fsspec.get_filesystem_class("qsftp"), qrftp.fsspec.QrftpFileSystem)
+    with fsspec.open(url_of(place, "file"), "w", **place.login.options) as file:
+        file.write("text")
+    found, paths = fsspec.core.url_to_fs(url_of(place, "file"), **place.login.options)
+    assert found.cat(paths) == b"text" and found is fsspec.core.url_to_fs(url_of(place, "x"), **place.login.options)[0]
+    assert system.unstrip_protocol(paths) == url_of(place, "file").replace(f"{place.login.user}@", "")
+    own = fsspec.get_filesystem_class("sftp")
+    qrftp.fsspec.register(replace=True)
+    assert fsspec.get_filesystem_class("sftp") is qrftp.fsspec.QrftpFileSystem
+    fsspec.register_implementation("sftp", own, clobber=True)
+
+
+def test_looks_and_changes(place, system):
+    root = place.remote
+    system.makedirs(f"{root}/a/b")
+    system.pipe({f"{root}/a/one": b"1", f"{root}/a/b/two": b"22"})
+    os.symlink("one", place.disk / "a/link")
+    info = system.info(f"{root}/a/one")
+    assert (info["name"], info["size"], info["type"]) == (f"{root}/a/one", 1, "file")
+    assert system.modified(f"{root}/a/one") == info["mtime"] and info["mtime"].tzinfo
+    assert system.info(f"{root}/a/b")["type"] == "directory" and system.info("/")["type"] == "directory"
+    assert system.ls(f"{root}/a", detail=False) == [f"{root}/a/{name}" for name in ("b", "link", "one")]
+    link = next(each for each in system.ls(f"{root}/a") if each["name"].endswith("link"))
+    assert link["islink"] and (link["type"], link["size"]) == ("file", 1)
+    assert system.ls(f"{root}/a/one", detail=False) == [f"{root}/a/one"]
+    assert system.find(root) == [f"{root}/a/{name}" for name in ("b/two", "link", "one")]
+    assert system.glob(f"{root}/*/o*") == [f"{root}/a/one"]
+    assert [names for _, _, names in system.walk(f"{root}/a")] == [["link", "one"], ["two"]]
+    assert system.isdir(f"{root}/a") and not system.isfile(f"{root}/a") and not system.exists(f"{root}/nothing")
+    with pytest.raises(NotImplementedError):
+        system.created(f"{root}/a/one")
+    for act, error in ((lambda: system.ls(f"{root}/nothing"), FileNotFoundError),
+                       (lambda: system.mkdir(f"{root}/a"), FileExistsError),
+                       (lambda: system.makedirs(f"{root}/a"), FileExistsError),
+                       (lambda: system.rmdir(f"{root}/a"), OSError),
+                       (lambda: system.rm(f"{root}/a"), OSError)):  # fmt: skip
+        with pytest.raises(error):
+            act()
+    system.rm(f"{root}/a/link")
+    system.mv(f"{root}/a/one", f"{root}/moved")
+    system.cp_file(f"{root}/moved", f"{root}/new/copy")
+    system.touch(f"{root}/moved")
+    assert system.cat(f"{root}/new/copy") == b"1" and system.size(f"{root}/moved") == 0
+    system.rm([f"{root}/a", f"{root}/new"], recursive=True)
+    assert system.ls(root, detail=False) == [f"{root}/moved"]
+
+
+def test_reads_parts(place, system):
+    path = f"{place.remote}/file"
+    system.pipe(path, CONTENT)
+    parts = [(None, None), (10, 20), (-10, None), (-20, -10), (5, None), (1 << 19, 1 << 21)]
+    expected = [CONTENT[start:end] for start, end in parts]
+    assert [system.cat_file(path, start, end) for start, end in parts] == expected
+    assert system.cat_ranges([path] * len(parts), *map(list, zip(*parts))) == expected
+    one, missing = system.cat_ranges([path, f"{place.remote}/nothing"], [0, 0], [5, 5])
+    assert one == CONTENT[:5] and isinstance(missing, FileNotFoundError)
+    with system.open(path, block_size=4096) as file:
+        assert file.seek(1000) == 1000 and file.read(5000) == CONTENT[1000:6000]
+    assert system.head(path, 10) == CONTENT[:10] and system.tail(path, 10) == CONTENT[-10:]
+
+
+def test_gets_and_puts_many_at_a_time(place, system, tmp_path):
+    class Counting(Callback):
+        def __init__(self):
+            super().__init__()
+            self.seen = []
+
+        def call(self, *args, **kwargs):
+            self.seen.append((self.value, self.size))
+
+    source = tmp_path / "source"
+    (source / "inner/empty").mkdir(parents=True)
+    for number in range(20):
+        (source / f"inner/{number}").write_text(str(number))
+    callback = Counting()
+    system.put(str(source), f"{place.remote}/tree", recursive=True, callback=callback)
+    assert callback.seen[-1] == (callback.size, callback.size) and callback.size >= 20
+    system.get(f"{place.remote}/tree", str(tmp_path / "back"), recursive=True)
+    assert sorted(str(each.relative_to(source)) for each in source.rglob("*")) == sorted(
+        str(each.relative_to(tmp_path / "back")) for each in (tmp_path / "back").rglob("*")
+    )
+    assert (tmp_path / "back/inner/7").read_text() == "7"
+    with pytest.raises(FileNotFoundError):
+        system.get_file(f"{place.remote}/nothing", str(tmp_path / "nothing"))
+    assert not (tmp_path / "nothing").exists()
+
+
+def test_transactions(place, system, tmp_path):
+    (tmp_path / "local").write_bytes(b"local")
+
+    def write():
+        with system.open(f"{place.remote}/one", "wb") as file:
+            file.write(b"1")
+        system.put_file(str(tmp_path / "local"), f"{place.remote}/two")
+        assert list(place.disk.iterdir()) == []
+
+    with pytest.raises(KeyError), system.transaction:
+        write()
+        raise KeyError
+    assert list(place.disk.iterdir()) == []
+    with system.transaction:
+        write()
+    assert sorted(each.name for each in place.disk.iterdir()) == ["one", "two"]
+    assert system.cat(f"{place.remote}/two") == b"local"
+
+
+def test_many_threads_share_a_few_connections(place):
+    options = {**place.login.storage_options, "max_connections": 2}
+    system = pickle.loads(pickle.dumps(fsspec.filesystem(place.login.protocol, **options)))
+    opened = []
+    connect = system._pool._connect
+    system._pool._connect = lambda: opened.append(1) or connect()
+    system.pipe(f"{place.remote}/file", CONTENT)
+    files = [system.open(f"{place.remote}/file") for _ in range(6)]
+
+    def read(number):
+        files[number].seek(number)
+        return files[number].read(100000) == CONTENT[number : number + 100000] and system.exists(place.remote)
+
+    with concurrent.futures.ThreadPoolExecutor(6) as threads:
+        assert all(threads.map(read, range(6)))
+    assert 1 <= len(opened) <= 2
+    for each in files:
+        each.close()
+    system.close()
+
+
+def test_pandas_reads_and_writes(place):
+    pandas = pytest.importorskip("pandas")
+    frame = pandas.DataFrame({"a": range(1000), "b": range(1000)})
+    frame.to_csv(url_of(place, "frame.csv.gz"), index=False, storage_options=place.login.options)
+    assert pandas.read_csv(url_of(place, "frame.csv.gz"), storage_options=place.login.options).equals(frame)
