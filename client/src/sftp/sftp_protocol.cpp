@@ -234,7 +234,14 @@ std::optional<timestamp> sftp_protocol::modification_time(const std::string& pat
 
 void sftp_protocol::make_folder(const std::string& path)
 {
-    change_one({path_change::kind::make_folder, path});
+    const path_change change{path_change::kind::make_folder, path};
+    // Who makes a folder may take it for a lock: one that is there after a break may be somebody else's.
+    change_one(change, [&]() -> bool {
+        if (find(path)) {
+            throw ConnectionLost(path);
+        }
+        return false;
+    });
 }
 
 void sftp_protocol::remove_folder(const std::string& path)
@@ -249,6 +256,11 @@ void sftp_protocol::remove_file(const std::string& path)
 
 void sftp_protocol::change_one(const path_change& change)
 {
+    change_one(change, [&] { return is_carried_out(change); });
+}
+
+void sftp_protocol::change_one(const path_change& change, const std::function<bool()>& is_done)
+{
     std::exception_ptr failure;
     const auto on_done = [&](std::size_t, std::exception_ptr why) { failure = std::move(why); };
     modify(
@@ -256,7 +268,7 @@ void sftp_protocol::change_one(const path_change& change)
         [&](pipeline& server) {
             change_batch({&change, 1}, on_done).run(server);
         },
-        [&] { return is_carried_out(change); });
+        is_done);
     if (failure) {
         std::rethrow_exception(explain_change(change, failure));
     }

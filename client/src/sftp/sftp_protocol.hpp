@@ -69,6 +69,7 @@ private:
     std::optional<std::string> link_target(const std::string& path);
     std::optional<attributes> attributes_of(packet_type request, const std::string& path);
     void change_one(const path_change& change);
+    void change_one(const path_change& change, const std::function<bool()>& is_done);
     bool is_carried_out(const path_change& change);
     [[nodiscard]] std::exception_ptr explain_change(const path_change& change, const std::exception_ptr& why);
     [[nodiscard]] std::exception_ptr explain_copy(const std::string& path, bool is_upload,
