@@ -2,8 +2,8 @@
 """python_compare.py [JOB…]: the Python package beside paramiko, asyncssh, ftplib and fsspec's own "sftp", on loopback.
 
 Starts servers with packaging/servers.sh, and between them and the clients, for the jobs that say so, a relay that holds
-everything back for 25 ms in each direction. Each job is run three times by each client, in turn; the medians count. PYTHONPATH
-must lead to the package. Prints one line for each job and client: seconds, and how many times as long as the package."""
+everything back for 25 ms in each direction. Each job is run three times (BENCH_ROUNDS) by each client, in turn; the medians count.
+PYTHONPATH must lead to the package. Prints one line for each job and client: seconds, and how many times as long as the package."""
 
 import asyncio
 import ftplib
@@ -22,7 +22,9 @@ from pathlib import Path
 import qrftp
 
 ROOT = Path(__file__).parents[1]
-LARGE, FILES, SMALL, RANGES, PART = 512 << 20, 2000, 4096, 1000, 64 << 10
+LARGE = int(os.environ.get("BENCH_MIB", 512)) << 20
+ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
+FILES, SMALL, RANGES, PART = 2000, 4096, 1000, 64 << 10
 DELAY = 0.025
 
 
@@ -192,7 +194,7 @@ def main():
                 "ftp": bench.ftp_large, "ranges": bench.ranges, "import": bench.imports}  # fmt: skip
         for job in sys.argv[1:] or jobs:
             clients, seconds = jobs[job](), {}
-            for _ in range(3):
+            for _ in range(ROUNDS):
                 for name, work in clients.items():
                     began = time.monotonic()
                     work()
