@@ -36,9 +36,9 @@ struct type_caster<qrftp::python::remote_name> {
         return true;
     }
 
-    static handle cast(const qrftp::python::remote_name& name, return_value_policy, handle)
+    static handle cast(const qrftp::python::remote_name& path, return_value_policy, handle)
     {
-        return qrftp::python::to_text(name.bytes).release();
+        return qrftp::python::to_text(path.bytes).release();
     }
 };
 

@@ -14,7 +14,7 @@ namespace qrftp::sftp {
 
 namespace {
 
-constexpr char failure = 5;
+constexpr char agent_failure = 5;
 constexpr char request_identities = 11;
 constexpr char identities_answer = 12;
 constexpr char sign_request = 13;
@@ -174,10 +174,10 @@ std::string agent_bridge::answer(std::string_view request)
             std::string forwarded(1, sign_request);
             wire::put_string(forwarded, key_);
             forwarded += rest;
-            return real_.ask(forwarded).value_or(std::string(1, failure));
+            return real_.ask(forwarded).value_or(std::string(1, agent_failure));
         }
     }
-    return std::string(1, failure);
+    return std::string(1, agent_failure);
 }
 
 } // namespace qrftp::sftp

@@ -12,8 +12,6 @@ namespace files = zorbel::io::common::file;
 
 namespace {
 
-constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
-
 [[noreturn]] void throw_local(const fs::path& shown, std::errc code, std::string reason = {})
 {
     throw LocalFileError(shown.string(), std::make_error_code(code), std::move(reason));
@@ -165,6 +163,7 @@ bool local_target::restart()
 fs::perms local_target::final_mode(const file_facts& source) const
 {
     static const fs::perms usual = files::default_file_mode(); // read once: it costs a file
+    constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
     constexpr auto others = fs::perms::group_all | fs::perms::others_all;
     constexpr auto readable = fs::perms::group_read | fs::perms::others_read;
     if (options_.keep_mode && source.mode) {
