@@ -177,7 +177,7 @@ bool glob_match(std::string_view pattern, std::string_view path)
 bool has_magic(std::string_view text) noexcept
 {
     for (std::size_t place = 0; place < text.size(); ++place) {
-        if (wildcards.find(text[place]) != wildcards.npos) {
+        if (wildcards.find(text[place]) != std::string_view::npos) {
             return true;
         }
         place += text[place] == '\\' ? 1 : 0;
@@ -189,8 +189,8 @@ std::string glob_escape(std::string_view text)
 {
     std::string pattern;
     for (const char byte : text) {
-        const bool is_special = byte == '\\' || wildcards.find(byte) != wildcards.npos ||
-                                special_in_sets.find(byte) != special_in_sets.npos;
+        const bool is_special = byte == '\\' || wildcards.find(byte) != std::string_view::npos ||
+                                special_in_sets.find(byte) != std::string_view::npos;
         pattern.append(is_special ? 1 : 0, '\\').push_back(byte);
     }
     return pattern;

@@ -182,7 +182,7 @@ authentication::result authentication::try_file_key(const identity& one)
     if (!one.key.empty() && private_key_file(one.file).is_encrypted()) {
         // Nobody is asked for the pass phrase of a key that the server does not take.
         const key_ptr key = certificate ? nullptr : import_public(one.key);
-        const ssh_key shown = certificate ? certificate.get() : key.get();
+        auto* const shown = certificate ? certificate.get() : key.get();
         const int got = request([&] { return ssh_userauth_try_publickey(connection_->get(), nullptr, shown); });
         if (got != SSH_AUTH_SUCCESS) {
             return judge(got);
@@ -228,7 +228,7 @@ key_ptr authentication::unlock(const identity& one) const
 
 login_prompts authentication::prompts() const
 {
-    const ssh_session session = connection_->get();
+    auto* const session = connection_->get();
     login_prompts asked;
     asked.name = text_of(ssh_userauth_kbdint_getname(session));
     asked.instruction = text_of(ssh_userauth_kbdint_getinstruction(session));
@@ -282,7 +282,7 @@ std::optional<std::vector<std::string>> authentication::answers(const login_prom
 
 authentication::result authentication::try_interactive()
 {
-    const ssh_session session = connection_->get();
+    auto* const session = connection_->get();
     const auto send = [&] { return request([&] { return ssh_userauth_kbdint(session, nullptr, nullptr); }); };
     result outcome = result::refused;
     for (unsigned round = 0; round < most_questions && outcome == result::refused; ++round) {

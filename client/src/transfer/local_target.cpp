@@ -12,9 +12,9 @@ namespace files = zorbel::io::common::file;
 
 namespace {
 
-[[noreturn]] void throw_local(const fs::path& shown, std::errc code, std::string reason = {})
+[[noreturn]] void throw_local(const fs::path& shown, std::errc code, const std::string& reason = {})
 {
-    throw LocalFileError(shown.string(), std::make_error_code(code), std::move(reason));
+    throw LocalFileError(shown.string(), std::make_error_code(code), reason);
 }
 
 /// What the links at `path` lead to in the end.
@@ -51,8 +51,8 @@ local_place find_local_place(const fs::path& path)
     });
 }
 
-local_target::local_target(local_place place, const transfer_options& options)
-    : place_(std::move(place)), options_(options)
+local_target::local_target(local_place place, transfer_options options)
+    : place_(std::move(place)), options_(std::move(options))
 {
     existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name); });
     if (!existing_) {
