@@ -163,7 +163,7 @@ std::optional<entry> ftp::ask_mlst(const std::string& path)
 
 std::optional<entry> ftp::find(const std::string& path)
 {
-    const auto told = ask_mlst(path);
+    auto told = ask_mlst(path);
     if (told && !may_be_link(*told)) {
         return told;
     }
@@ -179,7 +179,7 @@ std::optional<entry> ftp::lstat(const std::string& path)
 
 std::optional<entry> ftp::find_replaced(const std::string& path)
 {
-    const auto told = ask_mlst(path);
+    auto told = ask_mlst(path);
     if (told ? may_be_link(*told) : !has_mlst_ && size(path)) {
         return find_in_parent(path);
     }
