@@ -19,7 +19,7 @@ declare -A package_list=(
     [lint]="git $lint"
     [fuzz]="clang-$clang libclang-rt-$clang-dev"
     [docs]="doxygen"
-    [package]="git build-essential debhelper dpkg-dev lintian"
+    [package]="git build-essential debhelper dh-python dpkg-dev lintian pybind11-dev python3-dev"
     [system]="git debootstrap"
     [bench]="openssh-server openssh-client curl lftp rclone python3"
 )
