@@ -9,7 +9,6 @@
 #include "single_batch.hpp"
 
 #include <algorithm>
-#include <functional>
 
 namespace qrftp {
 
@@ -33,12 +32,12 @@ void copy_parts(const session& opened, connection_pool& pool, File& file, std::u
 {
     protocol& server = session_access::server(opened);
     if (parts == 1) {
-        single_batch<File> whole(file);
-        std::invoke(copy, server, whole);
+        single_batch<File> whole(file); // NOLINT(misc-const-correctness): `copy` changes it
+        (server.*copy)(whole);
         return;
     }
     parts_batch<File> pieces(file, size, parts);
-    pool.run(server, [&](protocol& connection, unsigned /*job*/) { std::invoke(copy, connection, pieces); });
+    pool.run(server, [&](protocol& connection, unsigned /*job*/) { (connection.*copy)(pieces); });
 }
 
 } // namespace

@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <set>
 #include <utility>
 
@@ -136,8 +135,8 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
     outcome.expect(copies);
     copy_queue<File> queue(copies, options, pool.stop_token(), outcome, std::move(make));
     pool.run(server, [&](protocol& connection, unsigned job) {
-        typename copy_queue<File>::view mine(queue, job);
-        std::invoke(copy, connection, mine);
+        typename copy_queue<File>::view mine(queue, job); // NOLINT(misc-const-correctness): `copy` changes it
+        (connection.*copy)(mine);
     });
     return outcome.take();
 }
