@@ -39,7 +39,7 @@ void refuse_same_targets(const std::map<std::string, std::string>& sources_by_ta
                          const std::string& source)
 {
     if (const auto other = sources_by_target.find(target); other != sources_by_target.end()) {
-        throw usage_error(fmt::format("\"{}\" and \"{}\" would both become \"{}\"; nothing was copied.",
+        throw usage_error(fmt::format(R"("{}" and "{}" would both become "{}"; nothing was copied.)",
                                       escape(other->second), escape(source), escape(target)));
     }
 }

@@ -68,6 +68,7 @@ private:
 void list(const std::vector<candidate>& all)
 {
     std::vector<cell> names;
+    names.reserve(all.size());
     for (const candidate& one : all) {
         names.push_back({escape(one.name) + (one.kind == entry_kind::folder ? "/" : "")});
     }

@@ -333,7 +333,7 @@ void run_line(shell_state& state, const std::string& line)
     const std::string name = words.front().text;
     const shell_command* const command = find_command(name);
     if (command == nullptr) {
-        throw usage_error(fmt::format("There is no command \"{}\"; \"help\" lists them.", escape(name)));
+        throw usage_error(fmt::format(R"(There is no command "{}"; "help" lists them.)", escape(name)));
     }
     const std::optional<shell_arguments> found = parse(*command, std::move(words));
     if (!found) {

@@ -122,7 +122,7 @@ void transfer_report::add(const tree_result& result)
     passed_over_ += result.passed_over.size();
 }
 
-void transfer_report::print_left_out(const char* action, const std::string& what)
+void transfer_report::print_left_out(const char* action, const std::string& what) const
 {
     if (options_.json) {
         json object{{"action", action}};

@@ -49,7 +49,7 @@ public:
     void finish();
 
 private:
-    void print_left_out(const char* action, const std::string& what);
+    void print_left_out(const char* action, const std::string& what) const;
 
     const settings& options_;
     progress_display display_;

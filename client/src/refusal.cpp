@@ -19,7 +19,7 @@ bool mentions(const response& said, std::string_view words)
 /// it, but some servers call it a failure like any other, and only say so.
 bool may_mean_denied(const response& said)
 {
-    static constexpr std::array codes{530L, 532L, 550L, 553L};
+    static constexpr std::array codes{3L, 530L, 532L, 550L, 553L};
     return std::find(codes.begin(), codes.end(), said.code) != codes.end() ||
            mentions(said, "ermission denied");
 }

@@ -14,7 +14,7 @@ from __future__ import annotations
 import os
 from collections import defaultdict
 from datetime import datetime
-from typing import Any, ContextManager, Iterable
+from typing import Any, Callable, ContextManager, Iterable
 from urllib.parse import quote, unquote, urlsplit
 
 import fsspec
@@ -170,6 +170,14 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
             file.raw.deferred = not autocommit
             return file
 
+    def pipe_file(self, path: str, value: bytes, mode: str = "overwrite", **kwargs: Any) -> None:
+        if self._intrans:
+            super().pipe_file(path, value, **kwargs)
+            return
+        path = self._strip_protocol(path)
+        with self._session() as session:
+            _with_parents(session, path, lambda: session.send_bytes(value, path, replace=mode == "overwrite"))
+
     def cat_file(self, path: str, start: int | None = None, end: int | None = None, **kwargs: Any) -> bytes:
         path = self._strip_protocol(path)
         with self._session() as session:
@@ -279,9 +287,10 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         elif self._intrans or os.path.isdir(lpath):
             super().put_file(lpath, rpath, callback=callback, **kwargs)
         else:
-            self.makedirs(self._parent(rpath), exist_ok=True)
             with self._session() as session:
-                session.send(lpath, rpath, progress=lambda now: _show(callback, now))
+                _with_parents(
+                    session, rpath, lambda: session.send(lpath, rpath, progress=lambda now: _show(callback, now))
+                )
 
     # Changing names
 
@@ -355,6 +364,15 @@ def register(replace: bool = False) -> None:
         classes |= {"sftp": QrftpFileSystem, "ssh": QrftpFileSystem, "ftp": QftpFileSystem, "ftps": QftpsFileSystem}
     for protocol, kind in classes.items():
         fsspec.register_implementation(protocol, kind, clobber=True)
+
+
+def _with_parents(session: Session, path: str, write: Callable[[], None]) -> None:
+    """Writes a file; where its folder is missing, makes that first."""
+    try:
+        write()
+    except NotFound:
+        session.make_folder(path.rpartition("/")[0], parents=True)
+        write()
 
 
 def _count(callback: Any, now: TreeProgress) -> None:

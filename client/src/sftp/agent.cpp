@@ -2,6 +2,7 @@
 
 #include "ssh_wire.hpp"
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -129,8 +130,8 @@ void agent_bridge::end_thread()
 int agent_bridge::connect()
 {
     end_thread();
-    int ends[2] = {-1, -1};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    std::array<int, 2> ends{-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::system_error(errno, std::generic_category(), "socketpair");
     }
     ours_ = unique_fd(ends[0]);

@@ -13,8 +13,8 @@
 
 namespace qrftp::sftp {
 
-sftp_protocol::sftp_protocol(connect_function connect, std::string server, const session_options& options)
-    : connect_(std::move(connect)), server_(std::move(server)), options_(options)
+sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
+    : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
 {
     this->connect();
 }

@@ -9,6 +9,7 @@
 #include "single_batch.hpp"
 
 #include <algorithm>
+#include <functional>
 
 namespace qrftp {
 
@@ -33,11 +34,11 @@ void copy_parts(const session& opened, connection_pool& pool, File& file, std::u
     protocol& server = session_access::server(opened);
     if (parts == 1) {
         single_batch<File> whole(file);
-        (server.*copy)(whole);
+        std::invoke(copy, server, whole);
         return;
     }
     parts_batch<File> pieces(file, size, parts);
-    pool.run(server, [&](protocol& connection, unsigned /*job*/) { (connection.*copy)(pieces); });
+    pool.run(server, [&](protocol& connection, unsigned /*job*/) { std::invoke(copy, connection, pieces); });
 }
 
 } // namespace

@@ -97,6 +97,7 @@ private:
             return;
         }
         std::vector<path_change> changes;
+        changes.reserve(actions.size());
         for (const tree_action& action : actions) {
             changes.push_back({change_of(action.what), remote(action.path)});
         }

@@ -1,0 +1,211 @@
+#!/usr/bin/env python3
+"""python_compare.py [JOB…]: the Python package beside paramiko, asyncssh, ftplib and fsspec's own "sftp", on loopback.
+
+Starts servers with packaging/servers.sh, and between them and the clients, for the jobs that say so, a relay that holds
+everything back for 25 ms in each direction. Each job is run three times (BENCH_ROUNDS) by each client, in turn; the medians count.
+PYTHONPATH must lead to the package. Prints one line for each job and client: seconds, and how many times as long as the package."""
+
+import asyncio
+import ftplib
+import os
+import shutil
+import socket
+import ssl
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+from pathlib import Path
+
+import qrftp
+
+ROOT = Path(__file__).parents[1]
+LARGE = int(os.environ.get("BENCH_MIB", 512)) << 20
+ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
+FILES, SMALL, RANGES, PART = 2000, 4096, 1000, 64 << 10
+DELAY = 0.025
+
+
+class Delay(threading.Thread):
+    """A relay to 127.0.0.1:`port` that delivers everything DELAY seconds later."""
+
+    def __init__(self, port):
+        super().__init__(daemon=True)
+        self.loop, self.target, self.ready = asyncio.new_event_loop(), port, threading.Event()
+        self.start()
+        self.ready.wait()
+
+    def run(self):
+        self.loop.run_until_complete(self.serve())
+        self.loop.run_forever()
+
+    async def serve(self):
+        server = await asyncio.start_server(self.accept, "127.0.0.1", 0)
+        self.port = server.sockets[0].getsockname()[1]
+        self.ready.set()
+
+    async def accept(self, reader, writer):
+        far_reader, far_writer = await asyncio.open_connection("127.0.0.1", self.target)
+        for each in (writer, far_writer):
+            each.get_extra_info("socket").setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        await asyncio.gather(self.forward(reader, far_writer), self.forward(far_reader, writer))
+
+    async def forward(self, reader, writer):
+        while data := await reader.read(1 << 20):
+            self.loop.call_later(DELAY, writer.write, data)
+        self.loop.call_later(DELAY, writer.close)
+
+
+class Bench:
+    def __init__(self, folder):
+        self.folder = folder
+        script = [ROOT / "packaging/servers.sh", "start", folder / "servers", "proftpd", "sshd"]
+        subprocess.run(script, check=True)
+        lines = (folder / "servers/env").read_text().splitlines()
+        self.env = dict(line.split("=", 1) for line in lines)
+        self.home = Path(self.env["HOME_DIR"])
+        self.port = int(self.env["SSHD_PORT"])
+        self.far = Delay(self.port).port
+        (folder / "large").write_bytes(os.urandom(1 << 20) * (LARGE >> 20))
+        (folder / "small").mkdir()
+        for number in range(FILES):
+            (folder / f"small/{number}").write_bytes(os.urandom(SMALL))
+
+    def session(self, port):
+        return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@127.0.0.1:{port}", key=self.env["KEY"], ssh_config="",
+                             host_keys="off", agent=False)  # fmt: skip
+
+    def paramiko(self, port):
+        import paramiko
+
+        client = paramiko.SSHClient()
+        client.set_missing_host_key_policy(paramiko.AutoAddPolicy())
+        client.connect("127.0.0.1", port, self.env["SSHD_USER"], key_filename=self.env["KEY"], allow_agent=False,
+                       look_for_keys=False)  # fmt: skip
+        return client, client.open_sftp()
+
+    def asyncssh(self, port, work):
+        import asyncssh
+
+        async def run():
+            async with asyncssh.connect("127.0.0.1", port, username=self.env["SSHD_USER"], known_hosts=None,
+                                        client_keys=[self.env["KEY"]], config=None) as connection:  # fmt: skip
+                async with connection.start_sftp_client() as sftp:
+                    await work(sftp)
+
+        asyncio.run(run())
+
+    def ftp(self):
+        context = ssl.create_default_context(cafile=self.env["CA_FILE"])
+        context.maximum_version = ssl.TLSVersion.TLSv1_2  # later ones have no session in time for the data connection
+
+        class Tls(ftplib.FTP_TLS):
+            def ntransfercmd(self, cmd, rest=None):
+                data, size = ftplib.FTP.ntransfercmd(self, cmd, rest)
+                return context.wrap_socket(data, server_hostname=self.host, session=self.sock.session), size
+
+        client = Tls(context=context)
+        client.connect("127.0.0.1", int(self.env["FTP_PORT"]))
+        client.login(self.env["USER"], self.env["PASSWORD"])
+        client.prot_p()
+        return client
+
+    # Jobs: what each client does for it.
+
+    def large(self, up):
+        local, remote = str(self.folder / ("large" if up else "fetched")), str(self.home / ("sent" if up else "large"))
+        def own():
+            with self.session(self.port) as session:
+                session.send(local, remote) if up else session.fetch(remote, local)
+        def by_paramiko():
+            client, sftp = self.paramiko(self.port)
+            sftp.put(local, remote) if up else sftp.get(remote, local)
+            client.close()
+        def by_asyncssh():
+            self.asyncssh(self.port, lambda sftp: sftp.put(local, remote) if up else sftp.get(remote, local))
+        return {"qrftp": own, "paramiko": by_paramiko, "asyncssh": by_asyncssh}
+
+    def many(self):
+        target, remote = self.folder / "many", str(self.home / "small")
+        def own():
+            with self.session(self.far) as session:
+                session.fetch_tree(remote, target)
+        def by_paramiko():  # one tenth, since it takes minutes
+            client, sftp = self.paramiko(self.far)
+            target.mkdir(exist_ok=True)
+            for number in range(FILES // 10):
+                sftp.get(f"{remote}/{number}", str(target / str(number)))
+            client.close()
+        def by_asyncssh():
+            target.mkdir(exist_ok=True)
+            async def work(sftp):
+                limit = asyncio.Semaphore(100)
+                async def get(number):
+                    async with limit:
+                        await sftp.get(f"{remote}/{number}", str(target / str(number)))
+                await asyncio.gather(*map(get, range(FILES)))
+            self.asyncssh(self.far, work)
+        return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko, "asyncssh, 100 at once": by_asyncssh}
+
+    def ftp_large(self):
+        options = {"password": self.env["PASSWORD"], "certificate_authorities": self.env["CA_FILE"]}
+        def own():
+            with qrftp.connect(f"ftp://{self.env['USER']}@127.0.0.1:{self.env['FTP_PORT']}", **options) as session:
+                session.fetch(str(self.home / "large"), self.folder / "fetched")
+        def by_ftplib():
+            client = self.ftp()
+            with open(self.folder / "fetched", "wb", buffering=0) as file:
+                client.retrbinary(f"RETR {self.home}/large", file.write, 1 << 18)
+            client.quit()
+        return {"qrftp": own, "ftplib": by_ftplib}
+
+    def ranges(self):
+        import fsspec
+
+        own_options = {"key": self.env["KEY"], "ssh_config": "", "host_keys": "off", "agent": False}
+        their_options = {"key_filename": self.env["KEY"], "allow_agent": False, "look_for_keys": False}
+        def read(protocol, options, count):
+            system = fsspec.filesystem(protocol, host="127.0.0.1", port=self.far, username=self.env["SSHD_USER"],
+                                       skip_instance_cache=True, **options)  # fmt: skip
+            starts = [number * (LARGE // RANGES) for number in range(count)]
+            parts = system.cat_ranges([str(self.home / "large")] * count, starts, [each + PART for each in starts])
+            assert all(len(each) == PART for each in parts)
+        return {"qrftp": lambda: read("qsftp", own_options, RANGES),
+                "fsspec's sftp (a tenth of the ranges, times 10)": lambda: read("sftp", their_options, RANGES // 10)}  # fmt: skip
+
+    def imports(self):
+        def load(name):
+            return lambda: subprocess.run([sys.executable, "-c", f"import {name}"], check=True)
+        return {"qrftp": load("qrftp"), "paramiko": load("paramiko"), "no module": load("sys")}
+
+
+def main():
+    folder = Path(tempfile.mkdtemp(prefix="qrftp-"))
+    folder.chmod(0o711)
+    (folder / "servers").mkdir()
+    try:
+        bench = Bench(folder)
+        shutil.copy(folder / "large", bench.home)
+        shutil.copytree(folder / "small", bench.home / "small")
+        subprocess.run(["chmod", "-R", "a+rX", bench.home], check=True)
+        jobs = {"down": lambda: bench.large(False), "up": lambda: bench.large(True), "many": bench.many,
+                "ftp": bench.ftp_large, "ranges": bench.ranges, "import": bench.imports}  # fmt: skip
+        for job in sys.argv[1:] or jobs:
+            clients, seconds = jobs[job](), {}
+            for _ in range(ROUNDS):
+                for name, work in clients.items():
+                    began = time.monotonic()
+                    work()
+                    scale = 10 if "times 10" in name else 1
+                    seconds.setdefault(name, []).append((time.monotonic() - began) * scale)
+            medians = {name: statistics.median(each) for name, each in seconds.items()}
+            for name, median in medians.items():
+                print(f"{job:8} {name:48} {median:9.3f} s {median / medians['qrftp']:8.2f}", flush=True)
+    finally:
+        subprocess.run([ROOT / "packaging/servers.sh", "stop", folder / "servers"], check=True)
+        shutil.rmtree(folder)
+
+
+main()
