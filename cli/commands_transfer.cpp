@@ -39,7 +39,7 @@ void refuse_same_targets(const std::map<std::string, std::string>& sources_by_ta
                          const std::string& source)
 {
     if (const auto other = sources_by_target.find(target); other != sources_by_target.end()) {
-        throw usage_error(fmt::format("\"{}\" and \"{}\" would both become \"{}\"; nothing was copied.",
+        throw usage_error(fmt::format(R"("{}" and "{}" would both become "{}"; nothing was copied.)",
                                       escape(other->second), escape(source), escape(target)));
     }
 }
@@ -191,12 +191,17 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
                  transfer_report& report)
 {
     if (!arguments.recursive) {
-        throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
-                             "it is a folder; -r sends folders");
+        report.attempt([&] {
+            throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
+                                 "it is a folder; -r sends folders");
+        });
+        return;
     }
     const tree_options options = report.watch(arguments.tree);
-    report.add(way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
-                                       : send_tree(remote, one.local, one.remote, options));
+    report.attempt_tree(options, [&] {
+        return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
+                                       : send_tree(remote, one.local, one.remote, options);
+    });
 }
 
 void carry_out(session& remote, const std::vector<copy>& plan, const transfer_arguments& arguments,
@@ -211,7 +216,7 @@ void carry_out(session& remote, const std::vector<copy>& plan, const transfer_ar
     }
     for (const copy& one : plan) {
         if (one.is_folder) {
-            report.attempt([&] { copy_folder(remote, one, arguments, way, report); });
+            copy_folder(remote, one, arguments, way, report);
         }
     }
     report.finish();
@@ -251,9 +256,11 @@ void put(session& remote, const transfer_arguments& arguments, const settings& o
 void sync(session& remote, const sync_arguments& arguments, const settings& options)
 {
     transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
+    const sync_options watched = report.watch(arguments.options);
+    report.attempt_tree(watched, [&] {
+        return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
+    });
     report.attempt([&] {
-        report.add(synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way,
-                               report.watch(arguments.options)));
         if (arguments.clean_up && !options.dry_run) {
             for (const std::string& path : clean_up(remote, or_here(arguments.remote))) {
                 report.print_action({tree_action::kind::remove_file, tree_action::reason::extra, path, 0});

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include <ranges>
 #include <string_view>
 #include <utility>
 
@@ -155,11 +156,11 @@ private:
     {
         level next{path};
         const listing found = read_folder(remote_, path, options_);
-        for (auto one = found.entries.rbegin(); one != found.entries.rend(); ++one) {
-            if (one->kind == entry_kind::folder) {
-                next.folders.push_back(join(path, one->name));
+        for (const entry& one : std::views::reverse(found.entries)) {
+            if (one.kind == entry_kind::folder) {
+                next.folders.push_back(join(path, one.name));
             } else {
-                next.sum = add_sizes(next.sum, one->size.value_or(0));
+                next.sum = add_sizes(next.sum, one.size.value_or(0));
             }
         }
         levels_.push_back(std::move(next));

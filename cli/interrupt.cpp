@@ -56,7 +56,7 @@ void watch()
     for (;;) {
         if (read(to_watcher[0], &byte, 1) == 1 && interrupted()) {
             std::unique_lock lock(source_guard);
-            std::stop_source current = source;
+            const std::stop_source current = source;
             lock.unlock();
             current.request_stop();
         }

@@ -6,6 +6,9 @@
 
 #include <qrftp/trace.hpp>
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -61,14 +64,25 @@ private:
     bool is_changed_ = false;
 };
 
-/// Below the line that is being edited.
+/// Below the line that is being edited: as many names as the screen has room for.
 void list(const std::vector<candidate>& all)
 {
     std::vector<cell> names;
+    names.reserve(all.size());
     for (const candidate& one : all) {
         names.push_back({escape(one.name) + (one.kind == entry_kind::folder ? "/" : "")});
     }
-    (void)std::fputs(('\n' + in_columns(names, terminal_size::of(STDOUT_FILENO).columns)).c_str(), stdout);
+    const terminal_size size = terminal_size::of(STDOUT_FILENO);
+    const std::size_t room = std::max<std::size_t>(size.rows, 4) - 3;
+    std::string text = in_columns(names, size.columns);
+    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    if (lines > room) {
+        const std::size_t fit = std::max<std::size_t>(names.size() * room / lines, 1);
+        const std::size_t more = names.size() - fit;
+        names.resize(fit);
+        text = in_columns(names, size.columns) + fmt::format("… and {} more\n", more);
+    }
+    (void)std::fputs(('\n' + text).c_str(), stdout);
 }
 
 } // namespace

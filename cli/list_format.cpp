@@ -60,6 +60,7 @@ std::string coloured_name(const entry& what, const settings& options)
 void print_names(const std::vector<entry>& entries, const settings& options)
 {
     std::vector<cell> names;
+    names.reserve(entries.size());
     for (const entry& one : entries) {
         names.push_back(name_cell(one, options));
     }

@@ -54,6 +54,7 @@ pid_t start(const std::string& shell, const std::string& line)
     }
     std::vector<std::string> variables = environment_without_secrets();
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& one : variables) {
         environment.push_back(one.data());
     }

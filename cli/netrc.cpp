@@ -8,7 +8,7 @@ namespace qrftp::cli {
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view separators = " \t\r\n";
 
 std::string take_quoted_token(std::string_view& rest)
 {
@@ -26,11 +26,11 @@ std::string take_quoted_token(std::string_view& rest)
 /// The next word; empty at the end.
 std::string take_token(std::string_view& rest)
 {
-    rest.remove_prefix(std::min(rest.find_first_not_of(blanks), rest.size()));
+    rest.remove_prefix(std::min(rest.find_first_not_of(separators), rest.size()));
     if (rest.starts_with('"')) {
         return take_quoted_token(rest);
     }
-    const std::size_t end = std::min(rest.find_first_of(blanks), rest.size());
+    const std::size_t end = std::min(rest.find_first_of(separators), rest.size());
     std::string word(rest.substr(0, end));
     rest.remove_prefix(end);
     return word;

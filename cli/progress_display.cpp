@@ -36,7 +36,7 @@ std::string time_left(const progress& now)
 
 std::string figures(const progress& now)
 {
-    const std::string amounts =
+    std::string amounts =
         fmt::format("{:>11}{:>13}", human_size(static_cast<double>(now.bytes)), human_size(now.rate) + "/s");
     if (now.total == 0) {
         return amounts;

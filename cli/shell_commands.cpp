@@ -22,9 +22,7 @@ namespace qrftp::cli {
 
 namespace {
 
-using arguments = shell_arguments;
-
-void run_cd(shell_state& state, const arguments& words)
+void run_cd(shell_state& state, const shell_arguments& words)
 {
     std::string target = words.operands.empty() ? state.remote.server_info().login_folder : words.text(0);
     if (target == "-") {
@@ -38,7 +36,7 @@ void run_cd(shell_state& state, const arguments& words)
     state.last_folder = std::move(left);
 }
 
-void run_lcd(shell_state& state, const arguments& words)
+void run_lcd(shell_state& state, const shell_arguments& words)
 {
     std::filesystem::path target = expand_home(words.operands.empty() ? "~" : words.text(0));
     if (target == "-") {
@@ -52,17 +50,17 @@ void run_lcd(shell_state& state, const arguments& words)
     state.last_local_folder = std::move(left);
 }
 
-void run_ls(shell_state& state, const arguments& words)
+void run_ls(shell_state& state, const shell_arguments& words)
 {
     ls(state.remote, {words.patterns(), words.has('l'), words.has('R')}, state.options);
 }
 
-void run_dir(shell_state& state, const arguments& words)
+void run_dir(shell_state& state, const shell_arguments& words)
 {
     ls(state.remote, {words.patterns(), true, words.has('R')}, state.options);
 }
 
-void run_transfer(shell_state& state, const arguments& words, std::vector<std::string> sources,
+void run_transfer(shell_state& state, const shell_arguments& words, std::vector<std::string> sources,
                   std::string target, decltype(&get) transfer)
 {
     transfer_arguments what;
@@ -102,7 +100,7 @@ std::vector<std::string> expand_local(const std::vector<token>& patterns)
 }
 
 /// A local command, whose operands are words of this line: "ls" of the user's own shell.
-void run_lls(shell_state& /*state*/, const arguments& words)
+void run_lls(shell_state& /*state*/, const shell_arguments& words)
 {
     std::string line = "ls -- ";
     if (!words.options.empty()) {
@@ -130,7 +128,7 @@ void print_help(const shell_command& command)
     print_help(usage_of(command), command.help);
 }
 
-void run_help(shell_state& /*state*/, const arguments& words)
+void run_help(shell_state& /*state*/, const shell_arguments& words)
 {
     if (!words.operands.empty()) {
         const shell_command* const command = find_command(words.text(0));
@@ -147,7 +145,7 @@ void run_help(shell_state& /*state*/, const arguments& words)
     print_help("-COMMAND", "In a batch: continue where the command fails");
 }
 
-void run_exit(shell_state& state, const arguments& /*words*/)
+void run_exit(shell_state& state, const shell_arguments& /*words*/)
 {
     state.has_ended = true;
 }
@@ -160,19 +158,19 @@ constexpr std::array commands{
     shell_command{"bye", "", "End the shell", "", "", 0, 0, none, run_exit},
     shell_command{
         "cat", "FILE...", "Print remote files", "", "r", 1, any, reads,
-        [](shell_state& in, const arguments& words) { cat(in.remote, words.patterns(), in.options); }},
+        [](shell_state& in, const shell_arguments& words) { cat(in.remote, words.patterns(), in.options); }},
     shell_command{"cd", "[FOLDER | -]", "Change the remote folder; by default to the login folder; -: back", "",
                   "R", 0, 1, reads, run_cd},
     shell_command{"dir", "[-R] [PATH...]", "List remote folders, with details", "R", "r", 0, any, reads,
                   run_dir},
     shell_command{"du", "[-s] [PATH...]", "Print the sizes of remote folders; -s: only the totals", "s", "r", 0,
                   any, reads,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       du(in.remote, words.patterns(), words.has('s'), in.options);
                   }},
     shell_command{"exit", "", "End the shell", "", "", 0, 0, none, run_exit},
     shell_command{"get", "[-r] REMOTE [LOCAL]", "Fetch a file; -r: a folder", "r", "rl", 1, 2, reads,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       run_transfer(in, words, {words.patterns().front()}, words.text(1), get);
                   }},
     shell_command{"help", "[COMMAND]", "Show this help", "", "c", 0, 1, none, run_help},
@@ -180,59 +178,61 @@ constexpr std::array commands{
                   "L", 0, 1, none, run_lcd},
     shell_command{"lls", "[-alRt] [PATH...]", "List local folders", "alRth1S", "l", 0, any, none, run_lls},
     shell_command{"lpwd", "", "Print the local folder", "", "", 0, 0, none,
-                  [](shell_state& in, const arguments&) {
+                  [](shell_state& in, const shell_arguments&) {
                       print_folder(std::filesystem::current_path().string(), in.options);
                   }},
     shell_command{"ls", "[-lR] [PATH...]", "List remote folders; -l: details, -R: with those below", "lR", "r",
                   0, any, reads, run_ls},
-    shell_command{
-        "mget", "[-r] GLOB...", "Fetch what matches into the local folder; -r: folders too", "r", "r", 1, any,
-        reads,
-        [](shell_state& in, const arguments& words) { run_transfer(in, words, words.patterns(), "", get); }},
+    shell_command{"mget", "[-r] GLOB...", "Fetch what matches into the local folder; -r: folders too", "r", "r",
+                  1, any, reads,
+                  [](shell_state& in, const shell_arguments& words) {
+                      run_transfer(in, words, words.patterns(), "", get);
+                  }},
     shell_command{"mkdir", "[-p] FOLDER...", "Make folders; -p: those above them too", "p", "R", 1, any,
                   changes,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       mkdir(in.remote, words.texts(), words.has('p'), in.options);
                   }},
     shell_command{"mput", "[-r] GLOB...", "Send what matches into the remote folder; -r: folders too", "r", "l",
                   1, any, changes,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       run_transfer(in, words, expand_local(words.operands), "", put);
                   }},
     shell_command{"mv", "[-f] FROM TO", "Rename or move; -f: replace a file of the new name", "f", "r", 2, 2,
                   changes,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       mv(in.remote, words.text(0), words.text(1), words.has('f'), in.options);
                   }},
     shell_command{"put", "[-r] LOCAL [REMOTE]", "Send a file; -r: a folder", "r", "lr", 1, 2, changes,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       run_transfer(in, words, {words.text(0)}, words.text(1), put);
                   }},
     shell_command{"pwd", "", "Print the remote folder", "", "", 0, 0, none,
-                  [](shell_state& in, const arguments&) { pwd(in.remote, in.options); }},
+                  [](shell_state& in, const shell_arguments&) { pwd(in.remote, in.options); }},
     shell_command{"quit", "", "End the shell", "", "", 0, 0, none, run_exit},
     shell_command{"rm", "[-r] PATH...", "Remove files; -r: folders with all that is in them", "r", "r", 1, any,
                   changes,
-                  [](shell_state& in, const arguments& words) {
+                  [](shell_state& in, const shell_arguments& words) {
                       rm(in.remote, words.patterns(), words.has('r'), in.options);
                   }},
-    shell_command{"rmdir", "FOLDER...", "Remove empty folders", "", "R", 1, any, changes,
-                  [](shell_state& in, const arguments& words) { rmdir(in.remote, words.texts(), in.options); }},
+    shell_command{
+        "rmdir", "FOLDER...", "Remove empty folders", "", "R", 1, any, changes,
+        [](shell_state& in, const shell_arguments& words) { rmdir(in.remote, words.texts(), in.options); }},
     shell_command{
         "stat", "PATH...", "Print what is known of remote files", "", "r", 1, any, reads,
-        [](shell_state& in, const arguments& words) { stat(in.remote, words.patterns(), in.options); }},
+        [](shell_state& in, const shell_arguments& words) { stat(in.remote, words.patterns(), in.options); }},
     shell_command{
         "tree", "[FOLDER]", "Print a remote folder as a tree", "", "R", 0, 1, reads,
-        [](shell_state& in, const arguments& words) { tree(in.remote, {words.text(0)}, in.options); }},
+        [](shell_state& in, const shell_arguments& words) { tree(in.remote, {words.text(0)}, in.options); }},
 };
 
 /// The words after the name of the command; nothing where they ask for help.
-std::optional<arguments> parse(const shell_command& command, std::vector<token> words)
+std::optional<shell_arguments> parse(const shell_command& command, std::vector<token> words)
 {
     const auto refuse = [&command](const std::string& why) {
         throw usage_error(fmt::format("{} Usage: {}", why, usage_of(command)));
     };
-    arguments found;
+    shell_arguments found;
     bool may_be_option = true;
     for (auto word = words.begin() + 1; word != words.end(); ++word) {
         const bool is_option = may_be_option && word->text.size() > 1 && word->text.front() == '-';
@@ -333,9 +333,9 @@ void run_line(shell_state& state, const std::string& line)
     const std::string name = words.front().text;
     const shell_command* const command = find_command(name);
     if (command == nullptr) {
-        throw usage_error(fmt::format("There is no command \"{}\"; \"help\" lists them.", escape(name)));
+        throw usage_error(fmt::format(R"(There is no command "{}"; "help" lists them.)", escape(name)));
     }
-    const std::optional<arguments> found = parse(*command, std::move(words));
+    const std::optional<shell_arguments> found = parse(*command, std::move(words));
     if (!found) {
         print_help(*command);
         flush_output();

@@ -27,7 +27,7 @@ namespace qrftp::cli {
 
 namespace {
 
-using words = std::vector<std::string>;
+using word_list = std::vector<std::string>;
 constexpr int any_number = CLI::detail::expected_max_vector_size;
 
 const std::map<std::string, std::uint64_t> rate_units{
@@ -46,18 +46,18 @@ void resolve_settings(command_line& line)
     }
 }
 
-words paths_of(const std::vector<url>& urls)
+word_list paths_of(const std::vector<url>& urls)
 {
-    words paths;
+    word_list paths;
     for (const url& one : urls) {
         paths.push_back(one.path);
     }
     return paths;
 }
 
-words patterns_of(const std::vector<url>& urls)
+word_list patterns_of(const std::vector<url>& urls)
 {
-    words patterns;
+    word_list patterns;
     for (const url& one : urls) {
         patterns.push_back(one.pattern);
     }
@@ -65,7 +65,7 @@ words patterns_of(const std::vector<url>& urls)
 }
 
 /// Logs in where the URLs point to, and hands them to `act`.
-void with_urls(command_line& line, const words& texts,
+void with_urls(command_line& line, const word_list& texts,
                const std::function<void(session&, const std::vector<url>&)>& act)
 {
     resolve_settings(line);
@@ -118,7 +118,7 @@ void add_dry_run(CLI::App& command, command_line& line)
     command.add_flag("--dry-run", line.options.dry_run, "Print what would be done, do nothing");
 }
 
-void add_patterns(CLI::App& command, const char* name, words& patterns, const char* help)
+void add_patterns(CLI::App& command, const char* name, word_list& patterns, const char* help)
 {
     command.add_option(name, patterns, help)->type_name("GLOB")->allow_extra_args(false);
 }
@@ -264,7 +264,7 @@ transfer_arguments transfer_of(const command_line& line)
 int run_get(command_line& line)
 {
     transfer_arguments arguments = transfer_of(line);
-    words texts = line.words;
+    word_list texts = line.words;
     if (texts.size() > 1 && !is_url(texts.back())) {
         arguments.target = texts.back();
         texts.pop_back();

@@ -98,6 +98,7 @@ std::string shorten(std::string_view text, std::size_t width)
 std::string in_columns(const std::vector<cell>& names, std::size_t width)
 {
     std::vector<std::size_t> widths;
+    widths.reserve(names.size());
     for (const cell& one : names) {
         widths.push_back(text_width(one.text));
     }

@@ -95,7 +95,7 @@ std::string quote(std::string_view word)
     constexpr std::string_view special = "'\"\\*?[";
     std::string text;
     for (const char byte : word) {
-        const bool is_special = is_blank(byte) || special.find(byte) != special.npos ||
+        const bool is_special = is_blank(byte) || special.find(byte) != std::string_view::npos ||
                                 (text.empty() && (byte == '#' || byte == '!' || byte == '-'));
         text.append(is_special ? 1 : 0, '\\').push_back(byte);
     }

@@ -4,6 +4,7 @@
 #include "json.hpp"
 #include "output.hpp"
 
+#include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
@@ -22,6 +23,22 @@ std::string with_blanks(std::string_view name)
     return words;
 }
 
+/// Whether what is beside the entry that failed can be copied all the same.
+bool concerns_one_entry(error_cause cause)
+{
+    switch (cause) {
+    case error_cause::invalid_name:
+    case error_cause::not_found:
+    case error_cause::permission_denied:
+    case error_cause::unsafe_name:
+    case error_cause::local_file:
+    case error_cause::incomplete_listing:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 transfer_report::transfer_report(const settings& options, bool alone, bool prints)
@@ -36,6 +53,21 @@ void transfer_report::attempt(const std::function<void()>& act)
             act();
         } catch (...) {
             display_.erase(); // What is reported now begins at the left.
+            throw;
+        }
+    });
+}
+
+void transfer_report::attempt_tree(const tree_options& options, const std::function<tree_result()>& act)
+{
+    attempt([&] {
+        try {
+            add(act());
+        } catch (const error& failure) {
+            if (!options.keep_going && concerns_one_entry(failure.cause())) {
+                display_.erase();
+                note(options_, "Stopped at the first error; --keep-going copies the rest.");
+            }
             throw;
         }
     });
@@ -90,7 +122,7 @@ void transfer_report::add(const tree_result& result)
     passed_over_ += result.passed_over.size();
 }
 
-void transfer_report::print_left_out(const char* action, const std::string& what)
+void transfer_report::print_left_out(const char* action, const std::string& what) const
 {
     if (options_.json) {
         json object{{"action", action}};

@@ -20,6 +20,8 @@ public:
 
     /// Carries out a part of the transfer and reports its failure; see `batch::attempt`.
     void attempt(const std::function<void()>& act);
+    /// The same for a whole tree; where it stops at one entry, the option that does not is named.
+    void attempt_tree(const tree_options& options, const std::function<tree_result()>& act);
 
     /// `options` with the callbacks that show progress and actions.
     template <class Options>
@@ -47,7 +49,7 @@ public:
     void finish();
 
 private:
-    void print_left_out(const char* action, const std::string& what);
+    void print_left_out(const char* action, const std::string& what) const;
 
     const settings& options_;
     progress_display display_;

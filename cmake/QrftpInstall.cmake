@@ -23,7 +23,7 @@ endfunction()
 if(QRFTP_HOST STREQUAL standalone) # what another host needs, its own package says: to CMake
     qrftp_pkgconfig(qrftpcore-host zorbelhost "The stand-alone host below libqrftpcore" "")
     qrftp_pkgconfig(qrftpcore qrftpcore "${PROJECT_DESCRIPTION}" "qrftpcore-host libcurl")
-    qrftp_pkgconfig(qrftp-client qrftpclient "FTP, FTPS and SFTP sessions that are safe to use" "qrftpcore-host")
+    qrftp_pkgconfig(qrftp-client qrftpclient "FTP, FTPS and SFTP sessions that are safe to use" "")
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

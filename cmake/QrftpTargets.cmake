@@ -18,6 +18,10 @@ function(qrftp_target target)
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion
         # Trace records name their source file as the project knows it, wherever it was built.
         "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    # One source made of many sees names of the others.
+    if(CMAKE_UNITY_BUILD)
+        target_compile_options(${target} PRIVATE -Wno-shadow)
+    endif()
     # With a sanitizer, GCC takes values in headers of the standard library and of Boost for uninitialised.
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_FLAGS MATCHES "-fsanitize=")
         target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)

@@ -1,6 +1,6 @@
-// Prints docs/errors.md with the sentences that the libraries have for their errors: `errors_page docs/errors.md`.
-// The page is where everything else is written, below a heading "### IDENTIFIER" for each error. An error without a
-// heading, and a heading without an error, are a failure.
+// Prints docs/errors.md with the sentences that the libraries have for their errors: `errors_page
+// docs/errors.md`. The page is where everything else is written, below a heading "### IDENTIFIER" for each
+// error. An error without a heading, and a heading without an error, are a failure.
 
 #include <foundation/core/except/Catalogue.hpp>
 #include <qrftp/error.hpp>

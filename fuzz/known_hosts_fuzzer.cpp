@@ -1,5 +1,5 @@
-// Known-hosts files: the keys of any file are found again, others never are, and a line makes one known, or revoked. The first is a host,
-// too.
+// Known-hosts files: the keys of any file are found again, others never are, and a line makes one known, or
+// revoked. The first is a host, too.
 #include "fuzz.hpp"
 #include <qrftp/known_hosts.hpp>
 using namespace qrftp;
@@ -18,8 +18,11 @@ static void fuzz(std::string_view input)
             require(!key.type.empty() && type_of_key(key.blob) == key.type && key.fingerprint().size() == 50);
             require(known_hosts("h" + bare).match({"H", key.type, key.blob}) == known);
             require(known_hosts(text + "\n@revoked *" + bare).match(key) == revoked);
-            require(key.host.empty() || key.host.find_first_of("!*?,|@# \t\r") != none || known_hosts(line).match(key) == known);
+            require(key.host.empty() || key.host.find_first_of("!*?,|@# \t\r") != none ||
+                    known_hosts(line).match(key) == known);
         }
-        require(hosts.match({host, "rsa-sha2-256", "no key"}) == (keys.empty() ? unknown : same ? changed : other_type));
+        require(hosts.match({host, "rsa-sha2-256", "no key"}) == (keys.empty() ? unknown
+                                                                  : same       ? changed
+                                                                               : other_type));
     }
 }

@@ -54,9 +54,11 @@ struct script {
         case 6:
             return data_packet(asked.id, std::string(take() * take(), 'd'));
         case 7:
-            return attrs_packet(asked.id, {.size = take() * take(), .permissions = static_cast<std::uint32_t>(take() << 8)});
+            return attrs_packet(
+                asked.id, {.size = take() * take(), .permissions = static_cast<std::uint32_t>(take() << 8)});
         case 8:
-            return name_packet(asked.id, {{std::string(take_bytes(take())), {}}, {"x", {.permissions = 0040755}}});
+            return name_packet(asked.id,
+                               {{std::string(take_bytes(take())), {}}, {"x", {.permissions = 0040755}}});
         case 9:
             return std::exchange(held, status_packet(asked.id, static_cast<status_code>(take() % 9)));
         default:
@@ -118,7 +120,8 @@ static void copy_files(sftp_protocol& server)
     if (succeeds([&] { server.fetch(downs); })) {
         expect_ended(downs, down);
         for (const memory_download& file : down) {
-            require(file.is_in_order && (!downs.result(file).empty() || file.facts.size == file.content.size()));
+            require(file.is_in_order &&
+                    (!downs.result(file).empty() || file.facts.size == file.content.size()));
         }
     }
     if (succeeds([&] { server.send(ups); })) {

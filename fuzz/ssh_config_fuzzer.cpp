@@ -1,5 +1,5 @@
-// Configuration files of OpenSSH: any text is read or refused by InvalidOption; settings of a host's own block go
-// before later ones, and a block of another host changes nothing. Text that includes itself comes to an end.
+// Configuration files of OpenSSH: any text is read or refused by InvalidOption; settings of a host's own block
+// go before later ones, and a block of another host changes nothing. Text that includes itself comes to an end.
 #include "fuzz.hpp"
 
 #include <qrftp/error.hpp>
@@ -14,8 +14,9 @@ static std::optional<sftp::ssh_config> parse(const std::string& text, unsigned m
     const std::vector<sftp::ssh_config_source> sources = {{text, "f", "/"}};
     unsigned includes = 0;
     try {
-        return sftp::parse_ssh_config(sources, {"host", "", "me", "/home"},
-            [&](const std::filesystem::path&) { return ++includes > most_includes ? std::vector<sftp::ssh_config_source>() : sources; });
+        return sftp::parse_ssh_config(sources, {"host", "", "me", "/home"}, [&](const std::filesystem::path&) {
+            return ++includes > most_includes ? std::vector<sftp::ssh_config_source>() : sources;
+        });
     } catch (const InvalidOption&) {
         return std::nullopt;
     }

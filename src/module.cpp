@@ -11,6 +11,7 @@ namespace zorbel::io::ftp::core {
 connection_class_info::connection_class_info() = default;
 connection_class_info::~connection_class_info() = default;
 
+// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): made by placement new
 void connection_class_info::operator delete(void* memory) noexcept
 {
     utFree(memory);

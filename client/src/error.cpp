@@ -88,7 +88,7 @@ struct error::details {
     std::string sentence;
 };
 
-error::error(error_cause why, std::string subject, std::string reason, response said)
+error::error(error_cause why, std::string subject, const std::string& reason, response said)
 {
     // A server may repeat what it was sent, the password included.
     const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(masked(said.message)));
@@ -128,9 +128,8 @@ const std::string& error::server_message() const noexcept
     return details_->said.message;
 }
 
-LocalFileError::LocalFileError(std::string path, std::error_code code, std::string reason)
-    : error(error_cause::local_file, std::move(path), reason.empty() ? code.message() : std::move(reason)),
-      code_(code)
+LocalFileError::LocalFileError(std::string path, std::error_code code, const std::string& reason)
+    : error(error_cause::local_file, std::move(path), reason.empty() ? code.message() : reason), code_(code)
 {
 }
 

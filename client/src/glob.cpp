@@ -8,7 +8,7 @@ namespace qrftp {
 
 namespace {
 
-constexpr std::string_view magic = "*?[";
+constexpr std::string_view wildcards = "*?[";
 constexpr std::string_view special_in_sets = "]!^-";
 
 /// Takes one literal byte off the front of `pattern`, with the backslash that may stand before it.
@@ -177,7 +177,7 @@ bool glob_match(std::string_view pattern, std::string_view path)
 bool has_magic(std::string_view text) noexcept
 {
     for (std::size_t place = 0; place < text.size(); ++place) {
-        if (magic.find(text[place]) != magic.npos) {
+        if (wildcards.find(text[place]) != std::string_view::npos) {
             return true;
         }
         place += text[place] == '\\' ? 1 : 0;
@@ -189,8 +189,8 @@ std::string glob_escape(std::string_view text)
 {
     std::string pattern;
     for (const char byte : text) {
-        const bool is_special = byte == '\\' || magic.find(byte) != magic.npos ||
-                                special_in_sets.find(byte) != special_in_sets.npos;
+        const bool is_special = byte == '\\' || wildcards.find(byte) != std::string_view::npos ||
+                                special_in_sets.find(byte) != std::string_view::npos;
         pattern.append(is_special ? 1 : 0, '\\').push_back(byte);
     }
     return pattern;

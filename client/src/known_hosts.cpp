@@ -42,11 +42,11 @@ std::string_view key_type(std::string_view name)
 
 bool hash_matches(std::string_view hashed, std::string_view host)
 {
-    constexpr std::string_view magic = "|1|";
-    if (!hashed.starts_with(magic)) {
+    constexpr std::string_view mark = "|1|";
+    if (!hashed.starts_with(mark)) {
         return false;
     }
-    hashed.remove_prefix(magic.size());
+    hashed.remove_prefix(mark.size());
     const std::size_t bar = hashed.find('|');
     if (bar == std::string_view::npos) {
         return false;

@@ -10,17 +10,18 @@ namespace qrftp {
 
 namespace {
 
-/// FTP: a reply code that may mean that the server does not allow it (RFC 959, 4.2.2). SFTP's status says so by
-/// itself.
-bool may_mean_denied(const response& said)
-{
-    static constexpr std::array codes{530L, 532L, 550L, 553L};
-    return std::find(codes.begin(), codes.end(), said.code) != codes.end();
-}
-
 bool mentions(const response& said, std::string_view words)
 {
     return said.message.find(words) != std::string::npos;
+}
+
+/// FTP: a reply code that may mean that the server does not allow it (RFC 959, 4.2.2). SFTP has a status for
+/// it, but some servers call it a failure like any other, and only say so.
+bool may_mean_denied(const response& said)
+{
+    static constexpr std::array codes{3L, 530L, 532L, 550L, 553L};
+    return std::find(codes.begin(), codes.end(), said.code) != codes.end() ||
+           mentions(said, "ermission denied");
 }
 
 bool is_empty(protocol& server, const std::string& path)

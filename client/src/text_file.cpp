@@ -17,9 +17,9 @@ namespace {
 
 constexpr std::size_t longest_file = std::size_t{16} * 1024 * 1024;
 
-[[noreturn]] void throw_errno(const fs::path& file, std::string reason = {})
+[[noreturn]] void throw_errno(const fs::path& file, const std::string& reason = {})
 {
-    throw LocalFileError(file.string(), std::error_code(errno, std::generic_category()), std::move(reason));
+    throw LocalFileError(file.string(), std::error_code(errno, std::generic_category()), reason);
 }
 
 class descriptor {

@@ -17,9 +17,9 @@ namespace {
 constexpr std::string_view digits = "0123456789";
 constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
 
-[[noreturn]] void refuse(std::string_view whole, std::string reason)
+[[noreturn]] void refuse(std::string_view whole, const std::string& reason)
 {
-    throw InvalidUrl(without_password(whole), std::move(reason));
+    throw InvalidUrl(without_password(whole), reason);
 }
 
 bool is_letter(char byte)
@@ -35,7 +35,7 @@ bool is_digit(char byte)
 /// How long the scheme is that `text` begins with (RFC 3986, 3.1); 0 where no "://" follows one.
 std::size_t scheme_length(std::string_view text) noexcept
 {
-    const auto end = std::find_if(text.begin(), text.end(), [](char byte) {
+    const auto* const end = std::find_if(text.begin(), text.end(), [](char byte) {
         return !is_letter(byte) && !is_digit(byte) && byte != '+' && byte != '-' && byte != '.';
     });
     const auto length = static_cast<std::size_t>(end - text.begin());
@@ -53,7 +53,8 @@ std::size_t authority_start(std::string_view text) noexcept
 std::optional<char> encoded_byte(std::string_view text)
 {
     unsigned value = 0;
-    if (text.size() < 3 || text[0] != '%' || text.substr(1, 2).find_first_not_of(hex_digits) != text.npos) {
+    if (text.size() < 3 || text[0] != '%' ||
+        text.substr(1, 2).find_first_not_of(hex_digits) != std::string_view::npos) {
         return std::nullopt;
     }
     std::from_chars(text.data() + 1, text.data() + 3, value, 16);
@@ -125,8 +126,8 @@ bool ends_in_number(std::string_view name)
     name.remove_suffix(name.ends_with('.') ? 1 : 0);
     const std::string_view last = name.substr(name.rfind('.') + 1);
     const bool hexadecimal = last.starts_with("0x") || last.starts_with("0X");
-    return !last.empty() && (last.find_first_not_of(digits) == last.npos ||
-                             (hexadecimal && last.find_first_not_of(hex_digits, 2) == last.npos));
+    return !last.empty() && (last.find_first_not_of(digits) == std::string_view::npos ||
+                             (hexadecimal && last.find_first_not_of(hex_digits, 2) == std::string_view::npos));
 }
 
 std::string parse_host(std::string_view text, std::string_view whole)
@@ -193,7 +194,7 @@ url url::parse(std::string_view whole)
     const std::string_view path = authority.substr(std::min(authority.find('/'), authority.size()));
     authority.remove_suffix(path.size());
 
-    if (const std::size_t at = authority.rfind('@'); at != authority.npos) {
+    if (const std::size_t at = authority.rfind('@'); at != std::string_view::npos) {
         const std::string_view login = authority.substr(0, at);
         const std::size_t colon = std::min(login.find(':'), login.size());
         result.user = decode(login.substr(0, colon));
@@ -235,17 +236,18 @@ std::string_view password_in(std::string_view text) noexcept
     const std::size_t start = authority_start(text);
     const std::size_t slash = text.find('/', start);
     const std::size_t in_authority = text.substr(0, slash).rfind('@');
-    const bool is_usual = in_authority != text.npos && in_authority >= start;
+    const bool is_usual = in_authority != std::string_view::npos && in_authority >= start;
     const std::size_t at = is_usual ? in_authority : text.rfind('@'); // The password may hold a slash.
     const std::size_t colon = text.find(':', start);
-    return at == text.npos || colon >= at ? std::string_view() : text.substr(colon + 1, at - colon - 1);
+    return at == std::string_view::npos || colon >= at ? std::string_view()
+                                                       : text.substr(colon + 1, at - colon - 1);
 }
 
 std::string without_password(std::string_view text)
 {
     const std::size_t colon = text.find(':', authority_start(text));
     const std::size_t at = text.rfind('@');
-    if (at == text.npos || colon >= at) {
+    if (at == std::string_view::npos || colon >= at) {
         return std::string(text);
     }
     return std::string(text.substr(0, colon)).append(":****").append(text.substr(at));

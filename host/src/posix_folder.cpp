@@ -102,11 +102,7 @@ public:
         // A pipe that nobody reads is an error, not a wait without end.
         const int flags = flags_of(how) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | no_follow(links);
         const mode_t mode = how == Open::create ? private_mode : as_the_umask_allows;
-        const int opened =
-            checked(path_ / name, [&] { return ::openat(descriptor_, segment(name), flags, mode); });
-        auto file = make_posix_file(opened, path_ / name);
-        checked(path_ / name, [&] { return ::fcntl(opened, F_SETFL, flags & O_ACCMODE); });
-        return file;
+        return open_posix_file(path_ / name, [&] { return ::openat(descriptor_, segment(name), flags, mode); });
     }
 
     void make_folder(const std::string& name) override
@@ -117,7 +113,10 @@ public:
 
     void remove_file(const std::string& name) override
     {
-        checked(path_ / name, [&] { return ::unlinkat(descriptor_, segment(name), 0); });
+        // No name is made up before it is needed: what was left behind goes even when there is no memory.
+        if (::unlinkat(descriptor_, segment(name), 0) == -1) {
+            fail(path_ / name);
+        }
     }
 
     void remove_folder(const std::string& name) override

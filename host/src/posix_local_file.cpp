@@ -39,10 +39,7 @@ fs::file_type type_of(mode_t mode)
 
 class PosixLocalFile final : public LocalFile {
 public:
-    PosixLocalFile(int descriptor, fs::path path) : path_(std::move(path)), descriptor_(descriptor)
-    {
-        has_places_ = ::lseek(descriptor_, 0, SEEK_CUR) != -1;
-    }
+    explicit PosixLocalFile(fs::path path) : path_(std::move(path)) {}
     PosixLocalFile(const PosixLocalFile&) = delete;
     PosixLocalFile& operator=(const PosixLocalFile&) = delete;
     ~PosixLocalFile() override
@@ -50,6 +47,14 @@ public:
         if (descriptor_ != -1) {
             ::close(descriptor_);
         }
+    }
+
+    void open(const std::function<int()>& call)
+    {
+        descriptor_ = checked(path_, call);
+        has_places_ = ::lseek(descriptor_, 0, SEEK_CUR) != -1;
+        // Asked for so that opening a pipe does not wait.
+        ::fcntl(descriptor_, F_SETFL, ::fcntl(descriptor_, F_GETFL) & ~O_NONBLOCK);
     }
 
     Status status() const override
@@ -121,15 +126,17 @@ public:
 
 private:
     fs::path path_;
-    int descriptor_;
+    int descriptor_ = -1;
     bool has_places_ = true;
 };
 
 } // namespace
 
-std::unique_ptr<LocalFile> make_posix_file(int descriptor, fs::path path)
+std::unique_ptr<LocalFile> open_posix_file(fs::path path, const std::function<int()>& open)
 {
-    return std::make_unique<PosixLocalFile>(descriptor, std::move(path));
+    auto file = std::make_unique<PosixLocalFile>(std::move(path));
+    file->open(open);
+    return file;
 }
 
 Status to_status(const struct stat& from)

@@ -4,10 +4,13 @@
 
 #include <sys/stat.h>
 
+#include <functional>
+
 namespace zorbel::io::common::file {
 
-/// Takes the open `descriptor` over; errors name `path`.
-std::unique_ptr<LocalFile> make_posix_file(int descriptor, std::filesystem::path path);
+/// The file that `open` gives the descriptor of, or -1 and the reason in `errno`; errors name `path`. Nothing
+/// is allocated after `open`: no file is made and then lost for want of memory.
+std::unique_ptr<LocalFile> open_posix_file(std::filesystem::path path, const std::function<int()>& open);
 
 Status to_status(const struct stat& from);
 

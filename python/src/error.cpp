@@ -4,6 +4,8 @@
 
 #include <qrftp/error.hpp>
 
+#include <utility>
+
 namespace qrftp::python {
 
 namespace {
@@ -36,7 +38,7 @@ void register_errors()
 {
     py::register_exception_translator([](std::exception_ptr failure) {
         try {
-            std::rethrow_exception(failure);
+            std::rethrow_exception(std::move(failure));
         } catch (const error& known) {
             const py::object instance = make(known);
             PyErr_SetObject(py::type::handle_of(instance).ptr(), instance.ptr());

@@ -54,6 +54,7 @@ public:
     [[nodiscard]] py::list read_ranges(const std::vector<std::pair<std::uint64_t, std::uint64_t>>& wanted)
     {
         std::vector<file_range> ranges;
+        ranges.reserve(wanted.size());
         for (const auto& [offset, length] : wanted) {
             ranges.push_back({offset, length});
         }

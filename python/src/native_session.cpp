@@ -35,6 +35,7 @@ native_session::native_session(const std::string& server, const py::dict& given,
 {
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): only where Python has ended
 native_session::~native_session()
 {
     const py::gil_scoped_release released;

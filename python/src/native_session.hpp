@@ -29,7 +29,7 @@ public:
     native_session(const std::string& server, const py::dict& given, std::string folder);
     native_session(const native_session&) = delete;
     native_session& operator=(const native_session&) = delete;
-    ~native_session();
+    ~native_session(); // NOLINT(bugprone-exception-escape): only where Python has ended
 
     [[nodiscard]] const std::shared_ptr<callback_failure>& failure() const { return failure_; }
     [[nodiscard]] const std::string& folder() const { return folder_; }

@@ -75,10 +75,10 @@ void bind_changes(session_class& session)
     session.def("remove", [](native_session& self, const remote_name& path) {
         self.call([&](qrftp::session& server) { server.remove_file(path.bytes); });
     });
-    session.def(
-        "rename", [](native_session& self, const remote_name& from, const remote_name& to, bool replace) {
-            self.call([&](qrftp::session& server) { server.rename(from.bytes, to.bytes, replace); });
-        });
+    session.def("rename",
+                [](native_session& self, const remote_name& from, const remote_name& to, bool replace) {
+                    self.call([&](qrftp::session& server) { server.rename(from.bytes, to.bytes, replace); });
+                });
 }
 
 } // namespace

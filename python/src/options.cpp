@@ -50,10 +50,9 @@ void take_login(const keywords& given, session_options& options)
 
 void take_trust(const keywords& given, session_options& options)
 {
-    given.take("tls", options.tls,
-               {{"none", tls_mode::none},
-                {"opportunistic", tls_mode::opportunistic},
-                {"strict", tls_mode::strict}});
+    given.take(
+        "tls", options.tls,
+        {{"none", tls_mode::none}, {"opportunistic", tls_mode::opportunistic}, {"strict", tls_mode::strict}});
     given.take("certificate_authorities", options.certificate_authorities);
     given.take("host_keys", options.host_keys,
                {{"strict", host_key_check::strict},
@@ -115,7 +114,8 @@ transfer_options to_transfer_options(const py::dict& given, const std::shared_pt
     words.take("jobs", options.jobs);
     if (const auto report = words.function("progress")) {
         options.on_progress = [report = *report](const progress& now) {
-            return report(false, [&](const py::object& f) { return goes_on(f(now.bytes, now.total, now.rate)); });
+            return report(false,
+                          [&](const py::object& f) { return goes_on(f(now.bytes, now.total, now.rate)); });
         };
     }
     return options;

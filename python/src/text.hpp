@@ -30,15 +30,16 @@ template <>
 struct type_caster<qrftp::python::remote_name> {
     PYBIND11_TYPE_CASTER(qrftp::python::remote_name, const_name("str | bytes | os.PathLike"));
 
-    bool load(handle source, bool)
+    bool load(handle source, bool /*convert*/)
     {
         value.bytes = qrftp::python::to_bytes(source);
         return true;
     }
 
-    static handle cast(const qrftp::python::remote_name& name, return_value_policy, handle)
+    static handle cast(const qrftp::python::remote_name& path, return_value_policy /*policy*/,
+                       handle /*parent*/)
     {
-        return qrftp::python::to_text(name.bytes).release();
+        return qrftp::python::to_text(path.bytes).release();
     }
 };
 

@@ -64,13 +64,13 @@ py::tuple to_python(const tree_progress& now)
 
 py::tuple to_python(const tree_result& result)
 {
-    return py::make_tuple(
-        convert_all(result.done, [](const tree_action& step) { return to_python(step); }),
-        convert_all(result.failures,
-                    [](const tree_failure& each) {
-                        return py::make_tuple(to_text(each.path), to_python(each.error));
-                    }),
-        convert_all(result.skipped, to_text), convert_all(result.passed_over, to_text), result.bytes);
+    return py::make_tuple(convert_all(result.done, [](const tree_action& step) { return to_python(step); }),
+                          convert_all(result.failures,
+                                      [](const tree_failure& each) {
+                                          return py::make_tuple(to_text(each.path), to_python(each.error));
+                                      }),
+                          convert_all(result.skipped, to_text), convert_all(result.passed_over, to_text),
+                          result.bytes);
 }
 
 } // namespace qrftp::python

@@ -51,8 +51,8 @@ void bind_trees(session_class& session)
             return send_tree(server, local, remote.bytes, options);
         });
     });
-    session.def("sync", [](native_session& self, const fs::path& local, const remote_name& remote,
-                           bool sends, const py::dict& given) {
+    session.def("sync", [](native_session& self, const fs::path& local, const remote_name& remote, bool sends,
+                           const py::dict& given) {
         return run_tree(self, given, [&](qrftp::session& server, const sync_options& options) {
             return synchronise(server, local, remote.bytes, sends ? direction::send : direction::fetch,
                                options);

@@ -16,6 +16,7 @@ ends 0 put -r tree "$url/new" --include '*.c' --exclude .git && ends 0 get -r "$
 [[ $(cd "$HOME_DIR/new" && find . -type f) == ./one.c && ! $(find got -type f) ]] || fail "$(find "$HOME_DIR/new" got)"
 mv tree/dangling . && ends 0 put -r --follow-links tree "$url/followed" && same outside "$HOME_DIR/followed/link"
 mv dangling tree && ln -s /etc "$HOME_DIR/followed/etc"
-ends 6 get -r "$url/" got2 && ends 8 get -r --keep-going "$url/" got3 && said '*denied*' && [[ $(wc -l <"$work/errors") == 1 ]]
+ends 6 get -r "$url/" got2 && said '*--keep-going*denied*' && ends 8 get -r --keep-going "$url/" got3 && said '*denied*' && said '*Not copied: 1 link*'
 same whole/one.c got3/new/one.c && same outside got3/followed/link && [[ ! -e got3/followed/etc ]]
-rm -r got* && ends 0 rm -r "$url/new" "$url/followed" && [[ -e /etc/passwd ]]
+ends 0 put -r tree "$url/links" && said '*2 links*' && ends 0 put -r tree "$url/links" -q --json && [[ $(grep -c '"pass_over"' "$work/output") == 2 ]]
+rm -r got* && ends 0 rm -r "$url/links" "$url/new" "$url/followed" && [[ -e /etc/passwd ]]

@@ -17,4 +17,11 @@ url=$ftp
 mkdir -p s/"a b" && echo 1 >s/a\ b/1 && echo two >s/2 && : >"s/[3]" && touch -d "2021-05-06 07:08:09" s/2 && cp -a s s2
 both_ways s "$url/s" s "$HOME_DIR/s"
 rm -r "$HOME_DIR/s" s && mv s2 "$HOME_DIR/s" && both_ways "$url/s" s "$HOME_DIR/s" s
-rm -r "$HOME_DIR/s" s
+rm -r "$HOME_DIR/s" s/*
+# What would remove too much removes nothing; what broke off long ago is removed when asked for.
+mkdir "$HOME_DIR/t" empty && touch "$HOME_DIR/t"/{1,2,3} s/1 && chmod a+rwx "$HOME_DIR/t"
+ends 10 sync empty "$url/t" --delete && said '*--force*' && ends 10 sync s "$url/t" --delete --max-delete 1 && said '*--max-delete*'
+[[ $(ls "$HOME_DIR/t") == $'1\n2\n3' ]] && ends 0 sync s "$url/t" --delete --max-delete 2 --quiet && [[ $(ls "$HOME_DIR/t") == 1 ]]
+left=$HOME_DIR/t/.qrftp-0123456789abcdef.part && touch -d "2 days ago" "$left" && ends 0 sync s "$url/t" && told "" && [[ -e $left ]]
+ends 0 sync s "$url/t" --clean-up && told "remove file $left (extra)" && [[ ! -e $left ]]
+ends 0 sync empty "$url/t" --delete --force && told "remove file 1 (extra)"

@@ -16,6 +16,10 @@ round_trips() { # URL OPTION…: of the login folder
     silent get "$1/i?/[a-z]*[!z]" got && [[ $(ls got) == $'a b\nc#d?e\nempty\nx*[a-z]' ]] || fail "$1: $(ls got)"
     silent rm -r "$1/in" "$1/renamed" && rm -r got other && [[ $(ls "$HOME_DIR") == denied ]]
 }
+# Two sources with one name would become one file.
+mkdir one two && touch {one,two}/r && options=(--tls none)
+ends 0 mkdir "$ftp"/{one,two} && silent put one/r "$ftp/one" && silent put two/r "$ftp/two" && ends 2 get "$ftp/*/r" . && said '*both become*'
+ends 2 put one/r two/r "$ftp/" && [[ ! -e r && ! -e $HOME_DIR/r ]] && silent rm -r "$ftp"/{one,two}
 round_trips "$ftp" --tls opportunistic --cacert "$CA_FILE"
 round_trips "$ftp/$HOME_DIR" --tls none --active
 round_trips "sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~" --key "$KEY_PASS"

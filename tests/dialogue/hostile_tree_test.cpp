@@ -135,8 +135,7 @@ const tree_row rows[] = {
         .gives(theirs),
     fetching("LargeSizes", theirs, {})
         .lists(listing, "type=file;size=99999999999999999999999; a\r\ntype=dir;size=-1; d\r\n")
-        .gives({{"d", "/"}, {"d/b", "new"}})
-        .incomplete(),
+        .gives(theirs),
 };
 
 } // namespace

@@ -88,6 +88,8 @@ TEST(Soak, NothingIsLostOrKept)
                 session s(urls[what == "both" ? i % 2 : what == "sftp"], options);
                 const std::string name = what + std::to_string(i);
                 s.make_folder(name);
+                s.send_string(std::string(60'000, 'b'), name + "/f"); // Buffers grow to what they will be.
+                (void)s.fetch_string(name + "/f");
                 std::mt19937 random(static_cast<std::uint32_t>(i));
                 for (const double share : {0.2, 1.0}) {
                     do

@@ -47,7 +47,8 @@ protected:
         if (agent_ > 0) {
             ::kill(agent_, SIGTERM);
         }
-        fs::remove_all(folder);
+        std::error_code ended; // The agent removes its socket by itself.
+        fs::remove_all(folder, ended);
     }
 
     fs::path make_key(const std::string& name, const std::string& options_of_keygen)

@@ -79,8 +79,7 @@ bool scripted_peer::session::transfer(const std::string& line, std::size_t limit
         data.socket().open(tcp::v4());
         data.socket().bind({boost::asio::ip::make_address(peer.state_->data_address), 0});
         data.socket().connect({loopback, std::exchange(active, std::uint16_t{})}, error);
-    }
-    else if (!passive.is_open() || !accept(passive, data, deadline))
+    } else if (!passive.is_open() || !accept(passive, data, deadline))
         return false;
     passive.close();
     if (!data)

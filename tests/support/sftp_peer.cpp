@@ -212,12 +212,21 @@ std::string sftp_peer::carry_out(request asked)
     case packet_type::rename:
         return rename(asked, false);
     case packet_type::readlink:
-        return name_packet(asked.id, {{nodes[next_path()].content, {}}});
+        return answer_readlink(asked.id, next_path());
     case packet_type::extended:
         return extended(asked);
     default:
         return status_packet(asked.id, status_code::op_unsupported);
     }
+}
+
+std::string sftp_peer::answer_readlink(std::uint32_t id, const std::string& path)
+{
+    constexpr std::uint32_t type_bits = 0170000;
+    constexpr std::uint32_t link = 0120000;
+    const auto found = nodes.find(path);
+    const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link;
+    return is_link ? name_packet(id, {{found->second.content, {}}}) : status_packet(id, status_code::failure);
 }
 
 std::string sftp_peer::resolve(std::string path) const

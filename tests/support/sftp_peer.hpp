@@ -80,6 +80,7 @@ private:
     reply_text rename(request asked, bool replace);
     reply_text extended(request asked);
     open_file* find_handle(request& asked);
+    std::string answer_readlink(std::uint32_t id, const std::string& path);
     std::string resolve(std::string path) const;
 
     qrftp::sftp::byte_queue input_{};

@@ -110,7 +110,7 @@ private:
     {
         const std::map<std::string, std::string> replies{
             {"USER", "331 more\r\n"}, {"PWD", "257 \"/\"\r\n"},
-            {"SIZE", how_.size},    {"FEAT", "211-f\r\n MLST type*;\r\n211 end\r\n"},
+            {"SIZE", how_.size},      {"FEAT", "211-f\r\n MLST type*;\r\n211 end\r\n"},
             {"RNFR", "350 to?\r\n"},  {"MLST", "550 no\r\n"},
             {"AUTH", how_.auth},      {"PROT", how_.prot},
             {"MLSD", "150 \r\n"},     {"LIST", "150 \r\n"},

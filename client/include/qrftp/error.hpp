@@ -59,7 +59,7 @@ class QRFTPCLIENT_EXPORT error : public std::exception {
 public:
     /// `subject` is what the error is about: a remote name, a local path, a URL, a host. `reason` completes the
     /// sentence where the class has a place for it.
-    error(error_cause why, std::string subject, std::string reason = {}, response said = {});
+    error(error_cause why, std::string subject, const std::string& reason = {}, response said = {});
 
     [[nodiscard]] const char* what() const noexcept override;
     [[nodiscard]] error_cause cause() const noexcept;
@@ -97,8 +97,8 @@ private:
 #define QRFTP_ERROR_WITH_REASON(name, why)                                                                     \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
-        name(std::string subject, std::string reason, response said = {})                                      \
-            : error(error_cause::why, std::move(subject), std::move(reason), std::move(said))                  \
+        name(std::string subject, const std::string& reason, response said = {})                               \
+            : error(error_cause::why, std::move(subject), reason, std::move(said))                             \
         {                                                                                                      \
         }                                                                                                      \
     }
@@ -178,7 +178,7 @@ QRFTP_ERROR(Closed, closed);
 class QRFTPCLIENT_EXPORT LocalFileError : public error {
 public:
     /// The sentence says `reason` where it is not empty, else the message of `code`.
-    LocalFileError(std::string path, std::error_code code, std::string reason = {});
+    LocalFileError(std::string path, std::error_code code, const std::string& reason = {});
 
     /// What the system said: `std::errc::no_such_file_or_directory`, `no_space_on_device` and so on.
     [[nodiscard]] const std::error_code& code() const noexcept { return code_; }

@@ -200,7 +200,7 @@ request_result connection::perform(const request& request)
     return result;
 }
 
-bool connection::may_repeat(const request& request, const request_result& result) const
+bool connection::may_repeat(const request& request, const request_result& result)
 {
     // A command that is answered with the server's goodbye has not been carried out.
     const bool goodbye = result.last_reply().code == code::service_not_available;
@@ -227,7 +227,7 @@ request_result connection::run(const request& request)
         if (request.cancellable) {
             ends_waits.emplace(options_.stop, end);
         }
-        const request_result result = perform(request);
+        request_result result = perform(request);
         ends_waits.reset();
         if (callbacks_.thrown()) {
             std::rethrow_exception(callbacks_.thrown());

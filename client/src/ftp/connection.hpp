@@ -48,7 +48,7 @@ private:
     void set_commands(const request& request);
     void set_request(const request& request);
     request_result perform(const request& request);
-    bool may_repeat(const request& request, const request_result& result) const;
+    static bool may_repeat(const request& request, const request_result& result);
 
     url location_;
     session_options options_;

@@ -26,8 +26,8 @@ bool is_passive(long code)
 
 /// The server's own refusal, which libcurl reports as something else: an upload that the server would not
 /// continue, as a connection that broke; a transfer over TLS that it did not even begin, as a bad answer to
-/// PASV, which libcurl 7.88 sends when the handshake of the data connection fails; and 450 to a listing, as an
-/// empty one.
+/// PASV, which libcurl 7.88 sends when the handshake of the data connection fails, or as that handshake's
+/// failure; and 450 to a listing, as an empty one.
 bool is_disguised_refusal(const request& request, const request_result& result)
 {
     constexpr long failed = 400;
@@ -37,6 +37,7 @@ bool is_disguised_refusal(const request& request, const request_result& result)
     const bool refused = reply >= failed && std::find(network.begin(), network.end(), reply) == network.end();
     return refused && ((result.is_done() && request.list_command != nullptr) ||
                        result.code == CURLE_FTP_WEIRD_PASV_REPLY ||
+                       (result.code == CURLE_SSL_CONNECT_ERROR && request.on_data) ||
                        (result.code == CURLE_PARTIAL_FILE && request.source != nullptr));
 }
 

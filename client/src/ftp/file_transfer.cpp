@@ -85,6 +85,13 @@ request_result file_fetch::receive(size_is source)
         return receive_part(source);
     } catch (const other_range&) {
         return receive_part(source);
+    } catch (const NoEncryption&) {
+        if (begun_ || source != size_is::asked_for) {
+            throw;
+        }
+        // A server that refuses to send the file never begins with TLS on the data connection. After commands
+        // of ours libcurl gives up without reading the refusal; without them, it tells.
+        return receive_part(size_is::ignored);
     }
 }
 

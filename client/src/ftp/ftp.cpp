@@ -1,6 +1,7 @@
 #include "ftp.hpp"
 
 #include "../remote_path.hpp"
+#include "carry.hpp"
 #include "file_transfer.hpp"
 #include "listing_text.hpp"
 
@@ -71,34 +72,6 @@ void check_listing_end(const std::string& path, const reply& last)
         throw PermissionDenied(path, said);
     }
     throw Refused(path, said);
-}
-
-/// After these, further files of a batch would fail as well.
-bool concerns_all_files(error_cause cause)
-{
-    return cause == error_cause::no_connection || cause == error_cause::no_encryption ||
-           cause == error_cause::certificate_refused || cause == error_cause::login_refused ||
-           cause == error_cause::cancelled;
-}
-
-template <class File, class Work>
-void carry(batch<File>& files, const Work& work)
-{
-    while (const auto part = files.next()) {
-        try {
-            work(*part->file);
-        } catch (const error& failure) {
-            files.failed(*part, std::current_exception());
-            if (concerns_all_files(failure.cause())) {
-                throw;
-            }
-            continue;
-        } catch (...) {
-            files.failed(*part, std::current_exception());
-            continue;
-        }
-        files.finished(*part);
-    }
 }
 
 } // namespace
@@ -190,7 +163,7 @@ std::optional<entry> ftp::ask_mlst(const std::string& path)
 
 std::optional<entry> ftp::find(const std::string& path)
 {
-    const auto told = ask_mlst(path);
+    auto told = ask_mlst(path);
     if (told && !may_be_link(*told)) {
         return told;
     }
@@ -206,7 +179,7 @@ std::optional<entry> ftp::lstat(const std::string& path)
 
 std::optional<entry> ftp::find_replaced(const std::string& path)
 {
-    const auto told = ask_mlst(path);
+    auto told = ask_mlst(path);
     if (told ? may_be_link(*told) : !has_mlst_ && size(path)) {
         return find_in_parent(path);
     }

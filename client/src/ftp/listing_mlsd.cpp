@@ -119,8 +119,8 @@ line_content read_mlsd_line(std::string_view line, entry& found)
         return line_content::nothing;
     }
     set_kind(told, found);
-    if (found.kind == entry_kind::file && !told.size.empty()) {
-        found.size = to_number<std::uint64_t>(told.size); // One that is negative or overflows is none.
+    if (found.kind == entry_kind::file) {
+        found.size = to_number<std::uint64_t>(told.size); // What is no number of bytes is no size.
     }
     found.modified = read_mlsd_time(told.modify);
     if (const auto mode = to_number<unsigned>(told.mode, 8)) {

@@ -276,7 +276,6 @@ line_content read_unix_line(std::string_view line, sys_seconds now, entry& found
     found.name = read.name;
     if (*kind == entry_kind::file) {
         found.size = size;
-        return size ? line_content::entry : line_content::unreadable;
     }
     return line_content::entry;
 }

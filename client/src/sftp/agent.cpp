@@ -2,6 +2,7 @@
 
 #include "ssh_wire.hpp"
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -14,7 +15,7 @@ namespace qrftp::sftp {
 
 namespace {
 
-constexpr char failure = 5;
+constexpr char failure_answer = 5;
 constexpr char request_identities = 11;
 constexpr char identities_answer = 12;
 constexpr char sign_request = 13;
@@ -129,8 +130,8 @@ void agent_bridge::end_thread()
 int agent_bridge::connect()
 {
     end_thread();
-    int ends[2] = {-1, -1};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    std::array<int, 2> ends{-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::system_error(errno, std::generic_category(), "socketpair");
     }
     ours_ = unique_fd(ends[0]);
@@ -174,10 +175,10 @@ std::string agent_bridge::answer(std::string_view request)
             std::string forwarded(1, sign_request);
             wire::put_string(forwarded, key_);
             forwarded += rest;
-            return real_.ask(forwarded).value_or(std::string(1, failure));
+            return real_.ask(forwarded).value_or(std::string(1, failure_answer));
         }
     }
-    return std::string(1, failure);
+    return std::string(1, failure_answer);
 }
 
 } // namespace qrftp::sftp

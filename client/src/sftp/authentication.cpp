@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned most_questions = 3; // as ssh_config(5), NumberOfPasswordPrompts
 constexpr unsigned most_steps = 16;    // of a login that takes several methods
 
-std::string names_of(int methods)
+std::string names_of(unsigned methods)
 {
     std::string names;
     for (const auto& [method, name] :
@@ -23,7 +23,7 @@ std::string names_of(int methods)
           std::pair(SSH_AUTH_METHOD_INTERACTIVE, "keyboard-interactive"),
           std::pair(SSH_AUTH_METHOD_HOSTBASED, "hostbased"),
           std::pair(SSH_AUTH_METHOD_GSSAPI_MIC, "gssapi-with-mic")}) {
-        if ((static_cast<unsigned>(methods) & method) != 0) {
+        if ((methods & method) != 0) {
             names.append(names.empty() ? "" : ", ").append(name);
         }
     }
@@ -64,7 +64,7 @@ bool authentication::log_in(ssh_connection& connection)
         if (step == most_steps) {
             refuse("it asks for more and more");
         }
-        used_methods_ = last == result::partly ? 0 : used_methods_;
+        used_methods_ = last == result::partly ? 0U : used_methods_;
         last = try_next_method();
     }
     if (last == result::closed && !can_go_on_with_another_connection()) {
@@ -122,11 +122,11 @@ authentication::result authentication::try_none()
 
 authentication::result authentication::try_next_method()
 {
-    const int offered = ssh_userauth_list(connection_->get(), nullptr);
+    const auto offered = static_cast<unsigned>(ssh_userauth_list(connection_->get(), nullptr));
     if (offered == 0) {
         return try_none();
     }
-    const auto is_next = [&](int method) { return (offered & ~used_methods_ & method) != 0; };
+    const auto is_next = [&](unsigned method) { return (offered & ~used_methods_ & method) != 0; };
     if (is_next(SSH_AUTH_METHOD_PUBLICKEY) && next_ < identities_.size()) {
         used_methods_ |= SSH_AUTH_METHOD_PUBLICKEY;
         return try_keys();
@@ -150,7 +150,7 @@ void authentication::refuse(const std::string& why) const
 authentication::result authentication::try_keys()
 {
     while (next_ < identities_.size()) {
-        const int offered = ssh_userauth_list(connection_->get(), nullptr);
+        const auto offered = static_cast<unsigned>(ssh_userauth_list(connection_->get(), nullptr));
         if (offered != 0 && (offered & SSH_AUTH_METHOD_PUBLICKEY) == 0) {
             break;
         }
@@ -182,7 +182,7 @@ authentication::result authentication::try_file_key(const identity& one)
     if (!one.key.empty() && private_key_file(one.file).is_encrypted()) {
         // Nobody is asked for the pass phrase of a key that the server does not take.
         const key_ptr key = certificate ? nullptr : import_public(one.key);
-        const ssh_key shown = certificate ? certificate.get() : key.get();
+        auto* const shown = certificate ? certificate.get() : key.get();
         const int got = request([&] { return ssh_userauth_try_publickey(connection_->get(), nullptr, shown); });
         if (got != SSH_AUTH_SUCCESS) {
             return judge(got);
@@ -228,7 +228,7 @@ key_ptr authentication::unlock(const identity& one) const
 
 login_prompts authentication::prompts() const
 {
-    const ssh_session session = connection_->get();
+    auto* const session = connection_->get();
     login_prompts asked;
     asked.name = text_of(ssh_userauth_kbdint_getname(session));
     asked.instruction = text_of(ssh_userauth_kbdint_getinstruction(session));
@@ -282,7 +282,7 @@ std::optional<std::vector<std::string>> authentication::answers(const login_prom
 
 authentication::result authentication::try_interactive()
 {
-    const ssh_session session = connection_->get();
+    auto* const session = connection_->get();
     const auto send = [&] { return request([&] { return ssh_userauth_kbdint(session, nullptr, nullptr); }); };
     result outcome = result::refused;
     for (unsigned round = 0; round < most_questions && outcome == result::refused; ++round) {

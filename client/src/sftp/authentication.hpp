@@ -63,7 +63,7 @@ private:
     bool password_answered_ = false;
 
     ssh_connection* connection_ = nullptr;
-    int used_methods_ = 0;
+    unsigned used_methods_ = 0;
     bool refused_ = false; ///< the server refused something over this connection
     std::string closing_words_;
 };

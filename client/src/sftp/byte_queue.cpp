@@ -12,7 +12,7 @@ std::span<char> byte_queue::prepare(std::size_t size)
     if (capacity_ - end_ < size) {
         if (capacity_ - used < size) {
             const std::size_t capacity = std::max(2 * capacity_, used + size);
-            std::unique_ptr<char[]> larger(new char[capacity]); // not filled with zeros, as make_unique would
+            auto larger = decltype(data_)(new char[capacity]); // make_unique would fill it with zeros
             std::copy_n(data_.get() + begin_, used, larger.get());
             data_ = std::move(larger);
             capacity_ = capacity;

@@ -29,7 +29,7 @@ public:
     void truncate(std::size_t size) noexcept { end_ = begin_ + size; }
 
 private:
-    std::unique_ptr<char[]> data_{};
+    std::unique_ptr<char[]> data_{}; // NOLINT(modernize-avoid-c-arrays): a vector would fill it with zeros
     std::size_t capacity_ = 0;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;

@@ -181,7 +181,7 @@ reply pipeline::wait_for_answer()
     return answer_.value;
 }
 
-void pipeline::kept_answer::on_reply(const request_tag&, const reply& answer)
+void pipeline::kept_answer::on_reply(const request_tag& /*tag*/, const reply& answer)
 {
     body = answer.body().rest(); // the input buffer moves on
     value = reply(answer.type(), packet_reader(body));

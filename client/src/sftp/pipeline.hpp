@@ -192,9 +192,9 @@ private:
     }
     static void append_trace(std::string& line, std::string_view name) { line.append(" ").append(name); }
     static void append_trace(std::string& line, std::uint64_t offset);
-    static void append_trace(std::string&, std::uint32_t) {}
-    static void append_trace(std::string&, const file_handle&) {}
-    static void append_trace(std::string&, const attributes&) {}
+    static void append_trace(std::string& /*line*/, std::uint32_t /*number*/) {}
+    static void append_trace(std::string& /*line*/, const file_handle& /*handle*/) {}
+    static void append_trace(std::string& /*line*/, const attributes& /*facts*/) {}
     void trace_reply(const reply& answer) const;
 
     byte_queue& prepare();

@@ -93,7 +93,7 @@ std::string public_key_of(std::string_view text)
 {
     std::string_view line = text.substr(0, text.find_first_of("\r\n"));
     const std::string_view type = take_token(line, " \t");
-    std::string blob = from_base64(take_token(line, " \t"));
+    const std::string blob = from_base64(take_token(line, " \t"));
     return type_of_key(blob) == type ? blob : std::string();
 }
 

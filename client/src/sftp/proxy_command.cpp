@@ -1,5 +1,6 @@
 #include "proxy_command.hpp"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -56,8 +57,8 @@ bool has_ended(pid_t pid, int longest_ms)
 
 std::pair<proxy_process, unique_fd> proxy_process::start(const std::vector<std::string>& arguments)
 {
-    int ends[2] = {-1, -1};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    std::array<int, 2> ends{-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw_error(errno, "socketpair");
     }
     unique_fd ours(ends[0]);
@@ -69,6 +70,7 @@ std::pair<proxy_process, unique_fd> proxy_process::start(const std::vector<std::
     actions.duplicate(theirs.get(), STDIN_FILENO);
     actions.duplicate(theirs.get(), STDOUT_FILENO);
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }

@@ -81,8 +81,8 @@ public:
         const std::string* const path = std::exchange(path_, nullptr);
         return path == nullptr ? std::nullopt : std::optional(*path);
     }
-    void found(const std::string&, entry&& what) override { sink_.on_entry(std::move(what)); }
-    void skipped(const std::string&, std::string_view line) override
+    void found(const std::string& /*folder*/, entry&& what) override { sink_.on_entry(std::move(what)); }
+    void skipped(const std::string& /*folder*/, std::string_view line) override
     {
         if (sink_.on_skipped) {
             sink_.on_skipped(line);
@@ -95,8 +95,8 @@ public:
         }
         sink_.on_restart();
     }
-    void finished(const std::string&) override {}
-    void failed(const std::string&, std::exception_ptr why) override { std::rethrow_exception(why); }
+    void finished(const std::string& /*folder*/) override {}
+    void failed(const std::string& /*folder*/, std::exception_ptr why) override { std::rethrow_exception(why); }
 
 private:
     const std::string* path_;
@@ -108,7 +108,7 @@ private:
 void sftp_protocol::change(std::span<const path_change> changes,
                            const std::function<void(std::size_t, std::exception_ptr)>& on_done)
 {
-    change_batch batch(changes, [&](std::size_t index, std::exception_ptr why) {
+    change_batch batch(changes, [&](std::size_t index, const std::exception_ptr& why) {
         on_done(index, why ? explain_change(changes[index], why) : why);
     });
     pipeline& server = connected();

@@ -13,8 +13,8 @@
 
 namespace qrftp::sftp {
 
-sftp_protocol::sftp_protocol(connect_function connect, std::string server, const session_options& options)
-    : connect_(std::move(connect)), server_(std::move(server)), options_(options)
+sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
+    : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
 {
     this->connect();
 }
@@ -182,17 +182,34 @@ bool sftp_protocol::is_folder(const std::string& path)
 std::optional<entry> sftp_protocol::find(const std::string& path)
 {
     const auto found = attributes_of(packet_type::lstat, path);
-    return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+    if (!found) {
+        return {};
+    }
+    entry what = make_entry(remote_path::filename(path), *found);
+    // Some servers follow the link that LSTAT is about: only READLINK tells it from what it leads to.
+    if (what.kind != entry_kind::link && !pipeline_->has_extension(lsetstat, "1")) {
+        if (const auto target = link_target(path)) {
+            what = entry{.name = what.name, .kind = entry_kind::link, .link_target = *target};
+        }
+    }
+    return what;
+}
+
+/// Nothing for what is no link.
+std::optional<std::string> sftp_protocol::link_target(const std::string& path)
+{
+    return ask(path, [&](pipeline& server) -> std::optional<std::string> {
+        const reply answer = server.call(packet_type::readlink, path);
+        std::string target = answer.is_status() ? "" : answer.single_name();
+        return target.empty() ? std::nullopt : std::optional(std::move(target));
+    });
 }
 
 std::optional<entry> sftp_protocol::stat(const std::string& path)
 {
     std::optional<entry> found = find(path);
-    if (found && found->kind == entry_kind::link) {
-        ask(path, [&](pipeline& server) {
-            const reply answer = server.call(packet_type::readlink, path);
-            found->link_target = answer.is_status() ? "" : answer.single_name();
-        });
+    if (found && found->kind == entry_kind::link && found->link_target.empty()) {
+        found->link_target = link_target(path).value_or("");
     }
     return found;
 }
@@ -217,7 +234,14 @@ std::optional<timestamp> sftp_protocol::modification_time(const std::string& pat
 
 void sftp_protocol::make_folder(const std::string& path)
 {
-    change_one({path_change::kind::make_folder, path});
+    const path_change change{path_change::kind::make_folder, path};
+    // Who makes a folder may take it for a lock: one that is there after a break may be somebody else's.
+    change_one(change, [&]() -> bool {
+        if (find(path)) {
+            throw ConnectionLost(path);
+        }
+        return false;
+    });
 }
 
 void sftp_protocol::remove_folder(const std::string& path)
@@ -232,6 +256,11 @@ void sftp_protocol::remove_file(const std::string& path)
 
 void sftp_protocol::change_one(const path_change& change)
 {
+    change_one(change, [&] { return is_carried_out(change); });
+}
+
+void sftp_protocol::change_one(const path_change& change, const std::function<bool()>& is_done)
+{
     std::exception_ptr failure;
     const auto on_done = [&](std::size_t, std::exception_ptr why) { failure = std::move(why); };
     modify(
@@ -239,7 +268,7 @@ void sftp_protocol::change_one(const path_change& change)
         [&](pipeline& server) {
             change_batch({&change, 1}, on_done).run(server);
         },
-        [&] { return is_carried_out(change); });
+        is_done);
     if (failure) {
         std::rethrow_exception(explain_change(change, failure));
     }

@@ -20,7 +20,7 @@ public:
     using connect_function = std::function<std::unique_ptr<transport>(const session_options&, server_info&)>;
 
     /// `server` is the subject of errors that concern no file.
-    sftp_protocol(connect_function connect, std::string server, const session_options& options);
+    sftp_protocol(connect_function connect, std::string server, session_options options);
 
     [[nodiscard]] const server_info& info() const override { return info_; }
     void check_name(std::string_view path) const override;
@@ -66,8 +66,10 @@ private:
     template <class Work>
     void carry_out(Work& work);
 
+    std::optional<std::string> link_target(const std::string& path);
     std::optional<attributes> attributes_of(packet_type request, const std::string& path);
     void change_one(const path_change& change);
+    void change_one(const path_change& change, const std::function<bool()>& is_done);
     bool is_carried_out(const path_change& change);
     [[nodiscard]] std::exception_ptr explain_change(const path_change& change, const std::exception_ptr& why);
     [[nodiscard]] std::exception_ptr explain_copy(const std::string& path, bool is_upload,

@@ -17,7 +17,7 @@ namespace {
 bool processor_has_aes()
 {
 #if defined(__x86_64__) || defined(__i386__)
-    return __builtin_cpu_supports("aes") != 0;
+    return static_cast<bool>(__builtin_cpu_supports("aes")); // an int or a bool, by compiler
 #elif defined(__aarch64__)
     return (getauxval(AT_HWCAP) & HWCAP_AES) != 0;
 #else

@@ -132,7 +132,7 @@ void channel_transport::wait(bool to_write, milliseconds longest)
     if (alive_interval_.count() > 0) {
         longest = std::min<milliseconds>(longest, alive_interval_);
     }
-    const short events = static_cast<short>(POLLIN | (unsent ? POLLOUT : 0));
+    const auto events = static_cast<short>(POLLIN | (unsent ? POLLOUT : 0));
     keep_alive((wait_->poll(ssh_get_fd(session()), events, longest) & ~POLLOUT) != 0);
 }
 

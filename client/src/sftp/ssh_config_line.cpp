@@ -105,9 +105,9 @@ void config_line::split(std::string_view text)
     }
 }
 
-void config_line::reject(std::string reason) const
+void config_line::reject(const std::string& reason) const
 {
-    throw InvalidOption(place_, std::move(reason));
+    throw InvalidOption(place_, reason);
 }
 
 const std::vector<std::string>& config_line::arguments() const

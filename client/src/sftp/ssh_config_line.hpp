@@ -30,7 +30,7 @@ public:
     /// Seconds, or numbers with units: "1h30m".
     [[nodiscard]] std::chrono::seconds time() const;
 
-    [[noreturn]] void reject(std::string reason) const;
+    [[noreturn]] void reject(const std::string& reason) const;
 
 private:
     void split(std::string_view text);

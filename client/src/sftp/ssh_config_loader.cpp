@@ -35,6 +35,7 @@ std::optional<std::string> read_if_there(const fs::path& file, file_writers writ
 std::vector<fs::path> glob(const fs::path& pattern)
 {
     glob_t found{};
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): only with GLOB_TILDE
     const int result = ::glob(pattern.c_str(), 0, nullptr, &found);
     const std::unique_ptr<glob_t, decltype(&::globfree)> owner(&found, &::globfree);
     if (result == GLOB_NOSPACE) {

@@ -65,6 +65,7 @@ void attempts::start(const socket_address& address)
 std::optional<unique_fd> attempts::wait(std::chrono::milliseconds longest)
 {
     std::vector<pollfd> polled;
+    polled.reserve(sockets_.size());
     for (const unique_fd& fd : sockets_) {
         polled.push_back({fd.get(), POLLOUT, 0});
     }

@@ -11,9 +11,8 @@ connection_pool::connection_pool(const url& server, const session_options& optio
         worker& self = *workers_.emplace_back(std::make_unique<worker>());
         session_options own = options;
         own.stop = self.stop.get_token();
-        self.thread = std::jthread([this, server, own = std::move(own), &self, job]() mutable {
-            serve(server, std::move(own), self, job);
-        });
+        self.thread =
+            std::jthread([this, server, own = std::move(own), &self, job] { serve(server, own, self, job); });
     }
 }
 
@@ -50,7 +49,8 @@ void connection_pool::run(protocol& first, const work& task)
     }
 }
 
-void connection_pool::serve(const url& server, session_options options, worker& self, unsigned job) noexcept
+void connection_pool::serve(const url& server, const session_options& options, worker& self,
+                            unsigned job) noexcept
 {
     // What asks for the end of all ends this connection's requests, too.
     const std::stop_callback follow(stop_.get_token(), [&self] { self.stop.request_stop(); });
@@ -107,7 +107,7 @@ void connection_pool::stop_idle_workers()
             }
         }
     }
-    for (std::stop_source& each : idle) {
+    for (const std::stop_source& each : idle) {
         each.request_stop();
     }
     changed_.notify_all();

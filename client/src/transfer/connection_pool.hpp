@@ -40,7 +40,7 @@ private:
         std::jthread thread;
     };
 
-    void serve(const url& server, session_options options, worker& self, unsigned job) noexcept;
+    void serve(const url& server, const session_options& options, worker& self, unsigned job) noexcept;
     const work* wait_for_work(worker& self);
     void fail(std::exception_ptr why);
     void stop_idle_workers();

@@ -12,11 +12,9 @@ namespace files = zorbel::io::common::file;
 
 namespace {
 
-constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
-
-[[noreturn]] void throw_local(const fs::path& shown, std::errc code, std::string reason = {})
+[[noreturn]] void throw_local(const fs::path& shown, std::errc code, const std::string& reason = {})
 {
-    throw LocalFileError(shown.string(), std::make_error_code(code), std::move(reason));
+    throw LocalFileError(shown.string(), std::make_error_code(code), reason);
 }
 
 /// What the links at `path` lead to in the end.
@@ -53,8 +51,8 @@ local_place find_local_place(const fs::path& path)
     });
 }
 
-local_target::local_target(local_place place, const transfer_options& options)
-    : place_(std::move(place)), options_(options)
+local_target::local_target(local_place place, transfer_options options)
+    : place_(std::move(place)), options_(std::move(options))
 {
     existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name); });
     if (!existing_) {
@@ -78,13 +76,13 @@ local_target::local_target(local_place place, const transfer_options& options)
 
 local_target::~local_target()
 {
-    if (!temporary_.empty()) {
-        file_.reset();
-        try {
-            place_.folder->remove_file(temporary_);
-        } catch (
-            const fs::filesystem_error&) { // NOLINT(bugprone-empty-catch): the transfer's own error is reported
-        }
+    if (file_ == nullptr || temporary_.empty()) {
+        return;
+    }
+    file_.reset();
+    try {
+        place_.folder->remove_file(temporary_);
+    } catch (...) { // NOLINT(bugprone-empty-catch): the transfer's own error is the one to report
     }
 }
 
@@ -110,9 +108,8 @@ bool local_target::open(std::uint64_t kept)
         return open_target();
     }
     with_local_errors(place_.shown, [&] {
-        std::string name = remote_path::temporary_name();
-        file_ = place_.folder->open_file(name, files::Folder::Open::create);
-        temporary_ = std::move(name);
+        temporary_ = remote_path::temporary_name();
+        file_ = place_.folder->open_file(temporary_, files::Folder::Open::create);
     });
     return true;
 }
@@ -166,6 +163,7 @@ bool local_target::restart()
 fs::perms local_target::final_mode(const file_facts& source) const
 {
     static const fs::perms usual = files::default_file_mode(); // read once: it costs a file
+    constexpr auto set_id_bits = fs::perms::set_uid | fs::perms::set_gid;
     constexpr auto others = fs::perms::group_all | fs::perms::others_all;
     constexpr auto readable = fs::perms::group_read | fs::perms::others_read;
     if (options_.keep_mode && source.mode) {

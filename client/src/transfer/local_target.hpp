@@ -32,7 +32,7 @@ local_place find_local_place(const std::filesystem::path& path);
 /// `LocalFileError`, `AlreadyExists`, `UnsafeName`.
 class local_target {
 public:
-    local_target(local_place place, const transfer_options& options);
+    local_target(local_place place, transfer_options options);
     local_target(const local_target&) = delete;
     local_target& operator=(const local_target&) = delete;
     ~local_target();

@@ -3,11 +3,13 @@
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
+#include "local_error.hpp"
 #include "parts_batch.hpp"
 #include "send.hpp"
 #include "single_batch.hpp"
 
 #include <algorithm>
+#include <functional>
 
 namespace qrftp {
 
@@ -32,11 +34,11 @@ void copy_parts(const session& opened, connection_pool& pool, File& file, std::u
     protocol& server = session_access::server(opened);
     if (parts == 1) {
         single_batch<File> whole(file);
-        (server.*copy)(whole);
+        std::invoke(copy, server, whole);
         return;
     }
     parts_batch<File> pieces(file, size, parts);
-    pool.run(server, [&](protocol& connection, unsigned /*job*/) { (connection.*copy)(pieces); });
+    pool.run(server, [&](protocol& connection, unsigned /*job*/) { std::invoke(copy, connection, pieces); });
 }
 
 } // namespace
@@ -61,7 +63,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
 {
     protocol& server = session_access::server(to);
     auto source = open_source(local);
-    const std::uint64_t size = source->status().size;
+    const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
     const unsigned parts = useful_parts(server, options, size);
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);

@@ -79,7 +79,8 @@ local_tree::folder_ptr local_tree::folder(const std::string& path)
     return last_ = std::move(found);
 }
 
-local_tree::folder_ptr local_tree::open_below(folder_ptr from, const std::string& done, const std::string& rest)
+local_tree::folder_ptr local_tree::open_below(folder_ptr from, const std::string& done,
+                                              const std::string& rest) const
 {
     using links = files::Folder::Links;
     for (std::size_t begin = 0; begin < rest.size();) {

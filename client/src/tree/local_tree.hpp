@@ -37,7 +37,7 @@ public:
     [[nodiscard]] std::filesystem::path shown(const std::string& path) const;
 
 private:
-    folder_ptr open_below(folder_ptr from, const std::string& done, const std::string& rest);
+    folder_ptr open_below(folder_ptr from, const std::string& done, const std::string& rest) const;
 
     std::filesystem::path root_;
     bool follow_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ranges>
 #include <utility>
 
 namespace qrftp {
@@ -112,14 +113,14 @@ private:
     /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
     void add_removals()
     {
-        for (auto node = to_.nodes.rbegin(); node != to_.nodes.rend(); ++node) {
-            const bool folder = node->second.kind == entry_kind::folder;
-            const bool kept = folder && to_.kept.contains(node->first);
-            if (from_.nodes.contains(node->first) || kept || is_below_conflict(node->first)) {
+        for (const auto& [path, node] : std::views::reverse(to_.nodes)) {
+            const bool folder = node.kind == entry_kind::folder;
+            const bool kept = folder && to_.kept.contains(path);
+            if (from_.nodes.contains(path) || kept || is_below_conflict(path)) {
                 continue;
             }
             plan_.actions.push_back({folder ? tree_action::kind::remove_folder : tree_action::kind::remove_file,
-                                     tree_action::reason::extra, node->first, node->second.size.value_or(0)});
+                                     tree_action::reason::extra, path, node.size.value_or(0)});
         }
     }
 

@@ -5,6 +5,7 @@
 #include "../transfer/local_error.hpp"
 #include "../transfer/send.hpp"
 #include "copy_queue.hpp"
+#include "make_parents.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -92,10 +93,11 @@ private:
             return;
         }
         if (actions.size() == 1 && actions.front().path.empty()) {
-            settle(actions.front(), [&] { make_remote_root(); });
+            settle(actions.front(), [&] { make_with_parents(server_, sides_.remote); });
             return;
         }
         std::vector<path_change> changes;
+        changes.reserve(actions.size());
         for (const tree_action& action : actions) {
             changes.push_back({change_of(action.what), remote(action.path)});
         }
@@ -139,17 +141,6 @@ private:
         case tree_action::kind::copy:
             break;
         }
-    }
-
-    void make_remote_root()
-    {
-        std::vector<std::string> missing;
-        for (std::string path = sides_.remote; path != "/" && !server_.is_folder(path);
-             path = remote_path::parent(path)) {
-            missing.push_back(path);
-        }
-        std::for_each(missing.rbegin(), missing.rend(),
-                      [&](const std::string& folder) { server_.make_folder(folder); });
     }
 
     static void rethrow(const std::exception_ptr& failure)

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <set>
 #include <utility>
 
@@ -136,7 +137,7 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
     copy_queue<File> queue(copies, options, pool.stop_token(), outcome, std::move(make));
     pool.run(server, [&](protocol& connection, unsigned job) {
         typename copy_queue<File>::view mine(queue, job);
-        (connection.*copy)(mine);
+        std::invoke(copy, connection, mine);
     });
     return outcome.take();
 }

@@ -21,6 +21,7 @@ public:
     ~connection_class_info() override;
 
     /// The host's release function, `utFree`: the memory is `calloc`'s.
+    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): the memory is the module's, from calloc
     static void operator delete(void* memory) noexcept;
 
     const char* getName() const override;
