@@ -14,7 +14,7 @@ from .error import NotFound
 
 if TYPE_CHECKING:
     from . import _native
-    from .session import Readable, RemotePath, Session
+    from .session import RemotePath, Session
 
 BUFFER_SIZE = 1 << 20
 """How much a file fetches at once where less is asked for."""
@@ -105,7 +105,7 @@ class Spool(io.RawIOBase):
 
     deferred = False
 
-    def __init__(self, send: Callable[[Readable], None], name: str, mode: str) -> None:
+    def __init__(self, send: Callable[[io.FileIO], None], name: str, mode: str) -> None:
         self._local = cast(io.FileIO, tempfile.TemporaryFile(buffering=0))
         self._send = send
         self._discarded = False
@@ -198,7 +198,7 @@ class Updater(_Whole, io.BufferedRandom):  # type: ignore[misc]
 
 
 def open_for_writing(
-    session: Session, path: RemotePath, mode: str, send: Callable[[Readable], None]
+    session: Session, path: RemotePath, mode: str, send: Callable[[io.FileIO], None]
 ) -> Writer | Updater:
     """The file object of `Session.open` for every mode but "rb"."""
     spool = Spool(send, os.fsdecode(path), mode)

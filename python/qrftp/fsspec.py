@@ -14,6 +14,7 @@ from __future__ import annotations
 import os
 from collections import defaultdict
 from datetime import datetime
+from io import FileIO
 from typing import Any, Callable, ContextManager, Iterable
 from urllib.parse import quote, unquote, urlsplit
 
@@ -26,7 +27,7 @@ from .entry import Entry, Progress, TreeProgress
 from .error import AlreadyExists, IsFolder, NotFound
 from .file import Reader, Updater, Writer, open_for_writing
 from .pool import Pool, pool_of
-from .session import Readable, Session
+from .session import Session
 
 _NO_CALLBACK = Callback()
 _SCHEMES = ("qsftp", "qftp", "qftps", "sftp", "ssh", "ftp", "ftps")
@@ -162,9 +163,13 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
             if mode == "xb" and session.exists(path):
                 raise AlreadyExists(f"{path}: there is already something of that name", path)
 
-            def send(source: Readable) -> None:
-                with pool.session() as sender:
+            def send(source: FileIO) -> None:
+                def whole() -> None:
+                    source.seek(0)
                     sender.send(source, path, replace=mode != "xb")
+
+                with pool.session() as sender:
+                    _with_parents(sender, path, whole)
 
             file = open_for_writing(session, path, mode, send)
             file.raw.deferred = not autocommit
