@@ -15,7 +15,8 @@ void drain(pipeline& server) noexcept
     const auto deadline = server.deadline();
     try {
         server.set_stop({});
-        server.set_deadline(pipeline::clock::now() + std::chrono::seconds(5));
+        const auto patience = std::chrono::milliseconds(stop.stop_requested() ? 200 : 5000);
+        server.set_deadline(pipeline::clock::now() + patience);
         while (server.outstanding() > 0) {
             server.pump();
         }
