@@ -105,7 +105,9 @@ TEST(Soak, NothingIsLostOrKept)
                   << warm.first << " > " << end.first << ", files " << warm.second << " > " << end.second
                   << std::endl;
         EXPECT_EQ(end.second, warm.second);
-        EXPECT_LE(end.first, warm.first + 16384 + 256 * std::size_t(connections));
+        // libssh's buffer of a channel grows by powers of two, up to the window of 4 MiB, and stays so.
+        const std::size_t buffer = what == "ftp" ? 0 : std::size_t{4} << 20;
+        EXPECT_LE(end.first, warm.first + 16384 + (256 + buffer) * std::size_t(connections));
     }
 }
 

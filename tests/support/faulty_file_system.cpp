@@ -68,10 +68,9 @@ private:
 
 class FaultyFileSystem::FaultyFile final : public LocalFile {
 public:
-    FaultyFile(std::unique_ptr<LocalFile> inner, std::shared_ptr<Orders> orders)
-        : inner_(std::move(inner)), orders_(std::move(orders))
-    {
-    }
+    explicit FaultyFile(std::shared_ptr<Orders> orders) : orders_(std::move(orders)) {}
+
+    void attach(std::unique_ptr<LocalFile> inner) { inner_ = std::move(inner); }
 
     Status status() const override { return meets(Call::size).status(); }
     std::size_t read(std::uint64_t position, std::span<char> buffer) override
@@ -121,7 +120,9 @@ public:
     }
     std::unique_ptr<LocalFile> open_file(const std::string& name, Open how, Links links) const override
     {
-        return std::make_unique<FaultyFile>(meets(Call::open).open_file(name, how, links), orders_);
+        auto file = std::make_unique<FaultyFile>(orders_); // first: a file that was made is not to be lost
+        file->attach(meets(Call::open).open_file(name, how, links));
+        return file;
     }
     void make_folder(const std::string& name) override { meets(Call::change).make_folder(name); }
     void remove_file(const std::string& name) override
