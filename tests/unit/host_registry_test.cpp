@@ -18,7 +18,7 @@ struct Descriptor final : zcos::COSClassInfo {
 static std::shared_ptr<zcos::COSClass> add_class(Calls& calls, const std::string& outer = "zorbel")
 {
     auto* const inner = omGetInnerNamespace(omGetInnerNamespace(omGetNamespace(outer), "io"), "internal");
-    inner->registerClass(new (std::calloc(1, sizeof(Descriptor))) Descriptor(calls), 0, 2);
+    inner->registerClass(new Descriptor(calls), 0, 2);
     return omFindClass(makeInterned(outer + ".io.internal.Connection"));
 }
 

@@ -80,7 +80,7 @@ TEST(Module, RefusesToUnwrapAnythingElse)
     refuse(nullptr), refuse(&empty), refuse(&flat), refuse(&nothing);
     omReset();
     refuse(&orphan); // the class is unknown
-    omGetNamespace("zorbel.io.internal")->registerClass(new (std::calloc(1, sizeof(hollow))) hollow, 0, 2);
+    omGetNamespace("zorbel.io.internal")->registerClass(new hollow, 0, 2);
     const zxArray bare(make());
     refuse(&bare), refuse(&orphan); // without data; of another class
     omReset();
