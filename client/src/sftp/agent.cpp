@@ -178,7 +178,7 @@ std::string agent_bridge::answer(std::string_view request)
             return real_.ask(forwarded).value_or(std::string(1, failure_answer));
         }
     }
-    return std::string(1, failure_answer);
+    return {failure_answer};
 }
 
 } // namespace qrftp::sftp
