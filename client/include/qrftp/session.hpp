@@ -72,9 +72,9 @@ public:
     [[nodiscard]] const std::string& working_folder() const;
     /// The absolute form of `path`, without "." and ".." segments. Sends nothing.
     [[nodiscard]] std::string absolute(const std::string& path) const;
-    /// FTP: CWD there and back to the login folder. SFTP: STAT, and OPENDIR to see that it may be entered.
-    /// Returns the new working folder. Throws `NotFound`, `NotFolder`, `PermissionDenied`; the working folder
-    /// is then the old one.
+    /// FTP: CWD there and back to the login folder. SFTP: STAT of its ".", which only those may ask who may
+    /// enter it, as far as the server tells. Returns the new working folder. Throws `NotFound`, `NotFolder`,
+    /// `PermissionDenied`; the working folder is then the old one.
     std::string change_folder(const std::string& path);
 
     /// What is at `path`, or nothing. FTP: MLST, and the parent folder's listing where it says no; without
@@ -103,7 +103,8 @@ public:
     [[nodiscard]] listing list(const std::string& path = ".", list_order order = list_order::by_name);
 
     /// MKD (SFTP: MKDIR). With `parents`, makes what is missing above as well, and a folder that exists is no
-    /// error. Throws `AlreadyExists`, `NotFound` (the parent), `PermissionDenied`.
+    /// error. Throws `AlreadyExists`, `NotFound` (the parent), `PermissionDenied`; `ConnectionLost` where
+    /// nobody can say after a break whose folder is there.
     void make_folder(const std::string& path, bool parents = false);
     /// RMD (SFTP: RMDIR). With `recursive`, removes what is in it first; links are removed, not followed.
     /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; `PermissionDenied`, before anything is

@@ -7,6 +7,19 @@ namespace qrftp {
 
 using std::chrono::steady_clock;
 
+void throw_unless_collected(const tree_options& options, const std::exception_ptr& why)
+{
+    if (!options.keep_going) {
+        std::rethrow_exception(why);
+    }
+    try {
+        std::rethrow_exception(why);
+    } catch (const Cancelled&) {
+        throw;
+    } catch (...) { // NOLINT(bugprone-empty-catch): the caller collects it
+    }
+}
+
 void tree_outcome::expect(const std::vector<tree_action>& copies)
 {
     const std::lock_guard lock(mutex_);
@@ -32,17 +45,9 @@ void tree_outcome::done(const tree_action& action)
 
 void tree_outcome::failed(const std::string& path, const std::exception_ptr& why)
 {
-    if (!options_.keep_going) {
-        std::rethrow_exception(why);
-    }
-    try {
-        std::rethrow_exception(why);
-    } catch (const Cancelled&) {
-        throw;
-    } catch (...) {
-        const std::lock_guard lock(mutex_);
-        result_.failures.push_back({path, why});
-    }
+    throw_unless_collected(options_, why);
+    const std::lock_guard lock(mutex_);
+    result_.failures.push_back({path, why});
 }
 
 bool tree_outcome::report(unsigned job, const std::string& path, const progress& file, std::int64_t moved)

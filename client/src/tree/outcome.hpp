@@ -11,6 +11,9 @@
 
 namespace qrftp {
 
+/// Throws `why` unless the options collect failures; the end that somebody asked for is never collected.
+void throw_unless_collected(const tree_options& options, const std::exception_ptr& why);
+
 /// What becomes of the steps of a tree: collects the result, calls the callbacks one at a time, and throws what
 /// is not to be collected. Any number of threads.
 class tree_outcome {

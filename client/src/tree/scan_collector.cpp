@@ -1,6 +1,7 @@
 #include "scan_collector.hpp"
 
 #include "../remote_path.hpp"
+#include "outcome.hpp"
 
 #include <fmt/format.h>
 
@@ -39,16 +40,8 @@ bool scan_collector::take(const std::string& path, const tree_node& found)
 
 void scan_collector::fail(const std::string& path, const std::exception_ptr& why)
 {
-    if (!options_.keep_going) {
-        std::rethrow_exception(why);
-    }
-    try {
-        std::rethrow_exception(why);
-    } catch (const Cancelled&) {
-        throw;
-    } catch (...) {
-        result_.failures.push_back({path, why});
-    }
+    throw_unless_collected(options_, why);
+    result_.failures.push_back({path, why});
 }
 
 void scan_collector::root_is_missing(const std::exception_ptr& why)
