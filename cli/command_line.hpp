@@ -6,6 +6,7 @@
 #include <qrftp/tree.hpp>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,17 @@ struct command_line {
     login_options login;
     settings options;
     std::string colour = "auto";
+    std::string progress = "auto";
     std::vector<std::string> words; ///< URLs and paths, in their order
+    /// Of URLs that another profile than the first gave: what is said about reaching their server.
+    std::map<std::string, login_options> other_logins;
+
+    /// What is said about reaching the server of that word.
+    [[nodiscard]] const login_options& login_of(const std::string& word) const
+    {
+        const auto other = other_logins.find(word);
+        return other == other_logins.end() ? login : other->second;
+    }
 
     bool long_form = false;
     bool recursive = false;

@@ -131,6 +131,14 @@ std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
     return plan;
 }
 
+/// From where to where a copy goes; of a folder, what is at `below` in it.
+copy_ends ends_of(const copy& one, direction way, const std::string& below = {})
+{
+    const std::string remote = below.empty() ? one.remote : join(one.remote, below);
+    const std::string local = (below.empty() ? one.local : one.local / below).string();
+    return way == direction::fetch ? copy_ends{remote, local} : copy_ends{local, remote};
+}
+
 /// What a copy of a single file is printed as.
 tree_action action_of(session& remote, const copy& one, direction way, bool with_size)
 {
@@ -151,7 +159,7 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
     const tree_action action = action_of(remote, one, way, report.prints_sizes());
     const transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
     if (report.is_dry_run()) {
-        report.print_action(action);
+        report.print_action(action, ends_of(one, way));
         return;
     }
     try {
@@ -163,7 +171,7 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
         }
         throw std::runtime_error(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
     }
-    report.print_action(action);
+    report.print_action(action, ends_of(one, way));
 }
 
 /// Several files, as many at a time as the protocol carries; those that fail do not keep the others back.
@@ -172,16 +180,18 @@ void copy_files(session& remote, const std::vector<copy>& files, const transfer_
 {
     std::vector<file_pair> pairs;
     std::map<std::string, std::uint64_t> sizes;
+    std::map<std::string, copy_ends> ends;
     for (const copy& one : files) {
         pairs.push_back({one.remote, one.local});
         const tree_action action = action_of(remote, one, way, report.prints_sizes());
         sizes.emplace(action.path, action.size);
+        ends.emplace(action.path, ends_of(one, way));
     }
     tree_options options = report.watch(arguments.tree);
     options.keep_going = true;
     options.on_action = [&](tree_action action) {
         action.size = sizes[action.path];
-        report.print_action(action);
+        report.print_action(action, ends[action.path]);
     };
     report.add(way == direction::fetch ? fetch_files(remote, pairs, options)
                                        : send_files(remote, pairs, options));
@@ -197,7 +207,11 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
         });
         return;
     }
-    const tree_options options = report.watch(arguments.tree);
+    tree_options options = report.watch(arguments.tree);
+    options.on_action = [&](const tree_action& action) {
+        const bool is_copy = action.what == tree_action::kind::copy;
+        report.print_action(action, is_copy ? ends_of(one, way, action.path) : copy_ends{});
+    };
     report.attempt_tree(options, [&] {
         return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
                                        : send_tree(remote, one.local, one.remote, options);

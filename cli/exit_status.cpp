@@ -1,5 +1,6 @@
 #include "exit_status.hpp"
 
+#include "error_json.hpp"
 #include "interrupt.hpp"
 #include "output.hpp"
 #include "settings.hpp"
@@ -15,6 +16,8 @@
 namespace qrftp::cli {
 
 namespace {
+
+bool reports_json = false; // Failures of the command line are reported, too, when nothing has been parsed.
 
 template <class Error>
 bool is(const std::exception& error)
@@ -87,11 +90,25 @@ std::string sentence_of(const std::exception& error)
     return is_escaped ? error.what() : escape(error.what());
 }
 
-void report(const std::exception& error)
+void report_as_json() noexcept
 {
-    if (interrupted() || (!is<some_failed>(error) && !is<output_closed>(error))) {
-        print_error(sentence_of(error));
+    reports_json = true;
+}
+
+void report(const std::exception& error, std::size_t line)
+{
+    if (!interrupted() && (is<some_failed>(error) || is<output_closed>(error))) {
+        return;
     }
+    if (!reports_json) {
+        print_error((line == 0 ? "" : fmt::format("Line {}: ", line)) + sentence_of(error));
+        return;
+    }
+    json object = to_json(error);
+    if (line != 0) {
+        object["line"] = line;
+    }
+    print_error_json(object);
 }
 
 } // namespace qrftp::cli

@@ -75,12 +75,13 @@ void print_long(const std::vector<entry>& entries, const settings& options)
         if (!one.link_target.empty()) {
             name += " -> " + escape(one.link_target);
         }
-        rows.push_back({{mode_text(one)},
-                        or_dash(one.owner),
-                        or_dash(one.group),
-                        or_dash(one.size ? size_text(*one.size, options) : ""),
-                        or_dash(one.modified ? time_text(*one.modified) : ""),
-                        {std::move(name)}});
+        rows.push_back(
+            {{mode_text(one)},
+             or_dash(one.owner),
+             or_dash(one.group),
+             or_dash(one.size ? size_text(*one.size, options) : ""),
+             or_dash(one.modified ? time_text(*one.modified) + (one.modified->utc ? " UTC" : " server") : ""),
+             {std::move(name)}});
     }
     print(in_rows(rows, "lllrll"));
 }

@@ -167,9 +167,9 @@ void add_ssh_options(CLI::App& command, login_options& options)
         .add_option("--ssh-config", options.ssh_config,
                     "SFTP: OpenSSH configuration, or none; else ~/.ssh/config and the system's")
         ->type_name("FILE");
-    command.add_option("--host-key", options.host_key, "SFTP: strict, accept-new or off")
+    command.add_option("--host-key", options.host_key, "SFTP: which host keys to accept")
         ->check(CLI::IsMember({"strict", "accept-new", "off"}).description(""))
-        ->type_name("CHECK")
+        ->type_name("strict|accept-new|off")
         ->capture_default_str();
     add_file(command, "--known-hosts", options.known_hosts,
              "SFTP: file of known host keys; else ~/.ssh/known_hosts");
@@ -183,13 +183,19 @@ void add_login_options(CLI::App& command, login_options& options)
     command
         .add_option("-u,--user", options.user, "User name; else the URL's, ~/.netrc's, ssh_config's, your own")
         ->type_name("NAME");
-    add_file(command, "--password-file", options.password_file, "File whose first line is the password");
+    command.add_option("--password-file", options.password_file, "File whose first line is the password")
+        ->type_name("FILE");
+    command
+        .add_option("--password-command", options.password_command,
+                    "Program whose first line is the password, run by /bin/sh when the server asks for one")
+        ->type_name("COMMAND")
+        ->excludes("--password-file");
     command.add_option("--netrc-file", options.netrc_file, "File with logins of hosts")
         ->type_name("FILE")
         ->capture_default_str();
-    command.add_option("--tls", options.tls, "FTP: none, opportunistic or strict")
+    command.add_option("--tls", options.tls, "FTP: encryption")
         ->check(CLI::IsMember({"none", "opportunistic", "strict"}).description(""))
-        ->type_name("MODE")
+        ->type_name("none|opportunistic|strict")
         ->capture_default_str();
     add_file(command, "--cacert", options.certificate_authorities,
              "FTP: certificate authorities to trust (PEM); else the system's");
@@ -236,11 +242,18 @@ std::vector<url> parse_urls(const std::vector<std::string>& words)
 login::login(const url& server, const login_options& options, const settings& settings)
     : server_(server), options_(connection_options(options))
 {
-    const credentials found = find_credentials(server, options, settings);
+    const bool has_command = !options.password_command.empty() && server.password.empty();
+    credentials found = find_credentials(server, options, settings);
+    if (has_command) {
+        found.password.reset(); // What the environment and ~/.netrc have comes after it.
+    }
     options_.user = found.user;
     options_.password = found.password;
     subject_ = (found.user.empty() ? "" : found.user + "@") + server.host;
     dialogue_ = std::make_shared<login_dialogue>(subject_, found.password);
+    if (has_command) {
+        dialogue_->use_command(options.password_command);
+    }
     use_dialogue(options_, dialogue_, settings);
     if (server.scheme == url_scheme::sftp) {
         use_keys(options_, options);

@@ -21,6 +21,7 @@ class login_dialogue;
 struct login_options {
     std::string user;
     std::string password_file;
+    std::string password_command;
     std::string netrc_file = "~/.netrc";
     std::string tls = "strict";
     std::string certificate_authorities;

@@ -1,5 +1,6 @@
 #include "login_dialogue.hpp"
 
+#include "password_command.hpp"
 #include "terminal.hpp"
 
 #include <qrftp/trace.hpp>
@@ -21,9 +22,16 @@ login_dialogue::login_dialogue(std::string subject, std::optional<std::string> p
 {
 }
 
+void login_dialogue::use_command(const std::string& command)
+{
+    const std::scoped_lock lock(guard_);
+    command_ = command;
+}
+
 std::optional<std::string> login_dialogue::password(unsigned attempt)
 {
     const std::scoped_lock lock(guard_);
+    run_command();
     if (attempt == 0 && password_) {
         return password_;
     }
@@ -52,6 +60,9 @@ std::optional<std::vector<std::string>> login_dialogue::answers(const login_prom
 {
     const std::scoped_lock lock(guard_);
     const bool wants_password = prompts.prompts.size() == 1 && !prompts.prompts.front().echo;
+    if (wants_password) {
+        run_command();
+    }
     if (wants_password && password_ && !std::exchange(has_used_password_, true)) {
         return std::vector{*password_};
     }
@@ -90,6 +101,14 @@ bool login_dialogue::lacks_terminal() const
 {
     const std::scoped_lock lock(guard_);
     return lacks_terminal_;
+}
+
+void login_dialogue::run_command()
+{
+    if (!command_.empty()) {
+        password_ = run_password_command(std::exchange(command_, {}));
+        mask_secret(*password_);
+    }
 }
 
 std::optional<std::string> login_dialogue::ask_hidden(const std::string& question)

@@ -1,9 +1,12 @@
+#include "command_completion.hpp"
 #include "exit_status.hpp"
 #include "help.hpp"
 #include "interrupt.hpp"
 #include "login.hpp"
 #include "output.hpp"
+#include "profile_options.hpp"
 #include "subcommands.hpp"
+#include "usage_sentence.hpp"
 
 #include <qrftp/trace.hpp>
 
@@ -22,20 +25,15 @@ using namespace qrftp::cli;
 namespace {
 
 /// Of an error on the command line.
-[[noreturn]] void refuse(const CLI::App& app, const CLI::ParseError& error,
-                         const std::vector<std::string>& arguments)
+[[noreturn]] void refuse(CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments)
 {
-    const auto named = app.get_subcommands();
-    std::string sentence = error.what();
-    if (!named.empty() && sentence.starts_with("operands")) {
-        const CLI::Option* const operands = named.front()->get_option("operands");
-        sentence = fmt::format("\"{}\" needs {}", named.front()->get_name(), operands->get_type_name());
-    }
-    if (named.empty() && !arguments.empty() && !arguments.front().starts_with('-')) {
-        sentence = fmt::format("There is no subcommand \"{}\"", arguments.front());
-    }
-    throw usage_error(fmt::format("{}{} See \"qrftp {}--help\".", sentence, sentence.ends_with('.') ? "" : ".",
-                                  named.empty() ? "" : named.front()->get_name() + " "));
+    CLI::App& command = named_subcommand(app);
+    const bool is_top = &command == &app;
+    const bool is_name = is_top && !arguments.empty() && !arguments.front().starts_with('-');
+    const std::string sentence = is_name ? fmt::format("There is no subcommand \"{}\".", arguments.front())
+                                         : usage_sentence(command, error);
+    throw usage_error(fmt::format("{} See \"qrftp {}--help\".", sentence,
+                                  is_top ? "" : app.get_subcommands().front()->get_name() + " "));
 }
 
 int run(const std::vector<std::string>& arguments)
@@ -47,6 +45,9 @@ int run(const std::vector<std::string>& arguments)
     command_line line;
     add_subcommands(app, line);
     app.footer(help_footer());
+    if (is_completion(arguments)) {
+        return complete(app, line, arguments);
+    }
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend())); // CLI11's order
     } catch (const CLI::Success& asked) {
@@ -58,6 +59,7 @@ int run(const std::vector<std::string>& arguments)
     } catch (const CLI::ParseError& error) {
         refuse(app, error, arguments);
     }
+    use_profiles(app, line, read_profiles());
     return line.run();
 }
 
@@ -70,6 +72,9 @@ try {
     const std::span<char*> words(argv, static_cast<std::size_t>(argc));
     const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
     hide_passwords(words);
+    if (std::ranges::find(arguments, "--json") != arguments.end()) {
+        report_as_json(); // Also where the line cannot be understood.
+    }
     return run(arguments);
 } catch (const std::exception& error) {
     report(error);

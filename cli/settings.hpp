@@ -4,14 +4,20 @@
 
 namespace qrftp::cli {
 
+enum class progress_style {
+    none,
+    lines, ///< drawn on a terminal
+    json,  ///< an object a line
+};
+
 /// How the command talks to its user; the same for every subcommand.
 struct settings {
-    bool json = false;     ///< one JSON object a line on standard output
-    bool quiet = false;    ///< no progress, no notes; errors only
-    bool human = false;    ///< sizes with units
-    bool colour = false;   ///< standard output is a terminal that shows colours
-    bool progress = false; ///< standard error is a terminal, and progress is wanted
-    bool dry_run = false;  ///< says what would be done, does nothing
+    bool json = false;   ///< one JSON object a line on standard output
+    bool quiet = false;  ///< no progress, no notes; errors only
+    bool human = false;  ///< sizes with units
+    bool colour = false; ///< standard output is a terminal that shows colours
+    progress_style progress = progress_style::none;
+    bool dry_run = false; ///< says what would be done, does nothing
     int verbose = 0; ///< 1: the dialogue with the server and every file that is moved; 2: also the libraries
 };
 

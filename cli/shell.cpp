@@ -79,7 +79,7 @@ int run_batch(shell_state& state, int descriptor)
         try {
             run_line(state, *line);
         } catch (const std::exception& error) {
-            print_error(fmt::format("Line {}: {}", number, sentence_of(error)));
+            report(error, number);
             if (!ignores_failure || interrupted()) {
                 return status_of(error);
             }

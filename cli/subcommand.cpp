@@ -24,7 +24,13 @@ void resolve_settings(command_line& line)
     const bool plain =
         !environment("NO_COLOR").value_or("").empty() || environment("TERM").value_or("") == "dumb";
     options.colour = line.colour == "always" || (line.colour == "auto" && !plain && isatty(STDOUT_FILENO) != 0);
-    options.progress = isatty(STDERR_FILENO) != 0 && !options.quiet && options.verbose == 0;
+    const bool shows_lines = isatty(STDERR_FILENO) != 0 && !options.quiet && options.verbose == 0;
+    options.progress = line.progress == "json"                  ? progress_style::json
+                       : line.progress == "auto" && shows_lines ? progress_style::lines
+                                                                : progress_style::none;
+    if (options.json) {
+        report_as_json();
+    }
     if (options.verbose > 0) {
         set_trace(options.verbose == 1 ? trace_level::dialogue : trace_level::debug);
     }
@@ -71,9 +77,9 @@ CLI::App& add_subcommand(CLI::App& app, command_line& line, const char* name, co
     command.option_defaults()->group("Output");
     command.add_flag("--json", line.options.json, "One JSON object a line");
     command.add_flag("-h,--human", line.options.human, "Sizes with units");
-    command.add_option("--colour,--color", line.colour, "Colours: auto (at a terminal), always or never")
+    command.add_option("--colour,--color", line.colour, "Colours; auto: at a terminal")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
-        ->type_name("WHEN")
+        ->type_name("auto|always|never")
         ->capture_default_str();
     command.add_flag("-q,--quiet", line.options.quiet, "No progress and no notes");
     command.add_flag("-v,--verbose", line.options.verbose,

@@ -8,6 +8,7 @@ void add_subcommands(CLI::App& app, command_line& line)
     add_transfer_subcommands(app, line);
     add_shell_subcommand(app, line);
     add_modifying_subcommands(app, line);
+    add_profile_subcommand(app, line);
 }
 
 } // namespace qrftp::cli

@@ -23,6 +23,12 @@ void add_transfer_options(CLI::App& command, command_line& line)
     sync_options& options = line.transfer;
     command.option_defaults()->group("Transfer");
     add_dry_run(command, line);
+    command
+        .add_option("--progress", line.progress,
+                    "Progress on standard error; auto: at a terminal, json: one object per line")
+        ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
+        ->type_name("auto|json|none")
+        ->capture_default_str();
     command.add_option("-j,--jobs", options.jobs, "Connections to use side by side; else as many as help")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");

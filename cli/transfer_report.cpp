@@ -82,7 +82,7 @@ transfer_options transfer_report::watch(const std::string& name, transfer_option
     return options;
 }
 
-void transfer_report::print_action(const tree_action& action)
+void transfer_report::print_action(const tree_action& action, const copy_ends& ends)
 {
     if (!prints_) {
         return;
@@ -90,6 +90,8 @@ void transfer_report::print_action(const tree_action& action)
     display_.erase();
     if (options_.json) {
         json object = to_json(action);
+        add_bytes(object, "source", ends.source);
+        add_bytes(object, "target", ends.target);
         if (options_.dry_run) {
             object["dry_run"] = true;
         }

@@ -12,6 +12,12 @@
 
 namespace qrftp::cli {
 
+/// What is copied to what; in a tree, its folders.
+struct copy_ends {
+    std::string source{};
+    std::string target{};
+};
+
 /// What one get, put or sync shows: its progress, what it does, what it passed over, and what failed.
 class transfer_report {
 public:
@@ -40,7 +46,8 @@ public:
     /// Whether the sizes of single files are printed.
     [[nodiscard]] bool prints_sizes() const { return options_.dry_run || (prints_ && options_.json); }
     [[nodiscard]] bool is_dry_run() const { return options_.dry_run; }
-    void print_action(const tree_action& action);
+    /// As JSON, with `ends` where they are known.
+    void print_action(const tree_action& action, const copy_ends& ends = {});
 
     /// Reports what a tree's transfer collected instead of throwing it, and what it passed over.
     void add(const tree_result& result);

@@ -14,7 +14,7 @@ url=$sftp/~/t
 shows "$names" ls "$url/" && shows "" ls "$url/empty" && shows t/big ls "$url/big" && shows 't/[x]' ls "$url/[x]"
 shows $'t/big\n\nt/empty:\n\nt/a b:\n1' ls "$url/[be]*" "$url/a b"
 shows $'t:\n'"$names"$'\n\nt/a b:\n1\n\nt/empty:' ls -R "$url"
-ends 0 ls -l "$url" "$url/a b" && long '-rw-r--r-- +[^ ]+ +[^ ]+ +3000000 20[0-9-]+ [0-9:]+ big' 'd.* - 20.* empty' '-rwsr-xr-x .* 4 .* 1' 'l.* link( -> .*big)?'
+ends 0 ls -l "$url" "$url/a b" && long '-rw-r--r-- +[^ ]+ +[^ ]+ +3000000 20[0-9-]+ [0-9:]+ UTC +big' 'd.* - 20.* empty' '-rwsr-xr-x .* 4 .* 1' 'l.* link( -> .*big)?'
 ends 0 ls -lh "$url/big" && long '.* 2\.9 MiB .* t/big'
 shows $'t\n├── \\x1b[31m\\x9b1m\n├── .hidden\n├── [x]\n├── a b\n│   └── 1\n├── big\n├── empty\n└── link\n\n2 folders, 6 files' tree "$url"
 LC_ALL=C shows $'t/a b\n`-- 1\n\n0 folders, 1 file' tree "$url/a b"
