@@ -177,27 +177,35 @@ void add_remote_names(command_line& line, const std::string& folder_url, const c
     }
 }
 
-void add_remote(CLI::App& app, command_line& line, const std::vector<std::string>& words,
-                const candidates& found)
+/// The profiles; none where the file cannot be used, which running the line tells.
+profile_list known_profiles()
+try {
+    return read_profiles();
+} catch (const std::exception&) {
+    return {};
+}
+
+void add_profiles(const profile_list& list, std::string_view end, const candidates& found)
 {
-    const profile_list list = read_profiles();
-    const std::string& typed = found.typed();
-    const profile* const named = profile_of(list, typed);
-    if (named == nullptr && !is_url(typed)) {
-        for (const profile& one : list.profiles) {
-            if (one.name != defaults_name) {
-                found.add(one.name + ':', one.text("url"));
-            }
+    for (const profile& one : list.profiles) {
+        if (end.empty() || one.name != defaults_name) {
+            found.add(fmt::format("{}{}", one.name, end), one.text("url"));
         }
-        return;
     }
+}
+
+/// What is on the server that the typed word names.
+void add_remote(CLI::App& app, command_line& line, const std::vector<std::string>& words,
+                const profile_list& list, const candidates& found)
+{
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError&) {
         // The line is not finished; what it says so far holds.
     }
     use_profiles(app, line, list);
-    const std::string folder = folder_of(typed);
+    const std::string folder = folder_of(found.typed());
+    const profile* const named = profile_of(list, folder);
     add_remote_names(line, named == nullptr ? folder : url_of(list, *named, folder), found);
 }
 
@@ -210,23 +218,25 @@ void add_operand(CLI::App& app, command_line& line, const std::vector<std::strin
         return;
     }
     const auto possible = operands(shown->get_type_name()).next(before.operands);
-    const bool names_server = is_url(found.typed());
-    if (std::ranges::any_of(possible, may_be_local) && !names_server) {
+    const auto may_be = [&possible](auto kind) { return std::ranges::any_of(possible, kind); };
+    const profile_list list = known_profiles();
+    if (may_be(may_be_remote) && (is_url(found.typed()) || profile_of(list, found.typed()) != nullptr)) {
+        add_remote(app, line, words, list, found);
+        return;
+    }
+    if (may_be(may_be_local)) {
         found.add_files();
     }
-    for (const std::string& one : possible) {
-        if (one == "NAME") {
-            for (const profile& known : read_profiles().profiles) {
-                found.add(known.name);
-            }
-        } else if (one == "KEY=VALUE") {
-            for (const CLI::Option* const key : profile_options(app)) {
-                found.add(key->get_lnames().front() + '=', key->get_description());
-            }
-        }
+    if (may_be(may_be_remote)) {
+        add_profiles(list, ":", found);
     }
-    if (std::ranges::any_of(possible, may_be_remote)) {
-        add_remote(app, line, words, found);
+    if (may_be([](const std::string& one) { return one == "NAME"; })) {
+        add_profiles(list, "", found);
+    }
+    if (may_be([](const std::string& one) { return one == "KEY=VALUE"; })) {
+        for (const CLI::Option* const key : profile_options(app)) {
+            found.add(key->get_lnames().front() + '=', key->get_description());
+        }
     }
 }
 

@@ -14,7 +14,7 @@ in_bash() { # LINE: bash breaks words at colons too
     COMP_LINE=$line COMP_POINT=${#line} COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) COMPREPLY=()
     _qrftp || true
     local start=${line##* } && [[ $start == *:* ]] && start=${start%"${start##*:}"} || start=
-    printf "$start%s\n" "${COMPREPLY[@]}"
+    printf %s "${COMPREPLY[@]/%/$'\n'}" | sed "s|^|$start|"
 }
 in_zsh() { # LINE
     zsh -fc 'compadd() { print -rl -- "${(@P)@[-1]}"; }
@@ -37,6 +37,6 @@ mkdir -p "$HOME_DIR/top/a b" "$HOME_DIR/top/logs" "$HOME/.config/qrftp" && : >"$
 printf '[work]\nurl = "%s/~/top"\nknown-hosts = "%s"\n' "$sftp" "$KNOWN_HOSTS" >"$HOME/.config/qrftp/config.toml"
 becomes p "ping,profile,put,pwd" && becomes "profile s" "set,show" && becomes "profile show w" work
 becomes "tree --de" --depth && becomes "ls --tls s" strict && becomes "profile set work known" known-hosts=
-becomes "put lo" local.txt && becomes "get x --batch lo" "" && becomes "shell --batch lo" local.txt
+becomes "put lo" local.txt && becomes "ls --user lo" "" && becomes "shell --batch lo" local.txt
 becomes "ls wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:logs/"
 becomes "ls --known-hosts $KNOWN_HOSTS $sftp/~/top/l" "$sftp/~/top/logs/" && becomes "ls $sftp" ""

@@ -5,7 +5,7 @@ export XDG_CONFIG_HOME=$work/config
 file=$XDG_CONFIG_HOME/qrftp/config.toml password=$QRFTP_PASSWORD
 options=() && unset QRFTP_PASSWORD QRFTP_PASSPHRASE
 ends 0 profile list && said "" && [[ ! -s $work/output ]]
-mkdir -p "$HOME_DIR/top/reports" && echo 1 >"$HOME_DIR/top/reports/a b" && : >"$HOME_DIR/top/c.tmp" && chmod -R u=rwX,go=rX "$HOME_DIR/top"
+mkdir -p "$HOME_DIR/top/reports" && echo 1 >"$HOME_DIR/top/reports/a b" && : >"$HOME_DIR/top/c.tmp" && chmod -R a+rwX "$HOME_DIR/top"
 
 ends 0 profile set work url="$ftp/top" tls=none password-command="echo '$password'; echo more"
 ends 0 profile set home url="$sftp/" folder="$HOME_DIR/top" known-hosts="$KNOWN_HOSTS" host-key=strict password-file="$work/word" exclude=a exclude='*.tmp'
@@ -16,7 +16,7 @@ done
 ends 0 get -r home: copy && [[ $(cd copy && find . -type f) == './reports/a b' ]] || fail "$(find copy)"
 ends 0 get -r home: all --exclude none && [[ -e all/c.tmp ]] # the command line wins
 touch work:x && ends 0 put work:x "work:reports/" && ends 7 put work:y work: && ends 0 get work:reports/work:x ./home: && [[ -e home: && -e $HOME_DIR/top/reports/work:x ]]
-ends 2 mv work:reports/work:x home:there # a name on the same server, no URL
+ends 0 mv work:reports/work:x home:there && [[ -e $HOME_DIR/top/reports/home:there ]] # a name, no URL
 
 cp "$file" "$work/before" && sed -i '1i # mine' "$file" && sed -i 's/^tls = "none"/& # why/; s/^user.*//' "$file"
 ends 0 profile set work tls=strict jobs=2 verbose= && ends 0 profile set defaults json=true jobs=4
@@ -24,7 +24,7 @@ grep -qx '# mine' "$file" && grep -qx 'tls = "strict" # why' "$file" && grep -qx
 ends 0 ls work: --tls none && [[ $(<"$work/output") == '{"path":'* ]] || fail "the defaults: $(<"$work/output")"
 ends 0 profile list && [[ $(<"$work/output") == "{\"name\":\"work\",\"url\":\"$ftp/top\"}"* ]]
 ends 0 profile remove defaults home && ends 0 profile set work tls= && ends 0 profile show work
-[[ $(<"$work/output") == "url = \"$ftp/top\""*'jobs = 2' && $(<"$file") == '# mine'* ]] || fail "$(<"$work/output")"
+[[ $(<"$work/output") == *"url = \"$ftp/top\""*'jobs = 2' && $(<"$file") == '# mine'* ]] || fail "$(<"$work/output")"
 
 refused() { # STATUS PATTERN ARGUMENT…
     ends "$1" "${@:3}" && said "qrftp: $2"
