@@ -55,13 +55,22 @@ void refuse_top(session& remote, const std::string& path)
     }
 }
 
+[[noreturn]] void refuse_folder(const std::string& path)
+{
+    throw needs_recursion(fmt::format("\"{}\" is a folder; -r removes it with all that is in it.", path));
+}
+
 void remove(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
 {
     carry_out(folder ? "remove_folder" : "remove_file", path, "", options, [&] {
         if (folder) {
             remote.remove_folder(path, recursive);
-        } else {
+            return;
+        }
+        try {
             remote.remove_file(path);
+        } catch (const IsFolder&) {
+            refuse_folder(path);
         }
     });
 }
@@ -70,7 +79,7 @@ void remove(session& remote, const std::string& path, bool folder, bool recursiv
 void remove_any(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
 {
     if (folder && !recursive) {
-        throw IsFolder(path);
+        refuse_folder(path);
     }
     refuse_top(remote, path);
     remove(remote, path, folder, recursive, options);

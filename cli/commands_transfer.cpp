@@ -123,6 +123,9 @@ std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
     std::vector<copy> plan;
     std::map<std::string, std::string> sources_by_target;
     for (const std::string& source : arguments.sources) {
+        if (source.empty()) {
+            throw usage_error("The name of a local file is empty.");
+        }
         std::string path = into ? join(arguments.target, local_name(source)) : arguments.target;
         refuse_same_targets(sources_by_target, path, source);
         sources_by_target.emplace(path, source);
@@ -169,7 +172,7 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
         if (way == direction::send) {
             throw;
         }
-        throw std::runtime_error(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
+        throw needs_recursion(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
     }
     report.print_action(action, ends_of(one, way));
 }

@@ -27,6 +27,7 @@ std::string_view class_of(const std::exception& error)
     return is<usage_error>(error)                         ? "UsageError"
            : is<no_secret>(error)                         ? "NoPassword"
            : is<output_failed>(error)                     ? "OutputFailed"
+           : is<needs_recursion>(error)                   ? name_of(error_cause::is_folder)
            : is<std::filesystem::filesystem_error>(error) ? name_of(error_cause::local_file)
                                                           : "Failed";
 }

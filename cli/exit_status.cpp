@@ -83,8 +83,7 @@ std::string sentence_of(const std::exception& error)
         return "Interrupted.";
     }
     if (const auto* local = dynamic_cast<const std::filesystem::filesystem_error*>(&error)) {
-        return fmt::format("\"{}\" failed on this machine: {}.", escape(local->path1().string()),
-                           local->code().message());
+        return LocalFileError(local->path1().string(), local->code()).what();
     }
     const bool is_escaped = is<qrftp::error>(error);
     return is_escaped ? error.what() : escape(error.what());

@@ -27,13 +27,17 @@ namespace {
 /// Of an error on the command line.
 [[noreturn]] void refuse(CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments)
 {
-    CLI::App& command = named_subcommand(app);
+    const CLI::App& command = named_subcommand(app);
     const bool is_top = &command == &app;
     const bool is_name = is_top && !arguments.empty() && !arguments.front().starts_with('-');
-    const std::string sentence = is_name ? fmt::format("There is no subcommand \"{}\".", arguments.front())
-                                         : usage_sentence(command, error);
-    throw usage_error(fmt::format("{} See \"qrftp {}--help\".", sentence,
-                                  is_top ? "" : app.get_subcommands().front()->get_name() + " "));
+    std::string name;
+    for (const CLI::App* one = &command; one != &app; one = one->get_parent()) {
+        name.insert(0, one->get_name() + ' ');
+    }
+    throw usage_error(fmt::format("{} See \"qrftp {}--help\".",
+                                  is_name ? fmt::format("There is no subcommand \"{}\".", arguments.front())
+                                          : usage_sentence(command, error),
+                                  name));
 }
 
 int run(const std::vector<std::string>& arguments)

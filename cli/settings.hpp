@@ -26,6 +26,11 @@ struct usage_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// A folder was named for what takes files alone; the text says which option takes folders.
+struct needs_recursion : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// Some of several things failed; each has been reported already.
 struct some_failed : std::runtime_error {
     using std::runtime_error::runtime_error;

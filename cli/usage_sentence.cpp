@@ -30,19 +30,22 @@ const CLI::Option* find_subject(const CLI::App& command, const std::string& text
     return found;
 }
 
-/// What an option takes, as its help shows it.
+/// What an option takes, as its help shows it: "none|strict" as "none or strict".
 std::string wanted(const CLI::Option& option)
 {
-    const std::string shown = option.get_type_name();
+    std::string shown = option.get_type_name();
     if (shown == "N") {
         return "a whole number";
     }
-    std::string choices;
-    for (const char byte : shown) {
-        choices += byte == '|' ? std::string(" or ") : std::string(1, byte);
-    }
     const bool is_choice = shown.find_first_not_of("abcdefghijklmnopqrstuvwxyz-|") == std::string::npos;
-    return is_choice && !shown.empty() ? choices : shown;
+    const std::size_t last = is_choice ? shown.rfind('|') : std::string::npos;
+    if (last != std::string::npos) {
+        shown.replace(last, 1, " or ");
+    }
+    for (std::size_t place = 0; is_choice && (place = shown.find('|')) != std::string::npos;) {
+        shown.replace(place, 1, ", ");
+    }
+    return shown;
 }
 
 /// What a range of numbers is called; empty where the error is about none.
@@ -62,9 +65,9 @@ std::string fault_of_operands(const CLI::App& command, const CLI::Option& operan
 {
     const auto most = static_cast<std::size_t>(operands.get_items_expected_max());
     const std::vector<std::string>& given = operands.results();
-    return given.size() > most ? fmt::format("{} takes {}; \"{}\" is too many.", command.get_name(),
+    return given.size() > most ? fmt::format("{} takes \"{}\"; \"{}\" is too many.", command.get_name(),
                                              operands.get_type_name(), escape(given[most]))
-                               : fmt::format("{} needs {}.", command.get_name(), operands.get_type_name());
+                               : fmt::format("{} needs \"{}\".", command.get_name(), operands.get_type_name());
 }
 
 } // namespace
@@ -79,6 +82,11 @@ std::string usage_sentence(const CLI::Option& option, const CLI::Error& error)
     }
     if (text.find('"') != std::string::npos) {
         return text + '.'; // A check of ours has said it.
+    }
+    if (const std::size_t end = text.find(" unit not recognized"); end != std::string::npos) {
+        const std::size_t start = text.find(": ") + 2;
+        return fmt::format("{}: \"{}\" is no unit; write {}.", name, escape(text.substr(start, end - start)),
+                           wanted(option));
     }
     const std::string range = range_in(text);
     return fmt::format("{}: \"{}\" is not {}.", name, given, range.empty() ? wanted(option) : range);
@@ -100,7 +108,7 @@ std::string usage_sentence(const CLI::App& command, const CLI::Error& error)
             return usage_sentence(*subject, error);
         }
         if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
-            return fmt::format("{} needs {}.", subject->get_name(), wanted(*subject));
+            return fmt::format("{} needs a value: {}.", subject->get_name(), wanted(*subject));
         }
     }
     if (const std::size_t verb = text.find(" excludes "); verb != std::string::npos) {

@@ -58,7 +58,7 @@ constexpr std::array<description, 31> descriptions{{
      R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},
     {error_cause::too_many_removals, "TooManyRemovals",
      R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
-    {error_cause::local_file, "LocalFileError", R"("{0}" failed on this machine: {1}.)"},
+    {error_cause::local_file, "LocalFileError", R"(The local file "{0}" cannot be used: {1}.)"},
     {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
     {error_cause::closed, "Closed", R"(The session is closed.)"},
 }};
@@ -77,6 +77,18 @@ static_assert(is_in_order());
 const description& describe(error_cause why)
 {
     return descriptions.at(static_cast<std::size_t>(why));
+}
+
+} // namespace
+
+namespace {
+
+std::string local_reason(std::error_code code)
+{
+    return code == std::errc::no_such_file_or_directory ? "it does not exist"
+           : code == std::errc::is_a_directory          ? "it is a folder"
+           : code == std::errc::not_a_directory         ? "it is not a folder"
+                                                        : code.message();
 }
 
 } // namespace
@@ -129,7 +141,7 @@ const std::string& error::server_message() const noexcept
 }
 
 LocalFileError::LocalFileError(std::string path, std::error_code code, const std::string& reason)
-    : error(error_cause::local_file, std::move(path), reason.empty() ? code.message() : reason), code_(code)
+    : error(error_cause::local_file, std::move(path), reason.empty() ? local_reason(code) : reason), code_(code)
 {
 }
 

@@ -177,7 +177,7 @@ QRFTP_ERROR(Closed, closed);
 /// A local file or folder could not be opened, read or written.
 class QRFTPCLIENT_EXPORT LocalFileError : public error {
 public:
-    /// The sentence says `reason` where it is not empty, else the message of `code`.
+    /// The sentence says `reason` where it is not empty, else what `code` means.
     LocalFileError(std::string path, std::error_code code, const std::string& reason = {});
 
     /// What the system said: `std::errc::no_such_file_or_directory`, `no_space_on_device` and so on.
