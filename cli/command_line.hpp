@@ -19,6 +19,8 @@ struct command_line {
     std::string colour = "auto";
     std::string progress = "auto";
     std::vector<std::string> words; ///< URLs and paths, in their order
+    std::string
+        profile; ///< whose options hold: the first that a word names, and in the shell the one that is open
     /// Of URLs that another profile than the first gave: what is said about reaching their server.
     std::map<std::string, login_options> other_logins;
 

@@ -66,7 +66,10 @@ sftp://[USER@]HOST[:PORT]/PATH from the root, /~/PATH from the login folder.
 "*", "?" and "[...]" in a PATH of ls, stat, cat, du, get and rm are wildcards, unless
 they are percent-encoded or something has exactly that name.
 
-Password: the URL's, --password-file, $QRFTP_PASSWORD, ~/.netrc, else asked for.
+NAME:PATH stands for a URL where "qrftp profile" keeps NAME.
+
+Password: the URL's, --password-file, --password-command, $QRFTP_PASSWORD, ~/.netrc,
+else asked for.
 SFTP: keys of the SSH agent, of --key and ~/.ssh first; pass phrases from
 --pass-phrase-file, $QRFTP_PASSPHRASE, else asked for.
 

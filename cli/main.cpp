@@ -63,7 +63,9 @@ int run(const std::vector<std::string>& arguments)
     } catch (const CLI::ParseError& error) {
         refuse(app, error, arguments);
     }
-    use_profiles(app, line, read_profiles());
+    const profile_list profiles = read_profiles();
+    check_profiles(app, profiles);
+    use_profiles(app, line, profiles);
     return line.run();
 }
 

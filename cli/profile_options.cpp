@@ -223,7 +223,6 @@ void check_profiles(CLI::App& app, const profile_list& list)
 
 void use_profiles(CLI::App& app, command_line& line, const profile_list& list)
 {
-    check_profiles(app, list);
     CLI::App& command = named_subcommand(app);
     const std::vector<profile_word> words = expand_words(command, line, list);
     for (const profile_word& one : words) {
@@ -231,7 +230,8 @@ void use_profiles(CLI::App& app, command_line& line, const profile_list& list)
             line.other_logins[line.words[one.place]] = read_login(command, line, list, *one.named);
         }
     }
-    use_table(command, list, words.empty() ? nullptr : words.front().named);
+    line.profile = words.empty() ? line.profile : words.front().named->name;
+    use_table(command, list, list.find(line.profile));
     use_table(command, list, list.find(defaults_name));
 }
 

@@ -28,8 +28,8 @@ profile_setting make_setting(CLI::App& app, const std::string& key, std::vector<
 void check_profiles(CLI::App& app, const profile_list& list);
 
 /// Gives the subcommand that was named what profiles say: a URL for each "NAME:PATH" where a URL may stand,
-/// and, for options that the command line does not have, the values of the first profile named and of the
-/// defaults. Throws `usage_error`.
+/// and, for options that the line does not have, the values of `line.profile`, which becomes the first profile
+/// that is named, and of the defaults. Throws `usage_error`.
 void use_profiles(CLI::App& app, command_line& line, const profile_list& list);
 
 } // namespace qrftp::cli

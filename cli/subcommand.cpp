@@ -75,13 +75,14 @@ CLI::App& add_subcommand(CLI::App& app, command_line& line, const char* name, co
     CLI::App& command = *app.add_subcommand(name, help);
     command.callback([&line, run = std::move(run)] { line.run = run; });
     command.option_defaults()->group("Output");
-    command.add_flag("--json", line.options.json, "One JSON object a line");
+    command.add_flag("--json", line.options.json,
+                     "Print JSON, one object per line; failures too, on standard error");
     command.add_flag("-h,--human", line.options.human, "Sizes with units");
     command.add_option("--colour,--color", line.colour, "Colours; auto: at a terminal")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""))
         ->type_name("auto|always|never")
         ->capture_default_str();
-    command.add_flag("-q,--quiet", line.options.quiet, "No progress and no notes");
+    command.add_flag("-q,--quiet", line.options.quiet, "Print nothing but results and errors");
     command.add_flag("-v,--verbose", line.options.verbose,
                      "The dialogue with the server, and what is done; -vv: also what the libraries say");
     command.option_defaults()->group("Options");

@@ -37,14 +37,14 @@ void add_modifying_subcommands(CLI::App& app, command_line& line)
     remove.add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
     CLI::App& move =
         add_subcommand(app, line, "mv", "Rename or move a file or folder", [&] { return run_mv(line); });
-    add_operands(move, line, "URL NEWPATH", "The new path is absolute, or seen from the old one's folder", 2,
-                 2);
+    add_operands(move, line, "URL NEWPATH", "A relative NEWPATH is seen from the folder of the old name", 2, 2);
     move.add_flag("-f,--replace", line.replace, "Replace a file that has the new name");
     CLI::App& make = add_for_urls(app, line, "mkdir", "Make folders", true,
                                   [&](session& remote, const std::vector<url>& urls) {
                                       mkdir(remote, paths_of(urls), line.parents, line.options);
                                   });
-    make.add_flag("-p,--parents", line.parents, "Those above too; one that exists is no error");
+    make.add_flag("-p,--parents", line.parents,
+                  "Make missing folders above too; a folder that exists is no error");
     CLI::App& remove_folder = add_for_urls(
         app, line, "rmdir", "Remove empty folders", true,
         [&](session& remote, const std::vector<url>& urls) { rmdir(remote, paths_of(urls), line.options); });

@@ -57,10 +57,11 @@ int run_shell(command_line& line)
 
 void add_shell_subcommand(CLI::App& app, command_line& line)
 {
-    CLI::App& talk = add_subcommand(app, line, "shell", "Type commands", [&] { return run_shell(line); });
+    CLI::App& talk =
+        add_subcommand(app, line, "shell", "Log in once and type commands", [&] { return run_shell(line); });
     add_operands(talk, line, "URL", "Server, and folder to begin in", 1, 1);
     talk.add_option("--batch", line.batch,
-                    "Run the lines of a file up to the first that fails; -: of the input")
+                    "Run the commands in FILE up to the first that fails; -: standard input")
         ->type_name("FILE");
 }
 

@@ -29,11 +29,13 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
         ->type_name("auto|json|none")
         ->capture_default_str();
-    command.add_option("-j,--jobs", options.jobs, "Connections to use side by side; else as many as help")
+    command.add_option("-j,--jobs", options.jobs, "How many connections to use; by default as many as help")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
-    add_patterns(command, "--include", options.include, "In folders, only files that match; may be repeated");
-    add_patterns(command, "--exclude", options.exclude, "In folders, nothing that matches; may be repeated");
+    add_patterns(command, "--include", options.include,
+                 "Of folders, copy only files that match; may be repeated");
+    add_patterns(command, "--exclude", options.exclude,
+                 "Of folders, copy nothing that matches; may be repeated");
     command.add_flag("--in-place", options.transfer.in_place,
                      "Write to the target itself, not to a temporary name");
     command.add_flag("-c,--resume", options.transfer.resume, "Complete what an earlier transfer left in place");
@@ -42,7 +44,7 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
         ->type_name("N[k|M|G]")
         ->capture_default_str();
-    command.add_flag("--fsync", options.transfer.sync, "Wait until the storage has each file");
+    command.add_flag("--fsync", options.transfer.sync, "Wait until each file is on the disk");
     command.add_flag("-p,--preserve", line.preserve, "Keep modification times and permissions");
     command.add_option("--max-depth", options.max_depth, "How deep folders may be nested")
         ->type_name("N")
@@ -133,12 +135,12 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
         add_subcommand(app, line, "sync", "Bring a folder up to date", [&] { return run_sync(line); });
     add_operands(both, line, "SOURCE DEST", "Two folders; one of them is a URL", 2, 2);
     add_transfer_options(both, line);
-    both.add_flag("--delete", line.transfer.remove_extra, "Remove what the source does not have");
+    both.add_flag("--delete", line.transfer.remove_extra, "Remove from DEST what SOURCE does not have");
     both.add_flag("--force", line.transfer.force, "Remove even where the source is empty");
     both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")
         ->type_name("N");
     both.add_flag("--clean-up", line.clean_up,
-                  "Also remove what broken-off transfers left in the remote folder a day ago");
+                  "Also remove temporary files of broken transfers from the remote folder, a day old or more");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }
 
