@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands.hpp"
 #include "login.hpp"
 #include "settings.hpp"
 
@@ -11,14 +12,19 @@
 
 namespace qrftp::cli {
 
-/// What the command line says. No subcommand uses all of it.
+/// What the command line says, or a line of the shell. No subcommand uses all of it.
 struct command_line {
+    /// In the shell: the session that is open, which commands use in place of a login of their own.
+    std::function<session&()> open_session;
+
     login_options login;
     settings options;
     std::string colour = "auto";
-    std::vector<std::string> words; ///< URLs and paths, in their order
+    /// URLs and paths, in their order. In the shell they are patterns, in which a backslash stands before what
+    /// was quoted: see `local_name` and `remote_name`.
+    std::vector<std::string> words;
 
-    bool long_form = false;
+    list_options list;
     bool recursive = false;
     bool parents = false;
     bool replace = false;

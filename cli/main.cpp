@@ -2,41 +2,19 @@
 #include "help.hpp"
 #include "interrupt.hpp"
 #include "login.hpp"
-#include "output.hpp"
+#include "parse.hpp"
 #include "subcommands.hpp"
-
-#include <qrftp/trace.hpp>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <fmt/format.h>
 
-#include <algorithm>
 #include <clocale>
 #include <span>
-#include <sstream>
 
 using namespace qrftp::cli;
 
 namespace {
-
-/// Of an error on the command line.
-[[noreturn]] void refuse(const CLI::App& app, const CLI::ParseError& error,
-                         const std::vector<std::string>& arguments)
-{
-    const auto named = app.get_subcommands();
-    std::string sentence = error.what();
-    if (!named.empty() && sentence.starts_with("operands")) {
-        const CLI::Option* const operands = named.front()->get_option("operands");
-        sentence = fmt::format("\"{}\" needs {}", named.front()->get_name(), operands->get_type_name());
-    }
-    if (named.empty() && !arguments.empty() && !arguments.front().starts_with('-')) {
-        sentence = fmt::format("There is no subcommand \"{}\"", arguments.front());
-    }
-    throw usage_error(fmt::format("{}{} See \"qrftp {}--help\".", sentence, sentence.ends_with('.') ? "" : ".",
-                                  named.empty() ? "" : named.front()->get_name() + " "));
-}
 
 int run(const std::vector<std::string>& arguments)
 {
@@ -47,18 +25,7 @@ int run(const std::vector<std::string>& arguments)
     command_line line;
     add_subcommands(app, line);
     app.footer(help_footer());
-    try {
-        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend())); // CLI11's order
-    } catch (const CLI::Success& asked) {
-        std::ostringstream text;
-        app.exit(asked, text, text);
-        print(text.str());
-        flush_output();
-        return success;
-    } catch (const CLI::ParseError& error) {
-        refuse(app, error, arguments);
-    }
-    return line.run();
+    return parse(app, arguments) ? line.run() : success;
 }
 
 } // namespace

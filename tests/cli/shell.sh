@@ -26,7 +26,7 @@ type "help cd\rexit\r" {Change the remote folder.*home> exit\r\n$}
 expect eof
 spawn {*}$argv
 type "" {home> $}
-type "\033\[A\033\[A\r" {help cd\r\ncd .*home> $}
+type "\033\[A\033\[A\r" {help cd\r\nChange .*home> $}
 type "\004" {\r\n$}
 expect eof; exit [lindex [wait] 3]
 END
