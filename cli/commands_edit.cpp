@@ -71,7 +71,6 @@ struct version {
     std::optional<timestamp> modified;
 
     bool operator==(const version&) const = default;
-    [[nodiscard]] bool is_exact() const { return size && modified && modified->is_exact(); }
 };
 
 version version_of(session& remote, const std::string& path)
@@ -79,11 +78,10 @@ version version_of(session& remote, const std::string& path)
     return {remote.file_size(path), remote.modification_time(path)};
 }
 
-/// Where the server tells no exact time, the content does.
+/// A change within the same second that leaves the size as it is shows in the content alone.
 bool has_changed(session& remote, const std::string& path, const version& before, const std::string& content)
 {
-    const version now = version_of(remote, path);
-    return now != before || (!now.is_exact() && remote.fetch_string(path) != content);
+    return version_of(remote, path) != before || remote.fetch_string(path) != content;
 }
 
 std::string editor()

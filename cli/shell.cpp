@@ -65,7 +65,9 @@ int run_batch(shell_state& state, int descriptor)
             break;
         }
         const auto report_line = [number](const std::exception& error) {
-            print_error(fmt::format("Line {}: {}", number, sentence_of(error)));
+            if (dynamic_cast<const output_closed*>(&error) == nullptr) {
+                print_error(fmt::format("Line {}: {}", number, sentence_of(error)));
+            }
         };
         try {
             run_line(state, *line, report_line);

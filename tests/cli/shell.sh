@@ -34,6 +34,21 @@ expect "$work/dialogue" "${shell[@]}" >"$work/seen" || fail "$(<"$work/seen")"
 [[ $(ls) == $'c "d"\nother\nä 1' && $(cat -- *) == $'one\ntwo\none' ]] || fail "$(ls)"
 [[ $(stat -c %a "$work"/state/qrftp{,/history}) == $'700\n600' ]] || fail "others may read the history"
 run() { status=0 && "${shell[@]}" "$@" >"$work/output" 2>"$work/errors" || status=$?; }
+# Each command once, over both protocols; where it says something, what it says.
+cat >"$work/all" <<'END'
+mkdir -p m/a/b; cd m/a; rmdir b; cd -; cd ~; cd m; pwd
+lcd local; lpwd; lls -a; lls -1 f*
+put f1; put -t f2 a/.h; mput -t f*; put -c f1
+ls -r; dir --json f1; ls -a a; ls; ls -1S
+cat 'f1' f2; stat --json f2; du -s; tree; ping --json
+mv f1 a; mv -f a/f1 g; touch-nothing
+-cat nowhere; -close now
+get g h; get -c g h; mget -r a; lls h a/.h
+rm g; rm -r --dry-run a; rm -r a
+jobs 3; jobs; limit-rate 2M; limit-rate
+sync . :copy -q; sync --delete :copy back -q; cat copy/h; lls -d back/h; sync . back
+END
+sed -i 's/; touch-nothing//; s/sync . back$//' "$work/all"
 # What nobody types ends at the first failure: "rm *" must not run in another folder than the one that was meant.
 run < <(printf '%s\n' "-cat nowhere" "cat other" "cd nowhere" "rm *")
 [[ $status == 5 && $(<"$work/output") == two && $(<"$work/errors") == qrftp:*nowhere*$'\n'"qrftp: Line 3: "*nowhere* ]] || fail "lines: $(<"$work/errors")"
