@@ -72,8 +72,13 @@ void run_lls(shell_state& state)
 {
     std::vector<std::string> words = state.commands->get_subcommand("lls")->remaining();
     words.insert(words.begin(), "ls");
-    words.emplace_back("--");
-    std::ranges::move(expand_local(state.line.words), std::back_inserter(words));
+    for (const std::string& word : state.line.words) {
+        if (word.starts_with('-')) { // "-1" is a number to CLI11.
+            words.push_back(word);
+        } else {
+            std::ranges::move(expand_local({word}), std::back_inserter(words));
+        }
+    }
     flush_output();
     run_program(words);
 }
