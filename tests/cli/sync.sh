@@ -3,7 +3,7 @@
 source "$(dirname "$0")/common.sh" "$1" proftpd
 told() { said "" && [[ $(sort "$work/output") == "$(printf '%s\n' "$@" | sort)" ]] || fail "not $*: $(<"$work/output")"; }
 both_ways() { # SOURCE DEST SOURCE-FOLDER DEST-FOLDER
-    first=("make folder . (missing)" "make folder a b (missing)" "copy a b/1 (missing)" "copy 2 (missing)" "copy [3] (missing)")
+    first=("make folder s (missing)" "make folder a b (missing)" "copy a b/1 (missing)" "copy 2 (missing)" "copy [3] (missing)")
     ends 0 sync "$1" "$2" --dry-run && told "${first[@]}" && [[ ! -e $4 ]]
     ends 0 sync "$1" "$2" && told "${first[@]}" && diff -r "$3" "$4" && [[ ! $4/2 -nt $3/2 && ! $4/2 -ot $3/2 ]] || fail "$1"
     ends 0 sync "$1" "$2" --delete && told ""
