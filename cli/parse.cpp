@@ -52,11 +52,18 @@ void protect_brackets(const CLI::App& app, std::vector<std::string>& words)
     }
 }
 
-std::string sentence_for(const CLI::App& command, const CLI::ParseError& error)
+std::string see_help(const CLI::App& app, const CLI::App& command)
+{
+    const std::string& name = app.get_name();
+    return fmt::format("See \"{}{}{} --help\".", name, name.empty() ? "" : " ", command.get_name());
+}
+
+std::string sentence_for(const CLI::App& app, const CLI::App& command, const CLI::ParseError& error)
 {
     const std::vector<std::string> unknown = command.remaining();
     if (!unknown.empty() && unknown.front().starts_with('-')) {
-        return fmt::format("{} has no option \"{}\".", command.get_name(), escape(unknown.front()));
+        return fmt::format("{} has no option \"{}\". Usage: {}", command.get_name(), escape(unknown.front()),
+                           usage_of(command));
     }
     const std::string operands = operands_of(command);
     if (!unknown.empty() && operands.empty()) {
@@ -64,23 +71,19 @@ std::string sentence_for(const CLI::App& command, const CLI::ParseError& error)
     }
     const std::string sentence = error.what();
     if (sentence.starts_with("operands")) {
-        return fmt::format("{} needs {}.", command.get_name(), operands);
+        return fmt::format("{} needs {}. {}", command.get_name(), operands, see_help(app, command));
     }
-    return sentence.ends_with('.') ? sentence : sentence + '.';
+    return fmt::format("{}{} {}", sentence, sentence.ends_with('.') ? "" : ".", see_help(app, command));
 }
 
 [[noreturn]] void refuse(const CLI::App& app, const CLI::ParseError& error,
                          const std::vector<std::string>& words)
 {
-    const bool is_shell = app.get_name().empty();
     const auto named = app.get_subcommands();
     if (!named.empty()) {
-        const CLI::App& command = *named.front();
-        const std::string hint = is_shell ? fmt::format("Usage: {}", usage_of(command))
-                                          : fmt::format("See \"qrftp {} --help\".", command.get_name());
-        throw usage_error(fmt::format("{} {}", sentence_for(command, error), hint));
+        throw usage_error(sentence_for(app, *named.front(), error));
     }
-    if (is_shell) {
+    if (app.get_name().empty()) {
         throw usage_error(
             fmt::format(R"(There is no command "{}"; "help" lists them.)", escape(words.front())));
     }
@@ -139,7 +142,7 @@ std::string operands_of(const CLI::App& command)
 std::string usage_of(const CLI::App& command)
 {
     const std::string operands = operands_of(command);
-    return command.get_name() + (operands.empty() ? "" : " " + operands);
+    return command.get_name() + " [OPTIONS]" + (operands.empty() ? "" : " " + operands);
 }
 
 } // namespace qrftp::cli

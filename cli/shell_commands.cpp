@@ -96,7 +96,7 @@ void run_help(shell_state& state)
         print_line(fmt::format("{:<25} {}", usage, help));
     };
     for (const CLI::App* const command : all) {
-        show(usage_of(*command), command->get_description());
+        show(command->get_name() + ' ' + operands_of(*command), command->get_description());
     }
     show("![COMMAND]", "Run a local command, or a local shell");
     show("-COMMAND", "Continue where the command fails");

@@ -47,7 +47,7 @@ CLI::App& add_subcommand(CLI::App& app, command_line& line, const char* name, co
                          std::function<int()> run);
 
 /// The operands of a subcommand, which its help shows as `shown`; at least `least` of them and at most `most`.
-/// The words of `shown` also tell the shell's completion what each one is: see `operand_kind`. There, "URL" is
+/// The words of `shown` also tell the shell's completion what each one is (complete.cpp). There, "URL" is
 /// shown as "PATH".
 constexpr int any_number = 1 << 29;
 void add_operands(CLI::App& command, command_line& line, const char* shown, const char* help, int least,

@@ -53,7 +53,7 @@ cat >"$work/want" <<END
 $HOME_DIR/m $work/local . .. f1 f2 f2 f1 a {"path":"f1"} .h f2 f1 a one second {"path":"f2"} 18 .
 . ├── a │   └── .h ├── f1 └── f2  1 folder, 3 files {"greeting"} a/.h h
 qrftp: Line 5: There is no "$HOME_DIR/m/nowhere" on the server.
-qrftp: Line 5: close takes no operands. Usage: close
+qrftp: Line 5: close takes no operands.
 once remove file a/.h remove folder a 3 2.0 MiB/s Change the local folder; ~, or nothing: home; -: back Usage: lcd [OPTIONS] [LOCAL-FOLDER]  Options:   -h,--help                   Show this help  one
 qrftp: Line 8: No server is open; "open URL" opens one.
 back/h
