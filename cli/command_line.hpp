@@ -20,9 +20,9 @@ struct command_line {
     login_options login;
     settings options;
     std::string colour = "auto";
-    /// URLs and paths, in their order. In the shell they are patterns, in which a backslash stands before what
-    /// was quoted: see `local_name` and `remote_name`.
-    std::vector<std::string> words;
+    std::vector<std::string> words; ///< URLs and paths, in their order
+    /// In the shell: each of the words as a pattern, in which a backslash stands before what was quoted.
+    std::vector<std::string> patterns;
 
     list_options list;
     bool recursive = false;

@@ -177,7 +177,7 @@ typed_name take_apart(shell_state& state, word_kind kind, const token& word)
     if (pattern.starts_with("~/")) {
         typed.marker += "~/";
         const bool local = kind == word_kind::local || kind == word_kind::local_folder;
-        typed.listed_folder = local ? local_name(state.line, "~/") : remote_name(state.line, "~/");
+        typed.listed_folder = local ? local_name(state.defaults, "~/") : remote_name(state.defaults, "~/");
     }
     const std::string rest = word.text.substr(typed.marker.size());
     typed.folder = folder_of(rest);

@@ -10,8 +10,6 @@
 #include "shell_state.hpp"
 #include "subcommand.hpp"
 
-#include <qrftp/glob.hpp>
-
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -72,7 +70,7 @@ void run_lls(shell_state& state)
 {
     std::vector<std::string> words = state.commands->get_subcommand("lls")->remaining();
     words.insert(words.begin(), "ls");
-    for (const std::string& word : state.line.words) {
+    for (const std::string& word : state.line.patterns) {
         if (word.starts_with('-')) { // "-1" is a number to CLI11.
             words.push_back(word);
         } else {
@@ -105,7 +103,7 @@ void run_help(shell_state& state)
 
 void run_open(shell_state& state)
 {
-    state.open(glob_unescape(operand(state)), state.line.login);
+    state.open(operand(state), state.line.login);
 }
 
 /// Sets what later transfers begin with; `option` is the transfers' own.

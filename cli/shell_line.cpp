@@ -9,6 +9,8 @@
 #include "subcommand.hpp"
 #include "tokenize.hpp"
 
+#include <qrftp/glob.hpp>
+
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -48,13 +50,15 @@ void run_command(shell_state& state, const std::vector<token>& tokens)
     std::vector<std::string> words;
     std::ranges::transform(tokens, std::back_inserter(words), &token::pattern);
     words.front() = tokens.front().text;
-    state.line = state.defaults;
+    state.reset_line();
     if (!parse(*state.commands, words)) {
         return;
     }
     if (!only_reads(words.front())) {
         state.names.forget();
     }
+    state.line.patterns = state.line.words;
+    std::ranges::transform(state.line.words, state.line.words.begin(), glob_unescape);
     resolve_settings(state.line);
     const auto run = state.line.run; // A command may parse another one.
     const int status = run();

@@ -32,13 +32,21 @@ void unquote_values(CLI::App& commands)
 
 } // namespace
 
-shell_state::shell_state(const command_line& given) : commands(std::make_unique<CLI::App>())
+shell_state::shell_state(const command_line& given)
 {
     defaults.login = given.login;
     defaults.options = given.options;
     defaults.colour = given.colour;
     defaults.open_session = [this]() -> session& { return remote(); };
+    reset_line();
+}
+
+shell_state::~shell_state() = default;
+
+void shell_state::reset_line()
+{
     line = defaults;
+    commands = std::make_unique<CLI::App>();
     commands->require_subcommand(1);
     set_up_help(*commands);
     commands->footer("");
@@ -46,8 +54,6 @@ shell_state::shell_state(const command_line& given) : commands(std::make_unique<
     add_shell_commands(*commands, *this);
     unquote_values(*commands);
 }
-
-shell_state::~shell_state() = default;
 
 void shell_state::open(const std::string& place, const login_options& options)
 {

@@ -35,6 +35,9 @@ struct shell_state {
     /// Throws `usage_error` where none is open, and what logging in throws.
     session& remote();
 
+    /// Before each command: forgets what the one before was told. Subcommands may keep it anywhere.
+    void reset_line();
+
     /// Lets the shell continue after an interrupt.
     void forget_interrupt();
 

@@ -12,6 +12,7 @@
 #include <CLI/Validators.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -43,16 +44,32 @@ std::string with_login_folder(session& remote, const std::string& pattern)
     return glob_escape(remote.server_info().login_folder) + pattern.substr(1);
 }
 
+/// The patterns of words, in the order in which they stand on the line. A text that does not is no pattern.
+std::vector<std::string> patterns_for(const command_line& line, const std::vector<std::string>& texts)
+{
+    std::vector<std::string> found;
+    auto from = line.words.begin();
+    for (const std::string& text : texts) {
+        const auto word = std::find(from, line.words.end(), text);
+        const bool is_word = word != line.words.end();
+        const auto place = static_cast<std::size_t>(word - line.words.begin());
+        found.push_back(is_word ? line.patterns[place] : glob_escape(text));
+        from = is_word ? word + 1 : from;
+    }
+    return found;
+}
+
 /// What is on an open session, as the parts of its URL.
 std::vector<url> names_on(session& remote, const std::vector<std::string>& patterns)
 {
     std::vector<url> found;
-    for (const std::string& pattern : patterns.empty() ? std::vector<std::string>{""} : patterns) {
-        if (is_url(pattern)) {
+    for (const std::string& pattern : patterns) {
+        const std::string text = glob_unescape(pattern);
+        if (is_url(text)) {
             throw usage_error(
-                fmt::format("\"{}\" is a URL; commands of the shell take names on the server that is "
-                            "open. \"open URL\" opens another one.",
-                            escape(without_password(glob_unescape(pattern)))));
+                fmt::format("\"{}\" is a URL; commands of the shell take names on the server that "
+                            "is open. \"open URL\" opens another one.",
+                            escape(without_password(text))));
         }
         url one = remote.location();
         one.pattern = with_login_folder(remote, pattern);
@@ -113,7 +130,7 @@ void with_urls(command_line& line, const std::vector<std::string>& texts, const 
     resolve_settings(line);
     if (is_shell(line)) {
         session& open = line.open_session();
-        act(open, names_on(open, texts));
+        act(open, names_on(open, patterns_for(line, texts.empty() ? std::vector<std::string>{""} : texts)));
         return;
     }
     const std::vector<url> urls = parse_urls(texts);
@@ -123,13 +140,13 @@ void with_urls(command_line& line, const std::vector<std::string>& texts, const 
 
 std::string local_name(const command_line& line, const std::string& word)
 {
-    return is_shell(line) ? glob_unescape(with_home(word)) : word;
+    return is_shell(line) ? glob_unescape(with_home(patterns_for(line, {word}).front())) : word;
 }
 
-std::vector<std::string> expand_local(const std::vector<std::string>& words)
+std::vector<std::string> expand_local(const std::vector<std::string>& patterns)
 {
     std::vector<std::string> names;
-    for (const std::string& word : words) {
+    for (const std::string& word : patterns) {
         const std::string pattern = with_home(word);
         if (!has_magic(pattern)) {
             names.push_back(glob_unescape(pattern));
@@ -151,7 +168,9 @@ std::vector<std::string> expand_local(const std::vector<std::string>& words)
 
 std::string remote_name(const command_line& line, const std::string& word)
 {
-    return is_shell(line) ? glob_unescape(with_login_folder(line.open_session(), word)) : word;
+    return is_shell(line)
+               ? glob_unescape(with_login_folder(line.open_session(), patterns_for(line, {word}).front()))
+               : word;
 }
 
 void enter(session& remote, const url& place)

@@ -32,11 +32,11 @@ using url_action = std::function<void(session&, const std::vector<url>&)>;
 /// session; none stands for its working folder.
 void with_urls(command_line& line, const std::vector<std::string>& texts, const url_action& act);
 
-/// A word as a local path. In the shell it loses its quoting, and "~" is the user's home.
+/// A word as a local path; in the shell, "~" that was not quoted is the user's home.
 std::string local_name(const command_line& line, const std::string& word);
-/// The local paths that words of the shell stand for as patterns. Throws where nothing matches one of them.
-std::vector<std::string> expand_local(const std::vector<std::string>& words);
-/// A word as a remote path that no URL gives, such as a new name. In the shell it loses its quoting.
+/// The local paths that patterns of the shell stand for. Throws where nothing matches one of them.
+std::vector<std::string> expand_local(const std::vector<std::string>& patterns);
+/// A word as a remote path that no URL gives, such as a new name; in the shell, "~" is the login folder.
 std::string remote_name(const command_line& line, const std::string& word);
 
 /// Goes to the folder of a URL that names one.

@@ -100,22 +100,22 @@ int run_put(command_line& line)
 int run_mput(command_line& line)
 {
     transfer_arguments arguments = transfer_of(line);
-    arguments.sources = expand_local(line.words);
+    arguments.sources = expand_local(line.patterns);
     with_urls(line, {},
               [&](session& remote, const std::vector<url>&) { put(remote, arguments, line.options); });
     return success;
 }
 
 /// Whether an operand of sync is the remote folder: a URL, or in the shell a name behind a colon.
-bool is_remote(const command_line& line, const std::string& word)
+bool is_remote(const command_line& line, std::size_t place)
 {
-    return is_shell(line) ? word.starts_with(':') : is_url(word);
+    return is_shell(line) ? line.patterns[place].starts_with(':') : is_url(line.words[place]);
 }
 
 int run_sync(command_line& line)
 {
-    const bool fetches = is_remote(line, line.words.front());
-    if (fetches == is_remote(line, line.words.back())) {
+    const bool fetches = is_remote(line, 0);
+    if (fetches == is_remote(line, 1)) {
         throw usage_error(
             is_shell(line)
                 ? "One of the two folders is local, the other one on the server, written with a colon: "
