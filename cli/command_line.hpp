@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands.hpp"
 #include "login.hpp"
 #include "settings.hpp"
 
@@ -12,13 +13,18 @@
 
 namespace qrftp::cli {
 
-/// What the command line says. No subcommand uses all of it.
+/// What the command line says, or a line of the shell. No subcommand uses all of it.
 struct command_line {
+    /// In the shell: the session that is open, which commands use in place of a login of their own.
+    std::function<session&()> open_session;
+
     login_options login;
     settings options;
     std::string colour = "auto";
     std::string progress = "auto";
     std::vector<std::string> words; ///< URLs and paths, in their order
+    /// In the shell: each of the words as a pattern, in which a backslash stands before what was quoted.
+    std::vector<std::string> patterns;
     std::string
         profile; ///< whose options hold: the first that a word names, and in the shell the one that is open
     /// Of URLs that another profile than the first gave: what is said about reaching their server.
@@ -31,7 +37,7 @@ struct command_line {
         return other == other_logins.end() ? login : other->second;
     }
 
-    bool long_form = false;
+    list_options list;
     bool recursive = false;
     bool parents = false;
     bool replace = false;

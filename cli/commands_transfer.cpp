@@ -215,6 +215,7 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
         const bool is_copy = action.what == tree_action::kind::copy;
         report.print_action(action, is_copy ? ends_of(one, way, action.path) : copy_ends{});
     };
+    report.set_target(way == direction::fetch ? one.local.string() : one.remote);
     report.attempt_tree(options, [&] {
         return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
                                        : send_tree(remote, one.local, one.remote, options);
@@ -274,6 +275,7 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
 {
     transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
     const sync_options watched = report.watch(arguments.options);
+    report.set_target(arguments.way == direction::fetch ? arguments.local : or_here(arguments.remote));
     report.attempt_tree(watched, [&] {
         return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
     });

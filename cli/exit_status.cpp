@@ -89,9 +89,9 @@ std::string sentence_of(const std::exception& error)
     return is_escaped ? error.what() : escape(error.what());
 }
 
-void report_as_json() noexcept
+void report_as_json(bool wanted) noexcept
 {
-    reports_json = true;
+    reports_json = wanted;
 }
 
 void report(const std::exception& error, std::size_t line)

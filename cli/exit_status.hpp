@@ -27,8 +27,8 @@ int status_of(const std::exception& error);
 /// The error in one line without control characters.
 std::string sentence_of(const std::exception& error);
 
-/// From now on, failures are reported as JSON.
-void report_as_json() noexcept;
+/// Whether failures are reported as JSON from now on.
+void report_as_json(bool wanted) noexcept;
 
 /// Writes the sentence, or the JSON object, to standard error; nothing for `some_failed`, which has been
 /// reported, and where nobody reads the output any more. In a batch, `line` is the number of the line that

@@ -28,6 +28,14 @@ public:
         return text + make_subcommands(app, mode) + '\n' + make_footer(app);
     }
 
+    /// Operands that say nothing of themselves stand in the usage alone.
+    std::string make_positionals(const CLI::App* app) const override
+    {
+        const CLI::Option* const operands = app->get_option_no_throw("operands");
+        const bool speaks = operands == nullptr || !operands->get_description().empty();
+        return speaks ? CLI::Formatter::make_positionals(app) : "";
+    }
+
     /// Operands are shown by their type, "URL... [LOCAL]", which CLI11 does not take for a name.
     std::string make_option_name(const CLI::Option* option, bool is_positional) const override
     {

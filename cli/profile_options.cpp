@@ -1,6 +1,7 @@
 #include "profile_options.hpp"
 
 #include "operands.hpp"
+#include "subcommand.hpp"
 #include "usage_sentence.hpp"
 
 #include <CLI/App.hpp>
@@ -96,12 +97,15 @@ struct profile_word {
     const profile* named;
 };
 
-/// Puts URLs in place of names.
+/// Puts URLs in place of names. In the shell only "open" takes them.
 std::vector<profile_word> expand_words(const CLI::App& command, command_line& line, const profile_list& list)
 {
     const CLI::Option* const shown = command.get_option_no_throw("operands");
     std::vector<profile_word> found;
-    for (std::size_t place = 0; shown != nullptr && place < line.words.size(); ++place) {
+    if (shown == nullptr || (is_shell(line) && shown->get_type_name() != "URL")) {
+        return found;
+    }
+    for (std::size_t place = 0; place < line.words.size(); ++place) {
         const auto possible = operands(shown->get_type_name()).at(place, line.words.size());
         const profile* const named =
             std::ranges::any_of(possible, may_be_remote) ? profile_of(list, line.words[place]) : nullptr;

@@ -9,6 +9,7 @@
 #include <CLI/Validators.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace qrftp::cli {
@@ -74,12 +75,12 @@ transfer_arguments transfer_of(const command_line& line)
     return arguments;
 }
 
-int run_get(command_line& line)
+int run_get(command_line& line, bool several)
 {
     transfer_arguments arguments = transfer_of(line);
     std::vector<std::string> texts = line.words;
-    if (texts.size() > 1 && !is_url(texts.back())) {
-        arguments.target = texts.back();
+    if (!several && texts.size() > 1 && (is_shell(line) || !is_url(texts.back()))) {
+        arguments.target = local_name(line, texts.back());
         texts.pop_back();
     }
     with_urls(line, texts, [&](session& remote, const std::vector<url>& urls) {
@@ -92,24 +93,48 @@ int run_get(command_line& line)
 int run_put(command_line& line)
 {
     transfer_arguments arguments = transfer_of(line);
-    arguments.sources.assign(line.words.begin(), line.words.end() - 1);
-    with_urls(line, {line.words.back()}, [&](session& remote, const std::vector<url>& urls) {
+    const bool has_target = !is_shell(line) || line.words.size() > 1; // else the working folder
+    const auto target = line.words.end() - (has_target ? 1 : 0);
+    std::transform(line.words.begin(), target, std::back_inserter(arguments.sources),
+                   [&](const std::string& word) { return local_name(line, word); });
+    with_urls(line, {target, line.words.end()}, [&](session& remote, const std::vector<url>& urls) {
         arguments.target = urls.front().path;
         put(remote, arguments, line.options);
     });
     return success;
 }
 
+/// Of the shell: what matches goes into the working folder.
+int run_mput(command_line& line)
+{
+    transfer_arguments arguments = transfer_of(line);
+    arguments.sources = expand_local(line.patterns);
+    with_urls(line, {},
+              [&](session& remote, const std::vector<url>&) { put(remote, arguments, line.options); });
+    return success;
+}
+
+/// Whether an operand of sync is the remote folder: a URL, or in the shell a name behind a colon.
+bool is_remote(const command_line& line, std::size_t place)
+{
+    return is_shell(line) ? line.patterns[place].starts_with(':') : is_url(line.words[place]);
+}
+
 int run_sync(command_line& line)
 {
-    const bool fetches = is_url(line.words.front());
-    if (fetches == is_url(line.words.back())) {
-        throw usage_error("One of the two folders must be a URL, and the other one local.");
+    const bool fetches = is_remote(line, 0);
+    if (fetches == is_remote(line, 1)) {
+        throw usage_error(
+            is_shell(line)
+                ? "One of the two folders is local, the other one on the server, written with a colon: "
+                  "\"sync site :www\" sends, \"sync :www site\" fetches."
+                : "One of the two folders must be a URL, and the other one local.");
     }
-    sync_arguments arguments{line.words[fetches ? 1 : 0], "", fetches ? direction::fetch : direction::send,
-                             line.transfer, line.clean_up};
+    sync_arguments arguments{local_name(line, line.words[fetches ? 1 : 0]), "",
+                             fetches ? direction::fetch : direction::send, line.transfer, line.clean_up};
     arguments.options.transfer = file_options(line, !line.no_keep_time);
-    with_urls(line, {line.words[fetches ? 0 : 1]}, [&](session& remote, const std::vector<url>& urls) {
+    const std::string remote_word = line.words[fetches ? 0 : 1].substr(is_shell(line) ? 1 : 0);
+    with_urls(line, {remote_word}, [&](session& remote, const std::vector<url>& urls) {
         arguments.remote = urls.front().path;
         sync(remote, arguments, line.options);
     });
@@ -121,12 +146,25 @@ int run_sync(command_line& line)
 void add_transfer_subcommands(CLI::App& app, command_line& line)
 {
     CLI::App& fetch =
-        add_subcommand(app, line, "get", "Fetch files and folders", [&] { return run_get(line); });
+        add_subcommand(app, line, "get", "Fetch files and folders", [&] { return run_get(line, false); });
     add_operands(fetch, line, "URL... [LOCAL]", "Remote paths; local file or folder, else here", 1, any_number);
+    set_shell_operands(fetch, line, "PATH [LOCAL]");
     CLI::App& send = add_subcommand(app, line, "put", "Send files and folders", [&] { return run_put(line); });
     add_operands(send, line, "LOCAL... URL", "Local paths; remote file, or folder to put them in", 2,
                  any_number);
-    for (CLI::App* command : {&fetch, &send}) {
+    set_shell_operands(send, line, "LOCAL [PATH]");
+    std::vector<CLI::App*> commands{&fetch, &send};
+    if (is_shell(line)) {
+        commands.push_back(&add_subcommand(app, line, "mget",
+                                           "Fetch several files or folders into the local folder",
+                                           [&] { return run_get(line, true); }));
+        add_operands(*commands.back(), line, "PATH...", "Remote paths", 1, any_number);
+        commands.push_back(&add_subcommand(app, line, "mput",
+                                           "Send several files or folders into the remote folder",
+                                           [&] { return run_mput(line); }));
+        add_operands(*commands.back(), line, "LOCAL...", "Local paths", 1, any_number);
+    }
+    for (CLI::App* command : commands) {
         add_transfer_options(*command, line);
         command->add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
         command->add_flag("-t,--keep-time", line.transfer.transfer.keep_time, "Keep the modification times");

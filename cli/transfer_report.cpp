@@ -98,7 +98,8 @@ void transfer_report::print_action(const tree_action& action, const copy_ends& e
         print_json(object);
     } else {
         const bool has_reason = action.why != tree_action::reason::wanted;
-        print_line(with_blanks(name_of(action.what)) + ' ' + escape(action.path.empty() ? "." : action.path) +
+        print_line(with_blanks(name_of(action.what)) + ' ' +
+                   escape(action.path.empty() ? target_ : action.path) +
                    (has_reason ? " (" + with_blanks(name_of(action.why)) + ")" : ""));
     }
     flush_output();

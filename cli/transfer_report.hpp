@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 
 namespace qrftp::cli {
 
@@ -23,6 +24,9 @@ class transfer_report {
 public:
     /// Where `alone`, the first failure is thrown as it is. Where `prints`, what is done is printed.
     transfer_report(const settings& options, bool alone, bool prints);
+
+    /// What the folder that a tree goes to is called.
+    void set_target(std::string target) { target_ = std::move(target); }
 
     /// Carries out a part of the transfer and reports its failure; see `batch::attempt`.
     void attempt(const std::function<void()>& act);
@@ -62,6 +66,7 @@ private:
     progress_display display_;
     batch all_;
     bool prints_;
+    std::string target_ = ".";
     std::size_t unread_ = 0;
     std::size_t passed_over_ = 0;
 };

@@ -102,8 +102,9 @@ struct error::details {
 
 error::error(error_cause why, std::string subject, const std::string& reason, response said)
 {
-    // A server may repeat what it was sent, the password included.
-    const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(masked(said.message)));
+    // A server may repeat what it was sent, the password included. Without a code the words are our own.
+    const std::string message = said.code == 0 ? said.message : masked(said.message);
+    const std::string words = message.empty() ? "" : fmt::format(" ({})", escape(message));
     std::string sentence =
         fmt::format(fmt::runtime(describe(why).sentence), escape(subject), escape(reason), words);
     details_ =

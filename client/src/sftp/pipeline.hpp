@@ -92,6 +92,8 @@ public:
     [[nodiscard]] clock::duration round_trip() const noexcept { return round_trip_; }
 
     void set_stall_timeout(duration longest) noexcept { settings_.stall_timeout = longest; }
+    /// Who gets the requests and replies by name from now on, if anybody.
+    void set_trace(std::function<void(std::string_view)> trace) { settings_.trace = std::move(trace); }
     void set_stop(std::stop_token stop) noexcept { settings_.stop = std::move(stop); }
     [[nodiscard]] const std::stop_token& stop() const noexcept { return settings_.stop; }
     [[nodiscard]] std::optional<clock::time_point> deadline() const noexcept { return deadline_; }

@@ -114,7 +114,7 @@ void connect_http(const proxy_address& proxy, const std::string& host, std::uint
     // "HTTP/1.1 200 …": any status of the 200s is a tunnel.
     constexpr std::size_t status_begin = 9;
     if (!answer.starts_with("HTTP/1.") || answer.size() < status_begin + 3 || answer[status_begin] != '2') {
-        peer.fail(answer.substr(0, answer.find('\r')));
+        peer.fail(masked(answer.substr(0, answer.find('\r'))));
     }
 }
 

@@ -9,9 +9,23 @@
 
 #include <fmt/format.h>
 
+#include <functional>
+#include <string_view>
 #include <utility>
 
 namespace qrftp::sftp {
+
+namespace {
+
+std::function<void(std::string_view)> tracer()
+{
+    if (!is_traced(trace_level::dialogue)) {
+        return {};
+    }
+    return [](std::string_view line) { trace_line(line); };
+}
+
+} // namespace
 
 sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
@@ -28,9 +42,7 @@ void sftp_protocol::connect()
     }
     pipeline::settings settings{
         .server = server_, .stall_timeout = options.stall_timeout, .stop = options.stop};
-    if (is_traced(trace_level::dialogue)) {
-        settings.trace = [](std::string_view line) { trace_line(line); };
-    }
+    settings.trace = tracer();
     server_info info;
     auto stream = connect_(options, info);
     auto opened = std::make_unique<pipeline>(std::move(stream), std::move(settings));
@@ -55,6 +67,7 @@ pipeline& sftp_protocol::connected()
         }
         connect();
     }
+    pipeline_->set_trace(tracer());
     pipeline_->set_stop(is_cleaning_up() ? std::stop_token() : options_.stop);
     limit_time();
     return *pipeline_;

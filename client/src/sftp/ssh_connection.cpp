@@ -4,6 +4,7 @@
 #include "ssh_algorithms.hpp"
 
 #include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
 
@@ -97,7 +98,7 @@ void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
 
 std::string ssh_connection::not_ssh() const
 {
-    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", first_line_);
+    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", masked(first_line_));
 }
 
 void ssh_connection::wait_for_server()
@@ -126,7 +127,7 @@ host_key ssh_connection::server_key(const std::string& host) const
 
 std::string ssh_connection::last_words() const
 {
-    return text_of(ssh_get_error(get()));
+    return masked(text_of(ssh_get_error(get())));
 }
 
 std::string ssh_connection::identification() const
