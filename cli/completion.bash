@@ -5,10 +5,11 @@ _qrftp() {
     COMPREPLY=()
     case $previous in
     --tls) words='none opportunistic strict' ;;
+    --tls-trust) words='strict accept-new' ;;
     --host-key) words='strict accept-new off' ;;
     --colour | --color) words='auto always never' ;;
-    --password-file | --netrc-file | --cacert | -i | --key | --ssh-config | --pass-phrase-file | --known-hosts | --batch) ;;
-    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
+    --password-file | --netrc-file | --cacert | --cert | --cert-key | --known-tls | -i | --key | --ssh-config | --pass-phrase-file | --known-hosts | --batch) ;;
+    -u | --user | --pin | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
         return
         ;;
     *)

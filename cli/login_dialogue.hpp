@@ -24,6 +24,8 @@ public:
     std::optional<std::vector<std::string>> answers(const login_prompts& prompts);
     /// Without a terminal, every new key is accepted.
     bool accepts(const host_key& key);
+    /// Without a terminal, every new certificate is accepted.
+    bool accepts(const server_certificate& shown);
 
     /// Whether a secret was wanted and there was no terminal to ask at.
     [[nodiscard]] bool lacks_terminal() const;
@@ -36,6 +38,7 @@ private:
     std::optional<std::string> password_;
     bool has_used_password_ = false;
     std::map<std::filesystem::path, std::string> pass_phrases_;
+    std::map<std::string, bool> certificates_; ///< by their pins, whether they are accepted
     bool lacks_terminal_ = false;
 };
 

@@ -1,3 +1,4 @@
+#include "line_server.hpp"
 #include "ssh_peer.hpp"
 
 #include <sftp/ssh_transport.hpp>
@@ -8,12 +9,11 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace qrftp;
 using namespace std::chrono_literals;
+using support::line_server;
 using support::ssh_peer;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -60,41 +60,6 @@ protected:
     session_options options;
     server_info info;
     std::string sentence;
-};
-
-/// A port of loopback that says a line to whoever connects, and then nothing.
-class line_server {
-public:
-    explicit line_server(std::string line) : socket_(::socket(AF_INET, SOCK_STREAM, 0)), line_(std::move(line))
-    {
-        socklen_t size = sizeof address_;
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(socket_, reinterpret_cast<const sockaddr*>(&address_), size);
-        ::listen(socket_, 1);
-        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address_), &size);
-        thread_ = std::thread([this] {
-            const int client = ::accept(socket_, nullptr, nullptr);
-            ::send(client, line_.data(), line_.size(), MSG_NOSIGNAL);
-            char byte = 0;
-            while (::recv(client, &byte, 1, 0) > 0) {
-            }
-            ::close(client);
-        });
-    }
-    ~line_server()
-    {
-        ::shutdown(socket_, SHUT_RDWR);
-        thread_.join();
-        ::close(socket_);
-    }
-    [[nodiscard]] std::uint16_t port() const { return ntohs(address_.sin_port); }
-
-private:
-    int socket_;
-    std::string line_;
-    sockaddr_in address_{};
-    std::thread thread_;
 };
 
 std::string bytes(std::size_t size)
