@@ -202,27 +202,26 @@ TEST_F(TlsTrust, EncryptsFromTheFirstByteOn)
     struct row {
         tls_peer::script how;
         std::string words;
-        std::string seen;
+        bool logs_in;
     };
-    const std::string in = "TLS USER|TLS PASS|TLS PWD|TLS PBSZ|TLS PROT|";
     const row rows[] = {
-        {{.implicit = true}, "", in.substr(0, 18)},
-        {{.prot = "536 no\r\n", .implicit = true}, "NoEncryption", in.substr(0, 18)},
-        {{.data = renewed, .implicit = true}, "CertificateRefused", in.substr(0, 18)},
-        {{.plain_data = true, .implicit = true}, "NoEncryption", in.substr(0, 18)},
-        {{.cuts_data = true, .size = "550 no\r\n", .implicit = true}, "SizeMismatch", in.substr(0, 18)},
-        {{.control = self_signed, .implicit = true}, "CertificateRefused", ""},
-        {{}, "; write ftp:// for a server", ""},
+        {{.implicit = true}, "", true},
+        {{.prot = "536 no\r\n", .implicit = true}, "NoEncryption", true},
+        {{.data = renewed, .implicit = true}, "CertificateRefused", true},
+        {{.plain_data = true, .implicit = true}, "NoEncryption", true},
+        {{.cuts_data = true, .implicit = true, .size = "550 no\r\n"}, "SizeMismatch", true},
+        {{.control = self_signed, .implicit = true}, "CertificateRefused", false},
+        {{}, "; write ftp:// for a server", false},
     };
     for (const tls_mode mode : {tls_mode::strict, tls_mode::opportunistic}) {
         options.tls = mode;
         for (const row& each : rows) {
             const tls_peer server(each.how);
             options.certificate_authorities = server.authorities();
-            EXPECT_THAT(failure(server, "ftps"),
-                        each.words.empty() ? testing::Matcher<std::string>("") : HasSubstr(each.words));
-            EXPECT_EQ(server.seen().substr(0, each.seen.empty() ? std::string::npos : each.seen.size()),
-                      each.seen);
+            const std::string refused = failure(server, "ftps");
+            EXPECT_THAT(refused, HasSubstr(each.words));
+            EXPECT_EQ(refused.empty(), each.words.empty());
+            EXPECT_EQ(server.seen().starts_with("TLS USER|TLS PASS|"), each.logs_in) << server.seen();
         }
     }
     options.tls = tls_mode::none;
