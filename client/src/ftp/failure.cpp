@@ -102,6 +102,16 @@ void find_missing_end(const request& request, request_result& result)
     }
 }
 
+/// What may help where TLS did not begin.
+const char* handshake_hint(const std::string& server, const std::string& message)
+{
+    if (message.find("alert handshake failure") != std::string::npos) {
+        return "; the server may want a client certificate (--cert)";
+    }
+    return server.starts_with("ftps://") ? "; write ftp:// for a server that begins TLS after its greeting"
+                                         : "";
+}
+
 } // namespace
 
 const reply& request_result::last_reply(std::size_t from_last) const
@@ -149,7 +159,6 @@ bool is_refusal(const request_result& result)
 void throw_failure(const std::string& server, const request& request, const request_result& result,
                    bool logging_in)
 {
-    constexpr const char* hint = "; write ftp:// for a server that begins TLS after its greeting";
     const response said = result.said();
     switch (result.code) {
     case CURLE_LOGIN_DENIED:
@@ -161,7 +170,7 @@ void throw_failure(const std::string& server, const request& request, const requ
     case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:
-        throw NoEncryption(server, {said.code, said.message + (server.starts_with("ftps://") ? hint : "")});
+        throw NoEncryption(server, {said.code, said.message + handshake_hint(server, said.message)});
     case CURLE_FTP_ACCEPT_FAILED:
         throw NoConnection(
             "data connection of " + server,
