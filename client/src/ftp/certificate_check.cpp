@@ -78,12 +78,13 @@ bool certificate_check::look_at(X509_STORE_CTX* chain)
     const bool is_trusted = X509_verify_cert(chain) == 1;
     X509* const certificate = X509_STORE_CTX_get0_cert(chain);
     shown_ = {policy_.host(), pin_of(certificate), {}};
+    if (!is_trusted) {
+        shown_.problem = X509_verify_cert_error_string(X509_STORE_CTX_get_error(chain));
+    }
     if (!policy_.may_replace_authorities()) {
         return is_trusted;
     }
-    if (!is_trusted) {
-        shown_.problem = X509_verify_cert_error_string(X509_STORE_CTX_get_error(chain));
-    } else if (!names_server(certificate)) {
+    if (is_trusted && !names_server(certificate)) {
         shown_.problem = fmt::format("it is not for \"{}\"", name_);
     }
     if (!policy_.check(shown_)) {

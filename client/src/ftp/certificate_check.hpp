@@ -35,8 +35,8 @@ public:
     void reset();
     /// Why the handshake was ended, or null: `CertificateRefused`, `new_certificate`.
     [[nodiscard]] const std::exception_ptr& thrown() const { return thrown_; }
-    /// "sha256//…" of the last certificate; may be empty.
-    [[nodiscard]] const std::string& pin() const { return shown_.pin; }
+    /// The last certificate since `reset`; its pin is empty where none was shown.
+    [[nodiscard]] const server_certificate& shown() const { return shown_; }
 
     [[nodiscard]] certificate_policy& policy() { return policy_; }
     [[nodiscard]] const certificate_policy& policy() const { return policy_; }

@@ -65,6 +65,25 @@ std::string trimmed(const std::string& line)
     return line.substr(std::min(line.find_first_not_of(' '), line.size()));
 }
 
+/// Through a proxy with TLS of its own, libcurl 7.88 has no reason for a handshake that a certificate ended,
+/// and words the proxy's certificate as the server's.
+void classify_certificate(request_result& result, const server_certificate& shown, long proxy_verified)
+{
+    if (result.code == CURLE_SSL_CONNECT_ERROR && !shown.problem.empty()) {
+        result.code = CURLE_PEER_FAILED_VERIFICATION;
+        result.message = shown.problem;
+    }
+    if (result.code != CURLE_PEER_FAILED_VERIFICATION) {
+        return;
+    }
+    if (!shown.pin.empty()) {
+        result.message += "; its key is " + shown.pin;
+    } else if (proxy_verified != X509_V_OK) {
+        result.code = CURLE_COULDNT_CONNECT;
+        result.message = "the certificate of the proxy: " + result.message;
+    }
+}
+
 } // namespace
 
 connection::connection(const url& server, const session_options& options)
@@ -201,6 +220,8 @@ request_result connection::perform(const request& request)
     result.ended_by_close_notify = data_tls_.is_ended();
     long verified = 0;
     long connections = 0;
+    long proxy_verified = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_PROXY_SSL_VERIFYRESULT, &proxy_verified);
     curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_CONNECTCODE, &result.proxy_status);
     curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verified);
     curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connections);
@@ -209,9 +230,7 @@ request_result connection::perform(const request& request)
         info_.encryption = callbacks_.encryption();
     }
     classify(request, result, verified);
-    if (result.code == CURLE_PEER_FAILED_VERIFICATION && !check_.pin().empty()) {
-        result.message += "; its key is " + check_.pin();
-    }
+    classify_certificate(result, check_.shown(), proxy_verified);
     return result;
 }
 

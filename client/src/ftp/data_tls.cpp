@@ -30,8 +30,8 @@ CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexc
 {
     auto& mine = *static_cast<data_tls*>(self);
     auto* const made = static_cast<SSL_CTX*>(context);
-    if (SSL_CTX_get_max_proto_version(made) != TLS1_2_VERSION) {
-        return CURLE_OK; // a proxy's: the limit is set for servers alone
+    if (SSL_CTX_get_max_proto_version(made) == TLS1_3_VERSION) {
+        return CURLE_OK; // a proxy's, which libcurl judges by itself: servers get no more than TLS 1.2
     }
     mine.check_.watch(made);
     if (mine.control_is_next_) {

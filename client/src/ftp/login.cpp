@@ -102,6 +102,9 @@ void login::set_proxy(const curl_ptr& handle) const
         setopt(handle, CURLOPT_PROXYUSERNAME, proxy->user);
         setopt(handle, CURLOPT_PROXYPASSWORD, proxy->password);
     }
+    // By this limit a proxy is told from a server (`data_tls`).
+    setopt(handle, CURLOPT_PROXY_SSLVERSION,
+           static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_3);
     setopt(handle, CURLOPT_HTTPPROXYTUNNEL, 1L);
     setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
 }
