@@ -33,6 +33,7 @@ exit_status status_of(error_cause cause)
     case error_cause::invalid_option:
         return usage;
     case error_cause::no_connection:
+    case error_cause::proxy_refused:
     case error_cause::no_encryption:
     case error_cause::timeout:
     case error_cause::connection_lost:

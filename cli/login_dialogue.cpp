@@ -97,6 +97,20 @@ bool login_dialogue::accepts(const host_key& key)
         .value_or(true);
 }
 
+bool login_dialogue::accepts(const server_certificate& shown)
+{
+    const std::scoped_lock lock(guard_);
+    const auto [known, is_new] = certificates_.try_emplace(shown.pin, true);
+    if (is_new) {
+        known->second =
+            ask_yes_or_no(fmt::format("No authority vouches for the certificate of {} ({}). Its key is\n"
+                                      "  {}\nAccept and remember it? [y/N] ",
+                                      escape(shown.host), shown.problem, shown.pin))
+                .value_or(true);
+    }
+    return known->second;
+}
+
 bool login_dialogue::lacks_terminal() const
 {
     const std::scoped_lock lock(guard_);

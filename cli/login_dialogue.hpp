@@ -27,6 +27,8 @@ public:
     std::optional<std::vector<std::string>> answers(const login_prompts& prompts);
     /// Without a terminal, every new key is accepted.
     bool accepts(const host_key& key);
+    /// Without a terminal, every new certificate is accepted.
+    bool accepts(const server_certificate& shown);
 
     /// Whether a secret was wanted and there was no terminal to ask at.
     [[nodiscard]] bool lacks_terminal() const;
@@ -41,6 +43,7 @@ private:
     std::string command_; ///< empty when it has been run
     bool has_used_password_ = false;
     std::map<std::filesystem::path, std::string> pass_phrases_;
+    std::map<std::string, bool> certificates_; ///< by their pins, whether they are accepted
     bool lacks_terminal_ = false;
 };
 

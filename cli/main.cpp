@@ -47,8 +47,9 @@ try {
     (void)std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): one thread
     install_interrupt_handlers();
     const std::span<char*> words(argv, static_cast<std::size_t>(argc));
-    const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
+    std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
     hide_passwords(words);
+    join_proxy_url(arguments);
     report_as_json(std::ranges::find(arguments, "--json") != arguments.end()); // Also where the rest is wrong.
     return run(arguments);
 } catch (const std::exception& error) {

@@ -29,7 +29,7 @@ bool is_own_key(const std::string& key)
 
 bool is_flag(const CLI::Option& option)
 {
-    return option.get_items_expected_max() == 0;
+    return option.get_items_expected_max() == 0 && option.get_type_name().empty(); // "--proxy" may have a value
 }
 
 bool is_repeatable(const CLI::Option& option)

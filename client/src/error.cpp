@@ -16,17 +16,19 @@ struct description {
     std::string_view sentence;
 };
 
-constexpr std::array<description, 31> descriptions{{
+constexpr std::array<description, 32> descriptions{{
     {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
     {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
     {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
     {error_cause::no_connection, "NoConnection",
      R"(No connection to "{0}"{2}. Check the address, the network and that the server is running.)"},
+    {error_cause::proxy_refused, "ProxyRefused", R"(The proxy refused the connection{2}.)"},
     {error_cause::no_encryption, "NoEncryption",
-     R"(No encrypted connection to "{0}"{2}. Without TLS (--tls none) the password travels in the clear.)"},
+     R"(No encrypted connection to "{0}"{2}. )"
+     "If the server offers no TLS, --tls none goes on in the clear, password included."},
     {error_cause::certificate_refused, "CertificateRefused",
      R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
-     "If it is the server's own, name its file (--cacert)."},
+     "If it is the server's own, name it with --cacert FILE or --pin."},
     {error_cause::host_key_unknown, "HostKeyUnknown",
      R"(The host key of "{0}" is not known: {1}. Nothing secret was sent.)"},
     {error_cause::host_key_changed, "HostKeyChanged",

@@ -91,7 +91,7 @@ void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
     first_line_.assign(bytes.data(), static_cast<std::size_t>(size));
     first_line_ = first_line_.substr(0, first_line_.find_first_of("\r\n"));
     if (first_line_.starts_with("220") || first_line_.starts_with("120")) { // RFC 959, 5.4
-        throw NoConnection(wait_.subject(), {0, fmt::format("it is an FTP server: write ftp://{}:{}",
+        throw NoConnection(wait_.subject(), {0, fmt::format("this is an FTP server; write ftp://{}:{}/",
                                                             settings.host, settings.port)});
     }
 }
