@@ -8,7 +8,7 @@ _qrftp() {
     --host-key) words='strict accept-new off' ;;
     --colour | --color) words='auto always never' ;;
     --password-file | --netrc-file | --cacert | -i | --key | --ssh-config | --pass-phrase-file | --known-hosts | --batch) ;;
-    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
+    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --retry | --retry-delay | --segments | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
         return
         ;;
     *)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <qrftp/checksum.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
@@ -94,6 +95,13 @@ public:
     /// The modification time of a file to the second; empty when the server does not tell. FTP: MDTM. SFTP:
     /// STAT.
     [[nodiscard]] std::optional<timestamp> modification_time(const std::string& path);
+
+    /// How the server computes checksums. FTP: what FEAT told. SFTP: asks once with check-file-name. Throws
+    /// `NotSupported`.
+    [[nodiscard]] checksum_method checksum_support();
+    /// The checksum of a file, computed by the server. FTP: HASH after OPTS HASH, else XSHA256, XSHA1, XMD5,
+    /// XCRC. SFTP: check-file-name. Throws `NotSupported`, `NotFound`, `PermissionDenied`, `IsFolder`.
+    [[nodiscard]] qrftp::checksum checksum(const std::string& path);
 
     /// Gives the entries of a folder to `on_entry` while they arrive, and each line that cannot be read to
     /// `on_skipped`. FTP: MLSD, else LIST. SFTP: OPENDIR, READDIR. A request of which something was given away

@@ -25,8 +25,7 @@ private:
 
     std::uint64_t rate_;
     std::mutex mutex_;
-    clock::time_point began_{};
-    std::uint64_t moved_ = 0;
+    clock::time_point free_at_{}; ///< when what has been counted is within the rate
 };
 
 /// Null where there is no limit.
