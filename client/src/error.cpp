@@ -18,7 +18,7 @@ struct description {
 
 constexpr std::array<description, 32> descriptions{{
     {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
-    {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
+    {error_cause::invalid_name, "InvalidName", R"("{0}" cannot be sent: it holds {1}.)"},
     {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
     {error_cause::no_connection, "NoConnection",
      R"(No connection to "{0}"{2}. Check the address, the network and that the server is running.)"},

@@ -404,17 +404,20 @@ TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
 TEST_F(SftpUpload, CompletesWhatIsThere)
 {
     const std::string whole = text_of(100'000);
-    for (const std::size_t there : {0U, 40'000U, 100'000U}) {
-        peer.nodes["/f"] = {whole.substr(0, there)};
-        memory_upload file("/f", whole, false);
-        file.resume = true;
-        memory_batch<upload> batch;
-        batch.add(file);
-        server().send(batch);
-        EXPECT_EQ(batch.result(file), "");
-        EXPECT_TRUE(peer.nodes["/f"].content == whole);
-        EXPECT_EQ(file.confirmed, 100'000 - there);
-    }
+    // Under the temporary name or, where there is none, under the target's own.
+    for (const std::string at : {"/f.part", "/f"})
+        for (const std::size_t there : {0U, 40'000U, 100'000U}) {
+            peer.nodes.erase("/f");
+            peer.nodes[at] = {whole.substr(0, there)};
+            memory_upload file("/f", whole);
+            file.resume = true;
+            memory_batch<upload> batch;
+            batch.add(file);
+            server().send(batch);
+            EXPECT_EQ(batch.result(file), "");
+            EXPECT_TRUE(peer.nodes["/f"].content == whole);
+            EXPECT_EQ(file.confirmed, 100'000 - there);
+        }
 }
 
 TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)

@@ -93,6 +93,12 @@ std::uint64_t meter::moved() const
     return moved_;
 }
 
+progress meter::now() const
+{
+    const std::lock_guard lock(mutex_);
+    return {found_ + moved_, total_, 0};
+}
+
 void meter::report(bool final_figures)
 {
     constexpr std::chrono::milliseconds interval(50);

@@ -49,6 +49,8 @@ public:
     void finish();
 
     [[nodiscard]] std::uint64_t moved() const;
+    /// How far the whole is, without a rate.
+    [[nodiscard]] progress now() const;
 
 private:
     using clock = std::chrono::steady_clock;

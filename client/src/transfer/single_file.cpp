@@ -11,7 +11,10 @@
 
 #include <qrftp/tree.hpp>
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <chrono>
 
 namespace qrftp {
 
@@ -33,6 +36,47 @@ unsigned allowed_parts(const protocol& server, const transfer_options& options, 
 unsigned useful_parts(unsigned allowed, std::uint64_t size)
 {
     return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_part, 1, allowed));
+}
+
+std::string in_mebibytes(std::uint64_t bytes)
+{
+    constexpr double mebibyte = 1 << 20;
+    return fmt::format("{:.4g}", static_cast<double>(bytes) / mebibyte);
+}
+
+/// Runs `work`; a broken connection and a limit of time are thrown with what they mean for this transfer.
+template <class Work>
+void with_consequences(const session& opened, const meter& progress, const std::string& kept, const Work& work)
+{
+    using std::chrono::steady_clock;
+    const auto began = steady_clock::now();
+    const auto limit = session_access::options(opened).total_timeout;
+    try {
+        work();
+    } catch (const ConnectionLost& failure) {
+        if (kept.empty()) {
+            throw;
+        }
+        const std::string& said = failure.server_message();
+        throw ConnectionLost(failure.path(), {failure.reply_code(),
+                                              said + (said.empty() ? "" : "; ") + kept + "; run it again"});
+    } catch (const Timeout& failure) {
+        if (limit == limit.zero() || steady_clock::now() - began < limit) {
+            throw;
+        }
+        const qrftp::progress now = progress.now();
+        throw Timeout(failure.path(),
+                      {failure.reply_code(),
+                       fmt::format("not finished within {:g} s, the limit of --timeout: {} of {} MiB",
+                                   std::chrono::duration<double>(limit).count(), in_mebibytes(now.bytes),
+                                   in_mebibytes(now.total))});
+    }
+}
+
+/// What a fetch that breaks off leaves.
+std::string kept_by(const transfer_options& options)
+{
+    return options.resume ? "what had arrived was kept" : options.in_place ? "" : "nothing was kept";
 }
 
 /// Copies `file` by `copy`, a member of `protocol`, in so many parts.
@@ -74,7 +118,8 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     connection_pool pool(from.location(), session_access::options(from), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
     file_download file(from.location().server(), path, find_local_place(local), options, progress, {}, parts);
-    copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch);
+    with_consequences(from, progress, kept_by(options),
+                      [&] { copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch); });
 }
 
 void send_file(const session& to, const std::filesystem::path& local, const std::string& path,
@@ -94,7 +139,8 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     connection_pool pool(to.location(), session_access::options(to), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
     file_upload file(std::move(source), local, path, options, progress, parts);
-    copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send);
+    with_consequences(to, progress, "",
+                      [&] { copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send); });
 }
 
 void fetch_data(const session& from, const std::string& path,
