@@ -214,7 +214,7 @@ TEST_P(Transfer, ComparesChecksumsWhereTheServerCan)
         return;
     }
     EXPECT_EQ(s.checksum_support().command, sftp() ? "check-file" : "HASH");
-    EXPECT_EQ(s.checksum("a b"), checksum_of(here_ / "new", hash_algorithm::sha256));
+    EXPECT_EQ(s.checksum("a b"), qrftp::checksum_of(here_ / "new", qrftp::hash_algorithm::sha256));
     EXPECT_REFUSED("NotFound no", s.checksum("no"));
     s.send(here_ / "new", "old", verify);
     s.fetch("a b", here_ / "old", verify);

@@ -23,7 +23,7 @@ private:
     struct other_range {};
     enum class size_is { asked_for, as_listed, ignored };
 
-    [[nodiscard]] file_facts ask_source();
+    [[nodiscard]] file_facts ask_source(bool may_be_refused);
     void fetch_rest();
     /// Whether the target wants what is under way.
     bool begin(const file_facts& source);
@@ -59,12 +59,12 @@ void file_fetch::run(download_batch& files)
     }
 }
 
-file_facts file_fetch::ask_source()
+file_facts file_fetch::ask_source(bool may_be_refused)
 {
     const request_result answer =
         server_.send_unchecked(file_.path(), {"TYPE I", "MDTM " + file_.path(), "SIZE " + file_.path()}, true);
     const reply& size = answer.last_reply();
-    if (!size.is_completion() && !size.is_unknown_command()) {
+    if (!may_be_refused && !size.is_completion() && !size.is_unknown_command()) {
         throw_refusal(server_, file_.path(), expected::file, size.said());
     }
     return {.size = parse_size(size), .modified = parse_time(answer.last_reply(1))};
@@ -75,7 +75,7 @@ void file_fetch::fetch_rest()
     if (broke_off_) {
         go_on();
     } else if (file_.needs_size()) {
-        begin(ask_source());
+        begin(ask_source(false));
     }
     const auto listed = begun_ ? std::nullopt : file_.listed_size();
     request_result result = receive(listed ? size_is::as_listed : size_is::asked_for);
@@ -109,10 +109,12 @@ bool file_fetch::begin(const file_facts& source)
 /// After the connection broke.
 void file_fetch::go_on()
 {
-    const file_facts now = ask_source();
+    const file_facts now = ask_source(true);
     const bool same = now.size && now.size == source_.size && now.modified && now.modified == source_.modified;
     if (!same && received_ > 0 && !restart()) {
-        throw SizeMismatch(file_.path(), "it was changed while it was fetched");
+        throw SizeMismatch(file_.path(), now.size && now.modified ? "it was changed while it was fetched"
+                                                                  : "the connection broke, and the server does "
+                                                                    "not tell whether it was changed");
     }
     source_ = now;
 }
