@@ -234,9 +234,20 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
     });
 }
 
+/// Ends the report; says how the copies were compared.
+void finish(session& remote, const transfer_options& transfer, const settings& options, transfer_report& report)
+{
+    report.finish();
+    if (transfer.verify && !options.dry_run) {
+        const checksum_method method = remote.checksum_support();
+        note(options,
+             fmt::format("Verified by the server's {} ({}).", method.command, name_of(method.algorithm)));
+    }
+}
+
 /// The content of files, one after the other, on standard output.
 void print_files(session& remote, const std::vector<remote_source>& sources,
-                 const transfer_arguments& arguments, transfer_report& report)
+                 const transfer_arguments& arguments, const settings& settings, transfer_report& report)
 {
     for (const remote_source& one : sources) {
         const transfer_options options = report.watch(last_segment(one.path), arguments.tree.transfer);
@@ -251,7 +262,7 @@ void print_files(session& remote, const std::vector<remote_source>& sources,
             flush_output();
         });
     }
-    report.finish();
+    finish(remote, arguments.tree.transfer, settings, report);
 }
 
 void carry_out(session& remote, const std::vector<copy>& plan, const transfer_arguments& arguments,
@@ -269,7 +280,6 @@ void carry_out(session& remote, const std::vector<copy>& plan, const transfer_ar
             copy_folder(remote, one, arguments, way, report);
         }
     }
-    report.finish();
 }
 
 } // namespace
@@ -280,7 +290,7 @@ void get(session& remote, const transfer_arguments& arguments, const settings& o
     const std::vector<remote_source> sources = find_sources(remote, arguments.sources, finding);
     if (arguments.target == dash) {
         transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1, false);
-        print_files(remote, sources, arguments, report);
+        print_files(remote, sources, arguments, options, report);
         finding.finish();
         return;
     }
@@ -292,6 +302,7 @@ void get(session& remote, const transfer_arguments& arguments, const settings& o
     transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1,
                            prints_files(options));
     carry_out(remote, plan, arguments, direction::fetch, report);
+    finish(remote, arguments.tree.transfer, options, report);
     finding.finish();
 }
 
@@ -310,6 +321,7 @@ void put(session& remote, const transfer_arguments& arguments, const settings& o
     const std::vector<copy> plan = plan_put(arguments, into);
     transfer_report report(options, !several, prints_files(options));
     carry_out(remote, plan, arguments, direction::send, report);
+    finish(remote, arguments.tree.transfer, options, report);
 }
 
 void sync(session& remote, const sync_arguments& arguments, const settings& options)
@@ -326,7 +338,7 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
             }
         }
     });
-    report.finish();
+    finish(remote, watched.transfer, options, report);
 }
 
 } // namespace qrftp::cli

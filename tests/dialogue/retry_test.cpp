@@ -140,7 +140,7 @@ TEST(Retry, SegmentsBecomeOneFileOrNone)
     transfer_options two;
     two.segments = 2;
     two.retries = 0;
-    retry_stage t(all);
+    retry_stage t(all, {{"RETR", answer::transfer(10'000'000, "226 done\r\n")}}); // each its half
     t.client->fetch("f", t.local / "new", two);
     EXPECT_TRUE(content(t.local / "new") == all);
     EXPECT_EQ(t.sent({"REST"}), "REST 10000000");
