@@ -146,6 +146,7 @@ public:
     void send(const std::filesystem::path& local_path, const std::string& remote_path,
               const transfer_options& options = {});
     /// Sends what `read` gives: it fills the beginning of the buffer and returns how much of it, 0 at the end.
+    /// What it throws ends the transfer and leaves the target as it was.
     void send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
               const transfer_options& options = {});
     void send_string(std::string_view content, const std::string& remote_path,
