@@ -123,7 +123,7 @@ std::string_view name_of(tree_action::kind what)
 
 std::string_view name_of(tree_action::reason why)
 {
-    static constexpr std::array names{"wanted", "missing", "newer", "other_size", "extra"};
+    static constexpr std::array names{"wanted", "missing", "newer", "other_size", "extra", "other_content"};
     return names.at(static_cast<std::size_t>(why));
 }
 

@@ -3,12 +3,10 @@
 #include "refusal.hpp"
 #include "remote_path.hpp"
 #include "session_access.hpp"
-#include "transfer/fetch.hpp"
 #include "transfer/replace.hpp"
-#include "transfer/send.hpp"
-#include "transfer/single_batch.hpp"
 #include "transfer/single_file.hpp"
 #include "transfer/stream_reader.hpp"
+#include "transfer/verify.hpp"
 #include "tree/make_parents.hpp"
 #include "tree/remove.hpp"
 
@@ -203,6 +201,19 @@ std::optional<timestamp> session::modification_time(const std::string& path)
     return mine.server->modification_time(mine.absolute(path));
 }
 
+checksum_method session::checksum_support()
+{
+    const state& mine = opened();
+    return require_checksums(*mine.server, mine.location.server());
+}
+
+checksum session::checksum(const std::string& path)
+{
+    const state& mine = opened();
+    require_checksums(*mine.server, mine.location.server());
+    return mine.server->ask_checksum(mine.absolute(path));
+}
+
 void session::list(const std::string& path, const std::function<void(entry&&)>& on_entry,
                    const std::function<void(std::string_view)>& on_skipped)
 {
@@ -273,12 +284,7 @@ void session::fetch(const std::string& remote_path, const std::filesystem::path&
 void session::fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& on_data,
                     const transfer_options& options)
 {
-    const state& mine = opened();
-    const std::string path = mine.absolute(remote_path);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), mine.options.stop);
-    data_download file(path, on_data, options, progress);
-    single_batch<download> files(file);
-    mine.server->fetch(files);
+    fetch_data(*this, opened().absolute(remote_path), on_data, options);
 }
 
 std::string session::fetch_string(const std::string& remote_path, const transfer_options& options)
@@ -322,12 +328,7 @@ void session::send(const std::filesystem::path& local_path, const std::string& r
 void session::send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
                    const transfer_options& options)
 {
-    const state& mine = opened();
-    const std::string target = mine.absolute(remote_path);
-    meter progress(target, options, make_rate_limiter(options.rate_limit), mine.options.stop);
-    data_upload file(read, target, options, progress);
-    single_batch<upload> files(file);
-    mine.server->send(files);
+    send_data(*this, read, opened().absolute(remote_path), options);
 }
 
 void session::send_string(std::string_view content, const std::string& remote_path,

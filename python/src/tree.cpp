@@ -33,6 +33,8 @@ const char* name_of_reason(tree_action::reason why)
         return "newer";
     case tree_action::reason::other_size:
         return "other_size";
+    case tree_action::reason::other_content:
+        return "other_content";
     case tree_action::reason::extra:
         break;
     }

@@ -45,14 +45,15 @@ steps plan(const tree_scan& from, const tree_scan& to, const plan_options& optio
            std::optional<timestamp> answer = {})
 {
     static constexpr const char* verbs[] = {"make ", "copy ", "remove ", "remove folder "};
-    static constexpr const char* reasons[] = {"", "", " newer", " size", ""};
+    static constexpr const char* reasons[] = {"", "", " newer", " size", "", " content"};
     steps all;
     steps asked;
     const auto ask = [&](const std::string& path) {
         asked.push_back("ask " + path);
         return answer;
     };
-    const auto made = make_plan(from, to, options, ask);
+    const auto is_same = [](const std::string& path) { return path == "same"; };
+    const auto made = make_plan(from, to, options, ask, is_same);
     for (const auto& step : made.actions)
         all.push_back(verbs[static_cast<int>(step.what)] + step.path + reasons[static_cast<int>(step.why)]);
     for (const auto& conflict : made.conflicts)
@@ -139,4 +140,26 @@ TEST(TreePlan, ReplacesNoFolderByAFileNorTheOtherWayRound)
         .nodes = {{"d", folder}, {"d/x", file(1)}, {"f", file(0)}, {"g", folder}, {"g/x", file(1)}}};
     const tree_scan to{.nodes = {{"d", file(0)}, {"f", folder}, {"f/more", file(1)}, {"g", symbolic_link}}};
     EXPECT_THAT(plan(from, to, mirror), ElementsAre("conflict d", "conflict f", "conflict g"));
+}
+
+TEST(TreePlan, ComparesWhatItIsToldTo)
+{
+    const tree_scan from{.nodes = {{"new", file(1, exact(9s))},
+                                   {"old", file(2, exact(1s))},
+                                   {"same", file(1, exact(9s))},
+                                   {"size", file(2, exact(9s))}}};
+    const tree_scan to{.nodes = {{"new", file(1, exact(5s))},
+                                 {"old", file(1, exact(5s))},
+                                 {"same", file(1, exact(5s))},
+                                 {"size", file(1, exact(5s))}}};
+    plan_options options = update;
+    EXPECT_THAT(plan(from, to, options),
+                ElementsAre("copy new newer", "copy old size", "copy same newer", "copy size size"));
+    options.newer = newer_targets::skip;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy new newer", "copy same newer", "copy size size"));
+    options.newer = newer_targets::refuse;
+    options.comparison = sync_comparison::size;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy size size", "conflict old"));
+    options.comparison = sync_comparison::checksum;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy new content", "copy size size", "conflict old"));
 }

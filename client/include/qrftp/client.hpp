@@ -3,6 +3,7 @@
 /// The client: safe FTP, FTPS and SFTP for programs. Open a `qrftp::session`; the rest are its members and the
 /// functions on whole trees.
 
+#include <qrftp/checksum.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <qrftp/checksum.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
@@ -95,6 +96,13 @@ public:
     /// STAT.
     [[nodiscard]] std::optional<timestamp> modification_time(const std::string& path);
 
+    /// How the server computes checksums. FTP: what FEAT told. SFTP: asks once with check-file-name. Throws
+    /// `NotSupported`.
+    [[nodiscard]] checksum_method checksum_support();
+    /// The checksum of a file, computed by the server. FTP: HASH after OPTS HASH, else XSHA256, XSHA1, XMD5,
+    /// XCRC. SFTP: check-file-name. Throws `NotSupported`, `NotFound`, `PermissionDenied`, `IsFolder`.
+    [[nodiscard]] qrftp::checksum checksum(const std::string& path);
+
     /// Gives the entries of a folder to `on_entry` while they arrive, and each line that cannot be read to
     /// `on_skipped`. FTP: MLSD, else LIST. SFTP: OPENDIR, READDIR. A request of which something was given away
     /// is not repeated. Throws `NotFound`, `NotFolder`, `PermissionDenied`, `IncompleteListing`.
@@ -138,6 +146,7 @@ public:
     void send(const std::filesystem::path& local_path, const std::string& remote_path,
               const transfer_options& options = {});
     /// Sends what `read` gives: it fills the beginning of the buffer and returns how much of it, 0 at the end.
+    /// What it throws ends the transfer and leaves the target as it was.
     void send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
               const transfer_options& options = {});
     void send_string(std::string_view content, const std::string& remote_path,

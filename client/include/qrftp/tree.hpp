@@ -10,7 +10,7 @@ namespace qrftp {
 /// One step of bringing a tree over.
 struct tree_action {
     enum class kind { make_folder, copy, remove_file, remove_folder };
-    enum class reason { wanted, missing, newer, other_size, extra };
+    enum class reason { wanted, missing, newer, other_size, extra, other_content };
     kind what = kind::copy;
     reason why = reason::wanted;
     std::string path{}; ///< below both roots, with "/" between segments
@@ -72,6 +72,20 @@ struct tree_options {
 
 enum class direction { fetch, send };
 
+/// What tells that a file of the destination is out of date.
+enum class sync_comparison {
+    size_and_time, ///< another size, or older
+    size,          ///< another size
+    checksum,      ///< another size or another content, as the server computes it (`session::checksum_support`)
+};
+
+/// What becomes of files of the destination that are newer than the source's.
+enum class newer_targets {
+    replace, ///< they are replaced when their size or content differs
+    skip,    ///< they are left alone
+    refuse,  ///< the same, and each is a failure (`AlreadyExists`), before anything is changed unless collected
+};
+
 struct sync_options : tree_options {
     /// Removes from the destination what the source does not have. What `exclude` names is left alone, and
     /// files of transfers under way (".qrftp-….part"). Nothing is removed when a part of either side could not
@@ -81,6 +95,8 @@ struct sync_options : tree_options {
     bool force = false;
     /// Changes nothing where more than so many files and folders would be removed (`TooManyRemovals`).
     std::optional<std::size_t> max_removals{};
+    sync_comparison comparison = sync_comparison::size_and_time;
+    newer_targets newer = newer_targets::replace;
 };
 
 /// Fetches the folder `remote_folder` with all that is in it into `local_folder`, which is made when missing.

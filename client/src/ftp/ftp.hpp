@@ -2,6 +2,7 @@
 
 #include "../protocol.hpp"
 #include "../refusal.hpp"
+#include "checksum_commands.hpp"
 #include "connection.hpp"
 #include "fact_setter.hpp"
 
@@ -28,6 +29,8 @@ public:
     std::optional<entry> stat(const std::string& path) override { return find(path); }
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
+    std::optional<checksum_method> find_checksum_method() override { return checksums_.method(); }
+    checksum ask_checksum(const std::string& path) override;
 
     using protocol::list;
     void list(const std::string& path, const listing_sink& sink) override;
@@ -73,6 +76,7 @@ private:
 
     connection connection_;
     fact_setter fact_setter_;
+    checksum_commands checksums_;
     bool has_mlst_;
     support lists_hidden_ = support::unknown; ///< `LIST -a`
 };

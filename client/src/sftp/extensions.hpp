@@ -2,10 +2,21 @@
 
 #include "pipeline.hpp"
 
+#include <qrftp/checksum.hpp>
+
+#include <optional>
+
 namespace qrftp::sftp {
 
 /// rename(2): replaces a file that has the new name.
 inline const request posix_rename("posix-rename@openssh.com", packet_type::status);
+
+/// Computes a checksum of a file (draft-ietf-secsh-filexfer-extensions-00, 3).
+inline const request check_file("check-file-name", packet_type::extended_reply);
+/// What is asked for, the strongest first.
+inline constexpr const char* check_file_algorithms = "sha256,sha1,md5,crc32";
+/// The checksum of the whole file in the answer; nothing for an algorithm that was not asked for.
+[[nodiscard]] std::optional<checksum> read_check_file(const reply& answer);
 
 /// Changes a link itself.
 inline constexpr std::string_view lsetstat = "lsetstat@openssh.com";

@@ -175,21 +175,19 @@ void sftp_protocol::send(upload_batch& files)
     carry_out(copy);
 }
 
-/// Runs `work`, which keeps what is left, over one connection after another; a new one only when the last
-/// brought something to an end.
+/// Runs `work`, which keeps what is left, over one connection after another, as long as it wants another one.
 template <class Work>
 void sftp_protocol::carry_out(Work& work)
 {
-    int losses = 0;
     try {
         for (;;) {
-            pipeline& server = connected();
-            const carrying scope(is_carrying_);
             try {
+                pipeline& server = connected();
+                const carrying scope(is_carrying_);
                 return work.run(server);
-            } catch (const ConnectionLost&) {
-                losses = work.has_advanced() ? 1 : losses + 1;
-                if (work.is_over() || server.is_open() || losses > 1) {
+            } catch (const error&) {
+                const bool is_lost = !pipeline_ || !pipeline_->is_open();
+                if (!is_lost || work.is_over() || !work.retry(std::current_exception())) {
                     throw;
                 }
             }

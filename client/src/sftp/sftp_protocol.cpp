@@ -245,6 +245,37 @@ std::optional<timestamp> sftp_protocol::modification_time(const std::string& pat
     return found ? make_entry({}, *found).modified : std::nullopt;
 }
 
+/// Servers do not name the extension to clients of version 3: asking for a folder's checksum tells.
+std::optional<checksum_method> sftp_protocol::find_checksum_method()
+{
+    if (!checks_files_) {
+        checks_files_ = ask(server_, [this](pipeline& server) {
+            const reply answer = server.call(check_file, info_.login_folder, check_file_algorithms,
+                                             std::uint64_t{0}, std::uint64_t{0}, std::uint32_t{0});
+            return !answer.is_status(status_code::op_unsupported);
+        });
+    }
+    return *checks_files_ ? std::optional(checksum_method{"check-file", hash_algorithm::sha256}) : std::nullopt;
+}
+
+checksum sftp_protocol::ask_checksum(const std::string& path)
+{
+    return ask(path, [&](pipeline& server) {
+        const reply answer = server.call(check_file, path, check_file_algorithms, std::uint64_t{0},
+                                         std::uint64_t{0}, std::uint32_t{0});
+        if (answer.is_status(status_code::failure)) {
+            throw_refusal(*this, path, expected::file,
+                          {static_cast<long>(answer.code()), std::string(answer.message())});
+        }
+        answer.check(path);
+        auto told = answer.is_status() ? std::nullopt : read_check_file(answer);
+        if (!told) {
+            throw NotSupported(path, {.message = "its checksum is of a kind that was not asked for"});
+        }
+        return *std::move(told);
+    });
+}
+
 void sftp_protocol::make_folder(const std::string& path)
 {
     const path_change change{path_change::kind::make_folder, path};

@@ -32,6 +32,8 @@ public:
     std::optional<entry> follow(const std::string& path) override;
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
+    std::optional<checksum_method> find_checksum_method() override;
+    checksum ask_checksum(const std::string& path) override;
 
     void list(const std::string& path, const listing_sink& sink) override;
     void list(folder_queue& folders) override;
@@ -84,6 +86,7 @@ private:
     std::unique_ptr<pipeline> pipeline_{};
     unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
+    std::optional<bool> checks_files_{};
 };
 
 } // namespace qrftp::sftp

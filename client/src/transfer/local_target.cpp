@@ -3,6 +3,9 @@
 #include "../remote_path.hpp"
 #include "local_error.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <utility>
 
 namespace qrftp {
@@ -56,7 +59,7 @@ local_target::local_target(local_place place, transfer_options options)
 {
     existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name); });
     if (!existing_) {
-        direct_ = options_.in_place || options_.resume;
+        direct_ = options_.in_place;
         return;
     }
     if (existing_->type == fs::file_type::directory) {
@@ -80,6 +83,9 @@ local_target::~local_target()
         return;
     }
     file_.reset();
+    if (keeps_part_) {
+        return;
+    }
     try {
         place_.folder->remove_file(temporary_);
     } catch (...) { // NOLINT(bugprone-empty-catch): the transfer's own error is the one to report
@@ -93,9 +99,26 @@ void local_target::refuse_existing() const
     }
 }
 
-std::uint64_t local_target::size_found() const
+std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
 {
-    return options_.resume && existing_ && has_places_ ? existing_->size : 0;
+    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
+    if (!options_.resume || !has_places_) {
+        return 0;
+    }
+    if (!options_.in_place && facts.size && facts.modified) {
+        const std::string name = remote_path::temporary_name(fmt::format(
+            "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));
+        part_ = with_local_errors(place_.shown, [&] { return place_.folder->status(name); });
+        const bool is_ours = part_ && part_->type == fs::file_type::regular && part_->mode == own;
+        if (is_ours || (!part_ && !existing_)) {
+            direct_ = false;
+            keeps_part_ = true;
+            temporary_ = name;
+            return is_ours ? std::min(part_->size, *facts.size) : 0;
+        }
+    }
+    part_.reset();
+    return existing_ ? existing_->size : 0;
 }
 
 bool local_target::open(std::uint64_t kept)
@@ -107,11 +130,31 @@ bool local_target::open(std::uint64_t kept)
     if (direct_) {
         return open_target();
     }
-    with_local_errors(place_.shown, [&] {
-        temporary_ = remote_path::temporary_name();
-        file_ = place_.folder->open_file(temporary_, files::Folder::Open::create);
-    });
+    with_local_errors(place_.shown, [&] { open_part(); });
     return true;
+}
+
+void local_target::open_part()
+{
+    using how = files::Folder::Open;
+    if (temporary_.empty()) {
+        temporary_ = remote_path::temporary_name();
+    }
+    file_ = place_.folder->open_file(temporary_, part_ ? how::update : how::create);
+    if (keeps_part_) {
+        lock();
+        if (file_->status().size < kept_) {
+            throw CannotResume(place_.shown.string(), "what was left became shorter meanwhile");
+        }
+        file_->truncate(kept_);
+    }
+}
+
+void local_target::lock()
+{
+    if (!file_->lock()) {
+        throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
+    }
 }
 
 bool local_target::open_target()
@@ -130,9 +173,7 @@ bool local_target::open_target()
         if (!has_places_) {
             return;
         }
-        if (!file_->lock()) {
-            throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
-        }
+        lock();
         if (file_->status().size < kept_) {
             throw CannotResume(place_.shown.string(), "it became shorter meanwhile");
         }
@@ -152,10 +193,25 @@ void local_target::write(std::uint64_t position, std::string_view bytes)
     with_local_errors(place_.shown, [&] { file_->write(position, bytes); });
 }
 
+std::unique_ptr<files::LocalFile> local_target::open_written() const
+{
+    return place_.folder->open_file(direct_ ? place_.name : temporary_, files::Folder::Open::read);
+}
+
+std::optional<checksum> local_target::content(hash_algorithm algorithm) const
+{
+    return has_places_ ? std::optional(with_local_errors(
+                             place_.shown, [&] { return checksum_of(*open_written(), algorithm); }))
+                       : std::nullopt;
+}
+
 bool local_target::restart()
 {
+    if (kept_ > 0) {
+        return false;
+    }
     if (file_ != nullptr && has_places_) {
-        with_local_errors(place_.shown, [&] { file_->truncate(kept_); });
+        with_local_errors(place_.shown, [&] { file_->truncate(0); });
     }
     return has_places_ || file_ == nullptr;
 }

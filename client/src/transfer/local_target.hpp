@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../protocol.hpp"
+#include "hasher.hpp"
 
 #include <qrftp/transfer.hpp>
 #include <zorbel/io/common/file/Folder.hpp>
@@ -27,9 +28,9 @@ local_place find_local_place(const std::filesystem::path& path);
 /// A local file that a download writes.
 ///
 /// It collects what arrives under a temporary name beside the target and gives it the target's name in the end;
-/// if that never comes, it is removed with the object. With `in_place` or `resume` it writes to the target
-/// itself, as it does where the target is a device or a pipe. Nothing is made or changed before `open`. Throws
-/// `LocalFileError`, `AlreadyExists`, `UnsafeName`.
+/// if that never comes, it is removed with the object, but not with `resume`. With `in_place` it writes to the
+/// target itself, as it does where the target is a device or a pipe, or to be completed. Nothing is made or
+/// changed before `open`. Throws `LocalFileError`, `AlreadyExists`, `UnsafeName`.
 class local_target {
 public:
     local_target(local_place place, transfer_options options);
@@ -39,8 +40,9 @@ public:
 
     /// The target as errors name it.
     [[nodiscard]] std::string shown() const { return place_.shown.string(); }
-    /// How much of the file a resumed transfer finds there.
-    [[nodiscard]] std::uint64_t size_found() const;
+    /// With `resume`: looks for what an earlier transfer from `source`, of this size and time, has left, and
+    /// returns how much that is.
+    std::uint64_t find_part(const std::string& source, const file_facts& facts);
     /// Whether bytes may be written in any order.
     [[nodiscard]] bool has_places() const { return has_places_; }
 
@@ -50,8 +52,12 @@ public:
     void write(std::uint64_t position, std::string_view bytes);
     /// How long it is now; nothing where that has no meaning.
     [[nodiscard]] std::optional<std::uint64_t> size() const;
-    /// Forgets what was written; false where it went to a device or a pipe.
+    /// Forgets what was written; false where it went to a device or a pipe, or follows what was found there.
     bool restart();
+    /// It is not what it should be: nothing of it is kept.
+    void discard() { keeps_part_ = false; }
+    /// The checksum of what is there now; nothing where it went to a device or a pipe.
+    [[nodiscard]] std::optional<checksum> content(hash_algorithm algorithm) const;
     /// Closes it; it then has the target's name, and what `source` and the options give it.
     void commit(const file_facts& source);
 
@@ -61,6 +67,9 @@ private:
     [[nodiscard]] std::filesystem::perms final_mode(const file_facts& source) const;
     void refuse_existing() const;
     bool open_target();
+    void open_part();
+    void lock();
+    [[nodiscard]] std::unique_ptr<zorbel::io::common::file::LocalFile> open_written() const;
 
     local_place place_;
     transfer_options options_;
@@ -69,6 +78,8 @@ private:
     bool has_places_ = true;
     std::uint64_t kept_ = 0;
     std::string temporary_;
+    std::optional<status> part_; ///< what an earlier transfer left
+    bool keeps_part_ = false;
     std::unique_ptr<zorbel::io::common::file::LocalFile> file_;
 };
 

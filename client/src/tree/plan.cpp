@@ -26,26 +26,11 @@ bool is_newer(const std::string& path, std::optional<timestamp> from, std::optio
     return from && to && is_later(*from, *to).value_or(false);
 }
 
-std::optional<tree_action::reason> why_copy(const std::string& path, const tree_node& node, const tree_scan& to,
-                                            const exact_time& ask)
-{
-    const auto there = to.nodes.find(path);
-    if (there == to.nodes.end() || there->second.kind != entry_kind::file) {
-        return tree_action::reason::missing;
-    }
-    if (!node.size || !there->second.size || *node.size != *there->second.size) {
-        return tree_action::reason::other_size;
-    }
-    if (is_newer(path, node.modified, there->second.modified, ask)) {
-        return tree_action::reason::newer;
-    }
-    return std::nullopt;
-}
-
 class planner {
 public:
-    planner(const tree_scan& from, const tree_scan& to, const plan_options& options, const exact_time& ask)
-        : from_(from), to_(to), options_(options), ask_(ask)
+    planner(const tree_scan& from, const tree_scan& to, const plan_options& options, const exact_time& ask,
+            const content_test& is_same)
+        : from_(from), to_(to), options_(options), ask_(ask), is_same_(is_same)
     {
     }
 
@@ -103,11 +88,50 @@ private:
                     {tree_action::kind::make_folder, tree_action::reason::missing, path, 0});
             }
         } else if (node.kind == entry_kind::file) {
-            const auto why = options_.update ? why_copy(path, node, to_, ask_) : tree_action::reason::wanted;
-            if (why) {
+            const auto why = options_.update ? why_copy(path, node) : tree_action::reason::wanted;
+            if (why && !keeps_newer(path, node)) {
                 copies_.push_back({tree_action::kind::copy, *why, path, node.size.value_or(0)});
             }
         }
+    }
+
+    [[nodiscard]] std::optional<tree_action::reason> why_copy(const std::string& path,
+                                                              const tree_node& node) const
+    {
+        const auto there = to_.nodes.find(path);
+        if (there == to_.nodes.end() || there->second.kind != entry_kind::file) {
+            return tree_action::reason::missing;
+        }
+        if (!node.size || !there->second.size || *node.size != *there->second.size) {
+            return tree_action::reason::other_size;
+        }
+        switch (options_.comparison) {
+        case sync_comparison::size:
+            return std::nullopt;
+        case sync_comparison::checksum:
+            return is_same_(path) ? std::nullopt : std::optional(tree_action::reason::other_content);
+        case sync_comparison::size_and_time:
+            break;
+        }
+        return is_newer(path, node.modified, there->second.modified, ask_)
+                   ? std::optional(tree_action::reason::newer)
+                   : std::nullopt;
+    }
+
+    /// Whether the destination has a newer file, which the options do not give up.
+    bool keeps_newer(const std::string& path, const tree_node& node)
+    {
+        const auto there = to_.nodes.find(path);
+        if (options_.newer == newer_targets::replace || there == to_.nodes.end() ||
+            there->second.kind != entry_kind::file ||
+            !is_newer(path, there->second.modified, node.modified, ask_)) {
+            return false;
+        }
+        if (options_.newer == newer_targets::refuse) {
+            plan_.conflicts.push_back({path, std::make_exception_ptr(AlreadyExists(
+                                                 path, {.message = "it is newer than its source"}))});
+        }
+        return true;
     }
 
     /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
@@ -128,6 +152,7 @@ private:
     const tree_scan& to_;
     const plan_options& options_;
     const exact_time& ask_;
+    const content_test& is_same_;
     tree_plan plan_;
     std::vector<tree_action> copies_;
 };
@@ -154,9 +179,9 @@ std::optional<bool> is_later(const timestamp& time, const timestamp& than)
 }
 
 tree_plan make_plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
-                    const exact_time& ask)
+                    const exact_time& ask, const content_test& is_same)
 {
-    return planner(from, to, options, ask).make();
+    return planner(from, to, options, ask, is_same).make();
 }
 
 } // namespace qrftp

@@ -1,6 +1,7 @@
 #include "run.hpp"
 
 #include "../remote_path.hpp"
+#include "../session_access.hpp"
 #include "../transfer/fetch.hpp"
 #include "../transfer/local_error.hpp"
 #include "../transfer/send.hpp"
@@ -37,9 +38,10 @@ path_change::kind change_of(tree_action::kind what)
 
 class plan_runner {
 public:
-    plan_runner(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
-                const tree_scan& from, tree_outcome& outcome)
-        : server_(server), pool_(pool), sides_(sides), options_(options), from_(from), outcome_(outcome)
+    plan_runner(const session& opened, connection_pool& pool, const tree_sides& sides,
+                const tree_options& options, const tree_scan& from, tree_outcome& outcome)
+        : session_(opened), server_(session_access::server(opened)), pool_(pool), sides_(sides),
+          options_(options), from_(from), outcome_(outcome)
     {
     }
 
@@ -182,7 +184,7 @@ private:
         }
         if (fetches()) {
             copy_queue<download> queue(
-                copies, options_, pool_.stop_token(), outcome_,
+                copies, options_, session_access::options(session_), pool_.stop_token(), outcome_,
                 [&](std::size_t index, const transfer_options& options, meter& progress) {
                     return make_download(copies[index], options, progress);
                 });
@@ -191,7 +193,8 @@ private:
                 connection.fetch(mine);
             });
         } else {
-            copy_queue<upload> queue(copies, options_, pool_.stop_token(), outcome_,
+            copy_queue<upload> queue(copies, options_, session_access::options(session_), pool_.stop_token(),
+                                     outcome_,
                                      [&](std::size_t index, const transfer_options& options, meter& progress) {
                                          return make_upload(copies[index], options, progress);
                                      });
@@ -215,8 +218,8 @@ private:
                 known.modified = node.modified->time;
             }
         }
-        return std::make_unique<file_download>(remote(action.path), sides_.local.place(action.path), options,
-                                               progress, known);
+        return std::make_unique<file_download>(session_.location().server(), remote(action.path),
+                                               sides_.local.place(action.path), options, progress, known);
     }
 
     std::unique_ptr<upload> make_upload(const tree_action& action, const transfer_options& options,
@@ -233,6 +236,7 @@ private:
                                              progress);
     }
 
+    const session& session_;
     protocol& server_;
     connection_pool& pool_;
     const tree_sides& sides_;
@@ -243,10 +247,11 @@ private:
 
 } // namespace
 
-void run_plan(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
-              const tree_scan& from, const std::vector<tree_action>& actions, tree_outcome& outcome)
+void run_plan(const session& opened, connection_pool& pool, const tree_sides& sides,
+              const tree_options& options, const tree_scan& from, const std::vector<tree_action>& actions,
+              tree_outcome& outcome)
 {
-    plan_runner(server, pool, sides, options, from, outcome).run(actions);
+    plan_runner(opened, pool, sides, options, from, outcome).run(actions);
 }
 
 } // namespace qrftp
