@@ -30,6 +30,7 @@ struct command_line {
     bool no_keep_time = false;
     bool preserve = false;
     bool clean_up = false;
+    bool watch = false;
     sync_options transfer;
 
     std::function<int()> run; ///< of the subcommand that was named

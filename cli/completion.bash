@@ -6,9 +6,10 @@ _qrftp() {
     case $previous in
     --tls) words='none opportunistic strict' ;;
     --host-key) words='strict accept-new off' ;;
+    --type) words='f d l' ;;
     --colour | --color) words='auto always never' ;;
     --password-file | --netrc-file | --cacert | -i | --key | --ssh-config | --pass-phrase-file | --known-hosts | --batch) ;;
-    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
+    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --name | --newer | --older | --larger | --smaller | -d | --date | --*-timeout | --timeout)
         return
         ;;
     *)

@@ -26,6 +26,16 @@ bool is_newer(const std::string& path, std::optional<timestamp> from, std::optio
     return from && to && is_later(*from, *to).value_or(false);
 }
 
+std::optional<tree_action::reason> why_link(const std::string& path, const tree_node& node, const tree_scan& to)
+{
+    const auto there = to.nodes.find(path);
+    if (there == to.nodes.end() || there->second.kind != entry_kind::link) {
+        return tree_action::reason::missing;
+    }
+    const bool is_same = there->second.link_target == node.link_target;
+    return is_same ? std::nullopt : std::optional(tree_action::reason::other_target);
+}
+
 std::optional<tree_action::reason> why_copy(const std::string& path, const tree_node& node, const tree_scan& to,
                                             const exact_time& ask)
 {
@@ -61,6 +71,7 @@ public:
             }
         }
         plan_.actions.insert(plan_.actions.end(), copies_.begin(), copies_.end());
+        plan_.actions.insert(plan_.actions.end(), links_.begin(), links_.end());
         if (options_.remove_extra && from_.is_complete() && to_.is_complete()) {
             add_removals();
         }
@@ -82,7 +93,9 @@ private:
         }
         const bool folder_wanted = node.kind == entry_kind::folder;
         const bool folder_there = there->second.kind == entry_kind::folder;
-        if (node.kind == entry_kind::file && folder_there) {
+        const bool file_wanted =
+            node.kind == entry_kind::file || (node.kind == entry_kind::link && options_.copy_links);
+        if (file_wanted && folder_there) {
             plan_.conflicts.push_back({path, std::make_exception_ptr(IsFolder(path))});
         } else if (folder_wanted && there->second.kind == entry_kind::link) {
             plan_.conflicts.push_back(
@@ -103,11 +116,25 @@ private:
                     {tree_action::kind::make_folder, tree_action::reason::missing, path, 0});
             }
         } else if (node.kind == entry_kind::file) {
-            const auto why = options_.update ? why_copy(path, node, to_, ask_) : tree_action::reason::wanted;
-            if (why) {
+            if (const auto why = reason_for(path, node)) {
                 copies_.push_back({tree_action::kind::copy, *why, path, node.size.value_or(0)});
             }
+        } else if (node.kind == entry_kind::link && options_.copy_links) {
+            const auto why = options_.update ? why_link(path, node, to_) : tree_action::reason::wanted;
+            if (why) {
+                links_.push_back({tree_action::kind::make_link, *why, path, 0});
+            }
         }
+    }
+
+    [[nodiscard]] std::optional<tree_action::reason> reason_for(const std::string& path,
+                                                                const tree_node& node) const
+    {
+        if (!options_.update) {
+            return tree_action::reason::wanted;
+        }
+        const auto why = why_copy(path, node, to_, ask_);
+        return why || !options_.changed.contains(path) ? why : tree_action::reason::newer;
     }
 
     /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
@@ -130,6 +157,7 @@ private:
     const exact_time& ask_;
     tree_plan plan_;
     std::vector<tree_action> copies_;
+    std::vector<tree_action> links_;
 };
 
 } // namespace

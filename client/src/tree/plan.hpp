@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,8 @@ using exact_time = std::function<std::optional<timestamp>(const std::string& pat
 struct plan_options {
     bool update = false; ///< otherwise everything is copied, whatever the destination has
     bool remove_extra = false;
+    bool copy_links = false;
+    std::set<std::string> changed{}; ///< copied whatever their sizes and times say
 };
 
 /// The steps that make a destination what the source is, in the order in which they are to be taken: folders,

@@ -76,10 +76,13 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
     if (update) {
         to = scan_side(!fetching, tree_role::destination);
     }
-    tree_plan plan = make_plan(from, to, {.update = update, .remove_extra = options.remove_extra},
-                               [&](const std::string& path) {
-                                   return server.modification_time(remote_path::join(sides.remote, path));
-                               });
+    const plan_options wanted{.update = update,
+                              .remove_extra = options.remove_extra,
+                              .copy_links = options.copy_links,
+                              .changed = {options.changed.begin(), options.changed.end()}};
+    tree_plan plan = make_plan(from, to, wanted, [&](const std::string& path) {
+        return server.modification_time(remote_path::join(sides.remote, path));
+    });
     const std::string local = sides.local.shown("").string();
     check_removals(plan, from, to, fetching ? sides.remote : local, fetching ? local : sides.remote, options);
     tree_outcome outcome(options);
