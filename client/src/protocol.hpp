@@ -244,6 +244,8 @@ public:
 
     /// Makes a symbolic link. Throws `AlreadyExists` where something has the name.
     virtual void make_link(const std::string& target, const std::string& path) = 0;
+    /// Whether a symbolic link says what it was made with, byte for byte.
+    [[nodiscard]] virtual bool keeps_link_targets() const { return true; }
     virtual void make_hard_link(const std::string& existing, const std::string& path);
     /// What a symbolic link says; nothing for what is no link.
     virtual std::optional<std::string> read_link(const std::string& path) = 0;

@@ -7,12 +7,12 @@ tells() { # OUTPUT ARGUMENT…: lines in any order
 }
 openssh=sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~ home=$HOME_DIR
 options+=(--key "$KEY" --cacert "$CA_FILE")
-mkdir -p "$home/d/e" && echo 1 >"$home/d/f" && echo 22 >"$home/d/e/g" && chmod -R u=rwX,go=rX "$home/d" && chmod -R a+rwX "$home/d"
+mkdir -p d/e && echo 1 >d/f && echo 22 >d/e/g && ends 0 put -r d "$ftp/"
 for url in "$ftp" "$openssh"; do
     chmod 644 "$home/d/f" && tells "" chmod 600 "$url/d/f" && mode d/f 600
     tells "" chmod u+x,g=u,o-rwx "$url/d/f" && mode d/f 770 && tells "set mode d/f to 0640" chmod --dry-run u-x,g=r "$url/d/f"
     tells "" chmod -R go-w,a+X "$url/d" && mode d/e 755 && tells "" chmod -R u=rwX,go=rX "$url/d" && mode d/e/g 644 && mode d/e 755
-    tells '{"action":"set_mode","path":"d/f","mode":"0600","dry_run":true}' chmod --json --dry-run go= "$url/d/f"
+    tells '{"action":"set_mode","path":"d/f","mode":"0700","dry_run":true}' chmod --json --dry-run go= "$url/d/f"
     ends 2 chmod u~x "$url/d" && said '*no mode*' && ends 5 chmod 644 "$url/no"
     tells "" touch -d 2021-05-06T07:08:09Z "$url/d/f" "$url/d/new" && [[ $(date -u -r "$home/d/new" +%FT%T) == 2021-05-06T07:08:09 ]]
     tells "" touch -c "$url/d/none" && [[ ! -e $home/d/none ]] && tells "" touch "$url/d/new" && [[ $home/d/new -nt $home/d/f ]]

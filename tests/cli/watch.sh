@@ -1,6 +1,6 @@
 #!/bin/bash
 # sync --watch sends what changes while it runs, also over a server that goes and comes back, until it is ended.
-source "$(dirname "$0")/common.sh" "$1" sshd
+source "$(dirname "$0")/common.sh" "$1" proftpd sshd
 deadline=60
 told() { # LINE…: what is printed next, in any order
     local line lines=()
@@ -30,7 +30,7 @@ rm -r site/d site/link && told "remove file d/a/b/c (extra)" "remove folder d/a/
 for ((i = 0; i < 1000; ++i)); do echo $i >"site/n$i" && copies[i]="copy n$i (missing)"; done
 told "${copies[@]}" && diff -r site "$HOME_DIR/w"
 # The server goes, with the connection, and comes back.
-read -r -a sessions <"/proc/$SSHD_PID/task/$SSHD_PID/children"
+read -r -a sessions <"/proc/$SSHD_PID/task/$SSHD_PID/children" || true
 kill "$SSHD_PID" "${sessions[@]}" && echo 6 >site/y
 until [[ ${line:-} == *"Trying to connect again"* ]]; do read -r -t "$deadline" -u "$output" line || fail "it noticed nothing"; done
 as_server=() && ((EUID)) || as_server=(setpriv --reuid=daemon --regid=daemon --clear-groups)

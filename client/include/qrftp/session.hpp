@@ -127,9 +127,11 @@ public:
     /// `NotSupported`.
     void set_modification_time(const std::string& path, std::chrono::sys_seconds time);
 
-    /// Makes a symbolic link at `path` that says `target`, byte for byte; what it leads to need not exist. FTP:
-    /// SITE SYMLINK, where FEAT tells of it. SFTP: SYMLINK, with its arguments in OpenSSH's order, which other
-    /// servers follow. Throws `AlreadyExists`, `NotFound` (the folder), `PermissionDenied`, `NotSupported`.
+    /// Makes a symbolic link at `path` that says `target`, which is seen from the link's folder. SFTP: SYMLINK,
+    /// with its arguments in OpenSSH's order, which other servers follow; the target is kept byte for byte and
+    /// need not exist. FTP: SITE SYMLINK, where FEAT tells of it; the link says the absolute name of the
+    /// target, which must exist. Throws `AlreadyExists`, `NotFound` (the folder), `PermissionDenied`,
+    /// `NotSupported`.
     void make_link(const std::string& target, const std::string& path);
     /// Gives the file `existing` a further name. SFTP: hardlink@openssh.com. Throws `AlreadyExists`,
     /// `NotFound`, `PermissionDenied`, `NotSupported` (FTP has no such command).

@@ -55,7 +55,7 @@ struct tree_options {
     /// left alone on both sides.
     std::vector<std::string> only{};
     /// Copies symbolic links of the source as links, byte for byte, wherever they lead. No transfer ever goes
-    /// through a link that it made.
+    /// through a link that it made. FTP: relative ones cannot be sent (`NotSupported`).
     bool copy_links = false;
     /// Follows symbolic links of the source; otherwise they are passed over, unless `copy_links` is set. Those
     /// of the destination never are: one in the place of a folder is a failure (`UnsafeName`), one in the place

@@ -40,6 +40,7 @@ public:
     void require_facts(const std::string& path, const file_facts& facts) override;
 
     void make_link(const std::string& target, const std::string& path) override;
+    [[nodiscard]] bool keeps_link_targets() const override { return false; }
     std::optional<std::string> read_link(const std::string& path) override;
     disk_space space(const std::string& path) override;
 

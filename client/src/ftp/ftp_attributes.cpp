@@ -11,12 +11,13 @@ namespace qrftp::ftp {
 
 namespace {
 
-/// SITE splits its arguments at blanks.
-void check_site_argument(const std::string& text)
+/// SITE splits its arguments at blanks, except between double quotes.
+std::string site_argument(const std::string& text)
 {
-    if (text.find_first_of(" \"\\") != std::string::npos) {
-        throw InvalidName(text, "a blank, a quote or a backslash, which SITE SYMLINK cannot carry");
+    if (text.find_first_of("\"\\") != std::string::npos) {
+        throw InvalidName(text, "a quote or a backslash, which SITE SYMLINK cannot carry");
     }
+    return text.find(' ') == std::string::npos ? text : '"' + text + '"';
 }
 
 } // namespace
@@ -52,9 +53,16 @@ void ftp::make_link(const std::string& target, const std::string& path)
         })) {
         throw NotSupported(path);
     }
-    check_site_argument(target);
-    check_site_argument(path);
-    send_checked(path, fmt::format("SITE SYMLINK {} {}", target, path), expected::nothing);
+    // The server would see a relative target from its working folder.
+    const std::string whole = remote_path::absolute(remote_path::parent(path), target);
+    const std::string command = fmt::format("SITE SYMLINK {} {}", site_argument(whole), site_argument(path));
+    const request_result result = send_unchecked(path, {command});
+    if (!result.last_reply().is_completion()) {
+        if (!find(path) && !find(whole)) {
+            throw NotFound(whole, result.last_reply().said());
+        }
+        throw_refusal(*this, path, expected::nothing, result.last_reply().said());
+    }
 }
 
 std::optional<entry> ftp::stat(const std::string& path)

@@ -107,6 +107,9 @@ void replace_file(protocol& server, const std::string& from, const std::string& 
 void replace_link(protocol& server, const std::string& target, const std::string& path, bool may_replace)
 {
     server.check_name(target);
+    if (!server.keeps_link_targets() && !target.starts_with('/')) {
+        throw NotSupported(path);
+    }
     try {
         return server.make_link(target, path);
     } catch (const AlreadyExists&) {

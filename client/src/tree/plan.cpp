@@ -1,5 +1,7 @@
 #include "plan.hpp"
 
+#include "../remote_path.hpp"
+
 #include <algorithm>
 #include <chrono>
 #include <ranges>
@@ -26,13 +28,22 @@ bool is_newer(const std::string& path, std::optional<timestamp> from, std::optio
     return from && to && is_later(*from, *to).value_or(false);
 }
 
-std::optional<tree_action::reason> why_link(const std::string& path, const tree_node& node, const tree_scan& to)
+/// Some servers tell and make links by absolute names only.
+bool leads_to_same(const std::string& path, const tree_node& one, const tree_node& other,
+                   const std::string& root)
+{
+    const std::string folder = remote_path::parent(remote_path::join(root, path));
+    return remote_path::absolute(folder, one.link_target) == remote_path::absolute(folder, other.link_target);
+}
+
+std::optional<tree_action::reason> why_link(const std::string& path, const tree_node& node, const tree_scan& to,
+                                            const std::string& root)
 {
     const auto there = to.nodes.find(path);
     if (there == to.nodes.end() || there->second.kind != entry_kind::link) {
         return tree_action::reason::missing;
     }
-    const bool is_same = there->second.link_target == node.link_target;
+    const bool is_same = leads_to_same(path, node, there->second, root);
     return is_same ? std::nullopt : std::optional(tree_action::reason::other_target);
 }
 
@@ -119,8 +130,9 @@ private:
             if (const auto why = reason_for(path, node)) {
                 copies_.push_back({tree_action::kind::copy, *why, path, node.size.value_or(0)});
             }
-        } else if (node.kind == entry_kind::link && options_.copy_links) {
-            const auto why = options_.update ? why_link(path, node, to_) : tree_action::reason::wanted;
+        } else if (node.kind == entry_kind::link && options_.copy_links && !node.link_target.empty()) {
+            const auto why =
+                options_.update ? why_link(path, node, to_, options_.remote_root) : tree_action::reason::wanted;
             if (why) {
                 links_.push_back({tree_action::kind::make_link, *why, path, 0});
             }

@@ -17,6 +17,7 @@ struct plan_options {
     bool update = false; ///< otherwise everything is copied, whatever the destination has
     bool remove_extra = false;
     bool copy_links = false;
+    std::string remote_root{};       ///< links that lead to the same place, as seen from there, are the same
     std::set<std::string> changed{}; ///< copied whatever their sizes and times say
 };
 

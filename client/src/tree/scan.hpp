@@ -21,7 +21,7 @@ struct tree_node {
     std::optional<std::uint64_t> size{};
     std::optional<timestamp> modified{};
     std::optional<std::filesystem::perms> mode{};
-    std::string link_target{}; ///< of links, where they are copied
+    std::string link_target{}; ///< of links, where they are copied; empty where it is not told
 };
 
 /// A folder with all that is in it, by the path below it. A folder comes before what is in it.

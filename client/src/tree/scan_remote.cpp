@@ -122,12 +122,21 @@ private:
     {
         for (const std::string& link : std::exchange(to_read_, {})) {
             try {
-                collector_.take(below_root(link), {.kind = entry_kind::link,
-                                                   .link_target = server_.read_link(link).value_or("")});
+                take_link(below_root(link), server_.read_link(link).value_or(""));
+            } catch (const NotSupported&) {
+                take_link(below_root(link), "");
             } catch (const error&) {
                 collector_.fail(below_root(link), std::current_exception());
             }
         }
+    }
+
+    void take_link(const std::string& path, const std::string& target)
+    {
+        if (target.empty()) {
+            collector_.pass_over(path);
+        }
+        collector_.take(path, {.kind = entry_kind::link, .link_target = target});
     }
 
     protocol& server_;
