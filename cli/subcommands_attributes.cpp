@@ -57,7 +57,9 @@ void add_touch(CLI::App& app, command_line& line)
                                          touch(remote, arguments, line.options);
                                      });
     touched.add_flag("-c,--no-create", *no_create, "Make no file");
-    touched.add_option("-d,--date", *when, "This time instead of now: 2024-05-01, \"2024-05-01 12:30\", …Z")
+    touched
+        .add_option("-d,--date", *when,
+                    "This time instead of now: 2024-05-01, \"2024-05-01 12:30\"; UTC with a Z")
         ->type_name("TIME");
     add_dry_run(touched, line);
 }
