@@ -8,6 +8,14 @@ namespace support {
 
 namespace fs = std::filesystem;
 
+std::vector<std::string> names_in(const qrftp::listing& all)
+{
+    std::vector<std::string> names;
+    for (const auto& each : all.entries)
+        names.push_back(each.name);
+    return names;
+}
+
 client_stage::client_stage(const std::vector<rule>& rules)
     : local(fs::path(testing::TempDir()) / ("client_stage." + std::to_string(peer.port())))
 {
