@@ -49,6 +49,7 @@ struct command_line {
     bool no_keep_time = false;
     bool preserve = false;
     bool clean_up = false;
+    bool watch = false;
     double retry_delay = 1;
     bool checksum = false;
     bool size_only = false;

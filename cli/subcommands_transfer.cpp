@@ -1,3 +1,4 @@
+#include "subcommands_transfer.hpp"
 #include "commands.hpp"
 #include "exit_status.hpp"
 #include "subcommand.hpp"
@@ -19,6 +20,8 @@ namespace {
 
 const std::map<std::string, std::uint64_t> rate_units{
     {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}};
+
+} // namespace
 
 void add_transfer_options(CLI::App& command, command_line& line)
 {
@@ -62,9 +65,13 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->type_name("N")
         ->capture_default_str();
     command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
+    command.add_flag("--links", options.copy_links, "In folders, copy symbolic links as links")
+        ->excludes("--follow-links");
     command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
     command.option_defaults()->group("Options");
 }
+
+namespace {
 
 /// The options of each file, as several options of the command line make them.
 transfer_options file_options(const command_line& line, bool keep_time)
@@ -78,6 +85,8 @@ transfer_options file_options(const command_line& line, bool keep_time)
     return options;
 }
 
+} // namespace
+
 transfer_arguments transfer_of(const command_line& line)
 {
     transfer_arguments arguments;
@@ -86,6 +95,8 @@ transfer_arguments transfer_of(const command_line& line)
     arguments.tree.transfer = file_options(line, line.transfer.transfer.keep_time);
     return arguments;
 }
+
+namespace {
 
 int run_get(command_line& line, bool several)
 {
@@ -142,6 +153,10 @@ int run_sync(command_line& line)
                   "\"sync site :www\" sends, \"sync :www site\" fetches."
                 : "One of the two folders must be a URL, and the other one local.");
     }
+    if (line.watch && (fetches || line.options.dry_run)) {
+        throw usage_error(fetches ? "--watch follows a local folder: name it first, and the URL behind it."
+                                  : "--watch and --dry-run do not go together.");
+    }
     sync_arguments arguments{local_name(line, line.words[fetches ? 1 : 0]), "",
                              fetches ? direction::fetch : direction::send, line.transfer, line.clean_up};
     arguments.options.transfer = file_options(line, !line.no_keep_time);
@@ -154,7 +169,7 @@ int run_sync(command_line& line)
     const std::string remote_word = line.words[fetches ? 0 : 1].substr(is_shell(line) ? 1 : 0);
     with_urls(line, {remote_word}, [&](session& remote, const std::vector<url>& urls) {
         arguments.remote = urls.front().path;
-        sync(remote, arguments, line.options);
+        line.watch ? watch(remote, arguments, line.options) : sync(remote, arguments, line.options);
     });
     return success;
 }
@@ -209,6 +224,7 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
     both.add_flag("--no-overwrite-newer", line.keep_newer, "The same, and each is an error")->excludes(update);
     both.add_flag("--clean-up", line.clean_up,
                   "Also remove temporary files of broken transfers from the remote folder, a day old or more");
+    both.add_flag("--watch", line.watch, "Then stay, and send what changes in the local folder");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }
 

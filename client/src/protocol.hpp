@@ -3,6 +3,7 @@
 #include "transfer/retry.hpp"
 
 #include <qrftp/checksum.hpp>
+#include <qrftp/disk_space.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/options.hpp>
@@ -267,6 +268,22 @@ public:
     virtual void rename(const std::string& from, const std::string& to) = 0;
     /// Gives a file these facts, as far as the server can; which ones it cannot is no error.
     virtual void set_facts(const std::string& path, const file_facts& facts) = 0;
+    /// The same of a file or a folder, where what the server refuses is thrown; `NotSupported` where it has no
+    /// request for it.
+    virtual void require_facts(const std::string& path, const file_facts& facts) = 0;
+
+    /// Makes a symbolic link. Throws `AlreadyExists` where something has the name.
+    virtual void make_link(const std::string& target, const std::string& path) = 0;
+    /// Whether a symbolic link says what it was made with, byte for byte.
+    [[nodiscard]] virtual bool keeps_link_targets() const { return true; }
+    virtual void make_hard_link(const std::string& existing, const std::string& path);
+    /// What a symbolic link says; nothing for what is no link.
+    virtual std::optional<std::string> read_link(const std::string& path) = 0;
+    virtual disk_space space(const std::string& path) = 0;
+    /// Copies a file to the new name `to` on the server itself, which gets the mode of `initial`; `on_copied`
+    /// is told how many bytes more it has. False, and nothing done, where the server cannot.
+    virtual bool copy_on_server(const std::string& from, const std::string& to, const file_facts& initial,
+                                const std::function<void(std::uint64_t bytes)>& on_copied);
 
     /// Copies the files of the batch. What concerns one file goes to `batch::failed`; what ends the connection,
     /// and cannot be mended by opening another, is thrown.

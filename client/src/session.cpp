@@ -50,6 +50,22 @@ listing list_all(protocol& server, const std::string& path)
     return result;
 }
 
+/// Fetches a file over a login of its own, while the session may do something else.
+stream_reader::source by_own_login(const url& server, const session_options& options, const std::string& path)
+{
+    return [server, options, path](const std::stop_token& asked_to_stop, std::uint64_t offset,
+                                   const std::function<bool(std::string_view)>& on_data) {
+        // Either token ends it: that of the session, and that of this fetch.
+        std::stop_source either;
+        const auto end = [&either] { either.request_stop(); };
+        const std::stop_callback by_caller(options.stop, end);
+        const std::stop_callback by_reader(asked_to_stop, end);
+        session_options own = options;
+        own.stop = either.get_token();
+        session(server, std::move(own)).fetch(path, on_data, {.offset = offset});
+    };
+}
+
 } // namespace
 
 struct session::state {
@@ -314,8 +330,8 @@ remote_file session::open(const std::string& remote_path) const
     if (there->kind == entry_kind::folder) {
         throw IsFolder(path);
     }
-    return remote_file(
-        std::make_unique<stream_reader>(mine.location, mine.options, path, mine.server->size(path)));
+    return remote_file(std::make_unique<stream_reader>(by_own_login(mine.location, mine.options, path),
+                                                       mine.server->size(path)));
 }
 
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,

@@ -36,16 +36,16 @@ timestamp of_no_zone(std::chrono::seconds time)
     return {sys_seconds(time), time_precision::second, false};
 }
 
-constexpr plan_options copy_all{};
-constexpr plan_options update{.update = true};
-constexpr plan_options mirror{.update = true, .remove_extra = true};
+const plan_options copy_all{};
+const plan_options update{.update = true};
+const plan_options mirror{.update = true, .remove_extra = true};
 
 /// The steps in words; what is asked for its exact time is listed at the end.
 steps plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
            std::optional<timestamp> answer = {})
 {
-    static constexpr const char* verbs[] = {"make ", "copy ", "remove ", "remove folder "};
-    static constexpr const char* reasons[] = {"", "", " newer", " size", "", " content"};
+    static constexpr const char* verbs[] = {"make ", "copy ", "remove ", "remove folder ", "link "};
+    static constexpr const char* reasons[] = {"", "", " newer", " size", "", " content", " target"};
     steps all;
     steps asked;
     const auto ask = [&](const std::string& path) {
@@ -103,6 +103,27 @@ TEST(TreePlan, CopiesAFileThatIsNewerOrOfAnotherSize)
         const tree_scan to{.nodes = rows[i].to ? nodes{{"f", *rows[i].to}} : nodes{}};
         EXPECT_EQ(plan(from, to, update, rows[i].answer), rows[i].wanted) << "row " << i;
     }
+}
+
+TEST(TreePlan, LinksWhatLeadsElsewhereAndCopiesWhatIsKnownToDiffer)
+{
+    const auto link = [](const char* target) { return tree_node{entry_kind::link, {}, {}, {}, target}; };
+    const plan_options options{
+        .update = true, .copy_links = true, .remote_root = "/r", .changed = {"d/f", "missing"}};
+    const tree_scan from{.nodes = {{"a", link("x")},
+                                   {"b", link("x")},
+                                   {"c", link("")},
+                                   {"d", folder},
+                                   {"d/f", file(1)},
+                                   {"d/g", file(1)},
+                                   {"d/l", link("../x")}}};
+    const tree_scan to{.nodes = {{"a", link("y")},
+                                 {"b", link("x")},
+                                 {"d", folder},
+                                 {"d/f", file(1)},
+                                 {"d/g", file(1)},
+                                 {"d/l", link("/r/x")}}};
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy d/f newer", "link a target"));
 }
 
 TEST(TreePlan, RemovesOnlyWhatItKnows)

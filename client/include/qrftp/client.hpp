@@ -4,6 +4,8 @@
 /// functions on whole trees.
 
 #include <qrftp/checksum.hpp>
+#include <qrftp/copy.hpp>
+#include <qrftp/disk_space.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
@@ -17,3 +19,4 @@
 #include <qrftp/transfer.hpp>
 #include <qrftp/tree.hpp>
 #include <qrftp/url.hpp>
+#include <qrftp/walk.hpp>

@@ -276,11 +276,6 @@ void ftp::rename(const std::string& from, const std::string& to)
     }
 }
 
-void ftp::set_facts(const std::string& path, const file_facts& facts)
-{
-    fact_setter_.set(path, facts);
-}
-
 void ftp::fetch(download_batch& files)
 {
     carry(files, [&](const download_batch::part& what) { fetch_file(*this, what, files); });

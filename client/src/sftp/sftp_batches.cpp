@@ -15,8 +15,6 @@ namespace qrftp::sftp {
 
 namespace {
 
-const request statvfs("statvfs@openssh.com", packet_type::extended_reply);
-
 /// Whether the server said no, without a word that says enough.
 bool needs_reason(const error& failure)
 {
@@ -220,19 +218,12 @@ std::exception_ptr sftp_protocol::explain_copy(const std::string& path, bool is_
 
 bool sftp_protocol::is_disk_full(const std::string& path)
 {
-    pipeline& server = connected();
-    if (!server.has_extension(statvfs.extension, "2")) {
+    try {
+        const auto left = ask_space(connected(), remote_path::parent(path));
+        return left && left->available == 0;
+    } catch (const error&) { // It is not known, then.
         return false;
     }
-    const reply answer = server.call(statvfs, remote_path::parent(path));
-    if (answer.is_status()) {
-        return false;
-    }
-    packet_reader fields = answer.body();
-    for (int skipped = 0; skipped < 4; ++skipped) { // two sizes of blocks, blocks in all, free ones
-        fields.read_u64();
-    }
-    return fields.read_u64() == 0; // free for those who are not root
 }
 
 } // namespace qrftp::sftp

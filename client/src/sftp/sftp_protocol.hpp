@@ -45,6 +45,14 @@ public:
                 const std::function<void(std::size_t, std::exception_ptr)>& on_done) override;
     void rename(const std::string& from, const std::string& to) override;
     void set_facts(const std::string& path, const file_facts& facts) override;
+    void require_facts(const std::string& path, const file_facts& facts) override;
+
+    void make_link(const std::string& target, const std::string& path) override;
+    void make_hard_link(const std::string& existing, const std::string& path) override;
+    std::optional<std::string> read_link(const std::string& path) override;
+    disk_space space(const std::string& path) override;
+    bool copy_on_server(const std::string& from, const std::string& to, const file_facts& initial,
+                        const std::function<void(std::uint64_t)>& on_copied) override;
 
     void fetch(download_batch& files) override;
     void send(upload_batch& files) override;
@@ -68,7 +76,16 @@ private:
     template <class Work>
     void carry_out(Work& work);
 
-    std::optional<std::string> link_target(const std::string& path);
+    std::optional<disk_space> ask_space(pipeline& server, const std::string& path);
+    void make_name(const request& what, const std::string& target, const std::string& path);
+    /// Two files that are open on the server.
+    struct open_pair {
+        const file_handle& from;
+        const file_handle& to;
+        const std::string& subject; ///< of errors
+    };
+    void copy_data(pipeline& server, const open_pair& files,
+                   const std::function<void(std::uint64_t)>& on_copied);
     std::optional<attributes> attributes_of(packet_type request, const std::string& path);
     void change_one(const path_change& change);
     void change_one(const path_change& change, const std::function<bool()>& is_done);

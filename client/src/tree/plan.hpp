@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct plan_options {
     bool remove_extra = false;
     sync_comparison comparison = sync_comparison::size_and_time;
     newer_targets newer = newer_targets::replace;
+    bool copy_links = false;
+    std::string remote_root{};       ///< links that lead to the same place, as seen from there, are the same
+    std::set<std::string> changed{}; ///< copied whatever their sizes and times say
 };
 
 /// The steps that make a destination what the source is, in the order in which they are to be taken: folders,

@@ -4,6 +4,7 @@
 #include "../session_access.hpp"
 #include "../transfer/fetch.hpp"
 #include "../transfer/local_error.hpp"
+#include "../transfer/replace.hpp"
 #include "../transfer/send.hpp"
 #include "copy_queue.hpp"
 #include "make_parents.hpp"
@@ -50,6 +51,7 @@ public:
         using kind = tree_action::kind;
         change_by_depth(select(actions, kind::make_folder), false);
         copy(select(actions, kind::copy));
+        make_links(select(actions, kind::make_link));
         change(select(actions, kind::remove_file));
         change_by_depth(select(actions, kind::remove_folder), true);
     }
@@ -116,6 +118,19 @@ private:
         }
     }
 
+    /// After the files, none of which can go through one of them.
+    void make_links(const std::vector<tree_action>& links)
+    {
+        const bool replace = options_.transfer.replace;
+        for (const tree_action& action : links) {
+            const std::string& target = from_.nodes.at(action.path).link_target;
+            settle(action, [&] {
+                fetches() ? sides_.local.make_link(action.path, target, replace)
+                          : replace_link(server_, target, remote(action.path), replace);
+            });
+        }
+    }
+
     template <class Work>
     void settle(const tree_action& action, const Work& work)
     {
@@ -141,6 +156,7 @@ private:
             sides_.local.remove_folder(action.path);
             break;
         case tree_action::kind::copy:
+        case tree_action::kind::make_link:
             break;
         }
     }

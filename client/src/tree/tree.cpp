@@ -110,8 +110,15 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
     if (update) {
         to = scan_side(!fetching, tree_role::destination);
     }
+    const plan_options wanted{.update = update,
+                              .remove_extra = options.remove_extra,
+                              .comparison = options.comparison,
+                              .newer = options.newer,
+                              .copy_links = options.copy_links,
+                              .remote_root = sides.remote,
+                              .changed = {options.changed.begin(), options.changed.end()}};
     tree_plan plan = make_plan(
-        from, to, {update, options.remove_extra, options.comparison, options.newer},
+        from, to, wanted,
         [&](const std::string& path) {
             return server.modification_time(remote_path::join(sides.remote, path));
         },
