@@ -132,7 +132,7 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
     both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")
         ->type_name("N");
     both.add_flag("--clean-up", line.clean_up,
-                  "Also remove what broken-off transfers left in the remote folder a day ago");
+                  "Also remove what broken-off transfers left in both folders a day ago");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }
 

@@ -19,4 +19,7 @@ mv dangling tree && ln -s /etc "$HOME_DIR/followed/etc"
 ends 6 get -r "$url/" got2 && said '*--keep-going*denied*' && ends 8 get -r --keep-going "$url/" got3 && said '*denied*' && said '*Not copied: 1 link*'
 same whole/one.c got3/new/one.c && same outside got3/followed/link && [[ ! -e got3/followed/etc ]]
 ends 0 put -r tree "$url/links" && said '*2 links*' && ends 0 put -r tree "$url/links" -q --json && [[ $(grep -c '"pass_over"' "$work/output") == 2 ]]
+# A name that the server chose leads nowhere; one that the user gave does.
+mkdir got4 && ln -s "$PWD/outside" got4/links && ln -s "$PWD/outside" here && ends 8 get -r --keep-going "$url/l*" "$url/new/one.c" got4 && said '*symbolic link*'
+[[ $(ls outside) == x && -e got4/one.c ]] && ends 0 get -r "$url/links" here && [[ -e outside/links ]] && rm -r outside/links here
 rm -r got* && ends 0 rm -r "$url/links" "$url/new" "$url/followed" && [[ -e /etc/passwd ]]

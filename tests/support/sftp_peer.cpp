@@ -1,5 +1,7 @@
 #include "sftp_peer.hpp"
 
+#include "follow_links.hpp"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -7,6 +9,9 @@
 using namespace qrftp::sftp;
 
 namespace {
+
+constexpr std::uint32_t type_bits = 0170000;
+constexpr std::uint32_t link_type = 0120000;
 
 template <class... Fields>
 std::string encode(packet_type type, const Fields&... fields)
@@ -34,7 +39,7 @@ std::string parent(const std::string& path)
 
 bool is_folder(const sftp_peer::node& node)
 {
-    return (node.mode & 0170000) == 0040000;
+    return (node.mode & type_bits) == 0040000;
 }
 
 } // namespace
@@ -169,6 +174,7 @@ void sftp_peer::handle(std::string_view packet)
 std::string sftp_peer::carry_out(request asked)
 {
     const auto next_path = [&asked] { return std::string(asked.fields.read_string()); };
+    const auto own_path = [&] { return read_own_path(asked.fields); };
     switch (asked.type) {
     case packet_type::open:
         return open(asked);
@@ -180,7 +186,7 @@ std::string sftp_peer::carry_out(request asked)
     case packet_type::write:
         return write(asked);
     case packet_type::lstat:
-        return stat(asked, next_path());
+        return stat(asked, own_path());
     case packet_type::stat:
         return stat(asked, resolve(next_path()));
     case packet_type::fstat:
@@ -201,9 +207,9 @@ std::string sftp_peer::carry_out(request asked)
         return read_folder(asked);
     case packet_type::remove:
     case packet_type::rmdir:
-        return remove(asked, next_path());
+        return remove(asked, own_path());
     case packet_type::mkdir: {
-        const std::string path = next_path();
+        const std::string path = own_path();
         const bool made = nodes.contains(parent(path)) && nodes.emplace(path, node{{}, 0040755}).second;
         return status_packet(asked.id, made ? status_code::ok : status_code::failure);
     }
@@ -212,7 +218,7 @@ std::string sftp_peer::carry_out(request asked)
     case packet_type::rename:
         return rename(asked, false);
     case packet_type::readlink:
-        return answer_readlink(asked.id, next_path());
+        return answer_readlink(asked.id, own_path());
     case packet_type::extended:
         return extended(asked);
     default:
@@ -222,26 +228,28 @@ std::string sftp_peer::carry_out(request asked)
 
 std::string sftp_peer::answer_readlink(std::uint32_t id, const std::string& path)
 {
-    constexpr std::uint32_t type_bits = 0170000;
-    constexpr std::uint32_t link = 0120000;
     const auto found = nodes.find(path);
-    const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link;
+    const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link_type;
     return is_link ? name_packet(id, {{found->second.content, {}}}) : status_packet(id, status_code::failure);
 }
 
-std::string sftp_peer::resolve(std::string path) const
+std::string sftp_peer::resolve(const std::string& path) const
 {
     if (path == "." || path.empty()) {
-        return "/";
+        return home;
     }
-    for (int links = 0; links < 8; ++links) {
-        const auto found = nodes.find(path);
-        if (found == nodes.end() || (found->second.mode & 0170000) != 0120000) {
-            break;
-        }
-        path = found->second.content;
-    }
-    return path;
+    return support::follow_links(path, [this](const std::string& at) -> std::optional<std::string> {
+        const auto found = nodes.find(at);
+        const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link_type;
+        return is_link ? std::optional(found->second.content) : std::nullopt;
+    });
+}
+
+std::string sftp_peer::read_own_path(packet_reader& fields) const
+{
+    const std::string path(fields.read_string());
+    const std::string above = resolve(parent(path));
+    return path == "/" ? path : (above == "/" ? "" : above) + path.substr(path.rfind('/'));
 }
 
 std::string sftp_peer::open(request asked)
@@ -383,8 +391,8 @@ std::string sftp_peer::remove(const request& asked, const std::string& path)
 
 std::string sftp_peer::rename(request asked, bool replace)
 {
-    const std::string from(asked.fields.read_string());
-    const std::string to(asked.fields.read_string());
+    const std::string from = read_own_path(asked.fields);
+    const std::string to = read_own_path(asked.fields);
     const auto found = nodes.find(from);
     if (found == nodes.end()) {
         return status_packet(asked.id, status_code::no_such_file, "No such file");

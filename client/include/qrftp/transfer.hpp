@@ -25,6 +25,10 @@ struct transfer_options {
     bool resume = false;
     /// Replaces a target that exists. Otherwise it is refused with `AlreadyExists`.
     bool replace = true;
+    /// Fetching: a symbolic link in the place of the target stands for what it leads to. Where the target's
+    /// name is the server's choice, set it to false: a link in the place of a file is then replaced itself, and
+    /// one in the place of a tree's root is refused (`UnsafeName`), as below the root always.
+    bool follow_target = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;
     /// Gives the target the permissions of its source, as far as the server can (SITE CHMOD on FTP);

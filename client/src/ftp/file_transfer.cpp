@@ -115,6 +115,7 @@ request_result file_fetch::receive_part(size_is source)
         file_.write(range_.begin + received_, bytes);
         received_ += bytes.size();
     };
+    wanted.on_tick = [&] { file_.tick(); };
     wanted.restart = [&] { return restart(); };
     request_result result = server_.run(wanted);
     if (!result.is_done()) {
@@ -158,6 +159,7 @@ private:
 
 void file_send::run()
 {
+    server_.check_name(file_.target());
     if (!file_.may_replace() && server_.find(file_.target())) {
         throw AlreadyExists(file_.target());
     }

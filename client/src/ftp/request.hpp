@@ -34,6 +34,7 @@ struct request {
     /// The body begins; told is the size, where the request asked for it.
     std::function<void(std::optional<std::uint64_t> size)> on_begin{};
     std::function<void(std::string_view)> on_data{}; ///< wants the body
+    std::function<void()> on_tick{};                 ///< called while the request runs, every second at least
     const upload_source* source = nullptr;           ///< sends a body
     byte_range range{};                              ///< of the file; an upload begins at its beginning
     bool want_size = false;                          ///< asks for the size before a body is fetched

@@ -42,8 +42,8 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
     });
 }
 
-basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress)
-    : upload(std::move(target)), options_(options), meter_(progress)
+basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new)
+    : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
 {
     path_ = options.in_place || options.resume ? this->target() : temporary_beside(this->target());
 }
@@ -75,9 +75,10 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 }
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
-                         const transfer_options& options, meter& progress, unsigned parts)
-    : basic_upload(std::move(target), options, progress), source_(std::move(source)), shown_(std::move(shown)),
-      status_(with_local_errors(shown_, [&] { return source_->status(); })), parts_left_(parts)
+                         const transfer_options& options, meter& progress, unsigned parts, bool is_new)
+    : basic_upload(std::move(target), options, progress, is_new), source_(std::move(source)),
+      shown_(std::move(shown)), status_(with_local_errors(shown_, [&] { return source_->status(); })),
+      parts_left_(parts)
 {
 }
 

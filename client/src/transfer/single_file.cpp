@@ -53,7 +53,7 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     const unsigned parts = useful_parts(server, options, size);
     connection_pool pool(from.location(), session_access::options(from), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
-    file_download file(path, find_local_place(local), options, progress, {}, parts);
+    file_download file(path, find_local_place(local, options.follow_target), options, progress, {}, parts);
     copy_parts<download>(from, pool, file, size, parts, &protocol::fetch);
 }
 
