@@ -1,61 +1,32 @@
 #!/usr/bin/env python3
-"""python_compare.py [JOB…]: the Python package beside paramiko, asyncssh, ftplib and fsspec's own "sftp", on loopback.
+"""python_compare.py BUILD_FOLDER [JOB…]: the Python package beside paramiko, asyncssh, ftplib and fsspec's own "sftp".
 
-Starts servers with packaging/servers.sh, and between them and the clients, for the jobs that say so, a relay that holds
-everything back for 25 ms in each direction. Each job is run three times (BENCH_ROUNDS) by each client, in turn; the medians count.
-PYTHONPATH must lead to the package. Prints one line for each job and client: seconds, and how many times as long as the package."""
+Starts servers on loopback with packaging/servers.sh, and for the jobs "many" and "ranges" a line with round trips of
+50 ms. Each job is run three times (BENCH_ROUNDS) by each client, in turn; the medians count. Prints one line for each job
+and client: seconds, and how many times as long as the package."""
 
 import asyncio
 import ftplib
 import os
 import shutil
-import socket
 import ssl
 import statistics
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 from pathlib import Path
 
-import qrftp
-
 ROOT = Path(__file__).parents[1]
+BUILD = Path(sys.argv[1]).resolve()
+sys.path.insert(0, str(BUILD / "python"))
+
+import qrftp  # noqa: E402
+
 LARGE = int(os.environ.get("BENCH_MIB", 512)) << 20
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
 FILES, SMALL, RANGES, PART = 2000, 4096, 1000, 64 << 10
-DELAY = 0.025
-
-
-class Delay(threading.Thread):
-    """A relay to 127.0.0.1:`port` that delivers everything DELAY seconds later."""
-
-    def __init__(self, port):
-        super().__init__(daemon=True)
-        self.loop, self.target, self.ready = asyncio.new_event_loop(), port, threading.Event()
-        self.start()
-        self.ready.wait()
-
-    def run(self):
-        self.loop.run_until_complete(self.serve())
-        self.loop.run_forever()
-
-    async def serve(self):
-        server = await asyncio.start_server(self.accept, "127.0.0.1", 0)
-        self.port = server.sockets[0].getsockname()[1]
-        self.ready.set()
-
-    async def accept(self, reader, writer):
-        far_reader, far_writer = await asyncio.open_connection("127.0.0.1", self.target)
-        for each in (writer, far_writer):
-            each.get_extra_info("socket").setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        await asyncio.gather(self.forward(reader, far_writer), self.forward(far_reader, writer))
-
-    async def forward(self, reader, writer):
-        while data := await reader.read(1 << 20):
-            self.loop.call_later(DELAY, writer.write, data)
-        self.loop.call_later(DELAY, writer.close)
+NEAR, FAR = "127.0.0.1", "127.0.0.2"  # the servers, and the slow line to them
 
 
 class Bench:
@@ -67,30 +38,35 @@ class Bench:
         self.env = dict(line.split("=", 1) for line in lines)
         self.home = Path(self.env["HOME_DIR"])
         self.port = int(self.env["SSHD_PORT"])
-        self.far = Delay(self.port).port
+        self.relay = subprocess.Popen([BUILD / "bench/delay_relay", FAR, NEAR, str(self.port)], text=True,
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE)  # fmt: skip
+        self.relay.stdout.readline()
+        self.relay.stdin.write("25\n")
+        self.relay.stdin.flush()
+        self.relay.stdout.readline()
         (folder / "large").write_bytes(os.urandom(1 << 20) * (LARGE >> 20))
         (folder / "small").mkdir()
         for number in range(FILES):
             (folder / f"small/{number}").write_bytes(os.urandom(SMALL))
 
-    def session(self, port):
-        return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@127.0.0.1:{port}", key=self.env["KEY"], ssh_config="",
+    def session(self, host=NEAR):
+        return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@{host}:{self.port}", key=self.env["KEY"], ssh_config="",
                              host_keys="off", agent=False)  # fmt: skip
 
-    def paramiko(self, port):
+    def paramiko(self, host=NEAR):
         import paramiko
 
         client = paramiko.SSHClient()
         client.set_missing_host_key_policy(paramiko.AutoAddPolicy())
-        client.connect("127.0.0.1", port, self.env["SSHD_USER"], key_filename=self.env["KEY"], allow_agent=False,
+        client.connect(host, self.port, self.env["SSHD_USER"], key_filename=self.env["KEY"], allow_agent=False,
                        look_for_keys=False)  # fmt: skip
         return client, client.open_sftp()
 
-    def asyncssh(self, port, work):
+    def asyncssh(self, work, host=NEAR):
         import asyncssh
 
         async def run():
-            async with asyncssh.connect("127.0.0.1", port, username=self.env["SSHD_USER"], known_hosts=None,
+            async with asyncssh.connect(host, self.port, username=self.env["SSHD_USER"], known_hosts=None,
                                         client_keys=[self.env["KEY"]], config=None) as connection:  # fmt: skip
                 async with connection.start_sftp_client() as sftp:
                     await work(sftp)
@@ -117,23 +93,23 @@ class Bench:
     def large(self, up):
         local, remote = str(self.folder / ("large" if up else "fetched")), str(self.home / ("sent" if up else "large"))
         def own():
-            with self.session(self.port) as session:
+            with self.session() as session:
                 session.send(local, remote) if up else session.fetch(remote, local)
         def by_paramiko():
-            client, sftp = self.paramiko(self.port)
+            client, sftp = self.paramiko()
             sftp.put(local, remote) if up else sftp.get(remote, local)
             client.close()
         def by_asyncssh():
-            self.asyncssh(self.port, lambda sftp: sftp.put(local, remote) if up else sftp.get(remote, local))
+            self.asyncssh(lambda sftp: sftp.put(local, remote) if up else sftp.get(remote, local))
         return {"qrftp": own, "paramiko": by_paramiko, "asyncssh": by_asyncssh}
 
     def many(self):
         target, remote = self.folder / "many", str(self.home / "small")
         def own():
-            with self.session(self.far) as session:
+            with self.session(FAR) as session:
                 session.fetch_tree(remote, target)
         def by_paramiko():  # one tenth, since it takes minutes
-            client, sftp = self.paramiko(self.far)
+            client, sftp = self.paramiko(FAR)
             target.mkdir(exist_ok=True)
             for number in range(FILES // 10):
                 sftp.get(f"{remote}/{number}", str(target / str(number)))
@@ -146,7 +122,7 @@ class Bench:
                     async with limit:
                         await sftp.get(f"{remote}/{number}", str(target / str(number)))
                 await asyncio.gather(*map(get, range(FILES)))
-            self.asyncssh(self.far, work)
+            self.asyncssh(work, FAR)
         return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko, "asyncssh, 100 at once": by_asyncssh}
 
     def ftp_large(self):
@@ -167,7 +143,7 @@ class Bench:
         own_options = {"key": self.env["KEY"], "ssh_config": "", "host_keys": "off", "agent": False}
         their_options = {"key_filename": self.env["KEY"], "allow_agent": False, "look_for_keys": False}
         def read(protocol, options, count):
-            system = fsspec.filesystem(protocol, host="127.0.0.1", port=self.far, username=self.env["SSHD_USER"],
+            system = fsspec.filesystem(protocol, host=FAR, port=self.port, username=self.env["SSHD_USER"],
                                        skip_instance_cache=True, **options)  # fmt: skip
             starts = [number * (LARGE // RANGES) for number in range(count)]
             parts = system.cat_ranges([str(self.home / "large")] * count, starts, [each + PART for each in starts])
@@ -176,8 +152,9 @@ class Bench:
                 "fsspec's sftp (a tenth of the ranges, times 10)": lambda: read("sftp", their_options, RANGES // 10)}  # fmt: skip
 
     def imports(self):
+        environment = {**os.environ, "PYTHONPATH": str(BUILD / "python")}
         def load(name):
-            return lambda: subprocess.run([sys.executable, "-c", f"import {name}"], check=True)
+            return lambda: subprocess.run([sys.executable, "-c", f"import {name}"], check=True, env=environment)
         return {"qrftp": load("qrftp"), "paramiko": load("paramiko"), "no module": load("sys")}
 
 
@@ -185,6 +162,7 @@ def main():
     folder = Path(tempfile.mkdtemp(prefix="qrftp-"))
     folder.chmod(0o711)
     (folder / "servers").mkdir()
+    bench = None
     try:
         bench = Bench(folder)
         shutil.copy(folder / "large", bench.home)
@@ -192,7 +170,7 @@ def main():
         subprocess.run(["chmod", "-R", "a+rX", bench.home], check=True)
         jobs = {"down": lambda: bench.large(False), "up": lambda: bench.large(True), "many": bench.many,
                 "ftp": bench.ftp_large, "ranges": bench.ranges, "import": bench.imports}  # fmt: skip
-        for job in sys.argv[1:] or jobs:
+        for job in sys.argv[2:] or jobs:
             clients, seconds = jobs[job](), {}
             for _ in range(ROUNDS):
                 for name, work in clients.items():
@@ -204,6 +182,9 @@ def main():
             for name, median in medians.items():
                 print(f"{job:8} {name:48} {median:9.3f} s {median / medians['qrftp']:8.2f}", flush=True)
     finally:
+        if bench:
+            bench.relay.stdin.close()
+            bench.relay.wait()
         subprocess.run([ROOT / "packaging/servers.sh", "stop", folder / "servers"], check=True)
         shutil.rmtree(folder)
 
