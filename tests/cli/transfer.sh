@@ -20,6 +20,9 @@ round_trips() { # URL OPTION…: of the login folder
 mkdir one two && touch {one,two}/r && options=(--tls none)
 ends 0 mkdir "$ftp"/{one,two} && silent put one/r "$ftp/one" && silent put two/r "$ftp/two" && ends 2 get "$ftp/*/r" . && said '*both become*'
 ends 2 put one/r two/r "$ftp/" && [[ ! -e r && ! -e $HOME_DIR/r ]] && silent rm -r "$ftp"/{one,two}
+# What is open is written to as it is.
+silent put "a b" "$ftp/s" && "$qrftp" get "$ftp/s" /dev/stdout "${options[@]}" | cmp - "a b"
+echo before >log && "$qrftp" get "$ftp/s" /dev/stdout "${options[@]}" >>log && cmp log <(echo before && cat "a b") && silent rm "$ftp/s"
 round_trips "$ftp" --tls opportunistic --cacert "$CA_FILE"
 round_trips "$ftp/$HOME_DIR" --tls none --active
 round_trips "sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~" --key "$KEY_PASS"
