@@ -51,8 +51,8 @@ struct transfer_options {
     unsigned jobs = 1;
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;
-    /// Called several times a second, and at the end with the final figures, on the thread of the transfer;
-    /// false ends it with `Cancelled`.
+    /// Called several times a second, about every second while nothing moves, and at the end with the final
+    /// figures, on the thread of the transfer; false ends it with `Cancelled`.
     std::function<bool(const progress&)> on_progress{};
 };
 

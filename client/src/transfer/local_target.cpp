@@ -139,7 +139,8 @@ bool local_target::open_target()
     try {
         with_local_errors(place_.shown, [&] { file_ = place_.folder->open_file(place_.name, how, links()); });
     } catch (const LocalFileError& failure) {
-        if (failure.code() == std::errc::no_such_device_or_address) {
+        const bool is_pipe = existing_ && existing_->type == fs::file_type::fifo; // A socket never opens.
+        if (is_pipe && failure.code() == std::errc::no_such_device_or_address) {
             return false;
         }
         throw;
