@@ -6,8 +6,6 @@
 #include <memory_files.hpp>
 #include <sftp_peer.hpp>
 
-#include <deque>
-
 using namespace qrftp;
 using namespace qrftp::sftp;
 
@@ -96,10 +94,9 @@ static bool succeeds(const Work& work)
     }
 }
 
-template <class File>
-static void expect_ended(memory_batch<File>& batch, const auto& files)
+static void expect_ended(auto& batch)
 {
-    for (const auto& file : files) {
+    for (const auto& file : batch.files) {
         require(batch.result(file) != "several");
         require(file.finishes == (batch.result(file).empty() ? 1 : 0));
     }
@@ -107,25 +104,22 @@ static void expect_ended(memory_batch<File>& batch, const auto& files)
 
 static void copy_files(sftp_protocol& server)
 {
-    std::deque<memory_download> down;
-    memory_batch<download> downs;
-    std::deque<memory_upload> up;
-    memory_batch<upload> ups;
+    memory_batch<memory_download> downs;
+    memory_batch<memory_upload> ups;
     for (std::size_t i = 0; i < 4; ++i) {
         const std::string path = "/d" + std::to_string(i) + "/f";
-        downs.add(down.emplace_back(path, i % 2 == 0 ? std::optional(i * 1'000) : std::nullopt));
-        ups.add(up.emplace_back(path, std::string(i * 1'000, 'y'), i % 2 == 0));
-        up.back().resume = i == 3;
+        downs.add(path, i % 2 == 0 ? std::optional(i * 1'000) : std::nullopt);
+        ups.add(path, std::string(i * 1'000, 'y'), i % 2 == 0).resume = i == 3;
     }
     if (succeeds([&] { server.fetch(downs); })) {
-        expect_ended(downs, down);
-        for (const memory_download& file : down) {
+        expect_ended(downs);
+        for (const memory_download& file : downs.files) {
             require(file.is_in_order &&
                     (!downs.result(file).empty() || file.facts.size == file.content.size()));
         }
     }
     if (succeeds([&] { server.send(ups); })) {
-        expect_ended(ups, up);
+        expect_ended(ups);
     }
 }
 

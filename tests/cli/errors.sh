@@ -18,6 +18,7 @@ wrong 2 '*cannot be sent*' ls "$ftp/" --tls none --user $'u\r\nDELE there'
 wrong 3 '*No connection*' ls ftp://127.0.0.1:1/
 for trust in "--cacert $OTHER_CA_FILE" "--tls strict" "--tls opportunistic"; do wrong 9 '*certificate*' ls "$ftp/" $trust; done
 for check in strict accept-new; do wrong 9 '*not the one*' ls "$sftp/" --host-key $check --known-hosts "$work/changed"; done
+wrong 7 '*nowhere*' ls "$ftp/" --cacert nowhere
 url=$ftp
 options=(--tls none)
 QRFTP_PASSWORD=wrong wrong 4 '*refused*' ls "$url/"

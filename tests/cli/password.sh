@@ -10,7 +10,7 @@ logs_in() { # STATUS PATTERN ARGUMENT…: without a terminal
 netrc() { printf '%s\n' "$@" >"$HOME/.netrc" && chmod 600 "$HOME/.netrc"; }
 echo "$PASSWORD" >"$work/right" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
 logs_in 4 '*no terminal*' "$ftp" && logs_in 4 '*no terminal*' "$sftp" && logs_in 0 "" "${ftp/@/:$PASSWORD@}"
-logs_in 0 "" "$ftp" --password-file "$work/right" && QRFTP_PASSWORD=$PASSWORD logs_in 0 "" "$sftp"
+QRFTP_PASSWORD=$PASSWORD logs_in 0 "" "$sftp"
 netrc "machine 127.0.0.1 login $USER password \"$PASSWORD\"" && logs_in 0 "" "${ftp/$USER@/}" && logs_in 0 "" "$sftp"
 chmod 644 "$HOME/.netrc" && logs_in 0 '*Warning*.netrc*' "$ftp"
 # A netrc file that cannot be read stops nothing that does not need it.

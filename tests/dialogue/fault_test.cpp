@@ -3,10 +3,8 @@
 // by one.
 
 #include "allocator.hpp"
-#include "faulty_file_system.hpp"
+#include "core_stage.hpp"
 #include "ledger.hpp"
-#include "operations.hpp"
-#include "scripted_peer.hpp"
 
 #include <dlfcn.h>
 #include <fstream>
@@ -14,7 +12,6 @@
 #include <qrftp/client.hpp>
 #include <qrftp/known_hosts.hpp>
 #include <regex>
-#include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
 using namespace support;
@@ -147,25 +144,21 @@ std::string untyped(const std::string& commands)
     return std::regex_replace(commands, std::regex("TYPE .\\|"), "");
 }
 
-/// The core on a peer, in /home/u, with local files in memory.
-struct core_stage {
-    static constexpr auto home = "ftp://127.0.0.1//home/u/", local = "local";
-    core_stage()
+/// The core, whose connection is put back where it stood before every call.
+struct stage : core_stage {
+    stage()
     {
-        peer.file("f", "remote");
-        peer.passive_address(
-            "127,0,0,1"); // libcurl blames EPSV for a data connection that it had no memory for
-        for (const char* verb : {"mkdir", "rmdir", "rename", "rm"})
-            peer.on(verb, answer::reply("250 done"));
-        exchange_file_system(faults);
-        log_in(connection, scripted_peer::host_url, peer.port());
+        // libcurl blames EPSV for a data connection that it had no memory for.
+        peer.passive_address("127,0,0,1");
+        open();
         prepare();
     }
-    ~core_stage() { exchange_file_system(nullptr); }
     void prepare()
     {
         core::unsafe_cd(connection, home);
-        peer.clear_commands(), ledger::start(), memory->put(local, "12345");
+        peer.clear_commands();
+        ledger::start();
+        memory->put(local, "12345");
     }
     void expect_sound(const operation& op)
     {
@@ -180,10 +173,6 @@ struct core_stage {
         EXPECT_EQ(core::pwd(connection) + '/', core::percent_decode(connection, url.substr(16)));
         prepare();
     }
-    std::shared_ptr<MemoryFileSystem> memory = std::make_shared<MemoryFileSystem>();
-    std::shared_ptr<FaultyFileSystem> faults = std::make_shared<FaultyFileSystem>(memory);
-    scripted_peer peer{};
-    core::curl_ptr connection{};
 };
 
 /// The client on a peer, and a local folder.
@@ -213,13 +202,9 @@ struct client_stage {
         if (files)
             fs::remove_all(local);
         for (const auto& [name, content] : files ? before : decltype(before)())
-            fs::create_directories((local / name).parent_path()), std::ofstream(local / name) << content;
+            write_file(local / name, content);
     }
-    std::string content(const std::string& name) const
-    {
-        std::ifstream file(local / name);
-        return {std::istreambuf_iterator(file), {}};
-    }
+    std::string content(const std::string& name) const { return support::content(local / name); }
     bool sent(const std::string& command) const { return std::ranges::count(peer.commands(), command) > 0; }
     bool uploaded(const std::string& to, const std::string& bytes) const
     {
@@ -287,23 +272,9 @@ struct client_operation {
         [](auto& t) { return t.fine && (__VA_ARGS__); } \
     }
 const qrftp::host_key key{"h", "ssh-ed25519", "\0\0\0\x0bssh-ed25519 key"s};
-qrftp::transfer_options transferring(bool resume, bool keep_time)
-{
-    qrftp::transfer_options options;
-    options.resume = resume;
-    options.keep_time = keep_time;
-    return options;
-}
-qrftp::sync_options mirroring()
-{
-    qrftp::sync_options options;
-    options.jobs = 1;
-    options.remove_extra = true;
-    return options;
-}
-const auto rest = transferring(true, false);
-const auto timed = transferring(false, true);
-const auto mirror = mirroring();
+const qrftp::transfer_options rest{.resume = true};
+const qrftp::transfer_options timed{.keep_time = true};
+const qrftp::sync_options mirror{{.jobs = 1}, true};
 const auto operations = std::to_array<client_operation>(
     {DO(c.fetch("f", l / "f", timed), t.content("f") == t.remote.at("f")),
      DO(c.fetch("rest", l / "part", rest), t.content("part") == t.remote.at("f")),
@@ -343,7 +314,7 @@ TEST(Faults, OfTheHostAreToldByTheCoreWhichStaysWhereItWas)
         for (const auto& op : ftp_operations(u"local")) {
             if (!with.memory && op.name != "receive_file" && op.name != "send_file")
                 continue;
-            core_stage s;
+            stage s;
             at_every_call(op.name + " " + with.name, [&](int n) {
                 // The core does not look at the result of a setting.
                 const auto [ended, met] = run(with, *s.faults, n, false, [&] { op.call(s.connection); });

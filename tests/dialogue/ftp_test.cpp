@@ -16,50 +16,13 @@ namespace {
 const auto denied = answer::reply("550 no");
 const auto unknown = answer::reply("500 unknown");
 
-std::vector<std::string> names(const qrftp::listing& listing)
-{
-    std::vector<std::string> all;
-    for (const auto& each : listing.entries)
-        all.push_back(each.name);
-    return all;
-}
-
 } // namespace
-
-TEST(Ftp, NamesNothingAnewWhenTheOldNameWasRefused)
-{
-    client_stage t({{"RNFR", denied}});
-    EXPECT_NE(error_of_client([&] { t.open().rename("f", "new"); }), "");
-    EXPECT_EQ(t.sent({"RNFR", "RNTO"}), "RNFR ~f");
-}
 
 TEST(Ftp, SendsBothNamesAgainWhenTheServerSaidGoodbyeInBetween)
 {
     client_stage t({{"RNTO", answer::reply("421 bye").then_drop(), 1}});
     t.open().rename("f", "new");
     EXPECT_EQ(t.sent({"RNFR", "RNTO"}), "RNFR ~f|RNTO ~new|RNFR ~f|RNTO ~new");
-}
-
-TEST(Ftp, TakesWhatIsNoSizeForNone)
-{
-    for (const char* const size : {"213 -1", "213 99999999999999999999", "213 5", "213 six"}) {
-        SCOPED_TRACE(size);
-        client_stage t(
-            {{"SIZE", answer::reply(size)}, {"RETR", answer::transfer(whole, "226 done (5 bytes)\r\n")}});
-        t.open().fetch("f", t.local / "got");
-        EXPECT_EQ(files_in(t.local)["got"], "remote");
-    }
-}
-
-TEST(Ftp, OpensNothingBeforeTheServerHasTheFile)
-{
-    client_stage t({{"RETR", denied}});
-    qrftp::transfer_options in_place;
-    in_place.in_place = true;
-    const auto before = files_in(t.local);
-    EXPECT_EQ(error_of_client([&] { t.open().fetch("none", t.local / "new", in_place); }), "NotFound");
-    EXPECT_EQ(error_of_client([&] { t.client->fetch("f", t.local / "f", in_place); }), "PermissionDenied");
-    EXPECT_EQ(files_in(t.local), before);
 }
 
 TEST(Ftp, RefusesDataConnectionsOfOthersInTheClear)
@@ -105,7 +68,7 @@ TEST(Ftp, ListsHiddenFilesWhereTheServerCan)
         t.peer.body("LIST -a", row.all_body);
         for (int time = 1; time <= 2; ++time) {
             const auto listing = time == 1 ? t.open().list() : t.client->list();
-            EXPECT_EQ(names(listing), row.found);
+            EXPECT_EQ(names_in(listing), row.found);
             EXPECT_THAT(listing.skipped, IsEmpty());
         }
         EXPECT_EQ(t.sent({"LIST"}), row.sent);
@@ -129,10 +92,8 @@ TEST(Ftp, SetsTimesAsTheServerCanAndSaysOnceThatItCannot)
         client_stage t({{"FEAT", row.features}, {"MFMT", row.mfmt}, {"MDTM", row.mdtm}});
         std::vector<std::string> warnings;
         t.options.on_warning = [&](const std::string& sentence) { warnings.push_back(sentence); };
-        qrftp::transfer_options options;
-        options.keep_time = true;
-        t.open().send(t.local / "f", "t", options);
-        t.client->send(t.local / "f", "t", options);
+        t.open().send(t.local / "f", "t", {.keep_time = true});
+        t.client->send(t.local / "f", "t", {.keep_time = true});
         std::string verbs;
         for (const auto& line : t.peer.commands())
             if (line.starts_with("MFMT") || line.starts_with("MDTM"))
@@ -191,5 +152,6 @@ TEST(Ftp, IsCancelledAtOnceWhateverItWaitsFor)
                   }),
                   "Cancelled");
         EXPECT_LT(std::chrono::steady_clock::now() - asked, 500ms);
+        EXPECT_EQ(error_of_client([&] { (void)t.open(); }), "Cancelled") << "and every later request";
     }
 }

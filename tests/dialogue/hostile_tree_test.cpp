@@ -269,20 +269,6 @@ TEST(OneHostileTree, NothingIsRemovedWhenALocalFolderCannotBeRead)
     EXPECT_EQ(stage.destination(), with(mine, {{"a", "new"}}));
 }
 
-TEST(OneHostileTree, HiddenFilesAreSeenWhereListTakesAnOption)
-{
-    const auto plain = "-rw-r--r-- 1 u u 3 Jan 02 2024 a\r\n"s;
-    const auto hidden = plain + "-rw-r--r-- 1 u u 6 Jan 02 2024 .rc\r\n";
-    const files source{{"a", "new"}, {".rc", "hidden"}};
-    const tree_row of = fetching("", source, {{".rc", "old"}})
-                            .on("FEAT", answer::reply("211 none"))
-                            .lists("LIST", plain)
-                            .lists("LIST -a", hidden);
-    tree_stage stage(of);
-    EXPECT_EQ(error_of_client([&] { (void)stage.run(); }), "");
-    EXPECT_EQ(stage.destination(), source);
-}
-
 TEST(OneHostileTree, ANameIsNoCommand)
 {
     const files names{{"b\nNOOP 1", "x"}, {"d\nNOOP 2", "/"}, {"d\nNOOP 2/f", "x"}};
@@ -341,15 +327,6 @@ TEST(OneHostileTree, FoldersAboveTheLoginFolderAreNotRemoved)
         EXPECT_EQ(error_of_client([&] { client.remove_folder(name, true); }), "PermissionDenied") << name;
     EXPECT_EQ(t.peer.kept(), before);
     EXPECT_EQ(t.sent({"DELE", "RMD", "MLSD"}), "");
-}
-
-TEST(OneHostileTree, APatternThatWasEscapedIsAName)
-{
-    client_stage t;
-    t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/foo1.txt", ""}, {"/home/u/foo[12].txt", ""}});
-    const auto found = qrftp::glob(t.open(), qrftp::glob_escape("foo[12].txt"));
-    ASSERT_EQ(found.size(), 1U);
-    EXPECT_EQ(found[0].what.name, "foo[12].txt");
 }
 
 TEST(OneHostileTree, NoLinkIsFollowedUnderANameThatTheServerChose)

@@ -1,14 +1,11 @@
 // Every operation on the wire: the commands it sends, the options it sets and puts back, and what it makes of a
 // server that misbehaves at any step.
 
-#include "faulty_file_system.hpp"
+#include "core_stage.hpp"
 #include "ledger.hpp"
-#include "operations.hpp"
-#include "scripted_peer.hpp"
 
 #include <foundation/core/except/Exception.hpp>
 #include <gmock/gmock.h>
-#include <zorbel/io/common/file/MemoryFileSystem.hpp>
 
 using namespace support;
 using namespace zorbel::io::common::file;
@@ -18,30 +15,20 @@ namespace {
 const std::string home = "ftp://127.0.0.1//home/u/";
 const fl::ustring local = u"local";
 
-/// A peer, a connection that stands in /home/u, and local files in memory, behind faults that a test may order.
-struct stage {
+/// A stage whose connection is open: cold, it was lost behind the login.
+struct stage : core_stage {
     explicit stage(bool cold = false, std::chrono::milliseconds patience = std::chrono::seconds(5))
-        : peer("/home/u", patience)
+        : core_stage(patience)
     {
-        memory->put(local, "12345");
-        exchange_file_system(faults);
-        peer.file("f", "remote");
-        for (const char* verb : {"mkdir", "rmdir", "rename", "rm"})
-            peer.on(verb, answer::reply("250 done"));
         if (cold)
             peer.on("PWD", answer::drop_after(), 3); // the last command of the login
-        EXPECT_EQ(log_in(connection, scripted_peer::host_url, peer.port()), "/home/u");
+        open();
         if (cold)
             peer.await_drop();
         next_step = static_cast<int>(peer.commands().size()) + 1;
         peer.clear_commands();
         ledger::start();
     }
-    ~stage() { exchange_file_system(nullptr); }
-    std::shared_ptr<MemoryFileSystem> memory = std::make_shared<MemoryFileSystem>();
-    std::shared_ptr<FaultyFileSystem> faults = std::make_shared<FaultyFileSystem>(memory);
-    scripted_peer peer;
-    core::curl_ptr connection;
     int next_step = 0;
 };
 
@@ -137,11 +124,13 @@ TEST(Outcome, OfAReplyIsTheStatedErrorWithItsArguments)
         {"MKD", "553 no", [](auto& c) { core::create_folder(c, "d"); }, {"InternalError", "mkdir", "d"}},
         {"RMD", "550 no", [](auto& c) { core::delete_folder(c, "/d"); }, {"FolderNotEmpty", "/d"}},
         {"RMD", "450 no", [](auto& c) { core::delete_folder(c, "d"); }, {"FTPError", "450"}},
+        {"RMD", "553 no", [](auto& c) { core::delete_folder(c, "d"); }, {"FTPError", "553"}},
         {"RETR",
          "550 no",
          [](auto& c) { core::receive_file(c, u"f", local, false); },
          {"FileUnavailable", "f"}},
         {"RETR", "451 no", [](auto& c) { core::receive_file(c, u"f", local, false); }, {"FTPError", "451"}},
+        {"RETR", "553 no", [](auto& c) { core::receive_file(c, u"f", local, false); }, {"FTPError", "553"}},
         {"STOR", "553 no", [](auto& c) { core::send_file(c, local, u"g", false); }, {"UploadFailed", "local"}},
         {"RNFR", "499 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"nothing"}},
         {"RNFR", "500 no", [](auto& c) { core::rename_remote_file(c, u"a", u"b"); }, {"FTPError", "500"}},

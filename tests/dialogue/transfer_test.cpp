@@ -105,13 +105,12 @@ TEST(Transfer, FetchesAllOrNothing)
                                       {cut(3, ""), "SizeMismatch"},
                                       {cut(whole, "421 bye\r\n"), "ConnectionLost"},
                                       {cut(whole, ""), "ConnectionLost"}})
-        for (const auto& [once, listed] : {std::pair(false, 0U), {true, 0U}, {true, 6U}, {true, 7U}}) {
+        for (const auto& [once, listed] :
+             {std::pair(false, std::uint64_t{0}), {true, 0}, {true, 6}, {true, 7}}) {
             SCOPED_TRACE(*what.bytes + " " + error + (once ? " once, listed with " : " ") +
                          std::to_string(listed));
             client_stage t({{"RETR", what, once ? 1 : 0}});
-            transfer_options options;
-            if (listed > 0)
-                options.listed_size = listed;
+            const transfer_options options{.listed_size = listed > 0 ? std::optional(listed) : std::nullopt};
             const auto got = error_of_client([&] { t.open().fetch("f", t.local / "f", options); });
             EXPECT_EQ(got.empty(), once) << got;
             EXPECT_EQ(files_in(t.local).at("f"), once ? "remote" : "local");
@@ -140,9 +139,8 @@ TEST(Transfer, BelievesNoSizeThatCannotBe)
         for (const bool in_place : {false, true}) {
             SCOPED_TRACE(size + (in_place ? " in place" : ""));
             client_stage t({{"SIZE", answer::reply(size)}});
-            transfer_options options;
-            options.in_place = in_place;
-            EXPECT_EQ(error_of_client([&] { t.open().fetch("f", t.local / "f", options); }), error);
+            const auto fetch = [&] { t.open().fetch("f", t.local / "f", {.in_place = in_place}); };
+            EXPECT_EQ(error_of_client(fetch), error);
             EXPECT_EQ(files_in(t.local).at("f"), in_place ? "remote" : got);
         }
 }
@@ -152,9 +150,7 @@ TEST(Transfer, AsksTheServerBeforeItTouchesTheLocalFile)
     for (const bool resumes : {false, true}) {
         client_stage t({{"RETR", denied}, {"SIZE", denied}, {"MLST", denied}});
         t.peer.body("MLSD /home/u", "");
-        transfer_options options;
-        options.in_place = true;
-        options.resume = resumes;
+        const transfer_options options{.in_place = true, .resume = resumes};
         for (const char* const name : {"f", "new"})
             EXPECT_NE(error_of_client([&] { t.open().fetch("f", t.local / name, options); }), "");
         EXPECT_EQ(files_in(t.local), (files{{"f", "local"}, {"long", "longer than the remote one"}}))
@@ -216,49 +212,19 @@ TEST(Transfer, AlwaysReportsTheFinalProgress)
 
 TEST(Transfer, IsCancelledAndLeavesNothing)
 {
-    for (const bool by_progress : {true, false}) {
-        client_stage t;
-        t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/t", "old"}});
-        const files before = t.peer.kept();
-        std::stop_source stop;
-        t.options.stop = stop.get_token();
-        transfer_options options;
-        options.on_progress = [&](const auto&) { return !by_progress; };
-        if (!by_progress)
-            t.peer.on("STOR", answer::silence());
-        auto& client = t.open();
-        const std::jthread asks([&](const std::stop_token& test_ends) {
-            while (!by_progress && t.sent({"STOR"}).empty() && !test_ends.stop_requested())
-                std::this_thread::yield();
-            stop.request_stop();
-        });
-        EXPECT_EQ(error_of_client([&] { client.send(t.local / "f", "t", options); }), "Cancelled");
-        EXPECT_EQ(t.peer.kept(), before);
-    }
-}
-
-TEST(Transfer, GivesPartsToProgramsAndTakesContentFromThem)
-{
-    client_stage t;
-    t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", "remote"}});
+    client_stage t({{"STOR", answer::silence()}});
+    t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/t", "old"}});
+    const files before = t.peer.kept();
+    std::stop_source stop;
+    t.options.stop = stop.get_token();
     auto& client = t.open();
-    transfer_options part;
-    part.offset = 2;
-    EXPECT_EQ(client.fetch_string("f", part), "mote");
-    part.length = 3;
-    EXPECT_EQ(client.fetch_string("f", part), "mot");
-    part.offset = 6;
-    EXPECT_EQ(client.fetch_string("f", part), "");
-    client.send_string("from memory", "t");
-    EXPECT_EQ(client.fetch_string("t"), "from memory");
-    std::string rest = "from a reader";
-    const auto read = [&](std::span<char> buffer) {
-        const auto size = rest.copy(buffer.data(), std::min<std::size_t>(buffer.size(), 4));
-        rest.erase(0, size);
-        return size;
-    };
-    client.send(read, "n");
-    EXPECT_EQ(client.fetch_string("n"), "from a reader");
+    const std::jthread asks([&](const std::stop_token& test_ends) {
+        while (t.sent({"STOR"}).empty() && !test_ends.stop_requested())
+            std::this_thread::yield();
+        stop.request_stop();
+    });
+    EXPECT_EQ(error_of_client([&] { client.send(t.local / "f", "t"); }), "Cancelled");
+    EXPECT_EQ(t.peer.kept(), before);
 }
 
 TEST(Transfer, ReportsASecondInWhichNothingComesSoThatItCanBeEnded)

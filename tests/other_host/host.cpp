@@ -15,17 +15,13 @@ std::string fl::i18n::ustring_to_utf8(const ustring& text)
 {
     std::string bytes;
     for (const unsigned unit : text) {
-        if (unit >= 0xd800 && unit < 0xe000) {
-            throw std::range_error("a character of two code units");
+        if (unit >= 0x800) {
+            throw std::range_error("a character of more than two bytes");
         }
-        if (unit < 0x80) {
-            bytes += static_cast<char>(unit);
-        } else if (unit < 0x800) {
-            bytes += {static_cast<char>(0xc0 | unit >> 6), static_cast<char>(0x80 | (unit & 0x3f))};
-        } else {
-            bytes += {static_cast<char>(0xe0 | unit >> 12), static_cast<char>(0x80 | (unit >> 6 & 0x3f)),
-                      static_cast<char>(0x80 | (unit & 0x3f))};
+        if (unit >= 0x80) {
+            bytes += static_cast<char>(0xc0 | unit >> 6);
         }
+        bytes += static_cast<char>(unit < 0x80 ? unit : 0x80 | (unit & 0x3f));
     }
     return bytes;
 }

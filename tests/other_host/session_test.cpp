@@ -23,29 +23,6 @@ using zorbel::io::common::file::files;
 
 namespace {
 
-/// What the host makes of the library's module: one object of its class, with the connection in it.
-class OtherHost : public testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        curl_global_init(CURL_GLOBAL_DEFAULT);
-        service(typeid(LibCurlInitializer)) = std::make_shared<LibCurlInitializer>();
-        ZBInitialize_FTPCoreModule();
-    }
-
-    std::string log_in(bool use_proxy = false)
-    {
-        return core::connect(connection(), std::string(scripted_peer::host_url) + "/missing", "u", "p",
-                             peer_.port(), "passive", "none", use_proxy, "", true, true, 1, 60);
-    }
-
-    core::curl_ptr& connection() { return core::get_curl_ptr(&array_); }
-
-    scripted_peer peer_;
-    zcos::COSObject object_{*omFindClass("zorbel.io.internal.Connection")};
-    zxArray array_{&object_};
-};
-
 /// The message of the error that `call` throws as `Exception<Error>`.
 template <class Error>
 Message message_of(const std::function<void()>& call)
@@ -61,47 +38,52 @@ Message message_of(const std::function<void()>& call)
 
 } // namespace
 
-TEST_F(OtherHost, ServesASession)
+TEST(OtherHost, ServesASession)
 {
     using namespace ZORBEL::io;
-    peer_.file("f", "remote");
-    peer_.on("CWD denied", answer::reply("550 no"));
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    service(typeid(LibCurlInitializer)) = std::make_shared<LibCurlInitializer>();
+    ZBInitialize_FTPCoreModule();
+    scripted_peer peer;
+    peer.file("f", "remote");
+    // What the host makes of the library's module: one object of its class, with the connection in it.
+    zcos::COSObject object(*omFindClass("zorbel.io.internal.Connection"));
+    zcos::COSObject other_object(*object.getClass());
+    const zxArray array(&object);
+    const zxArray other_array(&other_object);
+    auto& connection = core::get_curl_ptr(&array);
+    const auto log_in = [&](core::curl_ptr& with, bool use_proxy) {
+        return core::connect(with, std::string(scripted_peer::host_url) + "/missing", "u", "p", peer.port(),
+                             "passive", "none", use_proxy, "", true, true, 1, 60);
+    };
     core::getLogger().enabled = core::level::entry | core::level::message;
-    EXPECT_EQ(log_in(), "/home/u/missing");
-    core::receive_file(connection(), u"f", u"copy", false);
+    EXPECT_EQ(log_in(connection, false), "/home/u/missing");
+    core::receive_file(connection, u"f", u"copy", false);
     EXPECT_EQ(*files()[u"copy"], "remote");
-    core::send_file(connection(), u"copy", u"\u00e4", false);
-    EXPECT_EQ(peer_.uploads()["\u00e4"], "remote");
-    core::create_folder(connection(), "d");
-    core::rename_remote_file(connection(), u"a", u"b");
-    EXPECT_FALSE(core::is_folder(connection(), "denied"));
-    EXPECT_THAT(peer_.commands(),
-                testing::IsSupersetOf({"RETR f", "STOR \u00e4", "MKD d", "RNFR a", "RNTO b"}));
-
-    const auto denied = message_of<common::file::PermissionDenied>(
-        [&] { core::send_file(connection(), u"secret", u"x", false); });
-    EXPECT_EQ(std::get<fl::ustring>(denied.arguments.at(0)), u"secret")
-        << "what was asked for, in the core's own error";
-    message_of<ftp::ftp::NotFound>([&] { core::send_file(connection(), u"none", u"x", false); });
-    peer_.on("RETR", answer::reply("550 no"));
-    message_of<ftp::ftp::FileUnavailable>([&] { core::receive_file(connection(), u"g", u"copy", false); });
-    const zxArray nothing(nullptr);
-    message_of<ftp::curl::CurlHandleUnwrapFailed>([&] { core::get_curl_ptr(&nothing); });
-
+    core::send_file(connection, u"copy", u"\u00e4", false);
+    EXPECT_EQ(peer.uploads()["\u00e4"], "remote");
     core::getLogger().enabled = 0;
     const auto& records = core::getLogger().records;
     EXPECT_THAT(records,
                 testing::Contains(testing::HasSubstr("src/file.cpp void zorbel::io::ftp::core::send_file(")));
     EXPECT_THAT(records, testing::Contains(testing::EndsWith("PWD parsed as: /home/u/missing")));
-}
 
-TEST_F(OtherHost, MayRefuseProxiesAndIsWarned)
-{
+    // The core's own errors, in this host's form of exceptions.
+    const auto send = [&](const char16_t* name) { core::send_file(connection, name, u"x", false); };
+    const auto denied = message_of<common::file::PermissionDenied>([&] { send(u"secret"); });
+    EXPECT_EQ(std::get<fl::ustring>(denied.arguments.at(0)), u"secret");
+    message_of<ftp::ftp::NotFound>([&] { send(u"none"); });
+    peer.on("RETR", answer::reply("550 no"));
+    message_of<ftp::ftp::FileUnavailable>([&] { core::receive_file(connection, u"g", u"copy", false); });
+    const zxArray nothing(nullptr);
+    message_of<ftp::curl::CurlHandleUnwrapFailed>([&] { core::get_curl_ptr(&nothing); });
+
+    // It may refuse proxies, and is warned.
     service(typeid(foundation::httpproxy::ProxySelector)) =
         std::make_shared<foundation::httpproxy::ProxySelector>();
-    EXPECT_THROW(log_in(true), std::runtime_error);
-    EXPECT_EQ(peer_.commands().size(), 0U);
-    peer_.on("CWD missing", answer::reply("550 no"));
-    message_of<ZORBEL::io::ftp::ftp::NoSuchDirectory>([&] { log_in(); });
+    auto& fresh = core::get_curl_ptr(&other_array);
+    EXPECT_THROW(log_in(fresh, true), std::runtime_error);
+    peer.on("CWD missing", answer::reply("550 no"));
+    message_of<ftp::ftp::NoSuchDirectory>([&] { log_in(fresh, false); });
     EXPECT_THAT(warnings(), testing::ElementsAre("ZORBEL:io:ftp:ftp:CouldNotLoginToRemoteFolder"));
 }

@@ -11,46 +11,39 @@ class Relay:
     the process gets SIGINT. Connections after that are forwarded without a limit."""
 
     def __init__(self, port):
-        self._port = port
-        self._sockets = []
+        self._target = ("127.0.0.1", port)
         self._listener = socket.create_server(("127.0.0.1", 0))
+        self._sockets = [self._listener]
         self.port = self._listener.getsockname()[1]
         self.limit = None
-        self.stalled_at = None
-        threading.Thread(target=self._accept, daemon=True).start()
-
-    def stall_after(self, count):
-        self.limit = count
+        self._in_thread(self._accept)
 
     def close(self):
-        for each in (self._listener, *self._sockets):
+        for each in self._sockets:
             each.close()
 
-    def _accept(self):
-        try:
-            while True:
-                client, _ = self._listener.accept()
-                server = socket.create_connection(("127.0.0.1", self._port)) if self._port else None
-                self._sockets += [client, server] if server else [client]
-                if server:
-                    threading.Thread(target=self._forward, args=(client, server, False), daemon=True).start()
-                threading.Thread(target=self._forward, args=(server, client, True), daemon=True).start()
-        except OSError:
-            pass  # closed
+    def _in_thread(self, work, *arguments):
+        def until_closed():
+            try:
+                work(*arguments)
+            except OSError:
+                pass  # closed, or the other side has gone
 
-    def _forward(self, source, target, counts):
-        try:
-            while True:
-                if counts and self.limit is not None and self.limit <= 0:
+        threading.Thread(target=until_closed, daemon=True).start()
+
+    def _accept(self):
+        while True:
+            client, server = self._listener.accept()[0], socket.create_connection(self._target)
+            self._sockets += [client, server]
+            self._in_thread(self._forward, client, server)
+            self._in_thread(self._forward, server, client, True)
+
+    def _forward(self, source, target, counts=False):
+        while data := source.recv(65536):
+            if counts and self.limit is not None:
+                self.limit -= len(data)
+                if self.limit < 0:
                     self.limit = None
-                    os.kill(os.getpid(), signal.SIGINT)
-                    return
-                data = source.recv(65536)
-                if not data:
-                    target.shutdown(socket.SHUT_WR)
-                    return
-                target.sendall(data)
-                if counts and self.limit is not None:
-                    self.limit -= len(data)
-        except OSError:
-            pass  # the other side has gone
+                    return os.kill(os.getpid(), signal.SIGINT)
+            target.sendall(data)
+        target.shutdown(socket.SHUT_WR)

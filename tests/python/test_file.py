@@ -1,6 +1,5 @@
 """Remote files as Python's own file objects."""
 
-import csv
 import io
 import os
 import random
@@ -21,15 +20,10 @@ def test_reads_at_any_place(place):
         for start, size in ((0, 10), (2 << 20, 70000), (5, 3), ((3 << 20) - 2, 100), (4 << 20, 1)):
             assert file.seek(start) == start and file.read(size) == CONTENT[start : start + size]
         assert file.seek(-4, os.SEEK_END) == len(CONTENT) - 4 and file.read() == CONTENT[-4:]
-        file.seek(0)
         buffer = bytearray(100)
-        assert file.readinto(buffer) == 100 and buffer == CONTENT[:100]
-        assert file.read() == CONTENT[100:]
+        assert file.seek(0) == 0 and file.readinto(buffer) == 100 and buffer + file.read() == CONTENT
     with pytest.raises(ValueError):
         file.read()
-    session.send_bytes(b"a,b\n1,2\n", "table")
-    with io.TextIOWrapper(session.open("table")) as text:
-        assert list(csv.DictReader(text)) == [{"a": "1", "b": "2"}]
     with pytest.raises(FileNotFoundError):
         session.open("nothing")
 

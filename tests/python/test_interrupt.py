@@ -31,43 +31,36 @@ def interrupted():
     signal.signal(signal.SIGINT, previous)
 
 
-@pytest.fixture
-def relay(request, logins):
-    relay = Relay(logins["sftp"].port)
-    yield relay
-    relay.close()
-
-
 def interrupt(_):
     os.kill(os.getpid(), signal.SIGINT)
 
 
 @pytest.mark.parametrize("protocol", ["sftp", "ftps"])
 def test_connecting_to_a_server_that_says_nothing(logins, interrupted, protocol):
-    silent = Relay(None)
-    silent.stall_after(0)
-    try:
-        interrupted(dataclasses.replace(logins[protocol], port=silent.port).connect)
-    finally:
-        silent.close()
+    relay = Relay(logins[protocol].port)
+    relay.limit = 0
+    interrupted(dataclasses.replace(logins[protocol], port=relay.port).connect)
+    relay.close()
 
 
-def test_a_server_that_stalls(logins, place, relay, interrupted, tmp_path):
+def test_a_server_that_stalls(place, interrupted, tmp_path):
     if place.login.protocol != "qsftp":
         pytest.skip("the data connections of FTP do not pass through the relay")
     place.session.send_bytes(CONTENT, "file")
+    relay = Relay(place.login.port)
     login = dataclasses.replace(place.login, port=relay.port)
     with login.connect(host_keys="off") as session:
         session.change_folder(place.remote)
         file = session.open("file")
         for act in (lambda: session.fetch("file", tmp_path / "file"), lambda: session.fetch_bytes("file"),
                     lambda: file.read()):  # fmt: skip
-            relay.stall_after(1 << 20)
+            relay.limit = 1 << 20
             interrupted(act)
         assert list(tmp_path.iterdir()) == []
         # The next call connects again, in the same folder; a file that was open still is.
         assert [each.name for each in session.list()] == ["file"]
         assert file.seek(0) == 0 and file.read() == CONTENT
+    relay.close()
 
 
 def test_leaves_the_target_as_it_was(place, interrupted, tmp_path):

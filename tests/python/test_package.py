@@ -1,6 +1,5 @@
-"""The package as a whole: its types, its help, its page of the documentation, its start."""
+"""The package as a whole: its types, its page of the documentation, its start."""
 
-import inspect
 import os
 import re
 import subprocess
@@ -36,14 +35,6 @@ def test_types(tmp_path):
     for kind in (qrftp.session._native.Session, qrftp.session._native.File):
         for name in (name for name in vars(kind) if not name.startswith("_")):
             assert f"    def {name}(self" in stub, name
-
-
-def test_everything_public_says_what_it_is():
-    public = {name: each for name, each in vars(qrftp).items() if name in qrftp.__all__ and not name.endswith("Path")}
-    members = {f"{owner.__name__}.{name}": member for owner in public.values() if inspect.isclass(owner)
-               for name, member in vars(owner).items() if inspect.isfunction(member) and name[0] != "_"}  # fmt: skip
-    missing = [name for name, each in {**public, **members}.items() if name != "Kind" and not inspect.getdoc(each)]
-    assert missing == []
 
 
 def test_the_page_of_the_documentation(servers, logins, tmp_path):

@@ -1,6 +1,5 @@
 """The session: what it tells, does, raises and refuses."""
 
-import dataclasses
 import errno
 import io
 import pickle
@@ -11,10 +10,6 @@ from pathlib import PurePosixPath
 import pytest
 
 import qrftp
-
-
-def leftovers(folder):
-    return [each.name for each in folder.iterdir() if each.name.startswith(".qrftp-")]
 
 
 def test_tells_of_names_and_entries(place):
@@ -32,13 +27,8 @@ def test_tells_of_names_and_entries(place):
     assert abs(datetime.now(timezone.utc) - entry.modified).total_seconds() < 60 and entry.modified_exact
     assert session.modification_time(b"a/\xfe") == entry.modified
     assert repr(entry).startswith("Entry('\\udcfe', file, 7 bytes, 20")
-    with pytest.raises(dataclasses.FrozenInstanceError):
-        entry.size = 8
-    assert [(folder, [each.name for each in others]) for folder, _, others in session.walk("a")] == [
-        (f"{place.remote}/a", ["päth", "text", "\udcfe"]), (f"{place.remote}/a/b", ["deep"])
-    ]  # fmt: skip
+    assert [folder for folder, _, _ in session.walk("a")] == [f"{place.remote}/a", f"{place.remote}/a/b"]
     assert list(session.glob("a/t*t")) == ["a/text"]
-    assert session.exists("a/text") and not session.exists("a/nothing")
     assert session.server_info().round_trip > 0
 
 
@@ -49,8 +39,6 @@ def test_errors_are_those_of_python(place):
     cases = [
         (lambda: session.stat("nothing"), qrftp.NotFound, FileNotFoundError, errno.ENOENT),
         (lambda: session.make_folder("folder"), qrftp.AlreadyExists, FileExistsError, errno.EEXIST),
-        (lambda: session.fetch_bytes("folder"), qrftp.IsFolder, IsADirectoryError, errno.EISDIR),
-        (lambda: session.list("folder/file"), qrftp.NotFolder, NotADirectoryError, errno.ENOTDIR),
         (lambda: session.remove_folder("folder"), qrftp.NotEmpty, OSError, errno.ENOTEMPTY),
         (lambda: session.list("../denied"), qrftp.PermissionDenied, PermissionError, errno.EACCES),
         (lambda: session.fetch("folder/file", disk / "no/where"), qrftp.LocalFileError, OSError, errno.ENOENT),
@@ -89,18 +77,15 @@ def test_transfers(place, tmp_path):
     assert (tmp_path / "file").stat().st_mtime == session.stat("file").modified.timestamp()
     memory = io.BytesIO()
     session.fetch("file", memory)
-    assert memory.getvalue() == content
-    assert session.fetch_bytes("file", offset=300, length=4) == content[300:304]
+    assert memory.getvalue() == content and session.fetch_bytes("file", offset=300, length=4) == content[300:304]
 
-    def fail(_):
+    def fail(*_):
         raise KeyError("mine")
 
     class Broken(io.BytesIO):
-        def read(self, size=-1):
-            raise KeyError("mine")
+        read = fail
 
     for act in (lambda: session.fetch("file", tmp_path / "file", progress=fail),
-                lambda: session.send(tmp_path / "file", "file", progress=fail),
                 lambda: session.send(Broken(), "file"),
                 lambda: session.fetch_tree(".", tmp_path / "tree", on_action=fail)):  # fmt: skip
         with pytest.raises(KeyError, match="mine"):
@@ -108,7 +93,7 @@ def test_transfers(place, tmp_path):
     with pytest.raises(qrftp.Cancelled):
         session.send_bytes(b"new", "file", progress=lambda _: False)
     assert session.fetch_bytes("file") == content == (tmp_path / "file").read_bytes()
-    assert leftovers(place.disk) == leftovers(tmp_path) == []
+    assert not list(place.disk.glob(".qrftp-*")) + list(tmp_path.glob(".qrftp-*"))
 
 
 def test_trees(place, tmp_path):
@@ -119,18 +104,13 @@ def test_trees(place, tmp_path):
         (source / name).write_text(name)
     actions, reports = [], []
     result = session.send_tree(source, "tree", exclude=["*.log"], on_action=actions.append, progress=reports.append)
-    assert sorted(each.path for each in actions) == ["", "inner", "inner/two", "one"] == sorted(
-        each.path for each in result.done
-    )
-    assert result.bytes == len("one" "inner/two") and reports[-1].files == 2
+    assert sorted(each.path for each in actions) == ["", "inner", "inner/two", "one"]
+    assert result.bytes == len("one" "inner/two") and reports[-1].files == 2 and len(result.done) == 4
     (source / "one").unlink()
-    options = {"remove_extra": True, "max_removals": 0}
     with pytest.raises(qrftp.TooManyRemovals):
-        session.sync(source, "tree", "send", **options)
-    planned = session.sync(source, "tree", "send", remove_extra=True, dry_run=True)
-    assert ("remove_file", "extra", "one") in [(each.what, each.why, each.path) for each in planned.done]
-    session.sync(source, "tree", "send", remove_extra=True)
-    assert not session.exists("tree/one")
+        session.sync(source, "tree", "send", remove_extra=True, max_removals=0)
+    removed = session.sync(source, "tree", "send", remove_extra=True)
+    assert ("remove_file", "extra", "one") in [(each.what, each.why, each.path) for each in removed.done]
     session.fetch_tree("tree", tmp_path / "back")
     assert (tmp_path / "back/inner/two").read_text() == "inner/two"
     pairs = [("tree/inner/two", tmp_path / "two"), ("tree/nothing", tmp_path / "nothing")]

@@ -17,7 +17,7 @@ using namespace qrftp;
 using support::fault;
 namespace fs = std::filesystem;
 using support::content;
-using files = std::map<std::string, std::string>; // what every path holds; "/" is a folder
+using support::files;
 
 namespace {
 
@@ -47,12 +47,7 @@ struct life {
           there_(fs::path(servers["HOME_DIR"]) / (protocol + std::to_string(seed))),
           local_(there_.string() + "-local")
     {
-        options_.user = servers["USER"];
-        options_.password = servers["PASSWORD"];
-        options_.tls = tls_mode::none;
-        options_.host_keys = host_key_check::off;
-        options_.ssh_config.only = "";
-        options_.use_agent = false;
+        options_ = servers.login<session_options>();
         options_.connect_timeout = std::chrono::seconds(5);
         options_.stall_timeout = std::chrono::seconds(2);
         fs::create_directory(there_);
@@ -147,9 +142,7 @@ operation life::draw_transfer(const std::string& p)
 {
     const auto mode = is_folder(p) ? 0 : draw(3);
     const bool sends = draw(2), resume = mode == 2;
-    transfer_options options;
-    options.in_place = mode == 1;
-    options.resume = resume;
+    const transfer_options options{.in_place = mode == 1, .resume = resume};
     const std::string old = exists(p) ? model_.at(p) : "", mine = draw_content();
     const std::string here = !resume ? mine : sends ? old + mine : old.substr(0, draw(old.size() + 1));
     std::ofstream(local_, std::ios::binary) << here;
@@ -223,14 +216,10 @@ int life::live(int operations)
         const bool disturbed = relay_.harmed != before_last;
         before_last = std::exchange(last, relay_.harmed);
         log += got + (disturbed ? " (disturbed)\n" : "\n");
-        files disk, left;
-        for (const auto& each : fs::recursive_directory_iterator(there_)) {
-            const bool temporary = boost::starts_with(each.path().filename().string(), ".qrftp-");
-            (temporary ? left : disk)[each.path().lexically_relative(there_)] =
-                each.is_directory() ? "/" : content(each);
-        }
+        const files left = support::leftovers_in(there_);
         for (const auto& [path, _] : left)
             fs::remove(there_ / path);
+        const files disk = support::files_in(there_);
         expect(left.empty() || disturbed, "something is left");
         const bool loss = disturbed && losses.contains(got);
         expect(loss || got == (of.refusal.empty() ? "done" : of.refusal), "expected: " + of.refusal);

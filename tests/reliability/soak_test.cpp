@@ -78,14 +78,7 @@ TEST(Soak, NothingIsLostOrKept)
         std::vector<std::jthread> threads;
         for (long i = 0; i < connections; ++i)
             threads.emplace_back([&, i] {
-                session_options options;
-                options.user = servers["USER"];
-                options.password = servers["PASSWORD"];
-                options.tls = tls_mode::none;
-                options.host_keys = host_key_check::off;
-                options.ssh_config.only = "";
-                options.use_agent = false;
-                session s(urls[what == "both" ? i % 2 : what == "sftp"], options);
+                session s(urls[what == "both" ? i % 2 : what == "sftp"], servers.login<session_options>());
                 const std::string name = what + std::to_string(i);
                 s.make_folder(name);
                 s.send_string(std::string(60'000, 'b'), name + "/f"); // Buffers grow to what they will be.

@@ -148,10 +148,8 @@ TEST_P(Navigation, TellsWhyItWasRefused)
     EXPECT_REFUSED("NotFound no", s.rename("f", "no/x"));
     EXPECT_REFUSED("PermissionDenied ~/denied/x", s.rename("f", "../denied/x"));
 
-    qrftp::transfer_options in_place;
-    in_place.in_place = true;
-    qrftp::transfer_options keep_old;
-    keep_old.replace = false;
+    const qrftp::transfer_options in_place{.in_place = true};
+    const qrftp::transfer_options keep_old{.replace = false};
     EXPECT_REFUSED("LocalFileError @no", s.send(here_ / "no", "g"));
     EXPECT_REFUSED("IsFolder d", s.send(here_ / "f", "d"));
     EXPECT_REFUSED("NotFound no", s.send(here_ / "f", "no/x"));
@@ -182,23 +180,4 @@ TEST_P(Navigation, MakesReplacesAndRemoves)
     s.rename("f", "g", true);
     s.remove_folder("t", true); // the link in it, not what it leads to
     EXPECT_EQ(files_in(there_), (files{{"d", "/"}, {"d/e", "/"}, {"d/e/x", "d/e/x"}, {"g", "f"}}));
-}
-
-TEST_P(Navigation, LoginsAreRefusedForAReason)
-{
-    auto wrong = options();
-    if (wrong.private_keys.empty())
-        wrong.password = "wrong";
-    else
-        wrong.private_keys = {servers_->path() + "/host_key"};
-    EXPECT_EQ(error_of_client([&] { session(url(port()), wrong); }), "LoginRefused");
-    EXPECT_EQ(error_of_client([&] { session(url(1), options()); }), "NoConnection");
-    if (GetParam().name != "ftps")
-        return;
-    auto system_authorities = options();
-    system_authorities.certificate_authorities = "";
-    EXPECT_EQ(error_of_client([&] { session(url(port()), system_authorities); }), "CertificateRefused");
-    auto no_file = options();
-    no_file.certificate_authorities = "/no";
-    EXPECT_EQ(error_of_client([&] { session(url(port()), no_file); }), "LocalFileError");
 }

@@ -223,32 +223,3 @@ TEST_F(Proxied, EverythingGoesThroughTheTunnel)
     EXPECT_THAT(content(servers_.path() + "/proxy.log"),
                 testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
 }
-
-TEST_F(Server, ConnectionsInThreadsShareTheLoggerOnly)
-{
-    std::mutex mutex;
-    std::set<std::string> channels;
-    foundation::log::set_entry_handler([&](const auto& entry) {
-        const std::lock_guard lock(mutex);
-        channels.emplace(entry.channel);
-    });
-    core::getLogger().enable_levels(~0U);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&, i] {
-            core::curl_ptr c;
-            const std::u16string name(1, static_cast<char16_t>(u'a' + i));
-            local_->put(name, std::string(10000, static_cast<char>('a' + i)));
-            i % 2 ? password(c, servers_, "") : ftp(c, servers_, i % 4 ? "strict" : "none");
-            for (int round = 0; round < 5; ++round) {
-                core::send_file(c, name, name, false);
-                core::receive_file(c, name, name + u"2", false);
-                EXPECT_EQ(local_->get(name + u"2"), local_->get(name));
-                EXPECT_EQ(fs::path(core::pwd(c)) / "", home() / "");
-            }
-        });
-    threads.clear();
-    core::getLogger().enable_levels(0);
-    foundation::log::set_entry_handler({});
-    EXPECT_THAT(channels, testing::ElementsAre("zorbel::io::ftp::core"));
-}

@@ -8,6 +8,14 @@ namespace support {
 
 namespace fs = std::filesystem;
 
+std::vector<std::string> names_in(const qrftp::listing& all)
+{
+    std::vector<std::string> names;
+    for (const auto& each : all.entries)
+        names.push_back(each.name);
+    return names;
+}
+
 namespace {
 
 /// Whether the request is to open the file at `path`, or to list the folder there.

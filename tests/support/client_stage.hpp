@@ -17,6 +17,9 @@
 
 namespace support {
 
+/// The names of a listing's entries.
+std::vector<std::string> names_in(const qrftp::listing& all);
+
 /// One of scripted_peer::on().
 struct rule {
     std::string line;

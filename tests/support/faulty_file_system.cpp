@@ -31,46 +31,41 @@ struct FaultyFileSystem::Orders {
     std::map<Call, Order> by_call;
 };
 
-class FaultyFileSystem::FaultyStream final : public Stream {
+/// What stands before the real `Inner`. It is made first: what was opened is not to be lost.
+template <class Inner, class Owner>
+class FaultyFileSystem::Before : public Inner {
 public:
-    explicit FaultyStream(std::shared_ptr<Orders> orders) : orders_(std::move(orders)) {}
+    explicit Before(std::shared_ptr<Orders> orders) : orders_(std::move(orders)) {}
+    void attach(Owner inner) { inner_ = std::move(inner); }
 
-    void attach(std::shared_ptr<Stream> inner) { inner_ = std::move(inner); }
-
-    long read(char* buffer, long count) override
+protected:
+    [[nodiscard]] Inner& meets(Call call) const
     {
-        orders_->obey(Call::read);
-        return inner_->read(buffer, count);
+        orders_->obey(call);
+        return *inner_;
     }
 
+    Owner inner_;
+    std::shared_ptr<Orders> orders_;
+};
+
+class FaultyFileSystem::FaultyStream final : public Before<Stream, std::shared_ptr<Stream>> {
+public:
+    using Before::Before;
+
+    long read(char* buffer, long count) override { return meets(Call::read).read(buffer, count); }
     long write(const char* data, long count) override
     {
         const bool whole = orders_->obey(Call::write);
         return inner_->write(data, whole ? count : count / 2);
     }
-
-    void seek(std::uint64_t position) override
-    {
-        orders_->obey(Call::seek);
-        inner_->seek(position);
-    }
-
-    void close() override
-    {
-        orders_->obey(Call::close);
-        inner_->close();
-    }
-
-private:
-    std::shared_ptr<Stream> inner_;
-    std::shared_ptr<Orders> orders_;
+    void seek(std::uint64_t position) override { meets(Call::seek).seek(position); }
+    void close() override { meets(Call::close).close(); }
 };
 
-class FaultyFileSystem::FaultyFile final : public LocalFile {
+class FaultyFileSystem::FaultyFile final : public Before<LocalFile, std::unique_ptr<LocalFile>> {
 public:
-    explicit FaultyFile(std::shared_ptr<Orders> orders) : orders_(std::move(orders)) {}
-
-    void attach(std::unique_ptr<LocalFile> inner) { inner_ = std::move(inner); }
+    using Before::Before;
 
     Status status() const override { return meets(Call::size).status(); }
     std::size_t read(std::uint64_t position, std::span<char> buffer) override
@@ -94,24 +89,11 @@ public:
     void sync() override { meets(Call::write).sync(); }
     bool lock() override { return inner_->lock(); }
     void close() override { meets(Call::close).close(); }
-
-private:
-    [[nodiscard]] LocalFile& meets(Call call) const
-    {
-        orders_->obey(call);
-        return *inner_;
-    }
-
-    std::unique_ptr<LocalFile> inner_;
-    std::shared_ptr<Orders> orders_;
 };
 
-class FaultyFileSystem::FaultyFolder final : public Folder {
+class FaultyFileSystem::FaultyFolder final : public Before<Folder, std::shared_ptr<Folder>> {
 public:
-    FaultyFolder(std::shared_ptr<Folder> inner, std::shared_ptr<Orders> orders)
-        : inner_(std::move(inner)), orders_(std::move(orders))
-    {
-    }
+    using Before::Before;
 
     std::vector<std::string> names() const override { return meets(Call::read).names(); }
     std::optional<Status> status(const std::string& name, Links links) const override
@@ -120,35 +102,25 @@ public:
     }
     std::shared_ptr<Folder> open_folder(const std::string& name, Links links) const override
     {
-        return std::make_shared<FaultyFolder>(meets(Call::open).open_folder(name, links), orders_);
+        auto folder = std::make_shared<FaultyFolder>(orders_);
+        folder->attach(meets(Call::open).open_folder(name, links));
+        return folder;
     }
     std::unique_ptr<LocalFile> open_file(const std::string& name, Open how, Links links) const override
     {
-        auto file = std::make_unique<FaultyFile>(orders_); // first: a file that was made is not to be lost
+        auto file = std::make_unique<FaultyFile>(orders_);
         file->attach(meets(Call::open).open_file(name, how, links));
         return file;
     }
     void make_folder(const std::string& name) override { meets(Call::change).make_folder(name); }
-    void remove_file(const std::string& name) override
-    {
-        inner_->remove_file(name);
-    } // or what is left shows it
+    // Never fails, or what is left shows it.
+    void remove_file(const std::string& name) override { inner_->remove_file(name); }
     void remove_folder(const std::string& name) override { meets(Call::change).remove_folder(name); }
     void rename(const std::string& from, const std::string& to, bool replace) override
     {
         meets(Call::change).rename(from, to, replace);
     }
     void sync() override { meets(Call::write).sync(); }
-
-private:
-    [[nodiscard]] Folder& meets(Call call) const
-    {
-        orders_->obey(call);
-        return *inner_;
-    }
-
-    std::shared_ptr<Folder> inner_;
-    std::shared_ptr<Orders> orders_;
 };
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner)
@@ -170,7 +142,7 @@ bool FaultyFileSystem::pending(Call call) const
 std::shared_ptr<Stream> FaultyFileSystem::open(const std::filesystem::path& path, OpenMode mode)
 {
     orders_->obey(Call::open);
-    auto stream = std::make_shared<FaultyStream>(orders_); // first: a file that was made is not to be lost
+    auto stream = std::make_shared<FaultyStream>(orders_);
     stream->attach(inner_->open(path, mode));
     return stream;
 }
@@ -184,7 +156,9 @@ std::uint64_t FaultyFileSystem::size(const std::filesystem::path& path)
 std::shared_ptr<Folder> FaultyFileSystem::open_folder(const std::filesystem::path& path)
 {
     orders_->obey(Call::open);
-    return std::make_shared<FaultyFolder>(inner_->open_folder(path), orders_);
+    auto folder = std::make_shared<FaultyFolder>(orders_);
+    folder->attach(inner_->open_folder(path));
+    return folder;
 }
 
 } // namespace support

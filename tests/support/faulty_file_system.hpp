@@ -43,6 +43,8 @@ public:
     std::shared_ptr<Folder> open_folder(const std::filesystem::path& path) override;
 
 private:
+    template <class Inner, class Owner>
+    class Before;
     class FaultyStream;
     class FaultyFile;
     class FaultyFolder;

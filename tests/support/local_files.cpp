@@ -1,5 +1,6 @@
 #include "local_files.hpp"
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 
@@ -24,6 +25,15 @@ files leftovers_in(const fs::path& root)
 {
     files all = files_in(root);
     std::erase_if(all, [](const auto& each) { return each.first.find(".qrftp-") == std::string::npos; });
+    return all;
+}
+
+std::string bytes(std::size_t size)
+{
+    std::string all(size, '\0');
+    std::uint32_t state = 1;
+    for (char& byte : all)
+        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24U);
     return all;
 }
 

@@ -14,6 +14,9 @@ files files_in(const std::filesystem::path& root);
 /// Those of its paths that are temporary names.
 files leftovers_in(const std::filesystem::path& root);
 
+/// Bytes without a pattern that a buffer's size divides.
+std::string bytes(std::size_t size);
+
 std::string content(const std::filesystem::path& file);
 
 /// Writes a local file, and makes the folders above it.

@@ -12,6 +12,7 @@
 /// A file that is fetched into memory.
 class memory_download : public qrftp::download {
 public:
+    using base = qrftp::download;
     explicit memory_download(std::string path, std::optional<std::uint64_t> listed = {})
         : download(std::move(path)), listed_(listed)
     {
@@ -61,6 +62,7 @@ private:
 /// A file that is sent from memory, by way of a temporary name.
 class memory_upload : public qrftp::upload {
 public:
+    using base = qrftp::upload;
     memory_upload(std::string target, std::string source, bool temporary = true)
         : upload(std::move(target)), content(std::move(source)),
           temporary_(this->target() + (temporary ? ".part" : ""))
@@ -102,30 +104,34 @@ private:
     std::string temporary_;
 };
 
+inline std::string name_of(const std::exception_ptr& why)
+{
+    try {
+        std::rethrow_exception(why);
+    } catch (const qrftp::error& failure) {
+        return std::string(failure.name());
+    }
+}
+
 /// Hands out its files once, and keeps how each of them ended: "" or the name of the error.
 template <class File>
-class memory_batch : public qrftp::batch<File> {
+class memory_batch : public qrftp::batch<typename File::base> {
 public:
-    using part = typename qrftp::batch<File>::part;
+    using part = typename qrftp::batch<typename File::base>::part;
 
-    void add(File& file) { files_.push_back(&file); }
+    template <class... Arguments>
+    File& add(Arguments&&... arguments)
+    {
+        return files.emplace_back(std::forward<Arguments>(arguments)...);
+    }
     std::optional<part> next() override
     {
-        if (files_.empty()) {
-            return {};
-        }
-        File* const first = files_.front();
-        files_.pop_front();
-        return part{first, {}};
+        return handed_out_ < files.size() ? std::optional(part{&files[handed_out_++], {}}) : std::nullopt;
     }
     void finished(const part& done) override { results[done.file].emplace_back(); }
     void failed(const part& lost, std::exception_ptr why) override
     {
-        try {
-            std::rethrow_exception(why);
-        } catch (const qrftp::error& failure) {
-            results[lost.file].emplace_back(failure.name());
-        }
+        results[lost.file].push_back(name_of(why));
         if (throws) {
             std::rethrow_exception(why);
         }
@@ -138,10 +144,11 @@ public:
     }
 
     bool throws = false; ///< what a file failed with
-    std::map<const File*, std::vector<std::string>> results{};
+    std::deque<File> files{};
+    std::map<const typename File::base*, std::vector<std::string>> results{};
 
 private:
-    std::deque<File*> files_{};
+    std::size_t handed_out_ = 0;
 };
 
 /// Folders that are listed as they are found.
@@ -168,14 +175,7 @@ public:
     void skipped(const std::string&, std::string_view line) override { left_out.emplace_back(line); }
     void restarted(const std::string& folder) override { entries[folder].clear(); }
     void finished(const std::string& folder) override { results[folder] = ""; }
-    void failed(const std::string& folder, std::exception_ptr why) override
-    {
-        try {
-            std::rethrow_exception(why);
-        } catch (const qrftp::error& failure) {
-            results[folder] = failure.name();
-        }
-    }
+    void failed(const std::string& folder, std::exception_ptr why) override { results[folder] = name_of(why); }
 
     std::map<std::string, std::vector<std::string>> entries{};
     std::vector<std::string> left_out{};

@@ -73,12 +73,9 @@ qrftp::session_options ServerTest::options() const
     return all;
 }
 
-qrftp::session ServerTest::open(long relay_port) const
+qrftp::session ServerTest::open() const
 {
-    auto all = options();
-    if (relay_port != 0)
-        all.host_keys = qrftp::host_key_check::off;
-    qrftp::session opened(url(relay_port != 0 ? relay_port : port()), all);
+    qrftp::session opened(url(port()), options());
     opened.change_folder("w");
     return opened;
 }

@@ -35,8 +35,7 @@ protected:
     [[nodiscard]] long port() const { return servers_->port(GetParam().port); }
     [[nodiscard]] std::string url(long port) const;
     [[nodiscard]] qrftp::session_options options() const;
-    /// On the server's own port, or on that of a relay.
-    [[nodiscard]] qrftp::session open(long relay_port = 0) const;
+    [[nodiscard]] qrftp::session open() const;
 
     /// The error that `call` throws and what it is about: "NotFound d/f". Remote names are as seen from the
     /// remote folder, local ones follow an "@".

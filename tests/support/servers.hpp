@@ -2,7 +2,6 @@
 
 #include "local_files.hpp"
 
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,16 +12,6 @@
 #include <unistd.h>
 
 namespace support {
-
-/// Bytes without a pattern that a buffer's size divides.
-inline std::string bytes(std::size_t size)
-{
-    std::string all(size, '\0');
-    std::uint32_t state = 1;
-    for (char& byte : all)
-        byte = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-    return all;
-}
 
 /// Real servers on loopback for as long as it lives, with what a client must know of them by name (see
 /// servers.sh).
@@ -50,6 +39,19 @@ public:
     const std::string& operator[](const std::string& name) const { return env_.at(name); }
     long port(const std::string& name) const { return std::stol(env_.at(name)); }
     std::string path() const { return (folder_ / "servers").string(); }
+    /// Login with user name and password, where nobody looks at keys and certificates.
+    template <class Options>
+    Options login() const
+    {
+        Options options;
+        options.user = env_.at("USER");
+        options.password = env_.at("PASSWORD");
+        options.tls = decltype(options.tls)::none;
+        options.host_keys = decltype(options.host_keys)::off;
+        options.ssh_config.only = "";
+        options.use_agent = false;
+        return options;
+    }
 
 private:
     static std::filesystem::path make_folder()

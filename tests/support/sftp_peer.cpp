@@ -5,22 +5,40 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <utility>
 
 using namespace qrftp::sftp;
 
 namespace {
 
 constexpr std::uint32_t type_bits = 0170000;
+constexpr std::uint32_t folder_type = 0040000;
 constexpr std::uint32_t link_type = 0120000;
+
+void add(packet_writer& packet, const attributes& values)
+{
+    put(packet, values);
+}
+
+void add(packet_writer& packet, const auto& field)
+{
+    packet.put(field);
+}
+
+/// A packet whose fields `add_fields` adds.
+std::string make_packet(packet_type type, const auto& add_fields)
+{
+    byte_queue out;
+    packet_writer packet(out, type);
+    add_fields(packet);
+    packet.finish();
+    return std::string(out.bytes());
+}
 
 template <class... Fields>
 std::string encode(packet_type type, const Fields&... fields)
 {
-    byte_queue out;
-    packet_writer packet(out, type);
-    (packet.put(fields), ...);
-    packet.finish();
-    return std::string(out.bytes());
+    return make_packet(type, [&](packet_writer& packet) { (add(packet, fields), ...); });
 }
 
 attributes attributes_of(const sftp_peer::node& node)
@@ -37,9 +55,23 @@ std::string parent(const std::string& path)
     return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
 }
 
-bool is_folder(const sftp_peer::node& node)
+bool is_of_type(const sftp_peer::node& node, std::uint32_t type)
 {
-    return (node.mode & type_bits) == 0040000;
+    return (node.mode & type_bits) == type;
+}
+
+std::string status(const sftp_peer::request& asked, status_code code)
+{
+    return status_packet(asked.id, code,
+                         code == status_code::eof            ? "End of file"
+                         : code == status_code::no_such_file ? "No such file"
+                         : code == status_code::failure      ? "Failure"
+                                                             : "");
+}
+
+std::string done_if(const sftp_peer::request& asked, bool done)
+{
+    return status(asked, done ? status_code::ok : status_code::failure);
 }
 
 } // namespace
@@ -61,31 +93,22 @@ std::string data_packet(std::uint32_t id, std::string_view data)
 
 std::string attrs_packet(std::uint32_t id, const attributes& values)
 {
-    byte_queue out;
-    packet_writer packet(out, packet_type::attrs);
-    packet.put(id);
-    put(packet, values);
-    packet.finish();
-    return std::string(out.bytes());
+    return encode(packet_type::attrs, id, values);
 }
 
 std::string name_packet(std::uint32_t id, const std::vector<std::pair<std::string, attributes>>& names,
                         std::string_view long_name)
 {
-    byte_queue out;
-    packet_writer packet(out, packet_type::name);
-    packet.put(id);
-    packet.put(static_cast<std::uint32_t>(names.size()));
-    for (const auto& [name, values] : names) {
-        packet.put(name);
-        packet.put(long_name);
-        put(packet, values);
-    }
-    packet.finish();
-    return std::string(out.bytes());
+    return make_packet(packet_type::name, [&](packet_writer& packet) {
+        packet.put(id);
+        packet.put(static_cast<std::uint32_t>(names.size()));
+        for (const auto& [name, values] : names) {
+            packet.put(name);
+            packet.put(long_name);
+            put(packet, values);
+        }
+    });
 }
-
-sftp_peer::sftp_peer() = default;
 
 void sftp_peer::reconnect()
 {
@@ -107,17 +130,6 @@ void sftp_peer::cut_after_requests(std::size_t count, bool carried_out)
     cut_type_.reset();
     requests_to_cut_ = count;
     cut_is_carried_out_ = carried_out;
-}
-
-bool sftp_peer::counts_for_cut(packet_type type)
-{
-    return requests_to_cut_ > 0 && (!cut_type_ || *cut_type_ == type) && --requests_to_cut_ == 0;
-}
-
-std::size_t sftp_peer::count(packet_type type) const
-{
-    const auto found = counts_.find(type);
-    return found == counts_.end() ? 0 : found->second;
 }
 
 void sftp_peer::receive(std::string_view bytes)
@@ -144,23 +156,20 @@ void sftp_peer::handle(std::string_view packet)
 {
     packet_reader fields(packet);
     const auto type = static_cast<packet_type>(fields.read_u8());
-    if (!has_init_) {
-        has_init_ = true;
-        byte_queue out;
-        packet_writer version(out, packet_type::version);
-        version.put(std::uint32_t{3});
-        for (const auto& [name, data] : extensions) {
-            version.put(name);
-            version.put(data);
-        }
-        version.finish();
-        answers_.emplace_back(out.bytes());
+    if (!std::exchange(has_init_, true)) {
+        answers_.push_back(make_packet(packet_type::version, [this](packet_writer& version) {
+            version.put(std::uint32_t{3});
+            for (const auto& [name, data] : extensions) {
+                version.put(name);
+                version.put(data);
+            }
+        }));
         return;
     }
     const std::uint32_t id = fields.read_u32();
     const request asked{type, id, fields};
     ++counts_[type];
-    is_cut_ = counts_for_cut(type);
+    is_cut_ = requests_to_cut_ > 0 && (!cut_type_ || *cut_type_ == type) && --requests_to_cut_ == 0;
     if (is_cut_) {
         if (cut_is_carried_out_) {
             carry_out(asked);
@@ -173,64 +182,49 @@ void sftp_peer::handle(std::string_view packet)
 
 std::string sftp_peer::carry_out(request asked)
 {
-    const auto next_path = [&asked] { return std::string(asked.fields.read_string()); };
-    const auto own_path = [&] { return read_own_path(asked.fields); };
     switch (asked.type) {
-    case packet_type::open:
-        return open(asked);
-    case packet_type::close:
-        return status_packet(asked.id,
-                             handles_.erase(next_path()) > 0 ? status_code::ok : status_code::failure);
-    case packet_type::read:
-        return read(asked);
-    case packet_type::write:
-        return write(asked);
-    case packet_type::lstat:
-        return stat(asked, own_path());
-    case packet_type::stat:
-        return stat(asked, resolve(next_path()));
     case packet_type::fstat:
-    case packet_type::fsetstat: {
-        const open_file* file = find_handle(asked);
-        if (file == nullptr) {
-            return status_packet(asked.id, status_code::failure);
-        }
-        return asked.type == packet_type::fstat ? stat(asked, file->path) : set_stat(asked, file->path);
-    }
-    case packet_type::setstat: {
-        const std::string path = resolve(next_path());
-        return set_stat(asked, path);
-    }
-    case packet_type::opendir:
-        return open_folder(asked);
+    case packet_type::fsetstat:
+    case packet_type::read:
+    case packet_type::write:
     case packet_type::readdir:
-        return read_folder(asked);
-    case packet_type::remove:
-    case packet_type::rmdir:
-        return remove(asked, own_path());
-    case packet_type::mkdir: {
-        const std::string path = own_path();
-        const bool made = nodes.contains(parent(path)) && nodes.emplace(path, node{{}, 0040755}).second;
-        return status_packet(asked.id, made ? status_code::ok : status_code::failure);
-    }
-    case packet_type::realpath:
-        return name_packet(asked.id, {{resolve(next_path()), {}}});
+        return use_handle(asked);
     case packet_type::rename:
         return rename(asked, false);
-    case packet_type::readlink:
-        return answer_readlink(asked.id, own_path());
     case packet_type::extended:
         return extended(asked);
     default:
-        return status_packet(asked.id, status_code::op_unsupported);
+        break;
     }
-}
-
-std::string sftp_peer::answer_readlink(std::uint32_t id, const std::string& path)
-{
-    const auto found = nodes.find(path);
-    const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link_type;
-    return is_link ? name_packet(id, {{found->second.content, {}}}) : status_packet(id, status_code::failure);
+    const std::string given(asked.fields.read_string());
+    const std::string path = resolve(given);
+    const std::string own = own_path(given);
+    switch (asked.type) {
+    case packet_type::open:
+    case packet_type::opendir:
+        return open(asked, path);
+    case packet_type::close:
+        return done_if(asked, handles_.erase(given) > 0);
+    case packet_type::lstat:
+        return stat(asked, own);
+    case packet_type::stat:
+        return stat(asked, path);
+    case packet_type::setstat:
+        return set_stat(asked, path);
+    case packet_type::remove:
+    case packet_type::rmdir:
+        return remove(asked, own);
+    case packet_type::mkdir:
+        return done_if(asked, nodes.contains(parent(own)) && nodes.emplace(own, node{{}, 0040755}).second);
+    case packet_type::readlink:
+        return nodes.contains(own) && is_of_type(nodes[own], link_type)
+                   ? name_packet(asked.id, {{nodes[own].content, {}}})
+                   : done_if(asked, false);
+    case packet_type::realpath:
+        return name_packet(asked.id, {{path, {}}});
+    default:
+        return status(asked, status_code::op_unsupported);
+    }
 }
 
 std::string sftp_peer::resolve(const std::string& path) const
@@ -240,124 +234,110 @@ std::string sftp_peer::resolve(const std::string& path) const
     }
     return support::follow_links(path, [this](const std::string& at) -> std::optional<std::string> {
         const auto found = nodes.find(at);
-        const bool is_link = found != nodes.end() && (found->second.mode & type_bits) == link_type;
+        const bool is_link = found != nodes.end() && is_of_type(found->second, link_type);
         return is_link ? std::optional(found->second.content) : std::nullopt;
     });
 }
 
-std::string sftp_peer::read_own_path(packet_reader& fields) const
+std::string sftp_peer::own_path(const std::string& path) const
 {
-    const std::string path(fields.read_string());
+    if (path == "/" || path.find('/') == std::string::npos) {
+        return path;
+    }
     const std::string above = resolve(parent(path));
-    return path == "/" ? path : (above == "/" ? "" : above) + path.substr(path.rfind('/'));
+    return (above == "/" ? "" : above) + path.substr(path.rfind('/'));
 }
 
-std::string sftp_peer::open(request asked)
+std::string sftp_peer::use_handle(request asked)
 {
-    const std::string path = resolve(std::string(asked.fields.read_string()));
-    const std::uint32_t flags = asked.fields.read_u32();
-    const attributes initial = read_attributes(asked.fields);
-    const auto found = nodes.find(path);
-    if (found != nodes.end() && (flags & open_flag::exclusive) != 0) {
-        return status_packet(asked.id, status_code::failure, "File exists");
+    const auto found = handles_.find(std::string(asked.fields.read_string()));
+    if (found == handles_.end()) {
+        return done_if(asked, false);
     }
-    if (found == nodes.end() && ((flags & open_flag::create) == 0 || !nodes.contains(parent(path)))) {
-        return status_packet(asked.id, status_code::no_such_file, "No such file");
+    open_file& file = found->second;
+    switch (asked.type) {
+    case packet_type::fstat:
+        return stat(asked, file.path);
+    case packet_type::fsetstat:
+        return set_stat(asked, file.path);
+    case packet_type::read:
+        return read(asked, nodes[file.path]);
+    case packet_type::write:
+        return write(asked, nodes[file.path]);
+    default:
+        return read_folder(asked, file);
     }
-    if (handles_.size() >= max_handles) {
-        return status_packet(asked.id, status_code::failure, "Too many open files");
+}
+
+std::string sftp_peer::open(request asked, const std::string& path)
+{
+    const bool of_folder = asked.type == packet_type::opendir;
+    const std::uint32_t flags = of_folder ? 0 : asked.fields.read_u32();
+    const attributes initial = of_folder ? attributes() : read_attributes(asked.fields);
+    const bool exists = nodes.contains(path);
+    if (!exists && ((flags & open_flag::create) == 0 || !nodes.contains(parent(path)))) {
+        return status(asked, status_code::no_such_file);
+    }
+    if ((exists && (flags & open_flag::exclusive) != 0) || handles_.size() >= max_handles ||
+        (of_folder && !is_of_type(nodes[path], folder_type))) {
+        return done_if(asked, false);
     }
     node& file = nodes[path];
-    if (found == nodes.end() && initial.permissions) {
+    if (!exists && initial.permissions) {
         file.mode = 0100000 | *initial.permissions;
     }
     if ((flags & open_flag::truncate) != 0) {
         file.content.clear();
     }
-    return add_handle(asked.id, {path, {}});
-}
-
-std::string sftp_peer::open_folder(request asked)
-{
-    const std::string path = resolve(std::string(asked.fields.read_string()));
-    const auto found = nodes.find(path);
-    if (found == nodes.end()) {
-        return status_packet(asked.id, status_code::no_such_file, "No such file");
-    }
-    if (!is_folder(found->second) || handles_.size() >= max_handles) {
-        return status_packet(asked.id, status_code::failure, "Failure");
-    }
-    return add_handle(asked.id, {path, nodes.begin()});
-}
-
-std::string sftp_peer::add_handle(std::uint32_t id, open_file file)
-{
     const std::string handle = "h" + std::to_string(next_handle_++);
-    handles_.emplace(handle, std::move(file));
+    handles_.emplace(handle, open_file{path, nodes.begin()});
     most_handles_ = std::max(most_handles_, handles_.size());
-    return handle_packet(id, handle);
+    return handle_packet(asked.id, handle);
 }
 
-sftp_peer::open_file* sftp_peer::find_handle(request& asked)
+std::string sftp_peer::read(request asked, const node& file)
 {
-    const auto found = handles_.find(std::string(asked.fields.read_string()));
-    return found == handles_.end() ? nullptr : &found->second;
-}
-
-std::string sftp_peer::read(request asked)
-{
-    const open_file* file = find_handle(asked);
-    if (file == nullptr || is_folder(nodes[file->path])) {
-        return status_packet(asked.id, status_code::failure, "Failure");
-    }
-    const std::string& content = nodes[file->path].content;
     const std::uint64_t offset = asked.fields.read_u64();
     const std::size_t length = std::min<std::size_t>(asked.fields.read_u32(), max_read);
-    if (offset >= content.size()) {
-        return status_packet(asked.id, status_code::eof, "End of file");
+    if (is_of_type(file, folder_type)) {
+        return done_if(asked, false);
     }
-    return data_packet(asked.id, std::string_view(content).substr(offset, length));
+    return offset >= file.content.size()
+               ? status(asked, status_code::eof)
+               : data_packet(asked.id, std::string_view(file.content).substr(offset, length));
 }
 
-std::string sftp_peer::write(request asked)
+std::string sftp_peer::write(request asked, node& file)
 {
-    const open_file* file = find_handle(asked);
     const std::uint64_t offset = asked.fields.read_u64();
     const std::string_view data = asked.fields.read_string();
-    if (file == nullptr || offset + data.size() > max_file) {
-        return status_packet(asked.id, status_code::failure, "Failure");
+    if (offset + data.size() > max_file) {
+        return done_if(asked, false);
     }
-    std::string& content = nodes[file->path].content;
-    content.resize(std::max<std::size_t>(content.size(), offset + data.size()));
-    std::copy(data.begin(), data.end(), content.begin() + static_cast<std::ptrdiff_t>(offset));
-    return status_packet(asked.id, status_code::ok);
+    file.content.resize(std::max<std::size_t>(file.content.size(), offset + data.size()));
+    std::copy(data.begin(), data.end(), file.content.begin() + static_cast<std::ptrdiff_t>(offset));
+    return done_if(asked, true);
 }
 
-std::string sftp_peer::read_folder(request asked)
+std::string sftp_peer::read_folder(const request& asked, open_file& folder)
 {
-    open_file* file = find_handle(asked);
-    if (file == nullptr) {
-        return status_packet(asked.id, status_code::failure);
-    }
     std::vector<std::pair<std::string, attributes>> names;
-    if (!file->listed_dots) {
+    if (!std::exchange(folder.listed_dots, true)) {
         names = {{".", attributes_of(nodes["/"])}, {"..", attributes_of(nodes["/"])}};
-        file->listed_dots = true;
     }
-    for (; file->next != nodes.end() && names.size() < names_at_once; ++file->next) {
-        const auto& [path, what] = *file->next;
-        if (path != "/" && parent(path) == file->path) {
+    for (; folder.next != nodes.end() && names.size() < names_at_once; ++folder.next) {
+        const auto& [path, what] = *folder.next;
+        if (path != "/" && parent(path) == folder.path) {
             names.emplace_back(path.substr(path.rfind('/') + 1), attributes_of(what));
         }
     }
-    return names.empty() ? status_packet(asked.id, status_code::eof, "End of file")
-                         : name_packet(asked.id, names);
+    return names.empty() ? status(asked, status_code::eof) : name_packet(asked.id, names);
 }
 
 std::string sftp_peer::stat(const request& asked, const std::string& path)
 {
     const auto found = nodes.find(path);
-    return found == nodes.end() ? status_packet(asked.id, status_code::no_such_file, "No such file")
+    return found == nodes.end() ? status(asked, status_code::no_such_file)
                                 : attrs_packet(asked.id, attributes_of(found->second));
 }
 
@@ -366,44 +346,44 @@ std::string sftp_peer::set_stat(request asked, const std::string& path)
     const attributes values = read_attributes(asked.fields);
     node& changed = nodes[path];
     if (values.permissions) {
-        changed.mode = (changed.mode & 0170000) | (*values.permissions & 07777);
+        changed.mode = (changed.mode & type_bits) | (*values.permissions & 07777);
     }
     if (values.time) {
         changed.modified = values.time->modified;
     }
-    return status_packet(asked.id, status_code::ok);
+    return done_if(asked, true);
 }
 
 std::string sftp_peer::remove(const request& asked, const std::string& path)
 {
     const auto found = nodes.find(path);
     if (found == nodes.end()) {
-        return status_packet(asked.id, status_code::no_such_file, "No such file");
+        return status(asked, status_code::no_such_file);
     }
     const auto below = nodes.lower_bound(path + '/');
     const bool is_empty = below == nodes.end() || !below->first.starts_with(path + '/');
-    if (is_folder(found->second) != (asked.type == packet_type::rmdir) || !is_empty) {
-        return status_packet(asked.id, status_code::failure, "Failure");
+    const bool is_folder = is_of_type(found->second, folder_type);
+    const bool removes = is_empty && is_folder == (asked.type == packet_type::rmdir);
+    if (removes) {
+        nodes.erase(found);
     }
-    nodes.erase(found);
-    return status_packet(asked.id, status_code::ok);
+    return done_if(asked, removes);
 }
 
 std::string sftp_peer::rename(request asked, bool replace)
 {
-    const std::string from = read_own_path(asked.fields);
-    const std::string to = read_own_path(asked.fields);
-    const auto found = nodes.find(from);
-    if (found == nodes.end()) {
-        return status_packet(asked.id, status_code::no_such_file, "No such file");
+    const std::string from = own_path(std::string(asked.fields.read_string()));
+    const std::string to = own_path(std::string(asked.fields.read_string()));
+    if (!nodes.contains(from)) {
+        return status(asked, status_code::no_such_file);
     }
     const auto there = nodes.find(to);
-    if (there != nodes.end() && (!replace || is_folder(there->second))) {
-        return status_packet(asked.id, status_code::failure, "Failure");
+    if (there != nodes.end() && (!replace || is_of_type(there->second, folder_type))) {
+        return done_if(asked, false);
     }
-    nodes[to] = found->second;
+    nodes[to] = nodes[from];
     nodes.erase(from);
-    return status_packet(asked.id, status_code::ok);
+    return done_if(asked, true);
 }
 
 std::string sftp_peer::extended(request asked)
@@ -416,7 +396,7 @@ std::string sftp_peer::extended(request asked)
         return encode(packet_type::extended_reply, asked.id, std::uint64_t{262144}, std::uint64_t{max_read},
                       std::uint64_t{max_data}, std::uint64_t{max_handles});
     }
-    return status_packet(asked.id, status_code::op_unsupported, "Operation unsupported");
+    return status(asked, status_code::op_unsupported);
 }
 
 std::size_t peer_transport::read(std::span<char> buffer)

@@ -17,7 +17,7 @@
 class sftp_peer {
 public:
     struct node {
-        std::string content{}; ///< of a link: where it leads
+        std::string content{};
         std::uint32_t mode = 0100644;
         std::uint32_t modified = 0;
     };
@@ -26,8 +26,6 @@ public:
         std::uint32_t id;
         qrftp::sftp::packet_reader fields;
     };
-
-    sftp_peer();
 
     std::map<std::string, node> nodes{{"/", {{}, 0040755}}};
     std::vector<std::pair<std::string, std::string>> extensions{{"posix-rename@openssh.com", "1"}};
@@ -58,7 +56,7 @@ public:
 
     [[nodiscard]] std::size_t open_handles() const { return handles_.size(); }
     [[nodiscard]] std::size_t most_open_handles() const { return most_handles_; }
-    [[nodiscard]] std::size_t count(qrftp::sftp::packet_type type) const;
+    [[nodiscard]] std::size_t count(qrftp::sftp::packet_type type) { return counts_[type]; }
     void add_folder(const std::string& path) { nodes[path] = {{}, 0040755}; }
 
 private:
@@ -71,29 +69,24 @@ private:
 
     void handle(std::string_view packet);
     reply_text carry_out(request asked);
-    reply_text open(request asked);
-    reply_text open_folder(request asked);
-    reply_text add_handle(std::uint32_t id, open_file file);
-    reply_text read(request asked);
-    reply_text write(request asked);
-    reply_text read_folder(request asked);
+    reply_text use_handle(request asked);
+    reply_text open(request asked, const std::string& path);
+    reply_text read(request asked, const node& file);
+    reply_text write(request asked, node& file);
+    reply_text read_folder(const request& asked, open_file& folder);
     reply_text stat(const request& asked, const std::string& path);
     reply_text set_stat(request asked, const std::string& path);
     reply_text remove(const request& asked, const std::string& path);
     reply_text rename(request asked, bool replace);
     reply_text extended(request asked);
-    open_file* find_handle(request& asked);
-    std::string answer_readlink(std::uint32_t id, const std::string& path);
     /// Without links; without the last one where it is meant itself.
     std::string resolve(const std::string& path) const;
-    std::string read_own_path(qrftp::sftp::packet_reader& fields) const;
+    std::string own_path(const std::string& path) const;
 
     qrftp::sftp::byte_queue input_{};
     std::vector<std::string> answers_{};
     std::map<std::string, open_file> handles_{};
     std::map<qrftp::sftp::packet_type, std::size_t> counts_{};
-    bool counts_for_cut(qrftp::sftp::packet_type type);
-
     std::optional<qrftp::sftp::packet_type> cut_type_{};
     std::size_t requests_to_cut_ = 0; ///< 0: none
     bool cut_is_carried_out_ = false;

@@ -7,7 +7,6 @@
 #include <libssh/server.h>
 
 #include <algorithm>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -53,26 +52,6 @@ public:
 
 private:
     static connection& self(void* user) { return *static_cast<connection*>(user); }
-    static int on_none(ssh_session, const char*, void* user) { return self(user).refuse("none", false); }
-    static int on_password(ssh_session, const char*, const char* password, void* user)
-    {
-        return self(user).check_password(password);
-    }
-    static int on_key(ssh_session, const char*, ssh_key key, char state, void* user)
-    {
-        return self(user).check_key(key, state);
-    }
-    static ssh_channel on_open(ssh_session, void* user) { return self(user).open_channel(); }
-    static int on_subsystem(ssh_session, ssh_channel, const char*, void* user)
-    {
-        return self(user).start_subsystem();
-    }
-    static int on_data(ssh_session, ssh_channel, void* data, std::uint32_t size, int, void* user)
-    {
-        return self(user).take({static_cast<const char*>(data), size});
-    }
-    static int on_message(ssh_session, ssh_message message, void* user) { return self(user).interact(message); }
-
     bool start();
     int check_password(const char* password);
     int check_key(ssh_key key, char state);
@@ -107,12 +86,23 @@ void ssh_peer::connection::serve()
     cut_ = script_.cut_at == cut::greeting;
     server_callbacks_.size = sizeof server_callbacks_;
     server_callbacks_.userdata = this;
-    server_callbacks_.auth_none_function = &on_none;
-    server_callbacks_.auth_password_function = &on_password;
-    server_callbacks_.auth_pubkey_function = &on_key;
-    server_callbacks_.channel_open_request_session_function = &on_open;
+    server_callbacks_.auth_none_function = [](ssh_session, const char*, void* user) {
+        return self(user).refuse("none", false);
+    };
+    server_callbacks_.auth_password_function = [](ssh_session, const char*, const char* password, void* user) {
+        return self(user).check_password(password);
+    };
+    server_callbacks_.auth_pubkey_function = [](ssh_session, const char*, ssh_key key, char state, void* user) {
+        return self(user).check_key(key, state);
+    };
+    server_callbacks_.channel_open_request_session_function = [](ssh_session, void* user) {
+        return self(user).open_channel();
+    };
+    const auto on_message = [](ssh_session, ssh_message message, void* user) {
+        return self(user).interact(message);
+    };
     ssh_set_server_callbacks(session_, &server_callbacks_);
-    ssh_set_message_callback(session_, &on_message, this);
+    ssh_set_message_callback(session_, on_message, this);
     ssh_set_auth_methods(session_, methods());
     if (cut_ || !start() || ssh_handle_key_exchange(session_) != SSH_OK ||
         script_.cut_at == cut::key_exchange) {
@@ -245,8 +235,12 @@ ssh_channel ssh_peer::connection::open_channel()
     channel_ = ssh_channel_new(session_);
     channel_callbacks_.size = sizeof channel_callbacks_;
     channel_callbacks_.userdata = this;
-    channel_callbacks_.channel_subsystem_request_function = &on_subsystem;
-    channel_callbacks_.channel_data_function = &on_data;
+    channel_callbacks_.channel_subsystem_request_function =
+        [](ssh_session, ssh_channel, const char*, void* user) { return self(user).start_subsystem(); };
+    channel_callbacks_.channel_data_function = [](ssh_session, ssh_channel, void* data, std::uint32_t size, int,
+                                                  void* user) {
+        return self(user).take({static_cast<const char*>(data), size});
+    };
     ssh_set_channel_callbacks(channel_, &channel_callbacks_);
     cut_ = script_.cut_at == cut::channel;
     return channel_;
@@ -293,10 +287,11 @@ std::string make_key_file(const std::filesystem::path& file, const std::string& 
     return blob;
 }
 
-ssh_peer::ssh_peer(script wanted) : script_(std::move(wanted)), bind_(ssh_bind_new())
+ssh_peer::ssh_peer(script wanted)
+    : script_(std::move(wanted)), bind_(ssh_bind_new()),
+      listener_(io_, {boost::asio::ip::address_v4::loopback(), 0}), port_(listener_.local_endpoint().port())
 {
     make_host_keys();
-    listen();
     acceptor_ = std::thread([this] { accept_all(); });
 }
 
@@ -309,13 +304,12 @@ ssh_peer::~ssh_peer()
             ::shutdown(socket, SHUT_RDWR);
         }
     }
-    ::shutdown(listener_, SHUT_RDWR);
+    ::shutdown(listener_.native_handle(), SHUT_RDWR); // wakes the thread
     acceptor_.join();
     for (auto& [socket, thread] : running_) {
         thread.join();
         ::close(socket);
     }
-    ::close(listener_);
     ssh_bind_free(static_cast<ssh_bind>(bind_));
 }
 
@@ -331,25 +325,10 @@ void ssh_peer::make_host_keys()
     }
 }
 
-void ssh_peer::listen()
-{
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-        ::listen(listener_, 64) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        throw std::runtime_error("no port");
-    }
-    port_ = ntohs(address.sin_port);
-}
-
 void ssh_peer::accept_all()
 {
     for (;;) {
-        const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        const int socket = ::accept4(listener_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
         const std::lock_guard lock(mutex_);
         if (socket < 0 || ended_) {
             ::close(socket);

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <utility> // Boost.Asio 1.74 forgets it
+
 #include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -60,15 +64,15 @@ private:
     class connection;
 
     void make_host_keys();
-    void listen();
     void accept_all();
     void note(std::string tried);
 
     script script_;
     void* bind_ = nullptr; ///< ssh_bind
     std::vector<std::string> host_keys_;
-    int listener_ = -1;
-    std::uint16_t port_ = 0;
+    boost::asio::io_context io_;
+    boost::asio::ip::tcp::acceptor listener_;
+    std::uint16_t port_;
     std::atomic<unsigned> connections_ = 0;
     mutable std::mutex mutex_;
     std::vector<std::string> tries_;

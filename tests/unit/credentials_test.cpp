@@ -32,11 +32,9 @@ TEST(Credentials, ComeFromTheFirstSourceThatHasThem)
         {"ftp://u@h/", "", {}, "env", someone, "u|env"},
         {"ftp://u@h/", "", {}, {}, someone, "u|netrc"},
         {"ftp://u@h/", "", {}, {}, name_only, "u|-"},
-        {"ftp://u@h/", "", {}, {}, {}, "u|-"},
         {"ftp://u@h/", "o", {}, "env", {}, "o|env"},
         {"ftp://u@h/", "", "", "env", {}, "u|"},
         {"ftp://h/", "", {}, "env", someone, "n|env"},
-        {"ftp://h/", "", {}, {}, someone, "n|netrc"},
         {"sftp://h/", "", {}, "env", {}, "|env"},
         {"sftp://h/", "", {}, {}, {}, "|-"},
         {"sftp://anonymous@h/", "", {}, "env", {}, "anonymous|env"},
@@ -45,7 +43,6 @@ TEST(Credentials, ComeFromTheFirstSourceThatHasThem)
         {"ftp://anonymous@h/", "", {}, "env", {}, "anonymous|"},
         {"ftp://u@h/", "anonymous", {}, "env", {}, "anonymous|"},
         {"ftp://h/", "", {}, "env", nobody, "anonymous|me@"},
-        {"ftp://h/", "", "file", "env", {}, "|file"},
     };
     for (const auto& [server, user_option, file, environment, netrc, want] : rows) {
         const credentials found =

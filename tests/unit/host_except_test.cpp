@@ -6,7 +6,6 @@
 #include <foundation/core/except/Exception.hpp>
 #include <gmock/gmock.h>
 #include <sstream>
-#include <thread>
 #include <zorbel/io/common/file/errors.hpp>
 
 using namespace std::string_literals;
@@ -65,23 +64,13 @@ TEST(Exception, SharesNothingWithItsClones)
     } catch (...) {
         kept = boost::current_exception();
     }
-    const auto rethrow = [&](int number) {
-        for (int i = 0; i < 1000; ++i) {
-            try {
-                boost::rethrow_exception(kept);
-            } catch (boost::exception& copy) {
-                copy << boost::errinfo_errno(number);
-                EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), number);
-            }
+    for (const int number : {2, 0}) {
+        try {
+            boost::rethrow_exception(kept);
+        } catch (boost::exception& copy) {
+            EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), 1);
+            copy << boost::errinfo_errno(number);
         }
-    };
-    std::thread other(rethrow, 2);
-    rethrow(3);
-    other.join();
-    try {
-        boost::rethrow_exception(kept);
-    } catch (const boost::exception& copy) {
-        EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), 1);
     }
 }
 

@@ -24,32 +24,6 @@ TEST(RemotePath, IsResolvedWithoutTheServer)
         EXPECT_EQ(remote_path::absolute(folder, path), absolute) << folder << " and " << path;
 }
 
-TEST(RemotePath, IsTakenApartAndPutTogether)
-{
-    struct row {
-        const char* path;
-        const char* parent;
-        const char* filename;
-    };
-    for (const auto& [path, parent, filename] :
-         {row{"/a", "/", "a"}, {"/a/b c", "/a", "b c"}, {"/a/b/c", "/a/b", "c"}}) {
-        EXPECT_EQ(remote_path::parent(path), parent);
-        EXPECT_EQ(remote_path::filename(path), filename);
-        EXPECT_EQ(remote_path::join(parent, filename), path);
-    }
-    EXPECT_EQ(remote_path::parent("/"), "/");
-    EXPECT_EQ(remote_path::filename("/"), "/");
-    EXPECT_EQ(remote_path::join("", "a"), "a");
-}
-
-TEST(RemotePath, KnowsWhatLiesAbove)
-{
-    for (const char* const above : {"/", "/a", "/a/b"})
-        EXPECT_TRUE(remote_path::is_or_contains(above, "/a/b")) << above;
-    for (const char* const beside : {"/a/b/c", "/a/bc", "/b"})
-        EXPECT_FALSE(remote_path::is_or_contains(beside, "/a/b")) << beside;
-}
-
 TEST(RemotePath, HasTemporaryNames)
 {
     EXPECT_NE(remote_path::temporary_name(), remote_path::temporary_name());

@@ -15,15 +15,6 @@ using testing::ElementsAre;
 
 namespace {
 
-/// Keeps the answers that it got, by the step that was asked.
-struct recorder : reply_handler {
-    void on_reply(const request_tag& tag, const reply& answer) override
-    {
-        answers.emplace_back(tag.step, std::string(answer.is_status() ? answer.message() : answer.data()));
-    }
-    std::vector<std::pair<std::uint32_t, std::string>> answers{};
-};
-
 struct SftpPipeline : testing::Test {
     std::unique_ptr<pipeline> connect(pipeline::settings settings = {})
     {
@@ -60,22 +51,6 @@ TEST_F(SftpPipeline, LearnsVersionExtensionsAndLimits)
     EXPECT_EQ(server->limits().write, 262'144U - 1024);
 }
 
-TEST_F(SftpPipeline, MatchesAnswersInAnyOrder)
-{
-    peer.nodes["/a"] = {"aaa"};
-    peer.reorder = [](auto& answers) { std::reverse(answers.begin(), answers.end()); };
-    const auto server = connect();
-    const file_handle file = server->call(packet_type::open, "/a", open_flag::read, attributes{}).handle();
-    recorder got;
-    for (std::uint32_t size = 1; size <= 3; ++size) {
-        server->send(packet_type::read, {&got, size}, file, std::uint64_t{0}, size);
-    }
-    server->send(packet_type::remove, {&got, 4}, "/b");
-    wait_for(*server);
-    EXPECT_THAT(got.answers, ElementsAre(std::pair(4U, "No such file"), std::pair(3U, "aaa"),
-                                         std::pair(2U, "aa"), std::pair(1U, "a")));
-}
-
 TEST_F(SftpPipeline, ClosesTheConnectionOnWhatIsNoAnswer)
 {
     const auto ok = [](std::uint32_t id) { return status_packet(id, status_code::ok); };
@@ -106,13 +81,6 @@ TEST_F(SftpPipeline, ClosesTheConnectionOnWhatIsNoAnswer)
     }
 }
 
-TEST_F(SftpPipeline, TakesNoStatusOkForAHandle)
-{
-    const auto server = connect();
-    answer_with([](std::uint32_t id) { return status_packet(id, status_code::ok); });
-    EXPECT_THROW(server->call(packet_type::opendir, "/"), ProtocolError);
-}
-
 TEST_F(SftpPipeline, RefusesAnotherVersionThan3)
 {
     struct old_server : peer_transport {
@@ -126,20 +94,19 @@ TEST_F(SftpPipeline, RefusesAnotherVersionThan3)
     }
 }
 
+TEST_F(SftpPipeline, TakesNoStatusOkForAHandle)
+{
+    const auto server = connect();
+    answer_with([](std::uint32_t id) { return status_packet(id, status_code::ok); });
+    EXPECT_THROW(server->call(packet_type::opendir, "/"), ProtocolError);
+}
+
 TEST_F(SftpPipeline, TimesOutWhenAnAnswerNeverComes)
 {
     const auto server = connect();
     answer_with([](std::uint32_t) { return ""; });
     EXPECT_THROW(server->call(packet_type::remove, "/a"), Timeout);
     EXPECT_FALSE(server->is_open());
-}
-
-TEST_F(SftpPipeline, IsLostWhenTheServerGoes)
-{
-    const auto server = connect();
-    peer.cut_after_requests(2);
-    server->call(packet_type::remove, "/a");
-    EXPECT_THROW(server->call(packet_type::remove, "/a"), ConnectionLost);
 }
 
 TEST_F(SftpPipeline, IsCancelledAndGoesOn)

@@ -5,7 +5,7 @@
 
 namespace fl::i18n {
 
-/// Knows the characters of one code unit alone; throws `std::range_error` for others.
+/// Knows characters of up to two bytes; throws `std::range_error` for others.
 OTHER_HOST std::string ustring_to_utf8(const ustring& text);
 
 } // namespace fl::i18n
