@@ -8,6 +8,7 @@
 
 #include <qrftp/error.hpp>
 
+#include <array>
 #include <chrono>
 #include <dlfcn.h>
 #include <fstream>
@@ -337,17 +338,19 @@ TEST_F(Ssh, LosesAServerThatDoesNotAnswerAnyMore)
     const auto lost = connect(deaf.port());
     const auto kept = connect(awake.port());
     const auto stay = [](sftp::transport& channel) {
+        std::array<char, 1> nothing{};
         for (const auto until = std::chrono::steady_clock::now() + 2500ms;
              std::chrono::steady_clock::now() < until;) {
             channel.wait(false, 100ms);
+            channel.read(nothing);
         }
     };
     auto keeping = std::async(std::launch::async, [&] { stay(*kept); });
     lost->write("x");
     EXPECT_THROW(stay(*lost), ConnectionLost);
+    end.set_value();
     keeping.get();
     EXPECT_EQ(echo(*kept, "still here"), "still here");
-    end.set_value();
 }
 
 TEST(SocksProxy, IsAskedByNameAndWithAPassword)
