@@ -1,24 +1,43 @@
 #pragma once
 
+#include "commands.hpp"
 #include "login.hpp"
 #include "settings.hpp"
 
 #include <qrftp/tree.hpp>
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace qrftp::cli {
 
-/// What the command line says. No subcommand uses all of it.
+/// What the command line says, or a line of the shell. No subcommand uses all of it.
 struct command_line {
+    /// In the shell: the session that is open, which commands use in place of a login of their own.
+    std::function<session&()> open_session;
+
     login_options login;
     settings options;
     std::string colour = "auto";
+    std::string progress = "auto";
     std::vector<std::string> words; ///< URLs and paths, in their order
+    /// In the shell: each of the words as a pattern, in which a backslash stands before what was quoted.
+    std::vector<std::string> patterns;
+    std::string
+        profile; ///< whose options hold: the first that a word names, and in the shell the one that is open
+    /// Of URLs that another profile than the first gave: what is said about reaching their server.
+    std::map<std::string, login_options> other_logins;
 
-    bool long_form = false;
+    /// What is said about reaching the server of that word.
+    [[nodiscard]] const login_options& login_of(const std::string& word) const
+    {
+        const auto other = other_logins.find(word);
+        return other == other_logins.end() ? login : other->second;
+    }
+
+    list_options list;
     bool recursive = false;
     bool parents = false;
     bool replace = false;

@@ -13,9 +13,19 @@
 /// `some_failed` thrown at the end.
 namespace qrftp::cli {
 
+/// How folders are listed.
+struct list_options {
+    bool long_form = false;
+    bool one_column = false; ///< one name a line, at a terminal too
+    bool hidden = false;     ///< also names that begin with a dot; with JSON they are there anyway
+    bool by_time = false;    ///< the newest first
+    bool by_size = false;    ///< the largest first
+    bool reverse = false;
+};
+
 struct ls_arguments {
     std::vector<std::string> patterns; ///< of files and folders; none means the working folder
-    bool long_form = false;
+    list_options list;
     bool recursive = false;
 };
 void ls(session& remote, const ls_arguments& arguments, const settings& options);
@@ -51,6 +61,10 @@ struct sync_arguments {
     bool clean_up = false; ///< removes what broken-off transfers left in both folders
 };
 void sync(session& remote, const sync_arguments& arguments, const settings& options);
+
+/// Fetches a file to a private temporary one, runs the user's editor on it, and sends it back if its content is
+/// another one. A file that somebody else has changed meanwhile is refused; what was written is then kept.
+void edit(session& remote, const std::string& path, const settings& options);
 
 void rm(session& remote, const std::vector<std::string>& patterns, bool recursive, const settings& options);
 void mv(session& remote, const std::string& from, const std::string& to, bool replace, const settings& options);

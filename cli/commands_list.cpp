@@ -9,6 +9,7 @@
 #include <qrftp/trace.hpp>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -71,6 +72,7 @@ private:
     void print_files()
     {
         std::vector<entry> entries;
+        sort(files_, &remote_entry::what);
         for (const remote_entry& one : files_) {
             entries.push_back(one.what);
         }
@@ -86,8 +88,26 @@ private:
 
     void name_owners(std::vector<entry>& entries)
     {
-        if (arguments_.long_form) {
+        if (arguments_.list.long_form) {
             remote_.name_owners(entries);
+        }
+    }
+
+    /// As the options want it. What comes ordered by name stays so among equals.
+    template <class Entries, class Projection = std::identity>
+    void sort(Entries& entries, Projection of = {}) const
+    {
+        if (arguments_.list.by_size) {
+            std::ranges::stable_sort(entries, std::greater<>(),
+                                     [&](const auto& one) { return std::invoke(of, one).size.value_or(0); });
+        } else if (arguments_.list.by_time) {
+            std::ranges::stable_sort(entries, std::greater<>(), [&](const auto& one) {
+                const auto& time = std::invoke(of, one).modified;
+                return time ? time->time : std::chrono::sys_seconds::min();
+            });
+        }
+        if (arguments_.list.reverse) {
+            std::ranges::reverse(entries);
         }
     }
 
@@ -95,7 +115,8 @@ private:
     {
         if (!options_.json && !entries.empty()) {
             has_printed_ = true;
-            arguments_.long_form ? print_long(entries, options_) : print_names(entries, options_);
+            arguments_.list.long_form ? print_long(entries, options_)
+                                      : print_names(entries, options_, arguments_.list.one_column);
         }
     }
 
@@ -121,6 +142,10 @@ private:
         if (has_headings_ && !options_.json) {
             print_line((std::exchange(has_printed_, true) ? "\n" : "") + escape(one.path) + ":");
         }
+        if (!options_.json && !arguments_.list.hidden) {
+            std::erase_if(found.entries, [](const entry& child) { return child.name.starts_with('.'); });
+        }
+        sort(found.entries);
         std::vector<folder> below;
         for (const entry& child : found.entries) {
             std::string path = join(one.path, child.name);

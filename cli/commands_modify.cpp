@@ -55,24 +55,66 @@ void refuse_top(session& remote, const std::string& path)
     }
 }
 
+[[noreturn]] void refuse_folder(const std::string& path)
+{
+    throw needs_recursion(fmt::format("\"{}\" is a folder; -r removes it with all that is in it.", path));
+}
+
 void remove(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
 {
     carry_out(folder ? "remove_folder" : "remove_file", path, "", options, [&] {
         if (folder) {
             remote.remove_folder(path, recursive);
-        } else {
+            return;
+        }
+        try {
             remote.remove_file(path);
+        } catch (const IsFolder&) {
+            refuse_folder(path);
         }
     });
+}
+
+/// Prints all that removing a folder would remove, in that order; without recursion, since it is the server
+/// that nests the folders.
+void print_removal(session& remote, const std::string& top, const settings& options)
+{
+    struct level {
+        std::string path;
+        std::vector<entry> entries;
+        std::size_t next = 0;
+    };
+    const auto look_into = [&](const std::string& path) { return level{path, remote.list(path).entries}; };
+    std::vector<level> levels;
+    levels.push_back(look_into(top));
+    while (!levels.empty()) {
+        level& here = levels.back();
+        if (here.next == here.entries.size()) {
+            remove(remote, here.path, true, true, options);
+            levels.pop_back();
+            continue;
+        }
+        const entry& one = here.entries[here.next++];
+        const std::string path = join(here.path, one.name);
+        if (one.kind == entry_kind::folder) {
+            levels.push_back(look_into(path));
+        } else {
+            remove(remote, path, false, false, options);
+        }
+    }
 }
 
 /// Removes a file, and a folder only where `recursive`.
 void remove_any(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
 {
     if (folder && !recursive) {
-        throw IsFolder(path);
+        refuse_folder(path);
     }
     refuse_top(remote, path);
+    if (folder && options.dry_run) {
+        print_removal(remote, path, options);
+        return;
+    }
     remove(remote, path, folder, recursive, options);
 }
 

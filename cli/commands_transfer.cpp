@@ -125,12 +125,23 @@ std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
     std::vector<copy> plan;
     std::map<std::string, std::string> sources_by_target;
     for (const std::string& source : arguments.sources) {
+        if (source.empty()) {
+            throw usage_error("The name of a local file is empty.");
+        }
         std::string path = into ? join(arguments.target, local_name(source)) : arguments.target;
         refuse_same_targets(sources_by_target, path, source);
         sources_by_target.emplace(path, source);
         plan.push_back({std::move(path), source, fs::is_directory(source)});
     }
     return plan;
+}
+
+/// From where to where a copy goes; of a folder, what is at `below` in it.
+copy_ends ends_of(const copy& one, direction way, const std::string& below = {})
+{
+    const std::string remote = below.empty() ? one.remote : join(one.remote, below);
+    const std::string local = (below.empty() ? one.local : one.local / below).string();
+    return way == direction::fetch ? copy_ends{remote, local} : copy_ends{local, remote};
 }
 
 /// What a copy of a single file is printed as.
@@ -154,7 +165,7 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
     transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
     options.follow_target = !one.is_found;
     if (report.is_dry_run()) {
-        report.print_action(action);
+        report.print_action(action, ends_of(one, way));
         return;
     }
     try {
@@ -164,9 +175,9 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
         if (way == direction::send) {
             throw;
         }
-        throw std::runtime_error(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
+        throw needs_recursion(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
     }
-    report.print_action(action);
+    report.print_action(action, ends_of(one, way));
 }
 
 /// Several files of one origin, as many at a time as the protocol carries; those that fail do not keep the
@@ -176,17 +187,19 @@ void copy_files(session& remote, const std::vector<copy>& files, const transfer_
 {
     std::vector<file_pair> pairs;
     std::map<std::string, std::uint64_t> sizes;
+    std::map<std::string, copy_ends> ends;
     for (const copy& one : files) {
         pairs.push_back({one.remote, one.local});
         const tree_action action = action_of(remote, one, way, report.prints_sizes());
         sizes.emplace(action.path, action.size);
+        ends.emplace(action.path, ends_of(one, way));
     }
     tree_options options = report.watch(arguments.tree);
     options.keep_going = true;
     options.transfer.follow_target = !files.front().is_found;
     options.on_action = [&](tree_action action) {
         action.size = sizes[action.path];
-        report.print_action(action);
+        report.print_action(action, ends[action.path]);
     };
     report.add(way == direction::fetch ? fetch_files(remote, pairs, options)
                                        : send_files(remote, pairs, options));
@@ -204,6 +217,11 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
     }
     tree_options options = report.watch(arguments.tree);
     options.transfer.follow_target = !one.is_found;
+    options.on_action = [&](const tree_action& action) {
+        const bool is_copy = action.what == tree_action::kind::copy;
+        report.print_action(action, is_copy ? ends_of(one, way, action.path) : copy_ends{});
+    };
+    report.set_target(way == direction::fetch ? one.local.string() : one.remote);
     report.attempt_tree(options, [&] {
         return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
                                        : send_tree(remote, one.local, one.remote, options);
@@ -266,6 +284,7 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
 {
     transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
     const sync_options watched = report.watch(arguments.options);
+    report.set_target(arguments.way == direction::fetch ? arguments.local : or_here(arguments.remote));
     report.attempt_tree(watched, [&] {
         return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
     });

@@ -1,11 +1,19 @@
 #include "complete.hpp"
 
-#include "shell_commands.hpp"
+#include "parse.hpp"
+#include "shell_state.hpp"
+#include "subcommand.hpp"
 #include "tokenize.hpp"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include <algorithm>
 #include <filesystem>
-#include <optional>
+#include <iterator>
+#include <map>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -19,12 +27,28 @@ std::string folder_of(const std::string& name)
     return name.substr(0, name.rfind('/') + 1);
 }
 
-std::vector<candidate> command_names()
+std::vector<candidate> command_names(const CLI::App& commands)
 {
     std::vector<candidate> found;
-    for (const shell_command& command : shell_commands()) {
-        found.push_back({std::string(command.name)});
+    for (const CLI::App* const command : commands.get_subcommands([](const CLI::App*) { return true; })) {
+        found.push_back({command->get_name()});
+        for (const std::string& alias : command->get_aliases()) {
+            found.push_back({alias});
+        }
     }
+    std::ranges::sort(found, {}, &candidate::name);
+    return found;
+}
+
+std::vector<candidate> option_names(const CLI::App& command)
+{
+    std::vector<candidate> found;
+    for (const CLI::Option* const option : command.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            found.push_back({"--" + name});
+        }
+    }
+    std::ranges::sort(found, {}, &candidate::name);
     return found;
 }
 
@@ -44,46 +68,122 @@ std::vector<candidate> local_names(const std::string& folder)
     return found;
 }
 
-/// The words of a line up to the cursor; the last one, which is to be completed, may be empty.
+/// The words of the last command of a line up to the cursor; the last one, which is to be completed, may be
+/// empty.
 std::vector<token> typed_words(std::string_view line)
 {
     token_list found = tokenize(line);
+    while (found.next != std::string::npos) {
+        found = tokenize(line, found.next);
+    }
+    if (found.local != std::string::npos) {
+        return {};
+    }
     if (found.at_new_word) {
         found.tokens.push_back({{}, {}, line.size()});
     }
     return std::move(found.tokens);
 }
 
-/// What the last of `words` is to the command that the first one names; empty where there is nothing to know.
-std::optional<char> kind_of_last(const std::vector<token>& words)
+enum class word_kind {
+    nothing,
+    command,
+    option,
+    remote,
+    remote_folder,
+    marked_remote_folder, ///< behind a colon
+    local,
+    local_folder
+};
+
+bool takes_folders(word_kind kind)
 {
-    if (words.size() == 1) {
-        return 'c';
-    }
-    const shell_command* const command = find_command(words.front().text);
-    if (command == nullptr || command->operands.empty()) {
-        return std::nullopt;
-    }
-    const auto place = std::count_if(words.begin() + 1, words.end() - 1, [](const token& word) {
-        return word.text.size() < 2 || word.text.front() != '-';
-    });
-    if (std::cmp_greater_equal(place, command->most)) {
-        return std::nullopt;
-    }
-    return command->operands[std::min(static_cast<std::size_t>(place), command->operands.size() - 1)];
+    return kind == word_kind::remote_folder || kind == word_kind::marked_remote_folder ||
+           kind == word_kind::local_folder;
 }
 
-std::vector<candidate> names_for(char kind, shell_state& state, const std::string& folder)
+/// What an operand is that the usage shows as `name`.
+word_kind kind_of_operand(std::string name, const token& typed)
+{
+    static const std::map<std::string, word_kind> kinds{
+        {"COMMAND", word_kind::command}, {"PATH", word_kind::remote},
+        {"NEWPATH", word_kind::remote},  {"FOLDER", word_kind::remote_folder},
+        {"LOCAL", word_kind::local},     {"LOCAL-FOLDER", word_kind::local_folder}};
+    if (name == "SOURCE" || name == "DEST") {
+        return typed.pattern.starts_with(':') ? word_kind::marked_remote_folder : word_kind::local_folder;
+    }
+    const auto found = kinds.find(name);
+    return found == kinds.end() ? word_kind::nothing : found->second;
+}
+
+/// What the last of `words` is to the command that the first one names.
+word_kind kind_of_last(const CLI::App& command, const std::vector<token>& words)
+{
+    std::vector<std::string> texts;
+    std::transform(words.begin() + 1, words.end(), std::back_inserter(texts),
+                   [](const token& word) { return word.pattern; });
+    const std::vector<bool> operands = are_operands(command, texts);
+    if (!operands.back()) {
+        return texts.back().starts_with('-') ? word_kind::option : word_kind::local;
+    }
+    auto place = std::count(operands.begin(), operands.end() - 1, true);
+    std::istringstream shown(operands_of(command));
+    std::string name;
+    for (std::string next; place >= 0 && shown >> next; --place) {
+        name = next;
+    }
+    if (place >= 0 && name.find("...") == std::string::npos) {
+        return word_kind::nothing;
+    }
+    std::erase_if(name, [](char byte) { return byte == '[' || byte == ']' || byte == '.'; });
+    return kind_of_operand(name, words.back());
+}
+
+std::vector<candidate> names_for(word_kind kind, shell_state& state, const std::string& folder)
 {
     switch (kind) {
-    case 'c':
-        return command_names();
-    case 'l':
-    case 'L':
+    case word_kind::nothing:
+    case word_kind::option:
+        return {};
+    case word_kind::command:
+        return command_names(*state.commands);
+    case word_kind::local:
+    case word_kind::local_folder:
         return local_names(folder);
     default:
-        return state.names.in(state.remote, folder);
+        return state.names.in(state.remote(), folder);
     }
+}
+
+/// A name as it was typed.
+struct typed_name {
+    std::string marker; ///< ":" and "~/", which lose their meaning where they are quoted
+    std::string folder; ///< of the rest, with its slash
+    std::string start;  ///< of the name in that folder
+    std::string listed_folder;
+};
+
+typed_name take_apart(shell_state& state, word_kind kind, const token& word)
+{
+    if (kind == word_kind::command || kind == word_kind::option || kind == word_kind::nothing) {
+        return {"", "", word.text, ""};
+    }
+    typed_name typed;
+    std::string_view pattern = word.pattern;
+    if (kind == word_kind::marked_remote_folder) {
+        typed.marker = ":";
+        pattern.remove_prefix(1);
+    }
+    if (pattern.starts_with("~/")) {
+        typed.marker += "~/";
+        const bool local = kind == word_kind::local || kind == word_kind::local_folder;
+        typed.listed_folder = local ? local_name(state.defaults, "~/") : remote_name(state.defaults, "~/");
+    }
+    const std::string rest = word.text.substr(typed.marker.size());
+    typed.folder = folder_of(rest);
+    typed.start = rest.substr(typed.folder.size());
+    typed.listed_folder += typed.folder;
+    return typed;
 }
 
 std::string common_start(const std::vector<candidate>& all)
@@ -123,25 +223,27 @@ const std::vector<candidate>& remote_names::in(session& remote, const std::strin
 completion complete(shell_state& state, std::string_view line)
 {
     const std::vector<token> words = typed_words(line);
-    const std::string& last = words.back().text;
-    completion found{words.back().start, {}, {}};
-    const auto kind = kind_of_last(words);
-    if (!kind || line.substr(0, 1) == "!") {
-        return found;
+    const CLI::App* const command =
+        words.size() < 2 ? nullptr : find_subcommand(*state.commands, words.front().text);
+    if (words.empty() || (words.size() > 1 && command == nullptr)) {
+        return {line.size(), {}, {}};
     }
-    const std::string folder = *kind == 'c' ? std::string() : folder_of(last);
-    const std::string start = last.substr(folder.size());
-    found.candidates = names_for(*kind, state, folder);
-    const bool folders_only = *kind == 'R' || *kind == 'L';
+    const word_kind kind = command == nullptr ? word_kind::command : kind_of_last(*command, words);
+    const typed_name typed = take_apart(state, kind, words.back());
+    completion found{words.back().start, {}, {}};
+    found.candidates =
+        kind == word_kind::option ? option_names(*command) : names_for(kind, state, typed.listed_folder);
     std::erase_if(found.candidates, [&](const candidate& one) {
-        const bool is_hidden = one.name.front() == '.' && start.empty();
-        return !one.name.starts_with(start) || is_hidden || (folders_only && one.kind == entry_kind::file);
+        const bool is_hidden = one.name.front() == '.' && typed.start.empty();
+        return !one.name.starts_with(typed.start) || is_hidden ||
+               (takes_folders(kind) && one.kind == entry_kind::file);
     });
     if (found.candidates.empty()) {
         return found;
     }
     const entry_kind first = found.candidates.front().kind;
-    found.word = quote(folder + common_start(found.candidates));
+    const std::string word = typed.folder + common_start(found.candidates);
+    found.word = kind == word_kind::option ? word : typed.marker + quote(word);
     if (found.candidates.size() == 1 && first != entry_kind::link) { // A link may be a folder.
         found.word += first == entry_kind::folder ? '/' : ' ';
     }

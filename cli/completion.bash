@@ -1,33 +1,34 @@
-# bash completion for qrftp(1): subcommands, options as the program's own help has them, local files.
+# bash completion for qrftp(1): the program itself knows what may follow; names of local files are bash's.
 
 _qrftp() {
-    local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} words=
+    local current=${COMP_WORDS[COMP_CWORD]} typed= tail= word rest
     COMPREPLY=()
-    case $previous in
-    --tls) words='none opportunistic strict' ;;
-    --host-key) words='strict accept-new off' ;;
-    --colour | --color) words='auto always never' ;;
-    --password-file | --netrc-file | --cacert | -i | --key | --ssh-config | --pass-phrase-file | --known-hosts | --batch) ;;
-    -u | --user | -j | --jobs | --include | --exclude | --limit-rate | --depth | --max-depth | --max-delete | --count | --*-timeout | --timeout)
-        return
-        ;;
-    *)
-        if [[ $word == -* ]]; then
-            local subcommand=${COMP_WORDS[1]}
-            [[ $subcommand == -* ]] && subcommand=
-            words=$("${COMP_WORDS[0]}" $subcommand --help 2>/dev/null | grep -oE '^  (-.,)?--[a-z,-]+' |
-                grep -oE -- '--[a-z-]+')
-        elif ((COMP_CWORD == 1)); then
-            words=$("${COMP_WORDS[0]}" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
-        fi
-        ;;
-    esac
-    local IFS=$'\n'
-    if [[ $words ]]; then
-        COMPREPLY=($(compgen -W "${words//[ $'\n']/$'\n'}" -- "$word"))
-    elif ((COMP_CWORD > 1)); then
-        COMPREPLY=($(compgen -f -- "$word"))
-        compopt -o filenames 2>/dev/null
-    fi
+    while IFS=$'\t' read -r word rest; do
+        case $word in
+        :word)
+            typed=$rest tail=$rest
+            # bash has broken the word at these characters, and replaces what is behind the last one.
+            [[ $current == [\'\"]* ]] || tail=${typed##*[:=@]}
+            ;;
+        :files)
+            while IFS= read -r word; do
+                [[ ! -d ${word/#\~/$HOME} ]] || word+=/
+                _qrftp_add "$word"
+            done < <(compgen -f -- "$tail")
+            ;;
+        *) _qrftp_add "${word:${#typed}-${#tail}}" ;;
+        esac
+    done < <("${COMP_WORDS[0]}" --complete-line "${COMP_LINE:0:COMP_POINT}" 2>/dev/null)
 }
+
+_qrftp_add() { # WORD
+    local word=$1
+    if [[ $current != [\'\"]* ]]; then
+        printf -v word %q "$word"
+        word=${word/#\\~/\~}
+    fi
+    COMPREPLY+=("$word")
+    [[ $word != *[/:=] ]] || compopt -o nospace 2>/dev/null
+}
+
 complete -F _qrftp qrftp

@@ -6,7 +6,7 @@ namespace {
 
 bool is_anonymous(const credential_sources& sources, const std::string& user)
 {
-    return sources.server.scheme == url_scheme::ftp && (user.empty() || user == "anonymous");
+    return sources.server.scheme != url_scheme::sftp && (user.empty() || user == "anonymous");
 }
 
 std::optional<std::string> password_without_netrc(const credential_sources& sources, const std::string& user)

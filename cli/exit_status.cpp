@@ -1,5 +1,6 @@
 #include "exit_status.hpp"
 
+#include "error_json.hpp"
 #include "interrupt.hpp"
 #include "output.hpp"
 #include "settings.hpp"
@@ -16,6 +17,8 @@ namespace qrftp::cli {
 
 namespace {
 
+bool reports_json = false; // Failures of the command line are reported, too, when nothing has been parsed.
+
 template <class Error>
 bool is(const std::exception& error)
 {
@@ -30,6 +33,7 @@ exit_status status_of(error_cause cause)
     case error_cause::invalid_option:
         return usage;
     case error_cause::no_connection:
+    case error_cause::proxy_refused:
     case error_cause::no_encryption:
     case error_cause::timeout:
     case error_cause::connection_lost:
@@ -80,18 +84,31 @@ std::string sentence_of(const std::exception& error)
         return "Interrupted.";
     }
     if (const auto* local = dynamic_cast<const std::filesystem::filesystem_error*>(&error)) {
-        return fmt::format("\"{}\" failed on this machine: {}.", escape(local->path1().string()),
-                           local->code().message());
+        return LocalFileError(local->path1().string(), local->code()).what();
     }
     const bool is_escaped = is<qrftp::error>(error);
     return is_escaped ? error.what() : escape(error.what());
 }
 
-void report(const std::exception& error)
+void report_as_json(bool wanted) noexcept
 {
-    if (interrupted() || (!is<some_failed>(error) && !is<output_closed>(error))) {
-        print_error(sentence_of(error));
+    reports_json = wanted;
+}
+
+void report(const std::exception& error, std::size_t line)
+{
+    if (!interrupted() && (is<some_failed>(error) || is<output_closed>(error))) {
+        return;
     }
+    if (!reports_json) {
+        print_error((line == 0 ? "" : fmt::format("Line {}: ", line)) + sentence_of(error));
+        return;
+    }
+    json object = to_json(error);
+    if (line != 0) {
+        object["line"] = line;
+    }
+    print_error_json(object);
 }
 
 } // namespace qrftp::cli

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <string>
 
@@ -26,8 +27,12 @@ int status_of(const std::exception& error);
 /// The error in one line without control characters.
 std::string sentence_of(const std::exception& error);
 
-/// Writes the sentence to standard error; nothing for `some_failed`, which has been reported, and where nobody
-/// reads the output any more.
-void report(const std::exception& error);
+/// Whether failures are reported as JSON from now on.
+void report_as_json(bool wanted) noexcept;
+
+/// Writes the sentence, or the JSON object, to standard error; nothing for `some_failed`, which has been
+/// reported, and where nobody reads the output any more. In a batch, `line` is the number of the line that
+/// failed.
+void report(const std::exception& error, std::size_t line = 0);
 
 } // namespace qrftp::cli

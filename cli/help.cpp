@@ -28,6 +28,14 @@ public:
         return text + make_subcommands(app, mode) + '\n' + make_footer(app);
     }
 
+    /// Operands that say nothing of themselves stand in the usage alone.
+    std::string make_positionals(const CLI::App* app) const override
+    {
+        const CLI::Option* const operands = app->get_option_no_throw("operands");
+        const bool speaks = operands == nullptr || !operands->get_description().empty();
+        return speaks ? CLI::Formatter::make_positionals(app) : "";
+    }
+
     /// Operands are shown by their type, "URL... [LOCAL]", which CLI11 does not take for a name.
     std::string make_option_name(const CLI::Option* option, bool is_positional) const override
     {
@@ -66,7 +74,10 @@ sftp://[USER@]HOST[:PORT]/PATH from the root, /~/PATH from the login folder.
 "*", "?" and "[...]" in a PATH of ls, stat, cat, du, get and rm are wildcards, unless
 they are percent-encoded or something has exactly that name.
 
-Password: the URL's, --password-file, $QRFTP_PASSWORD, ~/.netrc, else asked for.
+NAME:PATH stands for a URL where "qrftp profile" keeps NAME.
+
+Password: the URL's, --password-file, --password-command, $QRFTP_PASSWORD, ~/.netrc,
+else asked for.
 SFTP: keys of the SSH agent, of --key and ~/.ssh first; pass phrases from
 --pass-phrase-file, $QRFTP_PASSPHRASE, else asked for.
 

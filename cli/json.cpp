@@ -52,6 +52,11 @@ void print_json(const json& object)
     print_line(to_text(object));
 }
 
+void print_error_json(const json& object)
+{
+    write_error(to_text(object));
+}
+
 void add_bytes(json& object, const std::string& key, const std::string& bytes)
 {
     if (bytes.empty()) {

@@ -19,6 +19,9 @@ std::string to_text(const json& object);
 /// Prints the line of the object.
 void print_json(const json& object);
 
+/// The same on standard error, after what standard output has.
+void print_error_json(const json& object);
+
 /// Adds `bytes` as `key`, and as hexadecimal digits under "KEY_hex" where they are not UTF-8. Empty ones are
 /// left out.
 void add_bytes(json& object, const std::string& key, const std::string& bytes);

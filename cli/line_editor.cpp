@@ -2,7 +2,9 @@
 
 #include "environment.hpp"
 #include "interrupt.hpp"
+#include "shell_state.hpp"
 #include "table.hpp"
+#include "tokenize.hpp"
 
 #include <qrftp/trace.hpp>
 
@@ -64,25 +66,40 @@ private:
     bool is_changed_ = false;
 };
 
-/// Below the line that is being edited: as many names as the screen has room for.
-void list(const std::vector<candidate>& all)
+/// Of a URL, as "open" takes it.
+bool holds_password(const std::string& line)
+{
+    for (std::size_t start = 0; start != std::string::npos;) {
+        const token_list command = tokenize(line, start);
+        for (const token& word : command.tokens) {
+            if (is_url(word.text) && !password_in(word.text).empty()) {
+                return true;
+            }
+        }
+        start = command.next;
+    }
+    return false;
+}
+
+std::string in_columns(const std::vector<candidate>& all, std::size_t width)
 {
     std::vector<cell> names;
     names.reserve(all.size());
     for (const candidate& one : all) {
         names.push_back({escape(one.name) + (one.kind == entry_kind::folder ? "/" : "")});
     }
-    const terminal_size size = terminal_size::of(STDOUT_FILENO);
-    const std::size_t room = std::max<std::size_t>(size.rows, 4) - 3;
-    std::string text = in_columns(names, size.columns);
-    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-    if (lines > room) {
-        const std::size_t fit = std::max<std::size_t>(names.size() * room / lines, 1);
-        const std::size_t more = names.size() - fit;
-        names.resize(fit);
-        text = in_columns(names, size.columns) + fmt::format("… and {} more\n", more);
+    return in_columns(names, width);
+}
+
+/// With commas between thousands.
+std::string grouped(std::size_t number)
+{
+    std::string text = fmt::to_string(number);
+    for (std::size_t place = text.size(); place > 3;) {
+        place -= 3;
+        text.insert(place, ",");
     }
-    (void)std::fputs(('\n' + text).c_str(), stdout);
+    return text;
 }
 
 } // namespace
@@ -149,7 +166,7 @@ std::optional<std::string> line_editor::read(const std::string& prompt)
     if (line.back() == '\n') {
         line.pop_back();
     }
-    if (line.find_first_not_of(" \t") != std::string::npos) {
+    if (line.find_first_not_of(" \t") != std::string::npos && !holds_password(line)) {
         HistEvent event{};
         history(history_.get(), &event, H_ENTER, line.c_str());
     }
@@ -192,11 +209,31 @@ int line_editor::read_character(EditLine* editor, wchar_t* into)
 completion line_editor::find_completion(const std::string& line)
 try {
     const interruptible_terminal scope;
-    state_.renew_session();
     return complete(state_, line);
 } catch (const std::exception&) {
     state_.forget_interrupt();
     return {}; // What cannot be listed is for a command to report.
+}
+
+/// Below the line that is being edited; asks before it lists more than the screen has room for.
+void line_editor::list(const std::vector<candidate>& all)
+{
+    const terminal_size size = terminal_size::of(STDOUT_FILENO);
+    const std::string text = in_columns(all, size.columns);
+    const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    (void)std::fputs("\n", stdout);
+    if (lines + 2 > size.rows) {
+        (void)std::fputs(fmt::format("Display all {} possibilities? (y or n) ", grouped(all.size())).c_str(),
+                         stdout);
+        (void)std::fflush(stdout);
+        wchar_t answer = L'n';
+        (void)read_character(editor_.get(), &answer);
+        (void)std::fputs("\n", stdout);
+        if (answer != L'y' && answer != L'Y') {
+            return;
+        }
+    }
+    (void)std::fputs(text.c_str(), stdout);
 }
 
 unsigned char line_editor::complete_word(EditLine* editor, int /*key*/)
@@ -214,7 +251,7 @@ try {
         el_deletestr(editor, static_cast<int>(characters));
         return el_insertstr(editor, found.word.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
     }
-    list(found.candidates);
+    self.list(found.candidates);
     return CC_REDISPLAY;
 } catch (const std::exception&) {
     return CC_ERROR;

@@ -1,14 +1,17 @@
 #pragma once
 
-#include "shell_commands.hpp"
+#include "complete.hpp"
 
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <histedit.h>
 
 namespace qrftp::cli {
+
+struct shell_state;
 
 /// Reads lines at a terminal, with editing, a history that is kept from one shell to the next, and completion
 /// by Tab. One at a time.
@@ -27,6 +30,7 @@ private:
     static char* show_prompt(EditLine* editor);
     static int read_character(EditLine* editor, wchar_t* into);
     static unsigned char complete_word(EditLine* editor, int key);
+    void list(const std::vector<candidate>& all);
     completion find_completion(const std::string& line);
     void open_history();
 

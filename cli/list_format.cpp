@@ -57,14 +57,15 @@ std::string coloured_name(const entry& what, const settings& options)
     return fmt::format("{}{}{}", name.before, name.text, name.after);
 }
 
-void print_names(const std::vector<entry>& entries, const settings& options)
+void print_names(const std::vector<entry>& entries, const settings& options, bool one_column)
 {
     std::vector<cell> names;
     names.reserve(entries.size());
     for (const entry& one : entries) {
         names.push_back(name_cell(one, options));
     }
-    print(in_columns(names, isatty(STDOUT_FILENO) == 0 ? 0 : terminal_size::of(STDOUT_FILENO).columns));
+    print(in_columns(names,
+                     one_column || isatty(STDOUT_FILENO) == 0 ? 0 : terminal_size::of(STDOUT_FILENO).columns));
 }
 
 void print_long(const std::vector<entry>& entries, const settings& options)
@@ -75,12 +76,13 @@ void print_long(const std::vector<entry>& entries, const settings& options)
         if (!one.link_target.empty()) {
             name += " -> " + escape(one.link_target);
         }
-        rows.push_back({{mode_text(one)},
-                        or_dash(one.owner),
-                        or_dash(one.group),
-                        or_dash(one.size ? size_text(*one.size, options) : ""),
-                        or_dash(one.modified ? time_text(*one.modified) : ""),
-                        {std::move(name)}});
+        rows.push_back(
+            {{mode_text(one)},
+             or_dash(one.owner),
+             or_dash(one.group),
+             or_dash(one.size ? size_text(*one.size, options) : ""),
+             or_dash(one.modified ? time_text(*one.modified) + (one.modified->utc ? " UTC" : " server") : ""),
+             {std::move(name)}});
     }
     print(in_rows(rows, "lllrll"));
 }

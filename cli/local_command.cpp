@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
@@ -44,21 +43,20 @@ private:
     struct sigaction quit_ {};
 };
 
-pid_t start(const std::string& shell, const std::string& line)
+std::vector<char*> pointers(std::vector<std::string>& words)
 {
-    std::array<std::string, 3> words{shell, "-c", line};
-    std::array<char*, 4> arguments{words[0].data()};
-    if (!line.empty()) {
-        arguments[1] = words[1].data();
-        arguments[2] = words[2].data();
+    std::vector<char*> found;
+    found.reserve(words.size() + 1);
+    for (std::string& one : words) {
+        found.push_back(one.data());
     }
+    found.push_back(nullptr);
+    return found;
+}
+
+pid_t start(std::vector<std::string> words)
+{
     std::vector<std::string> variables = environment_without_secrets();
-    std::vector<char*> environment;
-    environment.reserve(variables.size() + 1);
-    for (std::string& one : variables) {
-        environment.push_back(one.data());
-    }
-    environment.push_back(nullptr);
     sigset_t defaults;
     sigemptyset(&defaults);
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
@@ -72,24 +70,22 @@ pid_t start(const std::string& shell, const std::string& line)
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1); // The connections are this process's.
     pid_t child = 0;
-    const int failure =
-        posix_spawn(&child, shell.c_str(), &files, &attributes, arguments.data(), environment.data());
+    const int failure = posix_spawnp(&child, words.front().c_str(), &files, &attributes, pointers(words).data(),
+                                     pointers(variables).data());
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
     if (failure != 0) {
-        throw std::runtime_error(fmt::format("The shell \"{}\" cannot be run: {}.", escape(shell),
+        throw std::runtime_error(fmt::format("\"{}\" cannot be run: {}.", escape(words.front()),
                                              std::generic_category().message(failure)));
     }
     return child;
 }
 
-} // namespace
-
-void run_local(const std::string& line)
+/// The status that `waitpid` tells of the program.
+int run(const std::vector<std::string>& words)
 {
-    const std::string own = environment("SHELL").value_or("");
     const ignore_tty_signals scope;
-    const pid_t child = start(own.empty() ? "/bin/sh" : own, line);
+    const pid_t child = start(words);
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) {
@@ -97,15 +93,31 @@ void run_local(const std::string& line)
                 fmt::format("The command was lost: {}.", std::generic_category().message(errno)));
         }
     }
-    if (line.empty()) {
-        return; // An interactive shell ends with the status of its last command, which has been seen.
-    }
+    return status;
+}
+
+} // namespace
+
+void run_program(const std::vector<std::string>& words)
+{
+    const int status = run(words);
     if (WIFSIGNALED(status)) {
         throw std::runtime_error(fmt::format("The command was ended by signal {}.", WTERMSIG(status)));
     }
     if (WEXITSTATUS(status) != 0) {
         throw std::runtime_error(fmt::format("The command ended with status {}.", WEXITSTATUS(status)));
     }
+}
+
+void run_local(const std::string& line)
+{
+    const std::string own = environment("SHELL").value_or("");
+    const std::string shell = own.empty() ? "/bin/sh" : own;
+    if (line.empty()) {
+        (void)run({shell}); // It ends with the status of its last command, which has been seen.
+        return;
+    }
+    run_program({shell, "-c", line});
 }
 
 } // namespace qrftp::cli

@@ -1,11 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace qrftp::cli {
 
-/// Runs `line` by the user's shell, an empty one as an interactive shell, and waits for its end. Interrupts are
-/// its own meanwhile. Throws `std::runtime_error` when it cannot be run, and when `line` fails.
+/// Runs a program, which is looked for as a shell does, with the arguments behind its name, and waits for its
+/// end. Interrupts are its own meanwhile, and the secrets of the environment are not. Throws
+/// `std::runtime_error` when it cannot be run, and when it fails.
+void run_program(const std::vector<std::string>& words);
+
+/// Runs `line` by the user's shell, an empty one as an interactive shell, whose end is never a failure.
 void run_local(const std::string& line);
 
 } // namespace qrftp::cli

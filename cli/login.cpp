@@ -30,6 +30,8 @@ namespace {
 
 const std::map<std::string, tls_mode> tls_modes{
     {"none", tls_mode::none}, {"opportunistic", tls_mode::opportunistic}, {"strict", tls_mode::strict}};
+const std::map<std::string, certificate_trust> certificate_trusts{
+    {"strict", certificate_trust::strict}, {"accept-new", certificate_trust::accept_new}};
 const std::map<std::string, host_key_check> host_key_checks{{"strict", host_key_check::strict},
                                                             {"accept-new", host_key_check::accept_new},
                                                             {"off", host_key_check::off}};
@@ -90,15 +92,19 @@ credentials find_credentials(const url& server, const login_options& options, co
     return found;
 }
 
+std::optional<std::string> find_pass_phrase(const login_options& options)
+{
+    return masked_secret(options.pass_phrase_file.empty() ? environment(pass_phrase_variable)
+                                                          : first_line(expand_home(options.pass_phrase_file)));
+}
+
 void use_keys(session_options& session, const login_options& options)
 {
     for (const std::string& key : options.keys) {
         session.private_keys.push_back(expand_home(key));
         (void)read_file(session.private_keys.back()); // A key that was named and is missing is an error.
     }
-    session.pass_phrase =
-        masked_secret(options.pass_phrase_file.empty() ? environment(pass_phrase_variable)
-                                                       : first_line(expand_home(options.pass_phrase_file)));
+    session.pass_phrase = find_pass_phrase(options);
     session.use_agent = !options.no_agent;
     session.identities_only = options.identities_only;
     if (!options.ssh_config.empty()) {
@@ -106,13 +112,27 @@ void use_keys(session_options& session, const login_options& options)
     }
 }
 
+void use_certificates(session_options& session, const login_options& options)
+{
+    session.certificate_authorities = expand_home(options.certificate_authorities);
+    session.pins = options.pins;
+    session.trust = certificate_trusts.at(options.tls_trust);
+    session.known_tls_file = expand_home(options.known_tls);
+    session.client_certificate = expand_home(options.certificate);
+    session.client_key = expand_home(options.certificate_key);
+    if (!options.certificate.empty()) {
+        session.pass_phrase = find_pass_phrase(options);
+    }
+}
+
 session_options connection_options(const login_options& options)
 {
     session_options session;
     session.tls = tls_modes.at(options.tls);
-    session.certificate_authorities = expand_home(options.certificate_authorities);
+    use_certificates(session, options);
     session.active = options.active;
-    session.use_proxy = options.proxy;
+    session.use_proxy = !options.proxy.empty();
+    session.proxy = options.proxy == environment_proxy ? "" : options.proxy;
     session.host_keys = host_key_checks.at(options.host_key);
     session.known_hosts_file = expand_home(options.known_hosts);
     session.connect_timeout = to_milliseconds(options.connect_timeout);
@@ -128,6 +148,9 @@ void use_dialogue(session_options& session, const std::shared_ptr<login_dialogue
     session.ask_pass_phrase = [dialogue](const fs::path& key) { return dialogue->pass_phrase(key); };
     session.answer_prompts = [dialogue](const login_prompts& prompts) { return dialogue->answers(prompts); };
     session.confirm_host_key = [dialogue](const host_key& key) { return dialogue->accepts(key); };
+    session.confirm_certificate = [dialogue](const server_certificate& shown) {
+        return dialogue->accepts(shown);
+    };
     session.on_warning = [settings](const std::string& sentence) { note(settings, escape(sentence)); };
 }
 
@@ -153,13 +176,33 @@ void add_file(CLI::App& command, const char* name, std::string& file, const char
     command.add_option(name, file, help)->type_name("FILE");
 }
 
+void add_tls_options(CLI::App& command, login_options& options)
+{
+    command.add_option("--tls", options.tls, "FTP: encryption")
+        ->check(CLI::IsMember({"none", "opportunistic", "strict"}).description(""))
+        ->type_name("none|opportunistic|strict")
+        ->capture_default_str();
+    add_file(command, "--cacert", options.certificate_authorities,
+             "FTP: certificate authorities to trust (PEM); else the system's");
+    command.add_option("--pin", options.pins, "FTP: the certificate's key, as sha256//BASE64; may be repeated")
+        ->type_name("PIN")
+        ->allow_extra_args(false);
+    command.add_option("--tls-trust", options.tls_trust, "FTP: which certificates are accepted")
+        ->check(CLI::IsMember({"strict", "accept-new"}).description(""))
+        ->type_name("strict|accept-new")
+        ->capture_default_str();
+    add_file(command, "--known-tls", options.known_tls,
+             "FTP: file of known certificates; else ~/.config/qrftp/known_tls");
+    add_file(command, "--cert", options.certificate, "FTP: client certificate (PEM) to log in with");
+    add_file(command, "--cert-key", options.certificate_key,
+             "FTP: its private key; else that in the same file");
+}
+
 void add_ssh_options(CLI::App& command, login_options& options)
 {
     command.add_option("-i,--key", options.keys, "SFTP: private key to log in with; may be repeated")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    add_file(command, "--pass-phrase-file", options.pass_phrase_file,
-             "SFTP: file whose first line is the keys' pass phrase");
     command.add_flag("--no-agent", options.no_agent, "SFTP: do not use the keys of the SSH agent");
     command.add_flag("--identities-only", options.identities_only,
                      "SFTP: of the agent's keys, only those named by --key");
@@ -167,9 +210,9 @@ void add_ssh_options(CLI::App& command, login_options& options)
         .add_option("--ssh-config", options.ssh_config,
                     "SFTP: OpenSSH configuration, or none; else ~/.ssh/config and the system's")
         ->type_name("FILE");
-    command.add_option("--host-key", options.host_key, "SFTP: strict, accept-new or off")
+    command.add_option("--host-key", options.host_key, "SFTP: which host keys to accept")
         ->check(CLI::IsMember({"strict", "accept-new", "off"}).description(""))
-        ->type_name("CHECK")
+        ->type_name("strict|accept-new|off")
         ->capture_default_str();
     add_file(command, "--known-hosts", options.known_hosts,
              "SFTP: file of known host keys; else ~/.ssh/known_hosts");
@@ -183,18 +226,25 @@ void add_login_options(CLI::App& command, login_options& options)
     command
         .add_option("-u,--user", options.user, "User name; else the URL's, ~/.netrc's, ssh_config's, your own")
         ->type_name("NAME");
-    add_file(command, "--password-file", options.password_file, "File whose first line is the password");
+    command.add_option("--password-file", options.password_file, "File whose first line is the password")
+        ->type_name("FILE");
+    command
+        .add_option("--password-command", options.password_command,
+                    "Program whose first line is the password, run by /bin/sh when the server asks for one")
+        ->type_name("COMMAND")
+        ->excludes("--password-file");
     command.add_option("--netrc-file", options.netrc_file, "File with logins of hosts")
         ->type_name("FILE")
         ->capture_default_str();
-    command.add_option("--tls", options.tls, "FTP: none, opportunistic or strict")
-        ->check(CLI::IsMember({"none", "opportunistic", "strict"}).description(""))
-        ->type_name("MODE")
-        ->capture_default_str();
-    add_file(command, "--cacert", options.certificate_authorities,
-             "FTP: certificate authorities to trust (PEM); else the system's");
+    add_file(command, "--pass-phrase-file", options.pass_phrase_file,
+             "File whose first line is the pass phrase of --key or --cert");
+    add_tls_options(command, options);
     command.add_flag("--active", options.active, "FTP: active mode; the server opens the data connections");
-    command.add_flag("--proxy", options.proxy, "Use the proxy that http_proxy or https_proxy names");
+    command
+        .add_flag(
+            fmt::format("--proxy{{{}}}", environment_proxy), options.proxy,
+            "Proxy (http, https, socks5, socks5h); without URL, the one that http_proxy or all_proxy names")
+        ->type_name("[URL]");
     add_ssh_options(command, options);
     add_seconds(command, "--connect-timeout", options.connect_timeout, "Time to connect");
     add_seconds(command, "--stall-timeout", options.stall_timeout, "Time without data; 0: no limit");
@@ -202,13 +252,29 @@ void add_login_options(CLI::App& command, login_options& options)
     command.option_defaults()->group("Options");
 }
 
+void join_proxy_url(std::vector<std::string>& arguments)
+{
+    const auto is_proxy = [](const std::string& word) {
+        return word.starts_with("http://") || word.starts_with("https://") || word.starts_with("socks");
+    };
+    for (std::size_t i = 0; i + 1 < arguments.size() && arguments[i] != "--"; ++i) {
+        if (arguments[i] == "--proxy" && is_url(arguments[i + 1]) && is_proxy(arguments[i + 1])) {
+            arguments[i] += '=' + arguments[i + 1];
+            arguments.erase(arguments.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+        }
+    }
+}
+
 void hide_passwords(std::span<char*> arguments)
 {
-    for (char* const argument : arguments) {
+    static constexpr std::string_view proxy = "--proxy=";
+    for (char* argument : arguments) {
+        const bool is_proxy = std::string_view(argument).starts_with(proxy);
+        argument += is_proxy ? proxy.size() : 0;
         const std::string word = argument;
-        std::string password;
+        std::string password = is_proxy ? std::string(password_in(word)) : "";
         try {
-            password = is_url(word) ? url::parse(word).password : "";
+            password = !is_proxy && is_url(word) ? url::parse(word).password : password;
         } catch (const InvalidUrl&) {
             password = password_in(word);
         }
@@ -236,11 +302,18 @@ std::vector<url> parse_urls(const std::vector<std::string>& words)
 login::login(const url& server, const login_options& options, const settings& settings)
     : server_(server), options_(connection_options(options))
 {
-    const credentials found = find_credentials(server, options, settings);
+    const bool has_command = !options.password_command.empty() && server.password.empty();
+    credentials found = find_credentials(server, options, settings);
+    if (has_command) {
+        found.password.reset(); // What the environment and ~/.netrc have comes after it.
+    }
     options_.user = found.user;
     options_.password = found.password;
     subject_ = (found.user.empty() ? "" : found.user + "@") + server.host;
     dialogue_ = std::make_shared<login_dialogue>(subject_, found.password);
+    if (has_command) {
+        dialogue_->use_command(options.password_command);
+    }
     use_dialogue(options_, dialogue_, settings);
     if (server.scheme == url_scheme::sftp) {
         use_keys(options_, options);

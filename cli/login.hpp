@@ -17,15 +17,24 @@ namespace qrftp::cli {
 
 class login_dialogue;
 
+/// The proxy that the environment names.
+constexpr const char* environment_proxy = "environment";
+
 /// What the command line says about reaching the server, besides the URL.
 struct login_options {
     std::string user;
     std::string password_file;
+    std::string password_command;
     std::string netrc_file = "~/.netrc";
     std::string tls = "strict";
     std::string certificate_authorities;
+    std::vector<std::string> pins;
+    std::string tls_trust = "strict";
+    std::string known_tls;
+    std::string certificate;
+    std::string certificate_key;
     bool active = false;
-    bool proxy = false;
+    std::string proxy; ///< a URL; `environment_proxy` for that of the environment, empty for none
     std::vector<std::string> keys;
     std::string pass_phrase_file;
     bool no_agent = false;
@@ -41,8 +50,12 @@ struct login_options {
 /// Adds the options above, with their help texts, to a command.
 void add_login_options(CLI::App& command, login_options& options);
 
+/// Joins "--proxy" and the URL of a proxy after it to one word. The URL may be left out, and what follows is
+/// then the URL of a server.
+void join_proxy_url(std::vector<std::string>& arguments);
+
 /// Makes the passwords of URLs in the process's arguments asterisks, so that no list of processes shows them,
-/// and masks them in traces.
+/// and masks them in traces; also that of "--proxy=URL".
 void hide_passwords(std::span<char*> arguments);
 
 /// Takes URLs apart that must be of one server and one user. Throws `usage_error`, `InvalidUrl`.

@@ -1,5 +1,6 @@
 #include "login_dialogue.hpp"
 
+#include "password_command.hpp"
 #include "terminal.hpp"
 
 #include <qrftp/trace.hpp>
@@ -21,9 +22,16 @@ login_dialogue::login_dialogue(std::string subject, std::optional<std::string> p
 {
 }
 
+void login_dialogue::use_command(const std::string& command)
+{
+    const std::scoped_lock lock(guard_);
+    command_ = command;
+}
+
 std::optional<std::string> login_dialogue::password(unsigned attempt)
 {
     const std::scoped_lock lock(guard_);
+    run_command();
     if (attempt == 0 && password_) {
         return password_;
     }
@@ -52,6 +60,9 @@ std::optional<std::vector<std::string>> login_dialogue::answers(const login_prom
 {
     const std::scoped_lock lock(guard_);
     const bool wants_password = prompts.prompts.size() == 1 && !prompts.prompts.front().echo;
+    if (wants_password) {
+        run_command();
+    }
     if (wants_password && password_ && !std::exchange(has_used_password_, true)) {
         return std::vector{*password_};
     }
@@ -86,10 +97,32 @@ bool login_dialogue::accepts(const host_key& key)
         .value_or(true);
 }
 
+bool login_dialogue::accepts(const server_certificate& shown)
+{
+    const std::scoped_lock lock(guard_);
+    const auto [known, is_new] = certificates_.try_emplace(shown.pin, true);
+    if (is_new) {
+        known->second =
+            ask_yes_or_no(fmt::format("No authority vouches for the certificate of {} ({}). Its key is\n"
+                                      "  {}\nAccept and remember it? [y/N] ",
+                                      escape(shown.host), shown.problem, shown.pin))
+                .value_or(true);
+    }
+    return known->second;
+}
+
 bool login_dialogue::lacks_terminal() const
 {
     const std::scoped_lock lock(guard_);
     return lacks_terminal_;
+}
+
+void login_dialogue::run_command()
+{
+    if (!command_.empty()) {
+        password_ = run_password_command(std::exchange(command_, {}));
+        mask_secret(*password_);
+    }
 }
 
 std::optional<std::string> login_dialogue::ask_hidden(const std::string& question)

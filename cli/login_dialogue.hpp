@@ -18,24 +18,32 @@ public:
     /// `subject` is what a password is for: "user@host". `password` answers the first single hidden prompt.
     login_dialogue(std::string subject, std::optional<std::string> password);
 
-    /// Up to three times at a terminal.
+    /// Runs `command` for the password when it is first wanted.
+    void use_command(const std::string& command);
+
+    /// Throws `no_secret` where a command for the password fails. Up to three times at a terminal.
     std::optional<std::string> password(unsigned attempt);
     std::optional<std::string> pass_phrase(const std::filesystem::path& key);
     std::optional<std::vector<std::string>> answers(const login_prompts& prompts);
     /// Without a terminal, every new key is accepted.
     bool accepts(const host_key& key);
+    /// Without a terminal, every new certificate is accepted.
+    bool accepts(const server_certificate& shown);
 
     /// Whether a secret was wanted and there was no terminal to ask at.
     [[nodiscard]] bool lacks_terminal() const;
 
 private:
+    void run_command();
     std::optional<std::string> ask_hidden(const std::string& question);
 
     mutable std::mutex guard_;
     std::string subject_;
     std::optional<std::string> password_;
+    std::string command_; ///< empty when it has been run
     bool has_used_password_ = false;
     std::map<std::filesystem::path, std::string> pass_phrases_;
+    std::map<std::string, bool> certificates_; ///< by their pins, whether they are accepted
     bool lacks_terminal_ = false;
 };
 

@@ -1,5 +1,7 @@
 #include "output.hpp"
 
+#include "json.hpp"
+
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -42,13 +44,23 @@ void flush_output()
 
 void print_error(std::string_view line)
 {
+    write_error(fmt::format("qrftp: {}", line));
+}
+
+void write_error(std::string_view line)
+{
     (void)std::fflush(stdout); // A failure is for `print` to report.
-    (void)std::fputs(fmt::format("qrftp: {}\n", line).c_str(), stderr);
+    (void)std::fputs(fmt::format("{}\n", line).c_str(), stderr);
 }
 
 void note(const settings& options, std::string_view text)
 {
-    if (!options.quiet) {
+    if (options.quiet) {
+        return;
+    }
+    if (options.json) {
+        print_error_json({{"note", text}});
+    } else {
         print_error(text);
     }
 }

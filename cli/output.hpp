@@ -23,10 +23,12 @@ void print(std::string_view text);
 void print_line(std::string_view line);
 void flush_output();
 
-/// A line on standard error, after what standard output has.
+/// A line on standard error, after what standard output has; the first one with the program's name in front.
 void print_error(std::string_view line);
+void write_error(std::string_view line);
 
-/// A line on standard error, unless quiet. `text` is for a terminal already.
+/// A line on standard error, unless quiet; with --json an object that has it as "note". `text` is for a
+/// terminal already.
 void note(const settings& options, std::string_view text);
 
 /// `folder` and `name` with one slash between them.

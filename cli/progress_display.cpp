@@ -1,6 +1,7 @@
 #include "progress_display.hpp"
 
 #include "format.hpp"
+#include "json.hpp"
 #include "table.hpp"
 
 #include <qrftp/trace.hpp>
@@ -56,7 +57,7 @@ std::string line_of(const std::string& name, const progress& now, std::size_t wi
 
 } // namespace
 
-progress_display::progress_display(bool visible) : visible_(visible)
+progress_display::progress_display(progress_style style) : style_(style)
 {
 }
 
@@ -67,7 +68,11 @@ progress_display::~progress_display()
 
 void progress_display::show(const tree_progress& now)
 {
-    if (!visible_) {
+    if (style_ == progress_style::json) {
+        print(now.path, now.file, now.files_done != files_done_);
+        files_done_ = now.files_done;
+    }
+    if (style_ != progress_style::lines) {
         return;
     }
     files_[now.job] = {escape(now.path), now.file};
@@ -83,7 +88,10 @@ void progress_display::show(const tree_progress& now)
 
 void progress_display::show(const std::string& name, const progress& now)
 {
-    if (!visible_) {
+    if (style_ == progress_style::json) {
+        print(name, now, now.bytes == now.total);
+    }
+    if (style_ != progress_style::lines) {
         return;
     }
     files_ = {{0, {escape(name), now}}};
@@ -126,6 +134,27 @@ std::vector<progress_display::row> progress_display::rows(const row* total) cons
         all.push_back(*total);
     }
     return all;
+}
+
+void progress_display::print(const std::string& name, const progress& now, bool is_done)
+{
+    const auto time = clock::now();
+    const auto [last, is_first] = printed_at_.try_emplace(name, time);
+    if (!is_first && !is_done && time - last->second < between_draws) {
+        return;
+    }
+    last->second = time;
+    json object = json::object();
+    add_bytes(object, "file", name);
+    object["bytes"] = now.bytes;
+    if (now.total > 0) {
+        object["total"] = now.total;
+    }
+    object["rate"] = std::llround(now.rate);
+    print_error_json(object);
+    if (is_done) {
+        printed_at_.erase(last);
+    }
 }
 
 /// The cursor is left behind the last line, so that a terminal that is full need not scroll.

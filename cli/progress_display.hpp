@@ -1,5 +1,7 @@
 #pragma once
 
+#include "settings.hpp"
+
 #include <qrftp/client.hpp>
 
 #include <chrono>
@@ -14,10 +16,13 @@ namespace qrftp::cli {
 /// total, redrawn in place at most ten times a second and not before the work has run for half a second, as
 /// wide as the terminal. It is erased when it goes, so that what is printed afterwards begins at the left.
 ///
-/// Calls come from one thread at a time. Where `visible` is false, it does nothing.
+/// As JSON, it is an object a line instead: a file, its bytes, their total and the rate, for each file at most
+/// ten times a second and when it is done.
+///
+/// Calls come from one thread at a time.
 class progress_display {
 public:
-    explicit progress_display(bool visible);
+    explicit progress_display(progress_style style);
     ~progress_display();
     progress_display(const progress_display&) = delete;
     progress_display& operator=(const progress_display&) = delete;
@@ -41,12 +46,15 @@ private:
     std::vector<row> rows(const row* total) const;
     void draw(const std::vector<row>& all);
 
-    bool visible_;
+    void print(const std::string& name, const progress& now, bool is_done);
+
+    progress_style style_;
     clock::time_point start_{};
     clock::time_point drawn_at_{};
     std::size_t drawn_ = 0;         ///< lines on the terminal
     std::map<unsigned, row> files_; ///< by job
     std::size_t files_done_ = 0;
+    std::map<std::string, clock::time_point> printed_at_; ///< by file
 };
 
 } // namespace qrftp::cli

@@ -4,7 +4,8 @@
 #include "interrupt.hpp"
 #include "line_editor.hpp"
 #include "output.hpp"
-#include "shell_commands.hpp"
+#include "shell_line.hpp"
+#include "shell_state.hpp"
 #include "table.hpp"
 #include "terminal.hpp"
 
@@ -23,19 +24,8 @@ namespace {
 
 std::string prompt(const shell_state& state)
 {
-    const std::string place = escape(state.remote.location().host + ':' + state.remote.working_folder());
-    return shorten(place, terminal_size::of(STDOUT_FILENO).columns / 2) + "> ";
-}
-
-/// Takes the "-" off that a line begins with: its failure is to be ignored.
-bool take_dash(std::string& line)
-{
-    const std::size_t start = line.find_first_not_of(" \t");
-    if (start == std::string::npos || line[start] != '-') {
-        return false;
-    }
-    line.erase(0, start + 1);
-    return true;
+    const std::string place = escape(state.place());
+    return place.empty() ? "qrftp> " : shorten(place, terminal_size::of(STDOUT_FILENO).columns / 2) + "> ";
 }
 
 int interrupted_status()
@@ -49,13 +39,12 @@ int converse(shell_state& state)
 {
     line_editor editor(state);
     while (!state.has_ended) {
-        std::optional<std::string> line = editor.read(prompt(state));
+        const std::optional<std::string> line = editor.read(prompt(state));
         if (!line) {
             return interrupted() ? interrupted_status() : success;
         }
-        take_dash(*line);
         try {
-            run_line(state, *line);
+            run_line(state, *line, [](const std::exception& error) { report(error); });
         } catch (const std::exception& error) {
             report(error);
         }
@@ -71,18 +60,16 @@ int converse(shell_state& state)
 int run_batch(shell_state& state, int descriptor)
 {
     for (std::size_t number = 1; !state.has_ended; ++number) {
-        std::optional<std::string> line = read_line(descriptor);
+        const std::optional<std::string> line = read_line(descriptor);
         if (!line) {
             break;
         }
-        const bool ignores_failure = take_dash(*line);
+        const auto report_line = [number](const std::exception& error) { report(error, number); };
         try {
-            run_line(state, *line);
+            run_line(state, *line, report_line);
         } catch (const std::exception& error) {
-            print_error(fmt::format("Line {}: {}", number, sentence_of(error)));
-            if (!ignores_failure || interrupted()) {
-                return status_of(error);
-            }
+            report_line(error);
+            return status_of(error);
         }
     }
     return interrupted() ? interrupted_status() : success;

@@ -8,8 +8,8 @@ struct shell_state;
 /// Returns the exit status.
 int converse(shell_state& state);
 
-/// Runs the lines that `descriptor` gives, up to the first one that fails, which is reported with its number;
-/// "-" at the beginning of a line ignores its failure. Returns the exit status.
+/// Runs the lines that `descriptor` gives, up to the first one that fails, which is reported with its number.
+/// Returns the exit status.
 int run_batch(shell_state& state, int descriptor);
 
 /// `converse` where standard input and output are terminals, else `run_batch` of standard input.

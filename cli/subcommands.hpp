@@ -15,6 +15,8 @@ void add_subcommands(CLI::App& app, command_line& line);
 void add_listing_subcommands(CLI::App& app, command_line& line);
 void add_modifying_subcommands(CLI::App& app, command_line& line);
 void add_transfer_subcommands(CLI::App& app, command_line& line);
+void add_edit_subcommand(CLI::App& app, command_line& line);
+void add_profile_subcommand(CLI::App& app, command_line& line);
 void add_shell_subcommand(CLI::App& app, command_line& line);
 
 } // namespace qrftp::cli

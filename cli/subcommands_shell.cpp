@@ -1,6 +1,6 @@
 #include "exit_status.hpp"
 #include "shell.hpp"
-#include "shell_commands.hpp"
+#include "shell_state.hpp"
 #include "subcommand.hpp"
 #include "subcommands.hpp"
 
@@ -42,11 +42,10 @@ int run_shell(command_line& line)
     resolve_settings(line);
     const bool has_file = !line.batch.empty() && line.batch != "-";
     const open_file file(has_file ? line.batch : "/dev/null");
-    const url server = parse_urls(line.words).front();
-    const login way(server, line.login, line.options);
-    session remote = way.open();
-    enter(remote, server);
-    shell_state state{.remote = remote, .options = line.options, .connect = [&way] { return way.open(); }};
+    shell_state state(line);
+    if (!line.words.empty()) {
+        state.open(line.words.front(), line.login);
+    }
     if (line.batch.empty()) {
         return shell(state);
     }
@@ -57,10 +56,11 @@ int run_shell(command_line& line)
 
 void add_shell_subcommand(CLI::App& app, command_line& line)
 {
-    CLI::App& talk = add_subcommand(app, line, "shell", "Type commands", [&] { return run_shell(line); });
-    add_operands(talk, line, "URL", "Server, and folder to begin in", 1, 1);
+    CLI::App& talk =
+        add_subcommand(app, line, "shell", "Log in once and type commands", [&] { return run_shell(line); });
+    add_operands(talk, line, "[URL]", "Server, and folder to begin in; else \"open URL\" logs in", 0, 1);
     talk.add_option("--batch", line.batch,
-                    "Run the lines of a file up to the first that fails; -: of the input")
+                    "Run the commands in FILE up to the first that fails; -: standard input")
         ->type_name("FILE");
 }
 

@@ -9,6 +9,7 @@
 #include <CLI/Validators.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace qrftp::cli {
@@ -23,11 +24,19 @@ void add_transfer_options(CLI::App& command, command_line& line)
     sync_options& options = line.transfer;
     command.option_defaults()->group("Transfer");
     add_dry_run(command, line);
-    command.add_option("-j,--jobs", options.jobs, "Connections to use side by side; else as many as help")
+    command
+        .add_option("--progress", line.progress,
+                    "Progress on standard error; auto: at a terminal, json: one object per line")
+        ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
+        ->type_name("auto|json|none")
+        ->capture_default_str();
+    command.add_option("-j,--jobs", options.jobs, "How many connections to use; by default as many as help")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
-    add_patterns(command, "--include", options.include, "In folders, only files that match; may be repeated");
-    add_patterns(command, "--exclude", options.exclude, "In folders, nothing that matches; may be repeated");
+    add_patterns(command, "--include", options.include,
+                 "Of folders, copy only files that match; may be repeated");
+    add_patterns(command, "--exclude", options.exclude,
+                 "Of folders, copy nothing that matches; may be repeated");
     command.add_flag("--in-place", options.transfer.in_place,
                      "Write to the target itself, not to a temporary name");
     command.add_flag("-c,--resume", options.transfer.resume, "Complete what an earlier transfer left in place");
@@ -36,7 +45,7 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
         ->type_name("N[k|M|G]")
         ->capture_default_str();
-    command.add_flag("--fsync", options.transfer.sync, "Wait until the storage has each file");
+    command.add_flag("--fsync", options.transfer.sync, "Wait until each file is on the disk");
     command.add_flag("-p,--preserve", line.preserve, "Keep modification times and permissions");
     command.add_option("--max-depth", options.max_depth, "How deep folders may be nested")
         ->type_name("N")
@@ -66,12 +75,12 @@ transfer_arguments transfer_of(const command_line& line)
     return arguments;
 }
 
-int run_get(command_line& line)
+int run_get(command_line& line, bool several)
 {
     transfer_arguments arguments = transfer_of(line);
     std::vector<std::string> texts = line.words;
-    if (texts.size() > 1 && !is_url(texts.back())) {
-        arguments.target = texts.back();
+    if (!several && texts.size() > 1 && (is_shell(line) || !is_url(texts.back()))) {
+        arguments.target = local_name(line, texts.back());
         texts.pop_back();
     }
     with_urls(line, texts, [&](session& remote, const std::vector<url>& urls) {
@@ -84,24 +93,48 @@ int run_get(command_line& line)
 int run_put(command_line& line)
 {
     transfer_arguments arguments = transfer_of(line);
-    arguments.sources.assign(line.words.begin(), line.words.end() - 1);
-    with_urls(line, {line.words.back()}, [&](session& remote, const std::vector<url>& urls) {
+    const bool has_target = !is_shell(line) || line.words.size() > 1; // else the working folder
+    const auto target = line.words.end() - (has_target ? 1 : 0);
+    std::transform(line.words.begin(), target, std::back_inserter(arguments.sources),
+                   [&](const std::string& word) { return local_name(line, word); });
+    with_urls(line, {target, line.words.end()}, [&](session& remote, const std::vector<url>& urls) {
         arguments.target = urls.front().path;
         put(remote, arguments, line.options);
     });
     return success;
 }
 
+/// Of the shell: what matches goes into the working folder.
+int run_mput(command_line& line)
+{
+    transfer_arguments arguments = transfer_of(line);
+    arguments.sources = expand_local(line.patterns);
+    with_urls(line, {},
+              [&](session& remote, const std::vector<url>&) { put(remote, arguments, line.options); });
+    return success;
+}
+
+/// Whether an operand of sync is the remote folder: a URL, or in the shell a name behind a colon.
+bool is_remote(const command_line& line, std::size_t place)
+{
+    return is_shell(line) ? line.patterns[place].starts_with(':') : is_url(line.words[place]);
+}
+
 int run_sync(command_line& line)
 {
-    const bool fetches = is_url(line.words.front());
-    if (fetches == is_url(line.words.back())) {
-        throw usage_error("One of the two folders must be a URL, and the other one local.");
+    const bool fetches = is_remote(line, 0);
+    if (fetches == is_remote(line, 1)) {
+        throw usage_error(
+            is_shell(line)
+                ? "One of the two folders is local, the other one on the server, written with a colon: "
+                  "\"sync site :www\" sends, \"sync :www site\" fetches."
+                : "One of the two folders must be a URL, and the other one local.");
     }
-    sync_arguments arguments{line.words[fetches ? 1 : 0], "", fetches ? direction::fetch : direction::send,
-                             line.transfer, line.clean_up};
+    sync_arguments arguments{local_name(line, line.words[fetches ? 1 : 0]), "",
+                             fetches ? direction::fetch : direction::send, line.transfer, line.clean_up};
     arguments.options.transfer = file_options(line, !line.no_keep_time);
-    with_urls(line, {line.words[fetches ? 0 : 1]}, [&](session& remote, const std::vector<url>& urls) {
+    const std::string remote_word = line.words[fetches ? 0 : 1].substr(is_shell(line) ? 1 : 0);
+    with_urls(line, {remote_word}, [&](session& remote, const std::vector<url>& urls) {
         arguments.remote = urls.front().path;
         sync(remote, arguments, line.options);
     });
@@ -113,12 +146,25 @@ int run_sync(command_line& line)
 void add_transfer_subcommands(CLI::App& app, command_line& line)
 {
     CLI::App& fetch =
-        add_subcommand(app, line, "get", "Fetch files and folders", [&] { return run_get(line); });
+        add_subcommand(app, line, "get", "Fetch files and folders", [&] { return run_get(line, false); });
     add_operands(fetch, line, "URL... [LOCAL]", "Remote paths; local file or folder, else here", 1, any_number);
+    set_shell_operands(fetch, line, "PATH [LOCAL]");
     CLI::App& send = add_subcommand(app, line, "put", "Send files and folders", [&] { return run_put(line); });
     add_operands(send, line, "LOCAL... URL", "Local paths; remote file, or folder to put them in", 2,
                  any_number);
-    for (CLI::App* command : {&fetch, &send}) {
+    set_shell_operands(send, line, "LOCAL [PATH]");
+    std::vector<CLI::App*> commands{&fetch, &send};
+    if (is_shell(line)) {
+        commands.push_back(&add_subcommand(app, line, "mget",
+                                           "Fetch several files or folders into the local folder",
+                                           [&] { return run_get(line, true); }));
+        add_operands(*commands.back(), line, "PATH...", "Remote paths", 1, any_number);
+        commands.push_back(&add_subcommand(app, line, "mput",
+                                           "Send several files or folders into the remote folder",
+                                           [&] { return run_mput(line); }));
+        add_operands(*commands.back(), line, "LOCAL...", "Local paths", 1, any_number);
+    }
+    for (CLI::App* command : commands) {
         add_transfer_options(*command, line);
         command->add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
         command->add_flag("-t,--keep-time", line.transfer.transfer.keep_time, "Keep the modification times");
@@ -127,12 +173,12 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
         add_subcommand(app, line, "sync", "Bring a folder up to date", [&] { return run_sync(line); });
     add_operands(both, line, "SOURCE DEST", "Two folders; one of them is a URL", 2, 2);
     add_transfer_options(both, line);
-    both.add_flag("--delete", line.transfer.remove_extra, "Remove what the source does not have");
+    both.add_flag("--delete", line.transfer.remove_extra, "Remove from DEST what SOURCE does not have");
     both.add_flag("--force", line.transfer.force, "Remove even where the source is empty");
     both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")
         ->type_name("N");
     both.add_flag("--clean-up", line.clean_up,
-                  "Also remove what broken-off transfers left in both folders a day ago");
+                  "Also remove temporary files of broken transfers from both folders, a day old or more");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }
 

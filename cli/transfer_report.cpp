@@ -82,7 +82,7 @@ transfer_options transfer_report::watch(const std::string& name, transfer_option
     return options;
 }
 
-void transfer_report::print_action(const tree_action& action)
+void transfer_report::print_action(const tree_action& action, const copy_ends& ends)
 {
     if (!prints_) {
         return;
@@ -90,13 +90,16 @@ void transfer_report::print_action(const tree_action& action)
     display_.erase();
     if (options_.json) {
         json object = to_json(action);
+        add_bytes(object, "source", ends.source);
+        add_bytes(object, "target", ends.target);
         if (options_.dry_run) {
             object["dry_run"] = true;
         }
         print_json(object);
     } else {
         const bool has_reason = action.why != tree_action::reason::wanted;
-        print_line(with_blanks(name_of(action.what)) + ' ' + escape(action.path.empty() ? "." : action.path) +
+        print_line(with_blanks(name_of(action.what)) + ' ' +
+                   escape(action.path.empty() ? target_ : action.path) +
                    (has_reason ? " (" + with_blanks(name_of(action.why)) + ")" : ""));
     }
     flush_output();

@@ -9,14 +9,24 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
 
 namespace qrftp::cli {
+
+/// What is copied to what; in a tree, its folders.
+struct copy_ends {
+    std::string source{};
+    std::string target{};
+};
 
 /// What one get, put or sync shows: its progress, what it does, what it passed over, and what failed.
 class transfer_report {
 public:
     /// Where `alone`, the first failure is thrown as it is. Where `prints`, what is done is printed.
     transfer_report(const settings& options, bool alone, bool prints);
+
+    /// What the folder that a tree goes to is called.
+    void set_target(std::string target) { target_ = std::move(target); }
 
     /// Carries out a part of the transfer and reports its failure; see `batch::attempt`.
     void attempt(const std::function<void()>& act);
@@ -40,7 +50,8 @@ public:
     /// Whether the sizes of single files are printed.
     [[nodiscard]] bool prints_sizes() const { return options_.dry_run || (prints_ && options_.json); }
     [[nodiscard]] bool is_dry_run() const { return options_.dry_run; }
-    void print_action(const tree_action& action);
+    /// As JSON, with `ends` where they are known.
+    void print_action(const tree_action& action, const copy_ends& ends = {});
 
     /// Reports what a tree's transfer collected instead of throwing it, and what it passed over.
     void add(const tree_result& result);
@@ -55,6 +66,7 @@ private:
     progress_display display_;
     batch all_;
     bool prints_;
+    std::string target_ = ".";
     std::size_t unread_ = 0;
     std::size_t passed_over_ = 0;
 };

@@ -62,7 +62,7 @@ free_port() { # VARIABLE
 }
 
 proftpd_config() {
-    free_port FTP_PORT && free_port SFTP_PORT
+    free_port FTP_PORT && free_port FTPS_PORT && free_port SFTP_PORT
     cat >"$dir/proftpd.conf" <<END
 LoadModule mod_tls.c
 LoadModule mod_sftp.c
@@ -100,6 +100,11 @@ TLSRequired off
   TLSLog $dir/tls.log
 </Global>
 <VirtualHost 127.0.0.1>
+  Port $FTPS_PORT
+  TLSEngine on
+  TLSOptions UseImplicitSSL
+</VirtualHost>
+<VirtualHost 127.0.0.1>
   Port $SFTP_PORT
   SFTPEngine on
   SFTPHostKey $dir/host_key
@@ -110,7 +115,7 @@ TLSRequired off
 END
     if [[ ${PASSIVE_PORTS:-} ]]; then echo "PassivePorts $PASSIVE_PORTS" >>"$dir/proftpd.conf"; fi
     command=(proftpd --nodaemon --config "$dir/proftpd.conf") ready_line="STARTUP"
-    greetings=("FTP_PORT=220 ready" "SFTP_PORT=SSH-2.0-")
+    greetings=("FTP_PORT=220 ready" "FTPS_PORT=" "SFTP_PORT=SSH-2.0-")
 }
 
 sshd_config() {

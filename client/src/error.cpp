@@ -16,17 +16,19 @@ struct description {
     std::string_view sentence;
 };
 
-constexpr std::array<description, 31> descriptions{{
+constexpr std::array<description, 32> descriptions{{
     {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
     {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
     {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
     {error_cause::no_connection, "NoConnection",
      R"(No connection to "{0}"{2}. Check the address, the network and that the server is running.)"},
+    {error_cause::proxy_refused, "ProxyRefused", R"(The proxy refused the connection{2}.)"},
     {error_cause::no_encryption, "NoEncryption",
-     R"(No encrypted connection to "{0}"{2}. Without TLS (--tls none) the password travels in the clear.)"},
+     R"(No encrypted connection to "{0}"{2}. )"
+     "If the server offers no TLS, --tls none goes on in the clear, password included."},
     {error_cause::certificate_refused, "CertificateRefused",
      R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
-     "If it is the server's own, name its file (--cacert)."},
+     "If it is the server's own, name it with --cacert FILE or --pin."},
     {error_cause::host_key_unknown, "HostKeyUnknown",
      R"(The host key of "{0}" is not known: {1}. Nothing secret was sent.)"},
     {error_cause::host_key_changed, "HostKeyChanged",
@@ -58,7 +60,7 @@ constexpr std::array<description, 31> descriptions{{
      R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},
     {error_cause::too_many_removals, "TooManyRemovals",
      R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
-    {error_cause::local_file, "LocalFileError", R"("{0}" failed on this machine: {1}.)"},
+    {error_cause::local_file, "LocalFileError", R"(The local file "{0}" cannot be used: {1}.)"},
     {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
     {error_cause::closed, "Closed", R"(The session is closed.)"},
 }};
@@ -81,6 +83,18 @@ const description& describe(error_cause why)
 
 } // namespace
 
+namespace {
+
+std::string local_reason(std::error_code code)
+{
+    return code == std::errc::no_such_file_or_directory ? "it does not exist"
+           : code == std::errc::is_a_directory          ? "it is a folder"
+           : code == std::errc::not_a_directory         ? "it is not a folder"
+                                                        : code.message();
+}
+
+} // namespace
+
 struct error::details {
     error_cause cause;
     std::string path;
@@ -90,8 +104,9 @@ struct error::details {
 
 error::error(error_cause why, std::string subject, const std::string& reason, response said)
 {
-    // A server may repeat what it was sent, the password included.
-    const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(masked(said.message)));
+    // A server may repeat what it was sent, the password included. Without a code the words are our own.
+    const std::string message = said.code == 0 ? said.message : masked(said.message);
+    const std::string words = message.empty() ? "" : fmt::format(" ({})", escape(message));
     std::string sentence =
         fmt::format(fmt::runtime(describe(why).sentence), escape(subject), escape(reason), words);
     details_ =
@@ -129,7 +144,7 @@ const std::string& error::server_message() const noexcept
 }
 
 LocalFileError::LocalFileError(std::string path, std::error_code code, const std::string& reason)
-    : error(error_cause::local_file, std::move(path), reason.empty() ? code.message() : reason), code_(code)
+    : error(error_cause::local_file, std::move(path), reason.empty() ? local_reason(code) : reason), code_(code)
 {
 }
 

@@ -17,6 +17,18 @@ namespace {
 constexpr std::string_view digits = "0123456789";
 constexpr std::string_view hex_digits = "0123456789abcdefABCDEF";
 
+struct scheme_facts {
+    std::string_view name;
+    std::uint16_t port;
+};
+/// In the order of `url_scheme`.
+constexpr std::array<scheme_facts, 3> schemes{{{"ftp", 21}, {"ftps", 990}, {"sftp", 22}}};
+
+const scheme_facts& facts_of(url_scheme scheme)
+{
+    return schemes.at(static_cast<std::size_t>(scheme));
+}
+
 [[noreturn]] void refuse(std::string_view whole, const std::string& reason)
 {
     throw InvalidUrl(without_password(whole), reason);
@@ -100,11 +112,10 @@ url_scheme parse_scheme(std::string_view whole)
     std::string name(whole.substr(0, scheme_length(whole)));
     std::transform(name.begin(), name.end(), name.begin(),
                    [](char byte) { return static_cast<char>(byte | 0x20); }); // Of letters, the small one.
-    if (name == "ftp" || name == "sftp") {
-        return name == "ftp" ? url_scheme::ftp : url_scheme::sftp;
-    }
-    if (name == "ftps") {
-        refuse(whole, "write ftp:// for FTP over TLS too; TLS is used unless it is switched off");
+    for (std::size_t i = 0; i < schemes.size(); ++i) {
+        if (name == schemes.at(i).name) {
+            return static_cast<url_scheme>(i);
+        }
     }
     if (name == "http" || name == "https") {
         refuse(
@@ -172,7 +183,7 @@ std::uint16_t parse_port(std::string_view text, std::string_view whole)
 /// The path as the client takes it: what relative means differs between the two protocols.
 std::string client_path(url_scheme scheme, const std::string& path)
 {
-    if (scheme == url_scheme::ftp) {
+    if (scheme != url_scheme::sftp) {
         return path.substr(path.empty() ? 0 : 1); // The slash after the host only separates.
     }
     if (path == "/" || path == "/~") {
@@ -216,14 +227,13 @@ url url::parse(std::string_view whole)
 
 std::string url::server() const
 {
-    const std::string name = (scheme == url_scheme::ftp ? "ftp://" : "sftp://") + host;
-    return effective_port() == url{.scheme = scheme}.effective_port() ? name
-                                                                      : name + ':' + std::to_string(port);
+    const std::string name = std::string(facts_of(scheme).name) + "://" + host;
+    return effective_port() == facts_of(scheme).port ? name : name + ':' + std::to_string(port);
 }
 
 std::uint16_t url::effective_port() const noexcept
 {
-    return port != 0 ? port : scheme == url_scheme::ftp ? 21 : 22;
+    return port != 0 ? port : facts_of(scheme).port;
 }
 
 bool is_url(std::string_view text) noexcept

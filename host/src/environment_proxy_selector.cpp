@@ -64,9 +64,10 @@ std::string proxy_setting(const std::string& scheme)
 {
     if (scheme == "http") {
         // Not HTTP_PROXY: a web server hands a client's "Proxy:" header to its programs under that name.
-        return environment({"http_proxy"});
+        return environment({"http_proxy", "all_proxy", "ALL_PROXY"});
     }
-    return scheme == "https" ? environment({"https_proxy", "HTTPS_PROXY"}) : std::string();
+    return scheme == "https" ? environment({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+                             : std::string();
 }
 
 std::uint16_t port_of(const Address& address)

@@ -14,7 +14,7 @@ __all__ = [
     "EmptySource", "Error", "HostKeyChanged", "HostKeyRevoked", "HostKeyUnknown", "IncompleteListing",
     "InvalidName", "InvalidOption", "InvalidUrl", "IsFolder", "LocalFileError", "LoginRefused", "NoConnection",
     "NoEncryption", "NotEmpty", "NotFolder", "NotFound", "NotSupported", "PermissionDenied", "ProtocolError",
-    "Refused", "Reply", "SizeMismatch", "Timeout", "TooManyRemovals", "UnsafeName",
+    "ProxyRefused", "Refused", "Reply", "SizeMismatch", "Timeout", "TooManyRemovals", "UnsafeName",
 ]  # fmt: skip
 
 
@@ -71,7 +71,11 @@ class InvalidOption(Error, ValueError):
 
 
 class NoConnection(Error, ConnectionError):
-    """No connection came about: unknown host, nobody listens, the proxy or the network refused."""
+    """No connection came about: unknown host, nobody listens, the network refused."""
+
+
+class ProxyRefused(Error, ConnectionError):
+    """The proxy was reached and did not make the connection."""
 
 
 class NoEncryption(Error, ConnectionError):

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import re
 from types import TracebackType
 from typing import (
     Any, Callable, Iterable, Iterator, Literal, Optional, Protocol, Sequence, Tuple, Union, overload,
@@ -116,7 +117,7 @@ class Session:
     >>> with qrftp.connect("sftp://me@host") as session:
     ...     session.fetch("reports/today.csv", "today.csv")
 
-    `url` is "ftp://…" or "sftp://…"; its path is not looked at. Options of a login:
+    `url` is "ftp://…", "ftps://…" or "sftp://…"; its path is not looked at. Options of a login:
 
     * `user`, `password`: else those of the URL. `ask_password(attempt)` is called where a password is needed
       and none is given, `password_command` is a shell command whose first line of output is the password.
@@ -127,12 +128,15 @@ class Session:
     Options about trust:
 
     * `tls` (FTP): "strict", "opportunistic" (without TLS for anonymous logins only), "none".
-      `certificate_authorities` is a PEM file to trust instead of the system's.
+      `certificate_authorities` is a PEM file to trust instead of the system's. `pins` are keys "sha256//…" that the
+      certificate may have, in place of an authority. `tls_trust="accept-new"` remembers new certificates in
+      `known_tls`; `confirm_certificate(host, pin, problem)` is asked before. `client_certificate` and `client_key`
+      (PEM, with `pass_phrase`) show the server who you are.
     * `host_keys` (SFTP): "accept-new", "strict", "off"; `known_hosts` and `global_known_hosts` are files.
       `confirm_host_key(host, type, fingerprint)` is asked before a new key is accepted.
 
-    Others: `active` (FTP), `proxy` (that of the environment), `on_warning(sentence)`; seconds for connecting
-    (`connect_timeout`), without any data (`stall_timeout`, 0 means never) and for a whole request
+    Others: `active` (FTP), `proxy` (a URL, or True for that of the environment), `on_warning(sentence)`; seconds
+    for connecting (`connect_timeout`), without any data (`stall_timeout`, 0 means never) and for a whole request
     (`total_timeout`, 0 means no limit).
 
     A session is for one thread at a time: RuntimeError otherwise; `clone` makes another one. Calls release the
@@ -164,12 +168,18 @@ class Session:
         answer_prompts: Callable[[str, str, _Entries], Sequence[str] | None] | None = None,
         tls: Literal["strict", "opportunistic", "none"] = "strict",
         certificate_authorities: LocalPath | None = None,
+        pins: Sequence[str] | None = None,
+        tls_trust: Literal["strict", "accept-new"] = "strict",
+        known_tls: LocalPath | None = None,
+        confirm_certificate: Callable[[str, str, str], bool] | None = None,
+        client_certificate: LocalPath | None = None,
+        client_key: LocalPath | None = None,
         host_keys: Literal["accept-new", "strict", "off"] = "accept-new",
         known_hosts: LocalPath | None = None,
         global_known_hosts: LocalPath | None = None,
         confirm_host_key: Callable[[str, str, str], bool] | None = None,
         active: bool = False,
-        proxy: bool = False,
+        proxy: bool | str = False,
         connect_timeout: float = 30,
         stall_timeout: float = 60,
         total_timeout: float = 0,
@@ -211,6 +221,8 @@ class Session:
         if not options["pickle_password"]:
             options["password"] = options["pass_phrase"] = None
             url = _without_password(url)
+            if isinstance(options["proxy"], str):
+                options["proxy"] = re.sub(r"^((?:\w+://)?[^:@/]*):.*@", r"\1@", options["proxy"])
         return _restored, (url, options, self._native.folder())
 
     def clone(self) -> Session:

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace qrftp::python {
@@ -54,6 +55,19 @@ void take_trust(const keywords& given, session_options& options)
         "tls", options.tls,
         {{"none", tls_mode::none}, {"opportunistic", tls_mode::opportunistic}, {"strict", tls_mode::strict}});
     given.take("certificate_authorities", options.certificate_authorities);
+    given.take("pins", options.pins);
+    given.take("tls_trust", options.trust,
+               {{"strict", certificate_trust::strict}, {"accept-new", certificate_trust::accept_new}});
+    given.take("known_tls", options.known_tls_file);
+    given.take("client_certificate", options.client_certificate);
+    given.take("client_key", options.client_key);
+    if (const auto confirm = given.function("confirm_certificate")) {
+        options.confirm_certificate = [confirm = *confirm](const server_certificate& shown) {
+            return confirm(false, [&](const py::object& f) {
+                return f(to_text(shown.host), shown.pin, shown.problem).cast<bool>();
+            });
+        };
+    }
     given.take("host_keys", options.host_keys,
                {{"strict", host_key_check::strict},
                 {"accept-new", host_key_check::accept_new},
@@ -66,6 +80,18 @@ void take_trust(const keywords& given, session_options& options)
                 return f(to_text(key.host), to_text(key.type), key.fingerprint()).cast<bool>();
             });
         };
+    }
+}
+
+/// True for that of the environment, or a URL.
+void take_proxy(const keywords& given, session_options& options)
+{
+    std::variant<bool, std::string> proxy = false;
+    given.take("proxy", proxy);
+    if (const auto* const url = std::get_if<std::string>(&proxy)) {
+        options.proxy = *url;
+    } else {
+        options.use_proxy = std::get<bool>(proxy);
     }
 }
 
@@ -91,7 +117,7 @@ session_options to_session_options(const py::dict& given, const std::shared_ptr<
     take_login(words, options);
     take_trust(words, options);
     words.take("active", options.active);
-    words.take("proxy", options.use_proxy);
+    take_proxy(words, options);
     words.take("connect_timeout", options.connect_timeout);
     words.take("stall_timeout", options.stall_timeout);
     words.take("total_timeout", options.total_timeout);

@@ -10,7 +10,7 @@ mkdir "$work/servers" "$work/here"
 "$servers" start "$work/servers" "${@:2}" || { (($? == 77)) && [[ -z ${CI:-} ]] && exit 77; exit 1; }
 source "$work/servers/env"
 cd "$work/here"
-unset SSH_AUTH_SOCK
+unset SSH_AUTH_SOCK XDG_CONFIG_HOME
 export HOME=$work QRFTP_PASSWORD=$PASSWORD QRFTP_PASSPHRASE=$PASS_PHRASE
 ftp=ftp://$USER@127.0.0.1:$FTP_PORT
 sftp=sftp://$USER@127.0.0.1:$SFTP_PORT

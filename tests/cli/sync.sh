@@ -4,7 +4,7 @@ source "$(dirname "$0")/common.sh" "$1" proftpd
 told() { said "" && [[ $(sort "$work/output") == "$(printf '%s\n' "$@" | sort)" ]] || fail "not $*: $(<"$work/output")"; }
 url=$ftp there=$HOME_DIR/s
 mkdir -p s/"a b" && echo 1 >s/a\ b/1 && echo two >s/2 && : >"s/[3]" && touch -d "2021-05-06 07:08:09" s/2
-first=("make folder . (missing)" "make folder a b (missing)" "copy a b/1 (missing)" "copy 2 (missing)" "copy [3] (missing)")
+first=("make folder s (missing)" "make folder a b (missing)" "copy a b/1 (missing)" "copy 2 (missing)" "copy [3] (missing)")
 ends 0 sync s "$url/s" --dry-run && told "${first[@]}" && [[ ! -e $there ]]
 ends 0 sync s "$url/s" && told "${first[@]}" && diff -r s "$there" && [[ ! $there/2 -nt s/2 && ! $there/2 -ot s/2 ]] || fail "$there"
 ends 0 sync s "$url/s" --delete && told ""

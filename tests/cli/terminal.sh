@@ -20,16 +20,21 @@ at_terminal() { # STATUS {{AWAITED} {TYPED} …} ARGUMENT…
 }
 list=("$qrftp" ls "$ftp/" --tls none)
 echo 1 >"$HOME_DIR/here" && chmod 644 "$HOME_DIR/here"
-at_terminal 0 "{assword.*: \$} {wrong"$'\r'"} {refused.*: \$} {$PASSWORD"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
+at_terminal 0 "{assword.*: \$} {wrong"$'\r'"} {refused.*: \$} {worse"$'\r'"} {refused.*: \$} {$PASSWORD"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
 grep -q here "$work/seen" && ! grep -q "$PASSWORD" "$work/seen" || fail "$(<"$work/seen")"
 at_terminal 130 $'{assword.*: $} \003' env -u QRFTP_PASSWORD "${list[@]}"
 list=("$qrftp" ls "$sftp/~" --known-hosts "$work/known")
 at_terminal 9 $'{SHA256:.*N\\] $} {\r}' "${list[@]}"
 [[ ! -e $work/known ]] || fail "a refused key is remembered"
-# The key is shown before a password is asked for.
-at_terminal 0 "{SHA256:.*N\\] \$} {y"$'\r'"} {assword.*: \$} {$PASSWORD"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
+# The key is shown before a password is asked for, which may be wrong twice, but not three times.
+at_terminal 0 "{SHA256:.*N\\] \$} {y"$'\r'"} {assword.*: \$} {wrong"$'\r'"} {refused.*: \$} {worse"$'\r'"} {refused.*: \$} {$PASSWORD"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
+at_terminal 4 "{assword.*: \$} {a"$'\r'"} {refused.*: \$} {b"$'\r'"} {refused.*: \$} {c"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
 at_terminal 0 '' "${list[@]}"
 [[ $(wc -l <"$work/known") == 1 ]] && ! grep -q SHA256 "$work/seen" || fail "$(<"$work/seen")"
+list=("$qrftp" ls "$ftp/" --tls-trust accept-new --known-tls "$work/known_tls")
+at_terminal 9 $'{sha256//.*N\\] $} {\r}' "${list[@]}"
+at_terminal 0 $'{sha256//.*N\\] $} {y\r}' "${list[@]}"
+at_terminal 0 '' "${list[@]}" && ! grep -q sha256 "$work/seen" || fail "$(<"$work/seen")"
 mkdir slow && truncate -s 4M slow/{a,"日本語の長い名前 日本語の長い名前"}
 put=("$qrftp" put -r slow "$ftp/" --tls none --jobs 2 --limit-rate 3M)
 at_terminal 0 '{iB/s +[1-9][0-9]?% +0:0[0-9] left} {}' "${put[@]}"

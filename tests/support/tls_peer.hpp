@@ -17,6 +17,7 @@ struct certificate {
     owner issuer = authority;
     int ends = 1; ///< days from now
     std::string host = "IP:127.0.0.1";
+    owner key = peer;
 };
 /// What all peers share. The process's OpenSSL is to allow any version, so that it is the client that refuses
 /// an old one.
@@ -52,7 +53,7 @@ inline const struct tls_peers {
                 ? X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "CA:TRUE")
                 : X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, how.host.c_str());
         X509_add_ext(made.get(), extension, -1), X509_EXTENSION_free(extension);
-        X509_set_pubkey(made.get(), keys[subject].get()),
+        X509_set_pubkey(made.get(), keys[subject == peer ? how.key : subject].get()),
             X509_sign(made.get(), keys[how.issuer].get(), EVP_sha256());
         return made;
     }
@@ -64,10 +65,12 @@ public:
         std::string auth = "234 go\r\n",
                     prot = "200 ok\r\n"; ///< the replies, with all that follows them in the clear
         certificate control{}, data{};
-        int newest = 0;          ///< the newest TLS version that is spoken; 0: any
-        std::string strips{};    ///< answers the client's first words of TLS; then nothing is encrypted
-        bool plain_data = false; ///< data connections are not encrypted, whatever was agreed on
-        bool cuts_data = false;  ///< data connections end without close_notify
+        int newest = 0;            ///< the newest TLS version that is spoken; 0: any
+        std::string strips{};      ///< answers the client's first words of TLS; then nothing is encrypted
+        bool plain_data = false;   ///< data connections are not encrypted, whatever was agreed on
+        bool cuts_data = false;    ///< data connections end without close_notify
+        bool implicit = false;     ///< is encrypted from the first byte on
+        bool wants_client = false; ///< asks for a certificate of the client that the authority signed
         std::string size = "213 7\r\n", listing = "content";
     };
     explicit tls_peer(script how) : how_(std::move(how)) {}
@@ -102,7 +105,11 @@ private:
         const std::shared_ptr<SSL_CTX> how(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
         SSL_CTX_set_max_proto_version(how.get(), how_.newest);
         SSL_CTX_use_certificate(how.get(), shared.sign(peer, with).get()),
-            SSL_CTX_use_PrivateKey(how.get(), shared.keys[peer].get());
+            SSL_CTX_use_PrivateKey(how.get(), shared.keys[with.key].get());
+        if (how_.wants_client) {
+            SSL_CTX_set_verify(how.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+            SSL_CTX_load_verify_file(how.get(), authorities().c_str());
+        }
         on.reset(BIO_push(BIO_new_ssl(how.get(), 0), on.release()));
         return BIO_do_handshake(on.get()) > 0;
     }
@@ -117,6 +124,8 @@ private:
             {"RETR", "150 \r\n"},     {"STOR", "150 \r\n"}};
         stream passive{nullptr, BIO_free_all};
         std::string line, port;
+        if (how_.implicit && !encrypt(control, how_.control))
+            return;
         BIO_puts(control.get(), "220 ready\r\n");
         for (char byte[2]{}; BIO_read(control.get(), byte, 1) == 1;) {
             if ((line += *byte).back() != '\n')

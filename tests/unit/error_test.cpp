@@ -29,7 +29,9 @@ TEST(Error, FillsItsSentenceOnceAndHidesSecrets)
     EXPECT_STREQ(CannotResume("{1}", "{2} {x}").what(),
                  "\"{1}\" cannot be completed: {2} {x}. Nothing was changed.");
     mask_secret("hush-hush");
-    EXPECT_STREQ(IsFolder("d", {0, "hush-hush?"}).what(), "\"d\" is a folder (****?).");
+    EXPECT_STREQ(IsFolder("d", {550, "hush-hush?"}).what(), "\"d\" is a folder (****?).");
+    EXPECT_STREQ(IsFolder("hush-hush", {0, "our words: hush-hush"}).what(),
+                 "\"hush-hush\" is a folder (our words: hush-hush).");
 }
 
 TEST(Error, OfLocalFilesSaysWhatTheSystemSaid)

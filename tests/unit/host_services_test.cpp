@@ -59,6 +59,7 @@ TEST(EnvironmentProxy, FollowsTheEnvironment)
         "https_proxy socks5h://u@[::1]:1080 - HTTPS://h socks5h://[::1]:1080u| http_proxy p:1 * http:// - "
         "http_proxy http://p:3128/ - http:// p:3128| http_proxy p a.org,b.org http://ab.org/x p:0| "
         "HTTP_PROXY p:1 - http:// - HTTPS_PROXY u%40:p%3Aw@p:1 a.org https:// p:1u@|p:w "
+        "all_proxy socks5://p:1 - http:// socks5://p:1| ALL_PROXY p:1 - https:// p:1| "
         "http_proxy p:1 a.org,.B.org http://x.b.org:80/ - http_proxy p:1 ::1 http://[::1]/ - "
         "http_proxy p:99999 - http:// - http_proxy gopher://p - http:// - http_proxy u:%0d%0a@p - http:// -");
     for (std::string name, value, direct, url, expected; rows >> name >> value >> direct >> url >> expected;) {

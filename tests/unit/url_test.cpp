@@ -12,8 +12,9 @@ namespace {
 std::string parsed(std::string_view text)
 try {
     const url u = url::parse(text);
-    return (u.scheme == url_scheme::sftp ? "sftp " : "ftp ") + u.host + ' ' + std::to_string(u.port) + ' ' +
-           u.user + '|' + u.password + '|' + u.path + '|' + u.pattern + " = " + u.server();
+    const char* const names[] = {"ftp ", "ftps ", "sftp "};
+    return names[static_cast<int>(u.scheme)] + u.host + ' ' + std::to_string(u.port) + ' ' + u.user + '|' +
+           u.password + '|' + u.path + '|' + u.pattern + " = " + u.server();
 } catch (const InvalidUrl& refused) {
     return "refused: "s + refused.what();
 }
@@ -29,6 +30,8 @@ TEST(Url, IsTakenApartAsPeopleWriteIt)
         {"ftp://h//a", "ftp h 0 ||/a|/a = ftp://h"},
         {"ftp://u:p%40%3a@h:2121/%41/", "ftp h 2121 u|p@:|A/|A/ = ftp://h:2121"},
         {"ftp://u@x:p:q@h/a@b:c", "ftp h 0 u@x|p:q|a@b:c|a@b:c = ftp://h"},
+        {"ftps://h:990//a", "ftps h 990 ||/a|/a = ftps://h"},
+        {"ftps://h:21/a", "ftps h 21 ||a|a = ftps://h:21"},
         {"sftp://u@h:22/a", "sftp h 22 u||/a|/a = sftp://h"},
         {"ftp://h:22/", "ftp h 22 ||| = ftp://h:22"},
         {"sftp://h:/~", "sftp h 0 ||| = sftp://h"},
@@ -50,7 +53,8 @@ TEST(Url, IsRefusedWithoutShowingItsPassword)
 {
     for (const std::string_view text : {""sv,
                                         "u:secret@h"sv,
-                                        "ftps://u:secret@h/"sv,
+                                        "http://h/"sv,
+                                        "ftpx://u:secret@h/"sv,
                                         "file:///a"sv,
                                         "ftp://"sv,
                                         "ftp:///a"sv,

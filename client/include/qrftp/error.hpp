@@ -17,6 +17,7 @@ enum class error_cause {
     invalid_name,
     invalid_option,
     no_connection,
+    proxy_refused,
     no_encryption,
     certificate_refused,
     host_key_unknown,
@@ -111,8 +112,10 @@ QRFTP_ERROR_WITH_REASON(InvalidName, invalid_name);
 /// An option, or a setting of a configuration file, has a value that means nothing. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidOption, invalid_option);
 
-/// No connection came about: unknown host, nobody listens, the proxy or the network refused.
+/// No connection came about: unknown host, nobody listens, the network refused.
 QRFTP_ERROR(NoConnection, no_connection);
+/// The proxy was reached and did not make the connection; the message is its status or its reason.
+QRFTP_ERROR(ProxyRefused, proxy_refused);
 /// TLS was asked for, and the server does not offer it or no common version was found.
 QRFTP_ERROR(NoEncryption, no_encryption);
 /// The server's certificate was not accepted. Nothing secret was sent.
@@ -177,7 +180,7 @@ QRFTP_ERROR(Closed, closed);
 /// A local file or folder could not be opened, read or written.
 class QRFTPCLIENT_EXPORT LocalFileError : public error {
 public:
-    /// The sentence says `reason` where it is not empty, else the message of `code`.
+    /// The sentence says `reason` where it is not empty, else what `code` means.
     LocalFileError(std::string path, std::error_code code, const std::string& reason = {});
 
     /// What the system said: `std::errc::no_such_file_or_directory`, `no_space_on_device` and so on.

@@ -1,5 +1,7 @@
 #include "callbacks.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <thread>
 #include <utility>
@@ -83,17 +85,26 @@ void transfer_callbacks::take_reply(std::string_view line)
     if (replies_.size() + line.size() > longest) {
         throw ProtocolError(request_->subject, "its reply does not end");
     }
+    refuse_ssh(line);
     replies_.append(line);
     if (encryption_.empty()) {
         encryption_ = describe_encryption(handle_);
     }
-    if (line.starts_with("234 ") || line.starts_with("334 ")) {
-        data_.expect_control();
-    } else if (request_->want_size && line.starts_with("213 ")) {
+    data_.take_reply(line.starts_with("234 ") || line.starts_with("334 "));
+    if (request_->want_size && line.starts_with("213 ")) {
         const auto replies = parse_replies(line);
         size_ = replies.empty() ? std::nullopt : parse_size(replies.front());
     }
     follow_data_connection(line);
+}
+
+/// libcurl would wait for a line that it understands.
+void transfer_callbacks::refuse_ssh(std::string_view line) const
+{
+    if (replies_.empty() && line.starts_with("SSH-")) {
+        throw NoConnection(server_.server(), {0, fmt::format("this is an SSH server; write sftp://{}:{}/",
+                                                             server_.host, server_.effective_port())});
+    }
 }
 
 std::size_t transfer_callbacks::on_body(char* data, std::size_t size, std::size_t count, void* user) noexcept

@@ -4,6 +4,7 @@
 #include "request.hpp"
 
 #include <qrftp/options.hpp>
+#include <qrftp/url.hpp>
 
 #include <chrono>
 #include <cstdint>
@@ -18,7 +19,10 @@ namespace qrftp::ftp {
 /// at its end.
 class transfer_callbacks {
 public:
-    transfer_callbacks(std::stop_token stop, data_tls& data) : stop_(std::move(stop)), data_(data) {}
+    transfer_callbacks(const url& server, std::stop_token stop, data_tls& data)
+        : server_(server), stop_(std::move(stop)), data_(data)
+    {
+    }
     transfer_callbacks(const transfer_callbacks&) = delete;
     transfer_callbacks& operator=(const transfer_callbacks&) = delete;
     ~transfer_callbacks() = default;
@@ -50,10 +54,12 @@ private:
     template <class Work>
     bool guard(Work work) noexcept;
     void take_reply(std::string_view line);
+    void refuse_ssh(std::string_view line) const;
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
 
+    const url& server_;
     std::stop_token stop_;
     data_tls& data_;
     CURL* handle_ = nullptr;

@@ -9,9 +9,9 @@ namespace qrftp::ftp {
 /// After these, further files of a batch would fail as well.
 inline bool concerns_all_files(error_cause cause)
 {
-    return cause == error_cause::no_connection || cause == error_cause::no_encryption ||
-           cause == error_cause::certificate_refused || cause == error_cause::login_refused ||
-           cause == error_cause::cancelled;
+    return cause == error_cause::no_connection || cause == error_cause::proxy_refused ||
+           cause == error_cause::no_encryption || cause == error_cause::certificate_refused ||
+           cause == error_cause::login_refused || cause == error_cause::cancelled;
 }
 
 /// Runs `work` on each file of a batch, one after the other.

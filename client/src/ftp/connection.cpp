@@ -4,7 +4,6 @@
 #include "failure.hpp"
 #include "trace_callback.hpp"
 
-#include <zorbel/io/ftp/core/connect.hpp>
 #include <zorbel/io/ftp/core/paths.hpp>
 
 #include <fmt/format.h>
@@ -66,17 +65,34 @@ std::string trimmed(const std::string& line)
     return line.substr(std::min(line.find_first_not_of(' '), line.size()));
 }
 
+/// Through a proxy with TLS of its own, libcurl 7.88 has no reason for a handshake that a certificate ended,
+/// and words the proxy's certificate as the server's.
+void classify_certificate(request_result& result, const server_certificate& shown, long proxy_verified)
+{
+    if (result.code == CURLE_SSL_CONNECT_ERROR && !shown.problem.empty()) {
+        result.code = CURLE_PEER_FAILED_VERIFICATION;
+        result.message = shown.problem;
+    }
+    if (result.code != CURLE_PEER_FAILED_VERIFICATION) {
+        return;
+    }
+    if (!shown.pin.empty()) {
+        result.message += "; its key is " + shown.pin;
+    } else if (proxy_verified != X509_V_OK) {
+        result.code = CURLE_COULDNT_CONNECT;
+        result.message = "the certificate of the proxy: " + result.message;
+    }
+}
+
 } // namespace
 
 connection::connection(const url& server, const session_options& options)
-    : location_(server), options_(options), server_(server.server()), login_(location_, options_),
-      sockets_(options.tls == tls_mode::strict), callbacks_(options.stop, data_tls_)
+    : location_(server), options_(options), server_(server.server()), check_(location_, options_),
+      login_(location_, options_),
+      sockets_(options.tls == tls_mode::strict || server.scheme == url_scheme::ftps),
+      data_tls_(check_, server.scheme == url_scheme::ftps), callbacks_(location_, options.stop, data_tls_)
 {
-    login_.set_up(handle_);
-    setopt(handle_, CURLOPT_PROXY, std::string()); // not what the environment says to libcurl
-    if (options_.use_proxy) {
-        core::configure_proxy(handle_);
-    }
+    login_.set_up(handle_, check_.policy());
     sockets_.set_up(handle_);
     data_tls_.set_up(handle_);
     callbacks_.set_up(handle_);
@@ -93,9 +109,21 @@ connection::connection(const url& server, const session_options& options)
     }
 }
 
+/// A new certificate is asked about while there is no connection: neither the server nor a limit of time waits.
+request_result connection::reach()
+{
+    const request first{.subject = server_, .commands = {"FEAT"}};
+    try {
+        return run(first);
+    } catch (const new_certificate& found) {
+        check_.policy().accept_new(found.shown);
+    }
+    return run(first);
+}
+
 void connection::log_in()
 {
-    const request_result result = run({.subject = server_, .commands = {"FEAT"}});
+    const request_result result = reach();
     if (!result.is_done()) {
         throw_failure(server_, {.subject = server_}, result, true);
     }
@@ -174,11 +202,13 @@ request_result connection::perform(const request& request)
     set_request(request);
     callbacks_.begin(request);
     data_tls_.reset();
+    check_.reset();
     request_result result;
     result.code = handle_.perform();
     callbacks_.end();
     // What libcurl gave up in the middle may still be answered.
-    out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE;
+    out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
+                   check_.thrown() != nullptr;
     result.replies = parse_replies(callbacks_.replies());
     result.message = message_.data();
     if (result.message.empty() && !result.is_done()) {
@@ -190,6 +220,9 @@ request_result connection::perform(const request& request)
     result.ended_by_close_notify = data_tls_.is_ended();
     long verified = 0;
     long connections = 0;
+    long proxy_verified = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_PROXY_SSL_VERIFYRESULT, &proxy_verified);
+    curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_CONNECTCODE, &result.proxy_status);
     curl_easy_getinfo(handle_.get(), CURLINFO_SSL_VERIFYRESULT, &verified);
     curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connections);
     result.reconnected = !result.replies.empty() && result.replies.front().code == 220 && connections > 0;
@@ -197,6 +230,7 @@ request_result connection::perform(const request& request)
         info_.encryption = callbacks_.encryption();
     }
     classify(request, result, verified);
+    classify_certificate(result, check_.shown(), proxy_verified);
     return result;
 }
 
@@ -243,6 +277,9 @@ request_result connection::run(const request& request)
         ends_waits.reset();
         if (callbacks_.thrown()) {
             std::rethrow_exception(callbacks_.thrown());
+        }
+        if (check_.thrown()) {
+            std::rethrow_exception(check_.thrown());
         }
         if (sockets_.refusal()) {
             std::rethrow_exception(sockets_.refusal());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "callbacks.hpp"
+#include "certificate_check.hpp"
 #include "data_tls.hpp"
 #include "login.hpp"
 #include "request.hpp"
@@ -43,6 +44,7 @@ private:
     using command_list = std::optional<zorbel::io::ftp::core::slist>;
 
     void log_in();
+    request_result reach();
     void read_features(const reply& features);
     std::string url_of(const std::string& path);
     void set_commands(const request& request);
@@ -56,6 +58,7 @@ private:
     std::string server_;
     server_info info_;
     // libcurl refers to what follows as long as it has the handle.
+    certificate_check check_;
     login login_;
     sockets sockets_;
     data_tls data_tls_;

@@ -23,16 +23,21 @@ void data_tls::reset()
 {
     context_ = nullptr;
     ended_ = false;
+    control_is_next_ = is_implicit_;
 }
 
 CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexcept
 {
     auto& mine = *static_cast<data_tls*>(self);
+    auto* const made = static_cast<SSL_CTX*>(context);
+    if (SSL_CTX_get_max_proto_version(made) == TLS1_3_VERSION) {
+        return CURLE_OK; // a proxy's, which libcurl judges by itself: servers get no more than TLS 1.2
+    }
+    mine.check_.watch(made);
     if (mine.control_is_next_) {
         mine.control_is_next_ = false;
         return CURLE_OK;
     }
-    auto* const made = static_cast<SSL_CTX*>(context);
     if (SSL_CTX_set_ex_data(made, data_index(), &mine) == 0) {
         return CURLE_OUT_OF_MEMORY;
     }

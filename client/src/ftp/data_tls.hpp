@@ -1,16 +1,19 @@
 #pragma once
 
+#include "certificate_check.hpp"
 #include "setopt.hpp"
 
 #include <openssl/ssl.h>
 
 namespace qrftp::ftp {
 
-/// Sees how the encryption of a data connection ends. libcurl takes a connection that is cut off for one that
-/// was ended: whoever cuts it could shorten a listing or a file. Outlives the connection.
+/// What the encryption of the server's connections goes through: certificates are checked, and it is seen how
+/// the encryption of a data connection ends. libcurl takes a connection that is cut off for one that was ended:
+/// whoever cuts it could shorten a listing or a file. Outlives the connection.
 class data_tls {
 public:
-    data_tls() = default;
+    /// `is_implicit`: control connections are encrypted from the first byte on.
+    data_tls(certificate_check& check, bool is_implicit) : check_(check), is_implicit_(is_implicit) {}
     data_tls(const data_tls&) = delete;
     data_tls& operator=(const data_tls&) = delete;
     ~data_tls() = default;
@@ -19,8 +22,8 @@ public:
 
     /// A request begins.
     void reset();
-    /// The next handshake is that of the control connection.
-    void expect_control() { control_is_next_ = true; }
+    /// A reply came on the control connection: whether the next handshake is there too.
+    void take_reply(bool begins_tls) { control_is_next_ = begins_tls; }
 
     /// Whether there was an encrypted data connection since `reset`.
     [[nodiscard]] bool is_used() const { return context_ != nullptr; }
@@ -31,6 +34,8 @@ private:
     static CURLcode on_context(CURL* handle, void* context, void* self) noexcept;
     static void on_event(const SSL* connection, int where, int value) noexcept;
 
+    certificate_check& check_;
+    bool is_implicit_;
     const SSL_CTX* context_ = nullptr; ///< the data connection's; libcurl makes one for each connection
     bool control_is_next_ = false;
     bool ended_ = false;

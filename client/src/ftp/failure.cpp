@@ -75,6 +75,16 @@ void classify_tls_failure(request_result& result, long verified)
     }
 }
 
+/// libcurl words it in several ways, also as a server that was lost.
+void classify_proxy_refusal(request_result& result)
+{
+    constexpr long redirected = 300;
+    if (!result.is_done() && result.proxy_status >= redirected) {
+        result.code = CURLE_PROXY;
+        result.message = std::to_string(result.proxy_status);
+    }
+}
+
 void find_missing_end(const request& request, request_result& result)
 {
     if (!result.is_done() || !request.on_data) {
@@ -90,6 +100,16 @@ void find_missing_end(const request& request, request_result& result)
         result.code = CURLE_PARTIAL_FILE;
         result.message = "the encrypted data connection was cut off (no close_notify)";
     }
+}
+
+/// What may help where TLS did not begin.
+const char* handshake_hint(const std::string& server, const std::string& message)
+{
+    if (message.find("alert handshake failure") != std::string::npos) {
+        return "; the server may want a client certificate (--cert)";
+    }
+    return server.starts_with("ftps://") ? "; write ftp:// for a server that begins TLS after its greeting"
+                                         : "";
 }
 
 } // namespace
@@ -109,6 +129,7 @@ response request_result::said() const
 
 void classify(const request& request, request_result& result, long verified)
 {
+    classify_proxy_refusal(result);
     if (is_blocked_data_connection(result)) {
         result.code = CURLE_FTP_ACCEPT_FAILED;
     } else if (is_disguised_refusal(request, result)) {
@@ -144,10 +165,12 @@ void throw_failure(const std::string& server, const request& request, const requ
         throw LoginRefused(server, said);
     case CURLE_PEER_FAILED_VERIFICATION:
         throw CertificateRefused(server, {said.code, result.message}); // whatever the server replied
+    case CURLE_PROXY:
+        throw ProxyRefused(server, {0, result.message});
     case CURLE_USE_SSL_FAILED:
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:
-        throw NoEncryption(server, said);
+        throw NoEncryption(server, {said.code, said.message + handshake_hint(server, said.message)});
     case CURLE_FTP_ACCEPT_FAILED:
         throw NoConnection(
             "data connection of " + server,
@@ -156,7 +179,6 @@ void throw_failure(const std::string& server, const request& request, const requ
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_CONNECT:
     case CURLE_FAILED_INIT:
-    case CURLE_PROXY:
         throw NoConnection(server, said);
     case CURLE_URL_MALFORMAT:
         throw InvalidName(request.subject, "a control character");

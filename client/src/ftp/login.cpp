@@ -1,11 +1,12 @@
 #include "login.hpp"
 
+#include "../proxy_selection.hpp"
+#include "client_certificate.hpp"
+
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
-
-#include <fstream>
 
 namespace qrftp::ftp {
 
@@ -49,9 +50,9 @@ login::login(const url& server, const session_options& options)
     mask_secret(password_);
 }
 
-void login::set_up(const curl_ptr& handle)
+void login::set_up(const curl_ptr& handle, const certificate_policy& policy)
 {
-    setopt(handle, CURLOPT_PROTOCOLS_STR, std::string("ftp"));
+    setopt(handle, CURLOPT_PROTOCOLS_STR, std::string("ftp,ftps"));
     setopt(handle, CURLOPT_NOSIGNAL, 1L);
     // libcurl keeps an entry for every port that it has connected to, and walks through them all on each
     // request.
@@ -71,7 +72,9 @@ void login::set_up(const curl_ptr& handle)
     // Sizes are asked for by commands of ours.
     setopt(handle, CURLOPT_IGNORE_CONTENT_LENGTH, 1L);
     set_limits(handle);
+    set_proxy(handle);
     set_encryption(handle);
+    set_trust(handle, policy);
 }
 
 void login::set_limits(const curl_ptr& handle) const
@@ -84,29 +87,56 @@ void login::set_limits(const curl_ptr& handle) const
     setopt(handle, CURLOPT_TIMEOUT_MS, milliseconds_of(options_.total_timeout));
 }
 
+void login::set_proxy(const curl_ptr& handle) const
+{
+    const auto proxy = select_proxy(options_);
+    setopt(handle, CURLOPT_PROXY,
+           proxy ? proxy->url() : std::string()); // not what the environment says to libcurl
+    if (!proxy) {
+        return;
+    }
+    if (proxy->port != 0) {
+        setopt(handle, CURLOPT_PROXYPORT, proxy->port);
+    }
+    if (proxy->has_credentials) {
+        setopt(handle, CURLOPT_PROXYUSERNAME, proxy->user);
+        setopt(handle, CURLOPT_PROXYPASSWORD, proxy->password);
+    }
+    // By this limit a proxy is told from a server (`data_tls`).
+    setopt(handle, CURLOPT_PROXY_SSLVERSION,
+           static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_3);
+    setopt(handle, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    setopt(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+}
+
 /// TLS 1.2, no newer one. A ticket of TLS 1.3 serves once, and libcurl, up to 8.21 at least, closes a data
 /// connection without having read the next one: servers that demand that sessions are reused (ProFTPD, vsftpd:
 /// by default) then refuse every data connection after the first. And where such a ticket lies unread when an
 /// upload is closed, the kernel resets the connection, and the server can lose the end of the file.
 void login::set_encryption(const curl_ptr& handle) const
 {
-    const bool secret = user_ != anonymous;
-    const long ssl = options_.tls == tls_mode::none                       ? CURLUSESSL_NONE
-                     : options_.tls == tls_mode::opportunistic && !secret ? CURLUSESSL_TRY
-                                                                          : CURLUSESSL_ALL;
+    if (options_.tls == tls_mode::none && (server_.scheme == url_scheme::ftps || !options_.pins.empty())) {
+        throw InvalidOption("tls", server_.scheme == url_scheme::ftps
+                                       ? "ftps:// is always encrypted; write ftp:// to go without TLS"
+                                       : "without TLS there is no certificate, and a pin was given");
+    }
+    const bool must = user_ != anonymous || server_.scheme == url_scheme::ftps || !options_.pins.empty();
+    const long ssl = options_.tls == tls_mode::none                     ? CURLUSESSL_NONE
+                     : options_.tls == tls_mode::opportunistic && !must ? CURLUSESSL_TRY
+                                                                        : CURLUSESSL_ALL;
     setopt(handle, CURLOPT_USE_SSL, ssl);
     setopt(handle, CURLOPT_FTPSSLAUTH, static_cast<long>(CURLFTPAUTH_TLS));
-    setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
-    setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
     setopt(handle, CURLOPT_SSLVERSION,
            static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
+    set_client_certificate(handle, options_, server_.server());
+}
+
+void login::set_trust(const curl_ptr& handle, const certificate_policy& policy) const
+{
+    setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+    setopt(handle, CURLOPT_SSL_VERIFYHOST, policy.may_replace_authorities() ? 0L : 2L);
     if (!options_.certificate_authorities.empty()) {
-        // libcurl would call a file that it cannot read a bad certificate.
-        std::ifstream file(options_.certificate_authorities);
-        if (!file || file.peek() == std::ifstream::traits_type::eof()) {
-            throw LocalFileError(options_.certificate_authorities.string(),
-                                 std::error_code(errno, std::generic_category()));
-        }
+        check_authorities(options_.certificate_authorities);
         setopt(handle, CURLOPT_CAINFO, options_.certificate_authorities.string());
         setopt(handle, CURLOPT_CAPATH, nullptr); // the system's would be trusted as well
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../certificate_policy.hpp"
 #include "setopt.hpp"
 
 #include <qrftp/options.hpp>
@@ -21,7 +22,8 @@ public:
     /// Throws `InvalidName` for what cannot be sent, `InvalidOption`.
     login(const url& server, const session_options& options);
 
-    void set_up(const curl_ptr& handle);
+    /// `policy` says whether libcurl is to compare the names of certificates.
+    void set_up(const curl_ptr& handle, const certificate_policy& policy);
 
     /// Asks for the password where one is needed and none is given, and tells libcurl. `attempt` counts from 0.
     /// Throws `LoginRefused` when the user gives none.
@@ -31,7 +33,9 @@ public:
 
 private:
     void set_limits(const curl_ptr& handle) const;
+    void set_proxy(const curl_ptr& handle) const;
     void set_encryption(const curl_ptr& handle) const;
+    void set_trust(const curl_ptr& handle, const certificate_policy& policy) const;
     [[nodiscard]] bool asks() const;
 
     const url& server_;

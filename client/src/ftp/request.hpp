@@ -54,6 +54,7 @@ struct request_result {
     std::string message{};               ///< libcurl's
     std::uint64_t moved = 0;             ///< bytes of the body, in either direction
     std::optional<std::uint64_t> size{}; ///< as the server told it before the body
+    long proxy_status = 0;               ///< of the proxy's answer to CONNECT
     bool encrypted = false;
     bool ended_by_close_notify = false; ///< TLS: the data connection was ended, not just cut off
     bool reconnected = false;           ///< the request opened a connection

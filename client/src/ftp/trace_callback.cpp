@@ -33,6 +33,9 @@ try {
     while (text.ends_with('\n') || text.ends_with('\r')) {
         text.remove_suffix(1);
     }
+    if (text.starts_with("Proxy auth using")) {
+        text = text.substr(0, text.find('\'')); // the user's name follows
+    }
     if (type == CURLINFO_TEXT && is_logged()) {
         foundation::log::record(zorbel::io::ftp::core::getLogger(), level::info).stream() << "* " << text;
     } else if (type == CURLINFO_HEADER_OUT && is_traced(trace_level::dialogue)) {

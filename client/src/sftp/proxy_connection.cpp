@@ -5,9 +5,9 @@
 #include "tcp_connection.hpp"
 
 #include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
-#include <qrftp/trace.hpp>
 
 #include <algorithm>
 #include <array>
@@ -21,6 +21,7 @@ namespace qrftp::sftp {
 
 namespace {
 
+constexpr std::uint16_t usual_port = 1080; // libcurl's, so that FTP and SFTP go the same way
 constexpr std::size_t longest_header = 16384;
 constexpr std::size_t longest_field = 255; // of SOCKS5
 
@@ -33,9 +34,15 @@ public:
     std::string receive(std::size_t size);
     /// Up to and with the empty line that ends an HTTP header, byte by byte: what follows is the other side's.
     std::string receive_header();
+    /// The proxy does not answer as one.
     [[noreturn]] void fail(std::string why) const
     {
         throw NoConnection(wait_.subject(), {0, "the proxy: " + std::move(why)});
+    }
+    /// The proxy says no.
+    [[noreturn]] void refuse(std::string why) const
+    {
+        throw ProxyRefused(wait_.subject(), {0, std::move(why)});
     }
 
 private:
@@ -95,6 +102,11 @@ std::string handshake::receive_header()
     return header;
 }
 
+std::string without_brackets(const std::string& host)
+{
+    return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
+}
+
 std::string bracketed(const std::string& host)
 {
     return host.find(':') == std::string::npos ? host : '[' + host + ']';
@@ -105,16 +117,18 @@ void connect_http(const proxy_address& proxy, const std::string& host, std::uint
     const std::string target = fmt::format("{}:{}", bracketed(host), port);
     std::string request = fmt::format("CONNECT {0} HTTP/1.1\r\nHost: {0}\r\n", target);
     if (proxy.has_credentials) {
-        const std::string secret = to_base64(proxy.user + ':' + proxy.password);
-        mask_secret(secret);
-        request += fmt::format("Proxy-Authorization: Basic {}\r\n", secret);
+        request +=
+            fmt::format("Proxy-Authorization: Basic {}\r\n", to_base64(proxy.user + ':' + proxy.password));
     }
     peer.send(request + "\r\n");
     const std::string answer = peer.receive_header();
     // "HTTP/1.1 200 …": any status of the 200s is a tunnel.
     constexpr std::size_t status_begin = 9;
-    if (!answer.starts_with("HTTP/1.") || answer.size() < status_begin + 3 || answer[status_begin] != '2') {
-        peer.fail(answer.substr(0, answer.find('\r')));
+    if (!answer.starts_with("HTTP/1.") || answer.size() < status_begin + 3) {
+        peer.fail("it is no HTTP proxy: " + masked(answer.substr(0, answer.find('\r'))));
+    }
+    if (answer[status_begin] != '2') {
+        peer.refuse(answer.substr(status_begin, 3));
     }
 }
 
@@ -144,7 +158,7 @@ void authenticate_socks(const proxy_address& proxy, handshake& peer)
         return;
     }
     if (choice[1] != 2 || !proxy.has_credentials) {
-        peer.fail("it wants a login that is not given");
+        peer.refuse("it wants a login that is not given");
     }
     if (proxy.user.size() > longest_field || proxy.password.size() > longest_field) {
         peer.fail("its user name or password is too long");
@@ -153,7 +167,7 @@ void authenticate_socks(const proxy_address& proxy, handshake& peer)
     peer.send(fmt::format("\1{}{}{}{}", static_cast<char>(proxy.user.size()), proxy.user,
                           static_cast<char>(proxy.password.size()), proxy.password));
     if (peer.receive(2)[1] != 0) {
-        peer.fail("it refused the user name or the password");
+        peer.refuse("it did not accept the user name or the password");
     }
 }
 
@@ -186,7 +200,7 @@ void connect_socks(const proxy_address& proxy, const std::string& host, std::uin
     peer.send(request);
     const std::string answer = peer.receive(4);
     if (answer[1] != 0) {
-        peer.fail(socks_refusal(answer[1]));
+        peer.refuse(socks_refusal(answer[1]));
     }
     // The address that the proxy uses, of which nothing follows.
     std::size_t length = answer[3] == 4 ? sizeof(in6_addr) : sizeof(in_addr);
@@ -201,9 +215,15 @@ void connect_socks(const proxy_address& proxy, const std::string& host, std::uin
 unique_fd connect_through(const proxy_address& proxy, const std::string& host, std::uint16_t port,
                           interruptible_wait& wait)
 {
-    unique_fd socket = connect_tcp(proxy.host, proxy.port, wait);
+    using enum proxy_address::protocol;
+    if (proxy.kind != http && proxy.kind != socks5 && proxy.kind != socks5h) {
+        throw InvalidOption(proxy.url(),
+                            "SFTP goes through HTTP and SOCKS5 proxies, not through one of this kind");
+    }
+    unique_fd socket =
+        connect_tcp(without_brackets(proxy.host), proxy.port == 0 ? usual_port : proxy.port, wait);
     handshake peer(socket.get(), wait);
-    if (proxy.kind == proxy_address::protocol::http) {
+    if (proxy.kind == http) {
         connect_http(proxy, host, port, peer);
     } else {
         connect_socks(proxy, host, port, peer, wait);

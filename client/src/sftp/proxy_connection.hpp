@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../proxy_selection.hpp"
 #include "interruptible_wait.hpp"
 #include "unique_fd.hpp"
 
@@ -8,22 +9,8 @@
 
 namespace qrftp::sftp {
 
-/// How to reach a proxy.
-struct proxy_address {
-    enum class protocol {
-        http,    ///< HTTP CONNECT (RFC 9110, 9.3.6)
-        socks5,  ///< SOCKS5 (RFC 1928); names are looked up here
-        socks5h, ///< SOCKS5; names are looked up by the proxy
-    };
-    protocol kind = protocol::http;
-    std::string host{};
-    std::uint16_t port = 0;
-    std::string user{}; ///< with `password`, where `has_credentials`
-    std::string password{};
-    bool has_credentials = false;
-};
-
-/// Connects to `host` through the proxy. Throws `NoConnection` with the proxy's words, `Timeout`, `Cancelled`.
+/// Connects to `host` through the proxy. Throws `ProxyRefused`, `NoConnection`, `Timeout`, `Cancelled`, and
+/// `InvalidOption` for a proxy that is neither an HTTP nor a SOCKS5 proxy.
 unique_fd connect_through(const proxy_address& proxy, const std::string& host, std::uint16_t port,
                           interruptible_wait& wait);
 

@@ -4,6 +4,7 @@
 #include "ssh_algorithms.hpp"
 
 #include <qrftp/error.hpp>
+#include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
 
@@ -90,14 +91,14 @@ void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
     first_line_.assign(bytes.data(), static_cast<std::size_t>(size));
     first_line_ = first_line_.substr(0, first_line_.find_first_of("\r\n"));
     if (first_line_.starts_with("220") || first_line_.starts_with("120")) { // RFC 959, 5.4
-        throw NoConnection(wait_.subject(), {0, fmt::format("it is an FTP server: write ftp://{}:{}",
+        throw NoConnection(wait_.subject(), {0, fmt::format("this is an FTP server; write ftp://{}:{}/",
                                                             settings.host, settings.port)});
     }
 }
 
 std::string ssh_connection::not_ssh() const
 {
-    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", first_line_);
+    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", masked(first_line_));
 }
 
 void ssh_connection::wait_for_server()
@@ -126,7 +127,7 @@ host_key ssh_connection::server_key(const std::string& host) const
 
 std::string ssh_connection::last_words() const
 {
-    return text_of(ssh_get_error(get()));
+    return masked(text_of(ssh_get_error(get())));
 }
 
 std::string ssh_connection::identification() const

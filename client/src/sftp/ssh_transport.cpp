@@ -2,7 +2,7 @@
 
 #include "../host_key_policy.hpp"
 #include "authentication.hpp"
-#include "proxy_selection.hpp"
+#include "proxy_connection.hpp"
 #include "ssh_channel.hpp"
 #include "tcp_connection.hpp"
 
@@ -20,7 +20,7 @@ constexpr unsigned most_connections = 8; ///< of one login: each takes the next 
 byte_connection open_connection(const ssh_settings& settings, const session_options& options,
                                 interruptible_wait& wait)
 {
-    if (!settings.proxy_command.empty()) {
+    if (!settings.proxy_command.empty() && options.proxy.empty()) {
         try {
             auto [process, socket] = proxy_process::start(settings.proxy_command);
             return {std::move(socket), std::move(process)};
@@ -28,10 +28,8 @@ byte_connection open_connection(const ssh_settings& settings, const session_opti
             throw NoConnection(settings.server, {0, e.what()});
         }
     }
-    if (options.use_proxy) {
-        if (const auto proxy = select_proxy()) {
-            return {connect_through(*proxy, settings.host, settings.port, wait), {}};
-        }
+    if (const auto proxy = select_proxy(options)) {
+        return {connect_through(*proxy, settings.host, settings.port, wait), {}};
     }
     return {connect_tcp(settings.host, settings.port, wait), {}};
 }
