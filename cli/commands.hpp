@@ -61,7 +61,7 @@ struct sync_arguments {
     std::string remote;
     direction way = direction::fetch;
     sync_options options;
-    bool clean_up = false; ///< removes what broken-off transfers left in the remote folder
+    bool clean_up = false; ///< removes what broken-off transfers left in both folders
 };
 void sync(session& remote, const sync_arguments& arguments, const settings& options);
 

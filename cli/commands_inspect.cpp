@@ -65,6 +65,7 @@ void stat(session& remote, const std::vector<std::string>& patterns, const setti
             const std::optional<timestamp> exact = remote.modification_time(path);
             what.modified = exact ? exact : what.modified;
         }
+        remote.name_owners({&what, 1});
         if (options.json) {
             print_json(to_json(what, path));
             return;

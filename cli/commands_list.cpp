@@ -74,13 +74,23 @@ private:
         std::vector<entry> entries;
         sort(files_, &remote_entry::what);
         for (const remote_entry& one : files_) {
-            if (options_.json) {
-                print_json(to_json(one.what, one.path));
-            }
             entries.push_back(one.what);
-            entries.back().name = one.path;
+        }
+        name_owners(entries);
+        for (std::size_t i = 0; i < files_.size(); ++i) {
+            if (options_.json) {
+                print_json(to_json(entries[i], files_[i].path));
+            }
+            entries[i].name = files_[i].path;
         }
         print_entries(entries);
+    }
+
+    void name_owners(std::vector<entry>& entries)
+    {
+        if (arguments_.list.long_form) {
+            remote_.name_owners(entries);
+        }
     }
 
     /// As the options want it. What comes ordered by name stays so among equals.
@@ -128,6 +138,7 @@ private:
     void print_folder(folder one, std::vector<folder>& waiting)
     {
         listing found = one.content ? std::move(*one.content) : read_folder(remote_, one.path, options_);
+        name_owners(found.entries);
         if (has_headings_ && !options_.json) {
             print_line((std::exchange(has_printed_, true) ? "\n" : "") + escape(one.path) + ":");
         }

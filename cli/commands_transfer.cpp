@@ -33,6 +33,7 @@ struct copy {
     fs::path local;
     bool is_folder = false;
     std::optional<std::uint64_t> size{}; ///< where it is known
+    bool is_found = false;               ///< by a pattern: its name is the server's choice
 };
 
 bool prints_files(const settings& options)
@@ -111,7 +112,8 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
         const std::string key = fs::absolute(local).lexically_normal().string();
         refuse_same_targets(sources_by_target, key, one.path);
         sources_by_target.emplace(key, one.path);
-        plan.push_back({one.path, std::move(local), folder, one.what ? one.what->size : std::nullopt});
+        plan.push_back({one.path, std::move(local), folder, one.what ? one.what->size : std::nullopt,
+                        one.what.has_value()});
     }
     return plan;
 }
@@ -191,7 +193,8 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
                transfer_report& report)
 {
     const tree_action action = action_of(remote, one, way, report.prints_sizes());
-    const transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
+    transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
+    options.follow_target = !one.is_found;
     if (report.is_dry_run()) {
         report.print_action(action, ends_of(one, way));
         return;
@@ -207,7 +210,8 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
     report.print_action(action, ends_of(one, way));
 }
 
-/// Several files, as many at a time as the protocol carries; those that fail do not keep the others back.
+/// Several files of one origin, as many at a time as the protocol carries; those that fail do not keep the
+/// others back.
 void copy_files(session& remote, const std::vector<copy>& files, const transfer_arguments& arguments,
                 direction way, transfer_report& report)
 {
@@ -222,6 +226,7 @@ void copy_files(session& remote, const std::vector<copy>& files, const transfer_
     }
     tree_options options = report.watch(arguments.tree);
     options.keep_going = true;
+    options.transfer.follow_target = !files.front().is_found;
     options.on_action = [&](tree_action action) {
         action.size = sizes[action.path];
         report.print_action(action, ends[action.path]);
@@ -241,6 +246,7 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
         return;
     }
     tree_options options = report.watch(arguments.tree);
+    options.transfer.follow_target = !one.is_found;
     options.on_action = [&](const tree_action& action) {
         const bool is_copy = action.what == tree_action::kind::copy;
         report.print_action(action, is_copy ? ends_of(one, way, action.path) : copy_ends{});
@@ -286,12 +292,15 @@ void print_files(session& remote, const std::vector<remote_source>& sources,
 void carry_out(session& remote, const std::vector<copy>& plan, const transfer_arguments& arguments,
                direction way, transfer_report& report)
 {
-    std::vector<copy> files;
-    std::ranges::copy_if(plan, std::back_inserter(files), [](const copy& one) { return !one.is_folder; });
-    if (files.size() == 1) {
-        report.attempt([&] { copy_file(remote, files.front(), arguments, way, report); });
-    } else if (!files.empty()) {
-        report.attempt([&] { copy_files(remote, files, arguments, way, report); });
+    for (const bool is_found : {false, true}) {
+        std::vector<copy> files;
+        std::ranges::copy_if(plan, std::back_inserter(files),
+                             [&](const copy& one) { return !one.is_folder && one.is_found == is_found; });
+        if (files.size() == 1) {
+            report.attempt([&] { copy_file(remote, files.front(), arguments, way, report); });
+        } else if (!files.empty()) {
+            report.attempt([&] { copy_files(remote, files, arguments, way, report); });
+        }
     }
     for (const copy& one : plan) {
         if (one.is_folder) {
@@ -352,9 +361,14 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
     });
     report.attempt([&] {
         if (arguments.clean_up && !options.dry_run) {
-            for (const std::string& path : clean_up(remote, or_here(arguments.remote))) {
-                report.print_action({tree_action::kind::remove_file, tree_action::reason::extra, path, 0});
-            }
+            const auto print_removed = [&](const auto& paths) {
+                for (const auto& path : paths) {
+                    report.print_action({tree_action::kind::remove_file, tree_action::reason::extra,
+                                         fs::path(path).string(), 0});
+                }
+            };
+            print_removed(clean_up(remote, or_here(arguments.remote)));
+            print_removed(clean_up(arguments.local));
         }
     });
     finish(remote, watched.transfer, options, report);

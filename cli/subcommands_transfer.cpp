@@ -223,7 +223,7 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
         both.add_flag("--update", line.update, "Leave targets alone that are newer than their source");
     both.add_flag("--no-overwrite-newer", line.keep_newer, "The same, and each is an error")->excludes(update);
     both.add_flag("--clean-up", line.clean_up,
-                  "Also remove temporary files of broken transfers from the remote folder, a day old or more");
+                  "Also remove temporary files of broken transfers from both folders, a day old or more");
     both.add_flag("--watch", line.watch, "Then stay, and send what changes in the local folder");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }

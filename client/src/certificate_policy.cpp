@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view pin_start = "sha256//";
-constexpr std::string_view blanks = " \t\r";
+constexpr std::string_view gaps = " \t\r";
 
 bool is_pin(std::string_view text)
 {
@@ -48,8 +48,8 @@ std::vector<std::string> pins_of(std::string_view host, std::string_view text)
     std::vector<std::string> pins;
     while (!text.empty()) {
         std::string_view line = take_token(text, "\n");
-        const std::string_view name = take_token(line, blanks);
-        const std::string_view pin = take_token(line, blanks);
+        const std::string_view name = take_token(line, gaps);
+        const std::string_view pin = take_token(line, gaps);
         if (to_lower(name) == host && is_pin(pin)) {
             pins.emplace_back(pin);
         }

@@ -78,6 +78,8 @@ public:
     /// `takes_any_order`.
     virtual void write(std::uint64_t offset, std::string_view bytes) = 0;
     [[nodiscard]] virtual bool takes_any_order() const = 0;
+    /// Called about every second while the transfer lasts, also when nothing arrives: reports progress.
+    virtual void tick() {}
     /// Forgets what was written since `begin`, whose answer still holds: it comes once more. False where it was
     /// given away.
     virtual bool restart() = 0;
@@ -131,6 +133,8 @@ public:
     [[nodiscard]] virtual file_facts facts_to_set(const std::optional<entry>& replaced) const = 0;
     /// Told what the server has confirmed; reports progress.
     virtual void sent(std::uint64_t bytes) = 0;
+    /// Called about every second while the transfer lasts, also when nothing is confirmed: reports progress.
+    virtual void tick() {}
 
     /// Whether `verify` is to be called when all of it has been sent.
     [[nodiscard]] virtual bool needs_verifying() const { return false; }
@@ -243,6 +247,8 @@ public:
     virtual std::optional<entry> stat(const std::string& path) = 0;
     /// What the link at `path` leads to in the end; nothing where that is missing.
     virtual std::optional<entry> follow(const std::string& path);
+    /// Puts names in the place of the numbers of owners and groups, where the server tells them.
+    virtual void name_owners(std::span<entry> /*entries*/) {}
     /// The size of a file, through links.
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
     /// The modification time of a file, through links.

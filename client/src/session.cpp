@@ -248,11 +248,20 @@ listing session::list(const std::string& path, list_order order)
     return result;
 }
 
+void session::name_owners(std::span<entry> entries)
+{
+    opened().server->name_owners(entries);
+}
+
 void session::make_folder(const std::string& path, bool parents)
 {
     const state& mine = opened();
     const std::string whole = mine.absolute(path);
-    parents ? make_with_parents(*mine.server, whole) : mine.server->make_folder(whole);
+    if (parents) {
+        make_with_parents(*mine.server, whole);
+    } else {
+        mine.server->make_folder(whole);
+    }
 }
 
 void session::remove_folder(const std::string& path, bool recursive)

@@ -22,11 +22,11 @@ struct scheme_facts {
     std::uint16_t port;
 };
 /// In the order of `url_scheme`.
-constexpr std::array<scheme_facts, 3> schemes{{{"ftp", 21}, {"ftps", 990}, {"sftp", 22}}};
+constexpr std::array<scheme_facts, 3> known_schemes{{{"ftp", 21}, {"ftps", 990}, {"sftp", 22}}};
 
 const scheme_facts& facts_of(url_scheme scheme)
 {
-    return schemes.at(static_cast<std::size_t>(scheme));
+    return known_schemes.at(static_cast<std::size_t>(scheme));
 }
 
 [[noreturn]] void refuse(std::string_view whole, const std::string& reason)
@@ -112,8 +112,8 @@ url_scheme parse_scheme(std::string_view whole)
     std::string name(whole.substr(0, scheme_length(whole)));
     std::transform(name.begin(), name.end(), name.begin(),
                    [](char byte) { return static_cast<char>(byte | 0x20); }); // Of letters, the small one.
-    for (std::size_t i = 0; i < schemes.size(); ++i) {
-        if (name == schemes.at(i).name) {
+    for (std::size_t i = 0; i < known_schemes.size(); ++i) {
+        if (name == known_schemes.at(i).name) {
             return static_cast<url_scheme>(i);
         }
     }

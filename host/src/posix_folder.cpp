@@ -36,6 +36,8 @@ int flags_of(Folder::Open how)
         return O_RDONLY;
     case Folder::Open::create:
         return O_WRONLY | O_CREAT | O_EXCL;
+    case Folder::Open::append:
+        return O_WRONLY | O_CREAT | O_APPEND;
     case Folder::Open::update:
         break;
     }

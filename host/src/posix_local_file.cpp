@@ -3,6 +3,7 @@
 #include "posix_call.hpp"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -53,8 +54,11 @@ public:
     {
         descriptor_ = checked(path_, call);
         has_places_ = ::lseek(descriptor_, 0, SEEK_CUR) != -1;
-        // Asked for so that opening a pipe does not wait.
-        ::fcntl(descriptor_, F_SETFL, ::fcntl(descriptor_, F_GETFL) & ~O_NONBLOCK);
+        // Asked for so that opening a pipe does not wait; `write_some` does not either.
+        const int flags = ::fcntl(descriptor_, F_GETFL);
+        if (has_places_ || (flags & O_ACCMODE) == O_RDONLY) {
+            ::fcntl(descriptor_, F_SETFL, flags & ~O_NONBLOCK);
+        }
     }
 
     Status status() const override
@@ -76,14 +80,24 @@ public:
     void write(std::uint64_t position, std::string_view bytes) override
     {
         while (!bytes.empty()) {
-            const ssize_t put = checked(path_, [&] {
-                return has_places_
-                           ? ::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position))
-                           : ::write(descriptor_, bytes.data(), bytes.size());
-            });
-            bytes.remove_prefix(static_cast<std::size_t>(put));
-            position += static_cast<std::uint64_t>(put);
+            const std::size_t put = has_places_ ? write_at(position, bytes) : write_some(bytes, no_limit);
+            bytes.remove_prefix(put);
+            position += put;
         }
+    }
+
+    std::size_t write_some(std::string_view bytes, std::chrono::milliseconds longest) override
+    {
+        const auto write = [&] {
+            return repeat_interrupted([&] { return ::write(descriptor_, bytes.data(), bytes.size()); });
+        };
+        ssize_t put = write();
+        if (put == -1 && errno == EAGAIN) {
+            pollfd room{descriptor_, POLLOUT, 0};
+            ::poll(&room, 1, static_cast<int>(longest.count()));
+            put = write();
+        }
+        return put == -1 && errno == EAGAIN ? 0 : static_cast<std::size_t>(checked(path_, [&] { return put; }));
     }
 
     void truncate(std::uint64_t size) override
@@ -125,6 +139,15 @@ public:
     }
 
 private:
+    static constexpr std::chrono::milliseconds no_limit{-1};
+
+    std::size_t write_at(std::uint64_t position, std::string_view bytes)
+    {
+        return static_cast<std::size_t>(checked(path_, [&] {
+            return ::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(position));
+        }));
+    }
+
     fs::path path_;
     int descriptor_ = -1;
     bool has_places_ = true;

@@ -36,7 +36,7 @@ becomes() { # LINE COMPLETION…
 mkdir -p "$HOME_DIR/top/a b" "$HOME_DIR/top/logs" "$HOME/.config/qrftp" && : >"$HOME_DIR/top/a*" && : >local.txt && chmod -R a+rX "$HOME_DIR/top"
 printf '[work]\nurl = "%s/~/top"\nknown-hosts = "%s"\n' "$sftp" "$KNOWN_HOSTS" >"$HOME/.config/qrftp/config.toml"
 becomes p "ping,profile,put,pwd" && becomes "profile s" "set,show" && becomes "profile show w" work
-becomes "tree --de" --depth && becomes "ls --tls s" strict && becomes "profile set work known" known-hosts=
+becomes "tree --de" --depth && becomes "ls --tls s" strict && becomes "profile set work known-h" known-hosts=
 becomes "put lo" local.txt && becomes "ls --user lo" "" && becomes "shell --batch lo" local.txt
 becomes "ls wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:logs/"
 becomes "ls --known-hosts $KNOWN_HOSTS $sftp/~/top/l" "$sftp/~/top/logs/" && becomes "ls $sftp" ""

@@ -1,6 +1,6 @@
 #!/bin/bash
 # What lists: names, long lines, trees, sizes and contents; whatever a name holds, a line is a line.
-source "$(dirname "$0")/common.sh" "$1" proftpd
+source "$(dirname "$0")/common.sh" "$1" proftpd sshd
 shows() { # OUTPUT ARGUMENT…: without what links point to
     ends 0 "${@:2}" && said ""
     [[ $(sed 's: -> /.*::' "$work/output") == "$1" ]] || fail "${*:2}: $(<"$work/output")"
@@ -23,3 +23,5 @@ LC_ALL=C shows $'t/a b\n`-- 1\n\n0 folders, 1 file' tree "$url/a b"
 shows $'4\tt/a b\n0\tt/empty' du -s "$url/a b" "$url/empty"
 ends 0 stat "$url/a b/1" && long 'path: t/a b/1' 'size: 4' "modified: $(date -u -r "$HOME_DIR/t/a b/1" "+%F %T UTC")" 'mode: -rwsr-xr-x'
 shows $'one\none' cat "$url/a b/1" "$url/*/1" && ends 0 cat "$url/big" && cmp "$work/output" "$HOME_DIR/t/big"
+options=(--key "$KEY_PASS" --known-hosts "$KNOWN_HOSTS") url=sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/$HOME_DIR/t owner=$(stat -c '%U +%G' "$HOME_DIR/t/big")
+ends 0 ls -l "$url" && long "-rw-r--r-- $owner +3000000 .* big" && ends 0 stat "$url/big" && long "owner: ${owner% +*}"

@@ -13,3 +13,6 @@ ends 0 put -r tree "$url/new" --include '*.c' --exclude .git && ends 0 get -r "$
 ln -s "$PWD/outside" tree/link && ends 0 put -r --follow-links tree "$url/followed" && same outside "$HOME_DIR/followed/link"
 ends 0 put -r tree "$url/links" && said '*1 link*' && ends 0 put -r tree "$url/links" -q --json && [[ $(grep -c '"pass_over"' "$work/output") == 1 ]]
 ends 6 get -r "$url/" got2 && said '*--keep-going*denied*' && ends 8 get -r --keep-going "$url/" got3 && said '*denied*' && same outside got3/followed/link
+# A name that the server chose leads nowhere; one that the user gave does.
+mkdir got4 && ln -s "$PWD/outside" got4/links && ln -s "$PWD/outside" here && ends 8 get -r --keep-going "$url/l*" "$url/new/one.c" got4 && said '*symbolic link*'
+[[ $(ls outside) == x && -e got4/one.c ]] && ends 0 get -r "$url/links" here && [[ -e outside/links ]]

@@ -18,3 +18,6 @@ done
 # Two sources with one name would become one file.
 mkdir one two && touch {one,two}/r && ends 0 mkdir "$ftp"/{one,two} && silent put one/r "$ftp/one" && silent put two/r "$ftp/two"
 ends 2 get "$ftp/*/r" . && said '*both become*' && ends 2 put one/r two/r "$ftp/" && [[ ! -e r && ! -e $HOME_DIR/r ]]
+# What is open is written to as it is.
+silent put "a b" "$ftp/s" && "$qrftp" get "$ftp/s" /dev/stdout "${options[@]}" | cmp - "a b"
+echo before >log && "$qrftp" get "$ftp/s" /dev/stdout "${options[@]}" >>log && cmp log <(echo before && cat "a b")

@@ -17,7 +17,7 @@ coproc watch {
 }
 process=$watch_PID
 exec {output}<&"${watch[0]}"
-told "make folder . (missing)" "copy old (missing)" "watch site"
+told "make folder w (missing)" "copy old (missing)" "watch site"
 echo 1 >site/new && told "copy new (missing)" && echo 2 >site/new && told "copy new (newer)" && [[ $(<"$HOME_DIR/w/new") == 2 ]]
 mv site/new site/moved && told "rename new to moved" && [[ $(<"$HOME_DIR/w/moved") == 2 && ! -e $HOME_DIR/w/new ]]
 mkdir -p site/a/b && echo 3 >site/a/b/c && told "make folder a (missing)" "make folder a/b (missing)" "copy a/b/c (missing)"

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,7 +15,6 @@ using namespace testing;
 
 namespace {
 
-const auto denied = answer::reply("550 no");
 const std::string temporary = ".qrftp-0123456789abcdef.part";
 
 void keep_going(sync_options& options)
@@ -42,7 +42,6 @@ const auto not_opened = answer::transfer(0, "226 Transfer done (but failed to op
 const auto truncated = answer::transfer(whole, "226 Output truncated to 1 matches\r\n");
 const auto cut = answer::transfer(10, "426 cut\r\n");
 const std::string subfolder = listing + "/d";
-const std::string retrieval = "RETR " + remote_root + "/a";
 const files linked{{"a", "new"}, {"ln", "-> a"}};
 const files link_to_outside{{"ln", "-> ../outside"}};
 const files folder_is_a_link{{"d", "-> ../outside"}};
@@ -51,6 +50,50 @@ const files half_there{{"d", "/"}, {"d/" + temporary, "part"}};
 const std::string names_that_lead_out =
     "type=dir; ..\r\ntype=file;size=8; ../outside/x\r\ntype=file;size=1; /e\r\n"s +
     "type=dir; d/.\r\ntype=file;size=1; e\0\r\n"s;
+
+using qrftp::sftp::attributes;
+using qrftp::sftp::packet_type;
+/// The first answer to READDIR is this one; the honest names follow.
+void sends_first(sftp_peer& server, const std::vector<std::pair<std::string, attributes>>& names)
+{
+    server.intercept = [=, first = true](const sftp_peer::request& asked) mutable {
+        const bool is_for_it = asked.type == packet_type::readdir && std::exchange(first, false);
+        return is_for_it ? std::optional(name_packet(asked.id, names)) : std::nullopt;
+    };
+}
+void sends_names_that_lead_out(sftp_peer& server)
+{
+    const attributes file{.size = 8, .permissions = 0100644};
+    const attributes folder{.permissions = 0040755};
+    sends_first(server,
+                {{"..", folder}, {"../outside/x", file}, {"/e", file}, {"d/.", folder}, {"e\0"s, file}});
+}
+void sends_odd_attributes(sftp_peer& server)
+{
+    sends_first(server, {{"a", {.size = ~0ULL, .permissions = 0100644, .time = attributes::times{~0U, ~0U}}}});
+}
+void fails_in_between(sftp_peer& server)
+{
+    server.intercept = [](const sftp_peer::request& asked) -> std::optional<std::string> {
+        if (asked.type != packet_type::readdir)
+            return std::nullopt;
+        return status_packet(asked.id, qrftp::sftp::status_code::failure);
+    };
+}
+/// Every folder holds another one.
+void has_folders_without_end(sftp_peer& server)
+{
+    server.intercept = [number = 0, listed = std::set<std::string>()](
+                           sftp_peer::request asked) mutable -> std::optional<std::string> {
+        if (asked.type == packet_type::opendir)
+            return handle_packet(asked.id, "d" + std::to_string(++number));
+        if (asked.type != packet_type::readdir)
+            return std::nullopt;
+        if (!listed.emplace(asked.fields.read_string()).second)
+            return status_packet(asked.id, qrftp::sftp::status_code::eof);
+        return name_packet(asked.id, {{"d", {.permissions = 0040755}}});
+    };
+}
 
 const tree_row rows[] = {
     fetching("", theirs, mine).gives(theirs),
@@ -65,13 +108,17 @@ const tree_row rows[] = {
         .lists(listing, listed + names_that_lead_out)
         .gives(with(mine, theirs))
         .incomplete(),
-    fetching("Refused", theirs, mine).on(subfolder, denied).throws("PermissionDenied"),
+    fetching("NamesThatLeadOut", theirs, mine)
+        .where(sends_names_that_lead_out)
+        .gives(with(mine, theirs))
+        .incomplete(),
+    fetching("Refused", theirs, mine).refuses("d").throws("PermissionDenied"),
     fetching("RefusedGoingOn", theirs, mine)
-        .on(subfolder, denied)
+        .refuses("d")
         .with_options(keep_going)
         .gives(with(mine, {{"a", "new"}}))
         .incomplete(),
-    fetching("Lost", theirs, mine).on(subfolder, lost).throws("ConnectionLost"),
+    fetching("Lost", theirs, mine).loses("d").throws("ConnectionLost"),
     fetching("LostGoingOn", theirs, mine)
         .on(subfolder, lost)
         .with_options(keep_going)
@@ -84,10 +131,12 @@ const tree_row rows[] = {
     fetching("Truncated", theirs, mine).on(subfolder, truncated).throws("IncompleteListing"),
     fetching("Cut", theirs, mine).on(subfolder, cut).throws("any"),
 
+    fetching("FailedInBetween", theirs, mine).where(fails_in_between).throws("any"),
+
     // A destination that could not be read as a whole.
     sending("Busy", theirs, mine).on(subfolder, busy).throws("any"),
     sending("RefusedGoingOn", theirs, mine)
-        .on(subfolder, denied)
+        .refuses("d")
         .with_options(keep_going)
         .gives(with(mine, theirs))
         .incomplete(),
@@ -115,15 +164,11 @@ const tree_row rows[] = {
     sending("TemporaryNames", half_sent, half_there).gives(with(theirs, half_there)),
 
     // One file that cannot be copied.
-    fetching("FileRefused", theirs, {{"d", "/"}}).on(retrieval, denied).throws("PermissionDenied"),
+    fetching("FileRefused", theirs, {{"d", "/"}}).refuses("a").over_ftp().throws("PermissionDenied"),
     fetching("FileRefusedGoingOn", theirs, {})
-        .on(retrieval, denied)
+        .refuses("a")
         .with_options(keep_going)
         .gives({{"d", "/"}, {"d/b", "new"}})
-        .incomplete(),
-    sending("NameRefusedGoingOn", with(theirs, {{"b\nc", "odd"}}), {})
-        .with_options(keep_going)
-        .gives(theirs)
         .incomplete(),
 
     // Odd dates and sizes.
@@ -133,6 +178,7 @@ const tree_row rows[] = {
     fetching("EarlyDates", theirs, {})
         .lists(listing, "type=file;size=3;modify=19491231235959; a\r\ntype=dir; d\r\n")
         .gives(theirs),
+    fetching("OddAttributes", theirs, {{"a", "old!"}}).where(sends_odd_attributes).gives(theirs),
     fetching("LargeSizes", theirs, {})
         .lists(listing, "type=file;size=99999999999999999999999; a\r\ntype=dir;size=-1; d\r\n")
         .gives(theirs),
@@ -140,12 +186,14 @@ const tree_row rows[] = {
 
 } // namespace
 
-class HostileTree : public TestWithParam<tree_row> {};
+using row_over = std::tuple<tree_row, url_scheme>;
+
+class HostileTree : public TestWithParam<row_over> {};
 
 TEST_P(HostileTree, LeavesBothSidesAsTheyShouldBe)
 {
-    const tree_row& of = GetParam();
-    tree_stage stage(of);
+    const auto& [of, scheme] = GetParam();
+    tree_stage stage(of, scheme);
     const files before = stage.destination();
     std::optional<qrftp::tree_result> result;
     const auto error = error_of_client([&] { result = stage.run(); });
@@ -158,23 +206,56 @@ TEST_P(HostileTree, LeavesBothSidesAsTheyShouldBe)
     stage.expect_nothing_outside();
 }
 
-INSTANTIATE_TEST_SUITE_P(, HostileTree, ValuesIn(rows), [](const auto& of) { return of.param.name; });
-
-TEST(HostileTrees, AFileDoesNotEmptyAFolderOfItsName)
+std::vector<row_over> rows_of_both()
 {
-    for (const auto way : {direction::fetch, direction::send})
-        for (const auto& in_the_way : {files{{"n", "/"}, {"n/x", "1"}}, files{{"n", "-> ../outside"}}}) {
-            const files source{{"n", ""}};
-            const tree_row of =
-                way == direction::fetch ? fetching("", source, in_the_way) : sending("", source, in_the_way);
-            tree_stage stage(of);
-            const auto error = error_of_client([&] { (void)stage.run(); });
-            EXPECT_EQ(stage.destination(), error.empty() ? source : in_the_way) << error;
-            stage.expect_nothing_outside();
-        }
+    std::vector<row_over> all;
+    for (const auto scheme : {url_scheme::ftp, url_scheme::sftp})
+        for (const tree_row& of : rows)
+            if (of.is_for(scheme))
+                all.emplace_back(of, scheme);
+    return all;
+}
+INSTANTIATE_TEST_SUITE_P(, HostileTree, ValuesIn(rows_of_both()), [](const auto& of) {
+    return std::get<0>(of.param).name + (std::get<1>(of.param) == url_scheme::ftp ? "Ftp" : "Sftp");
+});
+
+/// Sends or fetches trees, over each protocol.
+class HostileTrees : public TestWithParam<std::tuple<direction, url_scheme>> {
+protected:
+    tree_row row(const files& source, const files& destination) const
+    {
+        const bool fetches = std::get<0>(GetParam()) == direction::fetch;
+        return fetches ? fetching("", source, destination) : sending("", source, destination);
+    }
+    const url_scheme scheme = std::get<1>(GetParam());
+};
+INSTANTIATE_TEST_SUITE_P(, HostileTrees,
+                         Combine(Values(direction::fetch, direction::send),
+                                 Values(url_scheme::ftp, url_scheme::sftp)));
+
+TEST_P(HostileTrees, AFileDoesNotEmptyAFolderOfItsName)
+{
+    for (const auto& in_the_way : {files{{"n", "/"}, {"n/x", "1"}}, files{{"n", "-> ../outside"}}}) {
+        const files source{{"n", ""}};
+        tree_stage stage(row(source, in_the_way), scheme);
+        const auto error = error_of_client([&] { (void)stage.run(); });
+        EXPECT_EQ(stage.destination(), error.empty() ? source : in_the_way) << error;
+        stage.expect_nothing_outside();
+    }
 }
 
-TEST(HostileTrees, NothingIsRemovedWhenALocalFolderCannotBeRead)
+TEST_P(HostileTrees, EndWhereLinksGoInCircles)
+{
+    const files source{{"a", "new"}, {"d", "/"}, {"d/self", "-> ."}, {"up", "-> ../tree"}};
+    tree_stage stage(row(source, {}).with_options(follow_links), scheme);
+    std::optional<qrftp::tree_result> result;
+    EXPECT_EQ(error_of_client([&] { result = stage.run(); }), "");
+    EXPECT_EQ(stage.destination().at("a"), "new");
+    ASSERT_TRUE(result);
+    EXPECT_THAT(result->passed_over, Not(IsEmpty())) << "no note";
+}
+
+TEST(OneHostileTree, NothingIsRemovedWhenALocalFolderCannotBeRead)
 {
     const tree_row of = sending("", theirs, mine).with_options(keep_going);
     tree_stage stage(of);
@@ -188,31 +269,34 @@ TEST(HostileTrees, NothingIsRemovedWhenALocalFolderCannotBeRead)
     EXPECT_EQ(stage.destination(), with(mine, {{"a", "new"}}));
 }
 
-TEST(HostileTrees, EndWhereAServerHasFoldersWithoutEnd)
+TEST(OneHostileTree, ANameIsNoCommand)
 {
-    const auto limit = [](sync_options& options) { options.max_depth = 60; };
-    const tree_row of = fetching("", {}, mine).lists("MLSD", "type=dir; d\r\n").with_options(limit);
-    tree_stage stage(of);
-    EXPECT_EQ(error_of_client([&] { (void)stage.run(); }), "UnsafeName");
-    EXPECT_EQ(stage.destination(), mine);
-}
-
-TEST(HostileTrees, EndWhereLinksGoInCircles)
-{
-    for (const auto way : {direction::fetch, direction::send}) {
-        const files source{{"a", "new"}, {"d", "/"}, {"d/self", "-> ."}, {"up", "-> ../tree"}};
-        const tree_row of = (way == direction::fetch ? fetching("", source, {}) : sending("", source, {}))
-                                .with_options(follow_links);
-        tree_stage stage(of);
+    const files names{{"b\nNOOP 1", "x"}, {"d\nNOOP 2", "/"}, {"d\nNOOP 2/f", "x"}};
+    const tree_row of = sending("", with(theirs, names), {});
+    for (const bool goes_on : {true, false}) {
+        tree_stage stage(goes_on ? of.with_options(keep_going) : of);
         std::optional<qrftp::tree_result> result;
-        EXPECT_EQ(error_of_client([&] { result = stage.run(); }), "");
-        EXPECT_EQ(stage.destination().at("a"), "new");
-        ASSERT_TRUE(result);
-        EXPECT_THAT(result->passed_over, Not(IsEmpty())) << "no note";
+        EXPECT_EQ(error_of_client([&] { result = stage.run(); }), goes_on ? "" : "InvalidName");
+        EXPECT_EQ(stage.t.sent({"NOOP"}), "");
+        if (result) {
+            EXPECT_EQ(stage.destination(), theirs);
+            EXPECT_EQ(result->failures.size(), 3U);
+        }
     }
 }
 
-TEST(HostileTrees, DeepLocalFoldersDoNotEndTheProcess)
+TEST(OneHostileTree, EndsWhereAServerHasFoldersWithoutEnd)
+{
+    const auto limit = [](sync_options& options) { options.max_depth = 60; };
+    const tree_row of = fetching("", {}, mine).with_options(limit);
+    for (const auto scheme : {url_scheme::ftp, url_scheme::sftp}) {
+        tree_stage stage(of.lists("MLSD", "type=dir; d\r\n").where(has_folders_without_end), scheme);
+        EXPECT_EQ(error_of_client([&] { (void)stage.run(); }), "UnsafeName");
+        EXPECT_EQ(stage.destination(), mine);
+    }
+}
+
+TEST(OneHostileTree, DeepLocalFoldersDoNotEndTheProcess)
 {
     const tree_row of = sending("", {}, mine);
     tree_stage stage(of);
@@ -232,7 +316,7 @@ TEST(HostileTrees, DeepLocalFoldersDoNotEndTheProcess)
     fs::create_directory(stage.local());
 }
 
-TEST(HostileTrees, FoldersAboveTheLoginFolderAreNotRemoved)
+TEST(OneHostileTree, FoldersAboveTheLoginFolderAreNotRemoved)
 {
     client_stage t;
     const files before{{"/home", "/"}, {"/home/u", "/"}, {"/home/u/d", "/"}, {"/home/u/d/x", "1"}};
@@ -243,4 +327,48 @@ TEST(HostileTrees, FoldersAboveTheLoginFolderAreNotRemoved)
         EXPECT_EQ(error_of_client([&] { client.remove_folder(name, true); }), "PermissionDenied") << name;
     EXPECT_EQ(t.peer.kept(), before);
     EXPECT_EQ(t.sent({"DELE", "RMD", "MLSD"}), "");
+}
+
+TEST(OneHostileTree, NoLinkIsFollowedUnderANameThatTheServerChose)
+{
+    for (const auto scheme : {url_scheme::ftp, url_scheme::sftp}) {
+        tree_stage stage(fetching("", theirs, {}), scheme);
+        auto& client = stage.t.open();
+        qrftp::tree_options options;
+        options.jobs = 1;
+        options.transfer.follow_target = false;
+        fs::create_symlink("../outside", stage.local() / "root");
+        fs::create_symlink("../outside/x", stage.local() / "a");
+        fs::create_symlink("../outside/x", stage.local() / "b");
+        EXPECT_EQ(error_of_client([&] { fetch_tree(client, remote_root, stage.local() / "root", options); }),
+                  "UnsafeName");
+        client.fetch(remote_root + "/a", stage.local() / "a", options.transfer);
+        fetch_files(client, {{remote_root + "/a", stage.local() / "b"}}, options);
+        EXPECT_EQ(stage.destination(), (files{{"root", "-> ../outside"}, {"a", "new"}, {"b", "new"}}));
+        stage.expect_nothing_outside();
+    }
+}
+
+TEST(OneHostileTree, TwoFilesDoNotBecomeOne)
+{
+    tree_stage stage(fetching("", theirs, mine));
+    const auto same = stage.local() / "d/more";
+    const std::vector<qrftp::file_pair> pairs{{remote_root + "/a", same},
+                                              {remote_root + "/d/b", same / "../more"}};
+    EXPECT_EQ(error_of_client([&] { fetch_files(stage.t.open(), pairs); }), "InvalidOption");
+    EXPECT_EQ(stage.destination(), mine);
+}
+
+TEST(OneHostileTree, WhatTransfersLeftGoesAfterADayOnThisSideToo)
+{
+    tree_stage stage(
+        fetching("", {}, {{temporary, "old"}, {"d", "/"}, {"d/" + temporary, "old"}, {"d/f", "1"}}));
+    fs::create_directory_symlink("../outside", stage.local() / "ln");
+    write_file(stage.t.local / "outside" / temporary, "x");
+    fs::last_write_time(stage.t.local / "outside" / temporary, fs::file_time_type());
+    fs::last_write_time(stage.local() / temporary, fs::file_time_type::clock::now());
+    EXPECT_THAT(qrftp::clean_up(stage.local()), ElementsAre(stage.local() / "d" / temporary));
+    EXPECT_EQ(stage.destination(),
+              (files{{temporary, "old"}, {"d", "/"}, {"d/f", "1"}, {"ln", "-> ../outside"}}));
+    EXPECT_TRUE(fs::exists(stage.t.local / "outside" / temporary));
 }

@@ -2,22 +2,44 @@
 #include "scripted_peer.hpp"
 #include "ssh_peer.hpp"
 
+#include <sftp/proxy_connection.hpp>
 #include <sftp/ssh_transport.hpp>
+#include <sftp/tcp_connection.hpp>
 
 #include <qrftp/error.hpp>
 
+#include <array>
 #include <chrono>
+#include <dlfcn.h>
+#include <fstream>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace qrftp;
-using namespace std::chrono_literals;
+using namespace std::literals;
 using support::ssh_peer;
 using testing::ElementsAre;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
+
+/// A name has two addresses, at the first of which nobody listens.
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found)
+{
+    static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name == nullptr || std::string_view(name) != "two.test") {
+        return real(name, service, hints, found);
+    }
+    if ((hints->ai_flags & AI_NUMERICHOST) != 0) {
+        return EAI_NONAME;
+    }
+    real("127.0.0.2", service, hints, found);
+    return real("127.0.0.1", service, hints, &(*found)->ai_next);
+}
 
 namespace {
 
@@ -59,6 +81,50 @@ protected:
     session_options options;
     server_info info;
     std::string sentence;
+};
+
+/// A port of loopback that says something to whoever connects, and then only listens.
+class line_server {
+public:
+    explicit line_server(std::string line) : socket_(::socket(AF_INET, SOCK_STREAM, 0)), line_(std::move(line))
+    {
+        socklen_t size = sizeof address_;
+        address_.sin_family = AF_INET;
+        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(socket_, reinterpret_cast<const sockaddr*>(&address_), size);
+        ::listen(socket_, 1);
+        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address_), &size);
+        thread_ = std::thread([this] {
+            const int client = ::accept(socket_, nullptr, nullptr);
+            ::send(client, line_.data(), line_.size(), MSG_NOSIGNAL);
+            char byte = 0;
+            while (::recv(client, &byte, 1, 0) > 0) {
+                received_ += byte;
+            }
+            ::close(client);
+        });
+    }
+    /// What the client has sent, which is gone.
+    std::string received()
+    {
+        thread_.join();
+        thread_ = std::thread([] {});
+        return received_;
+    }
+    ~line_server()
+    {
+        ::shutdown(socket_, SHUT_RDWR);
+        thread_.join();
+        ::close(socket_);
+    }
+    [[nodiscard]] std::uint16_t port() const { return ntohs(address_.sin_port); }
+
+private:
+    int socket_;
+    std::string line_;
+    std::string received_{};
+    sockaddr_in address_{};
+    std::thread thread_;
 };
 
 /// Sends `sent` and reads until as much came back.
@@ -248,4 +314,59 @@ TEST_F(Ssh, WaitsNoLongerThanAllowedAndStopsAtOnceWhenAsked)
     EXPECT_EQ(connecting.wait_for(1s), std::future_status::ready);
     EXPECT_EQ(connecting.get(), "Cancelled");
     EXPECT_EQ(refusal(silent), "Cancelled");
+}
+
+TEST_F(Ssh, TriesEachAddressOfAName)
+{
+    const ssh_peer peer({});
+    sftp::interruptible_wait wait("two.test", {}, 5s);
+    EXPECT_TRUE(sftp::connect_tcp("two.test", peer.port(), wait));
+}
+
+TEST_F(Ssh, LosesAServerThatDoesNotAnswerAnyMore)
+{
+    std::ofstream(folder / "config") << "ServerAliveInterval 1\nServerAliveCountMax 1\n";
+    options.ssh_config.only = folder / "config";
+    std::promise<void> end;
+    const ssh_peer deaf({.public_key = key, .new_channel = [&] {
+                             return [&](std::string_view) {
+                                 end.get_future().wait();
+                                 return std::optional<std::string>();
+                             };
+                         }});
+    const ssh_peer awake({.public_key = key});
+    const auto lost = connect(deaf.port());
+    const auto kept = connect(awake.port());
+    const auto stay = [](sftp::transport& channel) {
+        std::array<char, 1> nothing{};
+        for (const auto until = std::chrono::steady_clock::now() + 2500ms;
+             std::chrono::steady_clock::now() < until;) {
+            channel.wait(false, 100ms);
+            channel.read(nothing);
+        }
+    };
+    auto keeping = std::async(std::launch::async, [&] { stay(*kept); });
+    lost->write("x");
+    EXPECT_THROW(stay(*lost), ConnectionLost);
+    end.set_value();
+    keeping.get();
+    EXPECT_EQ(echo(*kept, "still here"), "still here");
+}
+
+TEST(SocksProxy, IsAskedByNameAndWithAPassword)
+{
+    const std::string reached("\5\0\0\1\0\0\0\0\0\0", 10);
+    const std::string refused("\5\5\0\1", 4);
+    const auto connect = [](line_server& proxy, bool has_credentials) {
+        sftp::interruptible_wait wait("host", {}, 5s);
+        const proxy_address address{
+            proxy_address::protocol::socks5h, "127.0.0.1", proxy.port(), "me", "pw", has_credentials};
+        return sftp::connect_through(address, "host", 22, wait);
+    };
+    line_server with_login("\5\2\1"s + '\0' + reached);
+    EXPECT_TRUE(connect(with_login, true));
+    EXPECT_EQ(with_login.received(), "\5\2\0\2\1\2me\2pw\5\1\0\3\4host\0\x16"s);
+    line_server refusing("\5\0"s + refused);
+    EXPECT_THAT([&] { (void)connect(refusing, false); },
+                testing::ThrowsMessage<ProxyRefused>(testing::HasSubstr("connection refused")));
 }

@@ -2,13 +2,17 @@
 
 #include "client_stage.hpp"
 
+#include <fcntl.h>
+#include <future>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace support;
 using namespace std::literals;
 using namespace testing;
 using qrftp::transfer_options;
+using qrftp::url_scheme;
 namespace fs = std::filesystem;
 
 namespace {
@@ -261,4 +265,90 @@ TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)
     verify.verify = true;
     EXPECT_EQ(error_of_client([&] { none.open().send(none.local / "f", "t", verify); }), "NotSupported");
     EXPECT_EQ(none.sent({"STOR"}), "");
+}
+
+TEST(Transfer, ReportsASecondInWhichNothingComesSoThatItCanBeEnded)
+{
+    for (const auto scheme : {url_scheme::ftp, url_scheme::sftp}) {
+        client_stage t({}, scheme);
+        t.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", "remote"}});
+        t.peer.on("RETR", answer::reply("150 soon"));
+        if (t.sftp)
+            t.sftp->script([](sftp_peer& server) {
+                server.intercept = [](const sftp_peer::request& asked) {
+                    return asked.type == qrftp::sftp::packet_type::fstat ? std::optional<std::string>("")
+                                                                         : std::nullopt;
+                };
+            });
+        t.options.stall_timeout = 5s;
+        transfer_options options;
+        options.on_progress = [calls = 0](const auto& now) mutable { return now.bytes == 0 && ++calls < 2; };
+        auto& client = t.open();
+        EXPECT_EQ(error_of_client([&] { client.fetch("f", t.local / "f", options); }), "Cancelled");
+    }
+}
+
+/// A pipe whose reader does not read before it is told to.
+TEST(Transfer, WaitsForASlowReaderAndCanBeEndedMeanwhile)
+{
+    const std::string whole(300'000, 'x');
+    for (const auto scheme : {url_scheme::ftp, url_scheme::sftp})
+        for (const bool is_ended : {true, false}) {
+            client_stage t({}, scheme);
+            t.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", whole}});
+            ASSERT_EQ(mkfifo((t.local / "pipe").c_str(), 0600), 0);
+            fs::create_symlink("pipe", t.local / "link");
+            const int reader = open((t.local / "pipe").c_str(), O_RDONLY | O_NONBLOCK);
+            fcntl(reader, F_SETFL, 0);
+            std::stop_source stop;
+            t.options.stop = stop.get_token();
+            t.options.stall_timeout = 1s;
+            std::future<std::string> read;
+            transfer_options options;
+            options.on_progress = [&, last = 0ULL, calls = 0](const auto& now) mutable {
+                calls = std::exchange(last, now.bytes) == now.bytes && last > 0 ? calls + 1 : 0;
+                if (calls == 3 && is_ended)
+                    stop.request_stop();
+                if (calls == 25) // longer than the server may be silent
+                    read = std::async(std::launch::async, [&] {
+                        std::string all;
+                        for (char byte = 0; all.size() < whole.size() && ::read(reader, &byte, 1) == 1;)
+                            all += byte;
+                        return all;
+                    });
+                return true;
+            };
+            auto& client = t.open();
+            EXPECT_EQ(error_of_client([&] { client.fetch("f", t.local / "link", options); }),
+                      is_ended ? "Cancelled" : "");
+            EXPECT_TRUE(is_ended || (read.valid() && read.get() == whole));
+            close(reader);
+        }
+}
+
+TEST(Transfer, AsksForNothingThatTheTreeKnows)
+{
+    client_stage t({}, url_scheme::sftp);
+    t.keep({{"/home", "/"}, {"/home/u", "/"}});
+    for (const char* const name : {"a", "d/b", "d/c"})
+        write_file(t.local / "tree" / name, "new");
+    const auto looks = [&](const auto& call) {
+        std::size_t count = 0;
+        const auto add = [&](sftp_peer& server) {
+            count = server.count(qrftp::sftp::packet_type::lstat) - count;
+        };
+        t.sftp->script(add);
+        call();
+        t.sftp->script(add);
+        return count;
+    };
+    auto& client = t.open();
+    qrftp::sync_options options;
+    options.transfer.keep_time = true;
+    EXPECT_EQ(looks([&] { send_tree(client, t.local / "tree", "t", options); }), 0U)
+        << "folders that were made just now";
+    write_file(t.local / "tree/d/c", "longer");
+    write_file(t.local / "tree/d/n", "new");
+    const auto again = [&] { synchronise(client, t.local / "tree", "t", qrftp::direction::send, options); };
+    EXPECT_EQ(looks(again), 1U) << "only what is replaced may have a mode to keep";
 }

@@ -16,7 +16,19 @@ std::vector<std::string> names_in(const qrftp::listing& all)
     return names;
 }
 
-client_stage::client_stage(const std::vector<rule>& rules)
+namespace {
+
+/// Whether the request is to open the file at `path`, or to list the folder there.
+bool opens(sftp_peer::request asked, const std::string& path)
+{
+    using qrftp::sftp::packet_type;
+    const bool is_open = asked.type == packet_type::open || asked.type == packet_type::opendir;
+    return is_open && asked.fields.read_string() == path;
+}
+
+} // namespace
+
+client_stage::client_stage(const std::vector<rule>& rules, qrftp::url_scheme scheme)
     : local(fs::path(testing::TempDir()) / ("client_stage." + std::to_string(peer.port())))
 {
     options.user = "u";
@@ -29,6 +41,12 @@ client_stage::client_stage(const std::vector<rule>& rules)
     peer.body("MLSD /home/u", "type=dir; f\r\n");
     for (const auto& [line, what, nth] : rules)
         peer.on(line, what, nth);
+    if (scheme == qrftp::url_scheme::sftp) {
+        sftp.emplace();
+        options.host_keys = qrftp::host_key_check::off;
+        options.ssh_config.only = fs::path();
+        options.use_agent = false;
+    }
 }
 
 client_stage::~client_stage()
@@ -39,7 +57,62 @@ client_stage::~client_stage()
 
 qrftp::session& client_stage::open()
 {
-    return client.emplace(peer.url(), options);
+    return client.emplace(sftp ? sftp->url() : peer.url(), options);
+}
+
+void client_stage::keep(const files& all, bool replaces)
+{
+    if (!sftp)
+        return peer.keep(all, replaces);
+    sftp->keep(all);
+    sftp->script([replaces](sftp_peer& server) {
+        server.home = "/home/u";
+        server.extensions.resize(replaces ? 1 : 0);
+    });
+}
+
+void client_stage::refuse(const std::string& path)
+{
+    if (!sftp) {
+        peer.on("MLSD " + path, answer::reply("550 no"));
+        return peer.on("RETR " + path, answer::reply("550 no"));
+    }
+    sftp->script([&](sftp_peer& server) {
+        server.intercept = [path](const sftp_peer::request& asked) {
+            return opens(asked, path)
+                       ? std::optional(status_packet(asked.id, qrftp::sftp::status_code::permission_denied))
+                       : std::nullopt;
+        };
+    });
+}
+
+void client_stage::lose(const std::string& path)
+{
+    if (!sftp)
+        return peer.on("MLSD " + path, answer::drop());
+    sftp->script([&](sftp_peer& server) {
+        server.intercept = [path, &server](const sftp_peer::request& asked) {
+            const bool lost = opens(asked, path);
+            if (lost)
+                server.cut();
+            return lost ? std::optional<std::string>("") : std::nullopt;
+        };
+    });
+}
+
+void client_stage::cut_at(int request, bool carried_out, bool is_back)
+{
+    if (sftp) {
+        if (!is_back)
+            sftp->stay_away();
+        return sftp->script([&](sftp_peer& server) {
+            server.cut_after_requests(static_cast<std::size_t>(request), carried_out);
+        });
+    }
+    cut_step_ = peer.steps() + request - 1;
+    peer.at(*cut_step_, carried_out ? answer::drop_instead_of_reply() : answer::drop());
+    if (!is_back)
+        peer.on("greeting", answer::drop());
 }
 
 std::string client_stage::sent(std::initializer_list<std::string_view> verbs) const

@@ -3,6 +3,7 @@
 #include "client_error.hpp"
 #include "local_files.hpp"
 #include "scripted_peer.hpp"
+#include "sftp_server.hpp"
 
 #include <qrftp/client.hpp>
 
@@ -26,11 +27,12 @@ struct rule {
     int nth = 0;
 };
 
-/// A scripted peer with the login folder "/home/u" and the files "f" and "t" in it, a client for it, and a
-/// local folder with "f" and a file "long".
+/// A scripted FTP peer with the login folder "/home/u" and the files "f" and "t" in it, or an SFTP server with
+/// nothing; a client for it; and a local folder with "f" and a file "long".
 class client_stage {
 public:
-    explicit client_stage(const std::vector<rule>& rules = {});
+    explicit client_stage(const std::vector<rule>& rules = {},
+                          qrftp::url_scheme scheme = qrftp::url_scheme::ftp);
     client_stage(const client_stage&) = delete;
     ~client_stage();
 
@@ -40,10 +42,29 @@ public:
     /// temporary names are "T1", "T2", … in the order in which they appear.
     [[nodiscard]] std::string sent(std::initializer_list<std::string_view> verbs = {}) const;
 
+    /// From now on the server keeps these files. Whether renaming replaces one is the server's to decide.
+    void keep(const files& all, bool replaces = true);
+    [[nodiscard]] files kept() const { return sftp ? sftp->kept() : peer.kept(); }
+    /// The server refuses to list the folder, or to send the file.
+    void refuse(const std::string& path);
+    /// The same, but it closes the connection, each time.
+    void lose(const std::string& path);
+    /// The connection goes at the nth request from now on: before that is carried out, or before its answer is
+    /// sent. Whether the server is back at once, or not any more.
+    void cut_at(int request, bool carried_out, bool is_back);
+    [[nodiscard]] bool was_cut() const
+    {
+        return sftp ? sftp->cuts() > 0 : cut_step_ && peer.steps() > *cut_step_;
+    }
+
     scripted_peer peer{};
+    std::optional<sftp_server> sftp{};
     std::filesystem::path local;
     qrftp::session_options options{};
     std::optional<qrftp::session> client{};
+
+private:
+    std::optional<int> cut_step_{}; ///< of the FTP peer
 };
 
 } // namespace support

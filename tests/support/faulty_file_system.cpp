@@ -76,6 +76,10 @@ public:
     {
         meets(Call::write).write(position, bytes);
     }
+    std::size_t write_some(std::string_view bytes, std::chrono::milliseconds longest) override
+    {
+        return meets(Call::write).write_some(bytes, longest);
+    }
     void truncate(std::uint64_t size) override { meets(Call::write).truncate(size); }
     void set_mode(std::filesystem::perms mode) override { meets(Call::change).set_mode(mode); }
     void set_modification_time(std::chrono::sys_seconds time) override

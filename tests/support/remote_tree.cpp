@@ -1,5 +1,7 @@
 #include "remote_tree.hpp"
 
+#include "follow_links.hpp"
+
 #include <filesystem>
 
 namespace support {
@@ -24,24 +26,13 @@ bool is_below(const std::string& path, const std::string& folder)
 
 } // namespace
 
-std::string remote_tree::target(std::string name) const
+std::string remote_tree::target(const std::string& name) const
 {
-    for (int step = 0; step < 5000; ++step) {
-        bool followed = false;
-        for (const auto& [link, leads_to] : all_) {
-            if (!leads_to.starts_with(arrow) || (name != link && !is_below(name, link)))
-                continue;
-            name = (std::filesystem::path(parent_of(link)) / leads_to.substr(arrow.size()))
-                       .lexically_normal()
-                       .string() +
-                   name.substr(link.size());
-            followed = true;
-            break;
-        }
-        if (!followed)
-            break;
-    }
-    return name;
+    return follow_links(name, [this](const std::string& path) -> std::optional<std::string> {
+        const auto found = all_.find(path);
+        const bool is_link = found != all_.end() && found->second.starts_with(arrow);
+        return is_link ? std::optional(found->second.substr(arrow.size())) : std::nullopt;
+    });
 }
 
 std::string remote_tree::own(const std::string& name) const
@@ -97,7 +88,7 @@ bool remote_tree::remove(const std::string& path)
 
 bool remote_tree::rename(const std::string& from, const std::string& to)
 {
-    if (!all_.contains(from) || !is_folder(parent_of(to)) || is_folder(to))
+    if (!all_.contains(from) || !is_folder(parent_of(to)) || is_folder(to) || (!replaces_ && all_.contains(to)))
         return false;
     files moved;
     for (const auto& [path, content] : all_)

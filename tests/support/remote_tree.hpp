@@ -11,7 +11,8 @@ namespace support {
 /// 2024-01-02 03:04:05.
 class remote_tree {
 public:
-    explicit remote_tree(files all) : all_(std::move(all)) {}
+    /// Whether renaming replaces a file that has the new name.
+    remote_tree(files all, bool replaces) : all_(std::move(all)), replaces_(replaces) {}
 
     [[nodiscard]] const files& all() const { return all_; }
     /// The reply to a command about `name`; nothing where the verb is of another kind. `renaming` is what the
@@ -24,7 +25,7 @@ public:
 private:
     /// `name` without the links that lead to it, and without the one that it is.
     [[nodiscard]] std::string own(const std::string& name) const;
-    [[nodiscard]] std::string target(std::string name) const;
+    [[nodiscard]] std::string target(const std::string& name) const;
     [[nodiscard]] bool is_folder(const std::string& path) const;
     [[nodiscard]] bool is_file(const std::string& path) const;
     [[nodiscard]] bool is_empty(const std::string& folder) const;
@@ -33,6 +34,7 @@ private:
     bool rename(const std::string& from, const std::string& to);
 
     files all_;
+    bool replaces_;
 };
 
 } // namespace support

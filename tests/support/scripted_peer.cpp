@@ -210,7 +210,7 @@ bool scripted_peer::session::step(const std::string& line)
     // libcurl 7.88 waits a whole second when the answer to it is there before it first looks for it.
     if (verb == "EPSV")
         boost::asio::steady_timer(io, std::chrono::milliseconds(2)).wait();
-    control << *next.bytes << std::flush;
+    control << (scripted.is_silent ? "" : *next.bytes) << std::flush;
     dropped = scripted.drops;
     return control.good() && !next.drops && !scripted.drops;
 }

@@ -21,11 +21,14 @@ struct answer {
     std::optional<std::string> bytes{}; ///< sent on the control connection as they are; none: the peer's own
     bool drops = false;                 ///< then closes the control connection
     std::optional<std::size_t> data{};  ///< before all: "150" and so many bytes on the data connection
+    bool is_silent = false;             ///< the last reply is not sent
     static answer raw(const std::string& bytes) { return {bytes}; }
     static answer reply(const std::string& text) { return {text + "\r\n"}; }
     static answer silence() { return {""}; }
     static answer drop() { return {"", true}; }
     static answer drop_after() { return {std::nullopt, true}; } ///< the peer's own reply, then closes
+    /// Does what was asked, then closes without a reply.
+    static answer drop_instead_of_reply() { return {std::nullopt, true, std::nullopt, true}; }
     /// A transfer, sent or received, that ends after `limit` bytes; the last reply with its line end, or none.
     static answer transfer(std::size_t limit, const std::string& last) { return {last, false, limit}; }
     answer then_drop() const { return {bytes, true, data}; }
@@ -54,11 +57,11 @@ public:
     void body(const std::string& line, const std::string& bytes) { state_->bodies[line] = bytes; }
     void file(const std::string& name, const std::string& bytes) { body("RETR " + name, bytes); }
     /// From now on the peer keeps files as real servers do, and forgets the bodies so far. Later rules and
-    /// bodies come before what it keeps.
-    void keep(const files& all)
+    /// bodies come before what it keeps. Whether renaming replaces a file is the server's to decide.
+    void keep(const files& all, bool replaces = true)
     {
         state_->bodies.clear();
-        state_->tree.emplace(all);
+        state_->tree.emplace(all, replaces);
     }
     files kept() const { return state_->tree->all(); }
     /// The address in the answers to PASV ("192,0,2,1"), which is an unknown command without one.

@@ -1,5 +1,7 @@
 #include "sftp_peer.hpp"
 
+#include "follow_links.hpp"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@ namespace {
 
 constexpr std::uint32_t type_bits = 0170000;
 constexpr std::uint32_t folder_type = 0040000;
+constexpr std::uint32_t link_type = 0120000;
 
 void add(packet_writer& packet, const attributes& values)
 {
@@ -194,7 +197,8 @@ std::string sftp_peer::carry_out(request asked)
         break;
     }
     const std::string given(asked.fields.read_string());
-    const std::string path = given == "." ? "/" : given;
+    const std::string path = resolve(given);
+    const std::string own = own_path(given);
     switch (asked.type) {
     case packet_type::open:
     case packet_type::opendir:
@@ -202,20 +206,46 @@ std::string sftp_peer::carry_out(request asked)
     case packet_type::close:
         return done_if(asked, handles_.erase(given) > 0);
     case packet_type::lstat:
+        return stat(asked, own);
     case packet_type::stat:
         return stat(asked, path);
     case packet_type::setstat:
         return set_stat(asked, path);
     case packet_type::remove:
     case packet_type::rmdir:
-        return remove(asked, path);
+        return remove(asked, own);
     case packet_type::mkdir:
-        return done_if(asked, nodes.contains(parent(path)) && nodes.emplace(path, node{{}, 0040755}).second);
+        return done_if(asked, nodes.contains(parent(own)) && nodes.emplace(own, node{{}, 0040755}).second);
+    case packet_type::readlink:
+        return nodes.contains(own) && is_of_type(nodes[own], link_type)
+                   ? name_packet(asked.id, {{nodes[own].content, {}}})
+                   : done_if(asked, false);
     case packet_type::realpath:
         return name_packet(asked.id, {{path, {}}});
     default:
         return status(asked, status_code::op_unsupported);
     }
+}
+
+std::string sftp_peer::resolve(const std::string& path) const
+{
+    if (path == "." || path.empty()) {
+        return home;
+    }
+    return support::follow_links(path, [this](const std::string& at) -> std::optional<std::string> {
+        const auto found = nodes.find(at);
+        const bool is_link = found != nodes.end() && is_of_type(found->second, link_type);
+        return is_link ? std::optional(found->second.content) : std::nullopt;
+    });
+}
+
+std::string sftp_peer::own_path(const std::string& path) const
+{
+    if (path == "/" || path.find('/') == std::string::npos) {
+        return path;
+    }
+    const std::string above = resolve(parent(path));
+    return (above == "/" ? "" : above) + path.substr(path.rfind('/'));
 }
 
 std::string sftp_peer::use_handle(request asked)
@@ -342,8 +372,8 @@ std::string sftp_peer::remove(const request& asked, const std::string& path)
 
 std::string sftp_peer::rename(request asked, bool replace)
 {
-    const std::string from(asked.fields.read_string());
-    const std::string to(asked.fields.read_string());
+    const std::string from = own_path(std::string(asked.fields.read_string()));
+    const std::string to = own_path(std::string(asked.fields.read_string()));
     if (!nodes.contains(from)) {
         return status(asked, status_code::no_such_file);
     }

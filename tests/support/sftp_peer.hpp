@@ -29,6 +29,7 @@ public:
 
     std::map<std::string, node> nodes{{"/", {{}, 0040755}}};
     std::vector<std::pair<std::string, std::string>> extensions{{"posix-rename@openssh.com", "1"}};
+    std::string home = "/"; ///< the folder of the login
     std::size_t max_handles = 1000;
     std::size_t max_read = qrftp::sftp::max_data;
     std::size_t names_at_once = 100;
@@ -43,6 +44,8 @@ public:
     /// out, or before its answer is sent.
     void cut_at(qrftp::sftp::packet_type type, std::size_t count, bool carried_out);
     void cut_after_requests(std::size_t count, bool carried_out = false);
+    /// The same, at once: for `intercept`.
+    void cut() { is_cut_ = true; }
 
     void receive(std::string_view bytes);
     /// What is to be sent to the client; taken off by who sends it.
@@ -76,6 +79,9 @@ private:
     reply_text remove(const request& asked, const std::string& path);
     reply_text rename(request asked, bool replace);
     reply_text extended(request asked);
+    /// Without links; without the last one where it is meant itself.
+    std::string resolve(const std::string& path) const;
+    std::string own_path(const std::string& path) const;
 
     qrftp::sftp::byte_queue input_{};
     std::vector<std::string> answers_{};

@@ -9,6 +9,7 @@ namespace support {
 namespace fs = std::filesystem;
 using qrftp::direction;
 using qrftp::sync_options;
+using qrftp::url_scheme;
 
 const std::string remote_root = "/home/u/tree";
 
@@ -23,7 +24,19 @@ struct tree_row {
     bool is_incomplete = false;   ///< the result has failures, or lines that were passed over
     std::vector<rule> rules{};
     files listings{};
+    std::string refused{}; ///< the folder that is not listed, or the file that is not sent, below the root
+    std::string lost{};    ///< the same, but the connection goes
+    void (*sftp_script)(sftp_peer&) = nullptr;
+    bool is_for_ftp = false; ///< alone
     void (*change)(sync_options&) = nullptr;
+
+    /// A row that speaks of FTP's commands, or of SFTP's packets, is for that protocol alone.
+    [[nodiscard]] bool is_for(url_scheme scheme) const
+    {
+        const bool has_ftp = is_for_ftp || !rules.empty() || !listings.empty();
+        const bool has_sftp = sftp_script != nullptr;
+        return scheme == url_scheme::ftp ? has_ftp || !has_sftp : has_sftp || !has_ftp;
+    }
 
     tree_row gives(files all) const
     {
@@ -47,6 +60,23 @@ struct tree_row {
     {
         return changed([&](tree_row& of) { of.listings[line] = text; });
     }
+    tree_row over_ftp() const
+    {
+        return changed([](tree_row& of) { of.is_for_ftp = true; });
+    }
+    tree_row refuses(const std::string& path) const
+    {
+        return changed([&](tree_row& of) { of.refused = remote_root + "/" + path; });
+    }
+    tree_row loses(const std::string& path) const
+    {
+        return changed([&](tree_row& of) { of.lost = remote_root + "/" + path; });
+    }
+    /// An SFTP server that does this.
+    tree_row where(void (*script)(sftp_peer&)) const
+    {
+        return changed([&](tree_row& of) { of.sftp_script = script; });
+    }
     tree_row with_options(void (*set)(sync_options&)) const
     {
         return changed([&](tree_row& of) { of.change = set; });
@@ -68,13 +98,19 @@ inline void PrintTo(const tree_row& of, std::ostream* out)
 /// A tree on either side, and beside each a folder that nothing may touch.
 class tree_stage {
 public:
-    explicit tree_stage(const tree_row& of) : row_(of)
+    explicit tree_stage(const tree_row& of, url_scheme scheme = url_scheme::ftp) : t({}, scheme), row_(of)
     {
         files there{{"/home", "/"}, {"/home/u", "/"}, {remote_root, "/"}};
         there.insert({{"/home/u/outside", "/"}, {"/home/u/outside/x", "precious"}});
         for (const auto& [path, content] : fetches() ? of.source : of.destination)
             there[remote_root + "/" + path] = content;
-        t.peer.keep(there);
+        t.keep(there);
+        if (!of.refused.empty())
+            t.refuse(of.refused);
+        if (!of.lost.empty())
+            t.lose(of.lost);
+        if (t.sftp && of.sftp_script != nullptr)
+            t.sftp->script(of.sftp_script);
         for (const auto& [line, text] : of.listings)
             t.peer.body(line, text);
         for (const auto& [line, what, nth] : of.rules)
@@ -104,17 +140,17 @@ public:
         EXPECT_EQ(files_in(t.local / "outside"), (files{{"x", "precious"}}));
         EXPECT_EQ(remote_files("/home/u/outside"), (files{{"x", "precious"}}));
         EXPECT_EQ(std::distance(fs::directory_iterator(t.local), {}), 4); // with "f" and "long"
-        EXPECT_EQ(t.peer.kept().count("/home/u"), 1U);
+        EXPECT_EQ(t.kept().count("/home/u"), 1U);
     }
     [[nodiscard]] fs::path local() const { return t.local / "tree"; }
-    client_stage t{};
+    client_stage t;
 
 private:
     [[nodiscard]] bool fetches() const { return row_.way == direction::fetch; }
     [[nodiscard]] files remote_files(const std::string& root) const
     {
         files all;
-        for (const auto& [path, content] : t.peer.kept())
+        for (const auto& [path, content] : t.kept())
             if (path.starts_with(root + "/"))
                 all[path.substr(root.size() + 1)] = content;
         return all;

@@ -9,7 +9,7 @@
 
 using namespace qrftp;
 using namespace qrftp::sftp;
-using namespace std::chrono_literals;
+using namespace std::literals;
 using testing::ElementsAre;
 using testing::SizeIs;
 
@@ -91,6 +91,39 @@ using SftpUpload = SftpProtocol;
 using SftpFolders = SftpProtocol;
 
 } // namespace
+
+TEST_F(SftpProtocol, NamesOwnersOnceWhereTheServerDoes)
+{
+    int asked_for_names = 0;
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        packet_reader fields = asked.fields;
+        if (asked.type != packet_type::extended || fields.read_string() != "users-groups-by-id@openssh.com") {
+            return {};
+        }
+        ++asked_for_names;
+        EXPECT_EQ(fields.read_string(), "\0\0\3\xe8\0\0\0\7"s); // 1000, 7
+        EXPECT_EQ(fields.read_string(), "\0\0\3\xe8"s);
+        byte_queue out;
+        packet_writer packet(out, packet_type::extended_reply);
+        packet.put(asked.id);
+        packet.put("\0\0\0\2me\0\0\0\0"s);
+        packet.put("\0\0\0\5staff"s);
+        packet.finish();
+        return std::string(out.bytes());
+    };
+    const auto named = [&] {
+        std::vector<entry> entries{
+            {.owner = "1000", .group = "1000"}, {.owner = "7", .group = ""}, {.owner = "ann"}};
+        server().name_owners(entries);
+        return entries[0].owner + ':' + entries[0].group + ' ' + entries[1].owner + ' ' + entries[2].owner;
+    };
+    EXPECT_EQ(named(), "1000:1000 7 ann") << "a server without the extension";
+    peer.extensions.emplace_back("users-groups-by-id@openssh.com", "1");
+    opened.reset();
+    EXPECT_EQ(named(), "me:staff 7 ann");
+    EXPECT_EQ(named(), "me:staff 7 ann");
+    EXPECT_EQ(asked_for_names, 1);
+}
 
 TEST_F(SftpProtocol, FindsOutAfterABreakWhatWasCarriedOut)
 {
@@ -372,6 +405,18 @@ TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)
     batch.add("/f", "secret").mode = std::filesystem::perms(0600);
     server().send(batch);
     EXPECT_THAT(modes, ElementsAre(0100600U));
+    EXPECT_EQ(peer.nodes["/f"].mode, 0100600U);
+}
+
+TEST_F(SftpUpload, KeepsTheModeOfWhatItReplacesAcrossABreak)
+{
+    peer.nodes["/f"] = {"old", 0100600};
+    (void)server();
+    peer.cut_at(packet_type::lstat, 1, false);
+    memory_batch<memory_upload> batch;
+    batch.add("/f", "new");
+    server().send(batch);
+    EXPECT_EQ(batch.result(batch.files.front()), "");
     EXPECT_EQ(peer.nodes["/f"].mode, 0100600U);
 }
 

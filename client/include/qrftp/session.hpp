@@ -111,6 +111,11 @@ public:
               const std::function<void(std::string_view)>& on_skipped = {});
     [[nodiscard]] listing list(const std::string& path = ".", list_order order = list_order::by_name);
 
+    /// Puts the names of users and groups in the place of their numbers in `entries`, as far as the server has
+    /// them. FTP: sends nothing, since listings have names. SFTP: users-groups-by-id@openssh.com, many at a
+    /// time and each once.
+    void name_owners(std::span<entry> entries);
+
     /// MKD (SFTP: MKDIR). With `parents`, makes what is missing above as well, and a folder that exists is no
     /// error. Throws `AlreadyExists`, `NotFound` (the parent), `PermissionDenied`; `ConnectionLost` where
     /// nobody can say after a break whose folder is there.

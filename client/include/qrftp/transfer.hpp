@@ -28,6 +28,10 @@ struct transfer_options {
     bool resume = false;
     /// Replaces a target that exists. Otherwise it is refused with `AlreadyExists`.
     bool replace = true;
+    /// Fetching: a symbolic link in the place of the target stands for what it leads to. Where the target's
+    /// name is the server's choice, set it to false: a link in the place of a file is then replaced itself, and
+    /// one in the place of a tree's root is refused (`UnsafeName`), as below the root always.
+    bool follow_target = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;
     /// Gives the target the permissions of its source, as far as the server can (SITE CHMOD on FTP);
@@ -63,8 +67,8 @@ struct transfer_options {
     unsigned retries = 3;
     /// The pause before the second of them; it doubles from one to the next. The first one comes at once.
     std::chrono::milliseconds retry_delay = std::chrono::seconds(1);
-    /// Called several times a second, and at the end with the final figures, on the thread of the transfer;
-    /// false ends it with `Cancelled`.
+    /// Called several times a second, about every second while nothing moves, and at the end with the final
+    /// figures, on the thread of the transfer; false ends it with `Cancelled`.
     std::function<bool(const progress&)> on_progress{};
 };
 

@@ -136,6 +136,9 @@ QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem:
 /// and all below it; returns their paths. Throws what `list` throws.
 QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
                                                      std::chrono::seconds age = std::chrono::hours(24));
+/// The same in a local folder; links in it are not followed. Throws `LocalFileError`.
+QRFTPCLIENT_EXPORT std::vector<std::filesystem::path>
+clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age = std::chrono::hours(24));
 
 /// A remote and a local file.
 struct file_pair {

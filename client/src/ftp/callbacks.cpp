@@ -176,6 +176,9 @@ int transfer_callbacks::on_progress(void* user, curl_off_t /*total*/, curl_off_t
         if (self.request_->source != nullptr) {
             self.request_->source->on_sent(self.request_->range.begin + static_cast<std::uint64_t>(sent));
         }
+        if (self.request_->on_tick) {
+            self.request_->on_tick();
+        }
     });
     return continues ? 0 : 1;
 }

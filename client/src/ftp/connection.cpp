@@ -237,6 +237,17 @@ request_result connection::perform(const request& request)
     return result;
 }
 
+/// A line end in a name would make a second command of what follows.
+void connection::check_names(const request& request)
+{
+    check_text(request.path, request.subject);
+    for (const auto* const commands : {&request.commands, &request.last_commands}) {
+        for (const std::string& command : *commands) {
+            check_text(command, request.subject);
+        }
+    }
+}
+
 bool connection::may_repeat(const request& request, const request_result& result)
 {
     // A command that is answered with the server's goodbye has not been carried out.
@@ -252,6 +263,7 @@ bool connection::may_repeat(const request& request, const request_result& result
 
 request_result connection::run(const request& request)
 {
+    check_names(request);
     constexpr int tries = 2;
     for (int tried = 1;; ++tried) {
         if (request.cancellable && options_.stop.stop_requested()) {

@@ -33,6 +33,7 @@ struct request {
     /// The body begins; told are the size and the time, where the request asked for them.
     std::function<void(const file_facts& source)> on_begin{};
     std::function<void(std::string_view)> on_data{}; ///< wants the body
+    std::function<void()> on_tick{};                 ///< called while the request runs, every second at least
     const upload_source* source = nullptr;           ///< sends a body
     byte_range range{};                              ///< of the file; an upload begins at its beginning
     bool want_size = false;                          ///< asks for the size before a body is fetched

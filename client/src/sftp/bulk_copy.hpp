@@ -38,6 +38,7 @@ public:
         try {
             while (start_files(state), send_requests(state), report(state), !active_.empty()) {
                 server.pump();
+                tick();
             }
             send_all(server);
         } catch (...) {
@@ -84,6 +85,16 @@ private:
             next->job->position = active_.size();
             active_.push_back(std::move(*next));
             active_.back().job->start(state);
+        }
+    }
+
+    /// Lets one file report that nothing moves, so that it can be ended by whoever is told.
+    void tick()
+    {
+        const auto now = pipeline::clock::now();
+        if (now - ticked_ >= pipeline::tick_interval && !active_.empty()) {
+            ticked_ = now;
+            active_.front().job->tick();
         }
     }
 
@@ -206,6 +217,7 @@ private:
     std::deque<active_job> postponed_{};
     std::deque<active_job> alone_{}; ///< refused while others were open: to be opened alone
     bool has_advanced_ = false;      ///< since the connection was lost last
+    pipeline::clock::time_point ticked_ = pipeline::clock::now();
     bool exhausted_ = false;
     bool is_over_ = false;
 };

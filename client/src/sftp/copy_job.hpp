@@ -33,7 +33,8 @@ struct copy_hooks {
     /// The error that says why the server refused something for a file to be sent, or fetched, at `path`.
     std::function<std::exception_ptr(const std::string& path, bool is_upload, std::exception_ptr why)>
         explain{};
-    /// Renames over a file that is there, on a server whose RENAME does not. Throws.
+    /// Renames over a file that is there, on a server whose RENAME does not. Throws, and has then removed
+    /// `from`.
     std::function<void(const std::string& from, const std::string& to)> replace{};
     /// Called after each file.
     std::function<void()> on_file_ended{};
@@ -56,6 +57,8 @@ public:
     /// Sends one more READ or WRITE. When there is none at the moment it is no longer ready.
     void advance();
     void on_reply(const request_tag& tag, const reply& answer) final;
+    /// Called about every second, whether or not answers come.
+    virtual void tick() = 0;
     /// After it has ended: does what takes requests that are waited for.
     virtual void settle(const copy_hooks& hooks) = 0;
     /// Ends it with an error; the server is told to close the file.

@@ -19,6 +19,10 @@ public:
 
     explicit download_job(const download_batch::part& what) : file_(*what.file), part_(what.range) {}
 
+    void tick() override
+    {
+        guarded([this] { file_.tick(); });
+    }
     void settle(const copy_hooks& hooks) override;
     void remove_temporary() override {}
 

@@ -260,8 +260,9 @@ bool pipeline::receive()
         return false;
     }
     input_.commit(received);
-    last_progress_ = clock::now();
     dispatch();
+    last_progress_ =
+        clock::now(); // What handling takes, a slow reader of what was fetched, is not the server's.
     return true;
 }
 
@@ -361,7 +362,8 @@ void pipeline::wait()
         throw Timeout(settings_.server);
     }
     const bool to_write = !output_.empty();
-    connection_->wait(to_write, settings_.stop.stop_possible() ? std::min(left, stop_interval) : left);
+    const duration longest = settings_.stop.stop_possible() ? stop_interval : tick_interval;
+    connection_->wait(to_write, std::min(left, longest));
 }
 
 void pipeline::append_trace(std::string& line, std::uint64_t offset)
@@ -369,16 +371,15 @@ void pipeline::append_trace(std::string& line, std::uint64_t offset)
     line += fmt::format(" at {}", offset);
 }
 
-void pipeline::trace_reply(const reply& answer) const
+void pipeline::trace_reply(const reply& answer)
 {
-    if (!settings_.trace) {
+    if (!is_traced(trace_level::dialogue)) {
         return;
     }
     if (answer.is_status()) {
-        settings_.trace(
-            fmt::format("< STATUS {} {}", static_cast<std::uint32_t>(answer.code()), answer.message()));
+        trace_line(fmt::format("< STATUS {} {}", static_cast<std::uint32_t>(answer.code()), answer.message()));
     } else {
-        settings_.trace(fmt::format("< {}", name_of(answer.type())));
+        trace_line(fmt::format("< {}", name_of(answer.type())));
     }
 }
 

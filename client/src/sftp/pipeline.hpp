@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../trace.hpp"
 #include "byte_queue.hpp"
 #include "packet.hpp"
 #include "reply.hpp"
@@ -74,10 +75,9 @@ public:
         std::string server{}; ///< the subject of errors
         duration stall_timeout = std::chrono::seconds(60);
         std::stop_token stop{};
-        /// Called with each request ("> OPEN /a/b") and answer ("< STATUS 2 No such file"). Names are the
-        /// server's bytes, to be escaped before they are shown.
-        std::function<void(std::string_view)> trace{};
     };
+    /// How long `pump` waits at most.
+    static constexpr std::chrono::seconds tick_interval{1};
 
     /// Exchanges INIT and VERSION and asks for the limits.
     pipeline(std::unique_ptr<transport> connection, settings options);
@@ -92,8 +92,6 @@ public:
     [[nodiscard]] clock::duration round_trip() const noexcept { return round_trip_; }
 
     void set_stall_timeout(duration longest) noexcept { settings_.stall_timeout = longest; }
-    /// Who gets the requests and replies by name from now on, if anybody.
-    void set_trace(std::function<void(std::string_view)> trace) { settings_.trace = std::move(trace); }
     void set_stop(std::stop_token stop) noexcept { settings_.stop = std::move(stop); }
     [[nodiscard]] const std::stop_token& stop() const noexcept { return settings_.stop; }
     [[nodiscard]] std::optional<clock::time_point> deadline() const noexcept { return deadline_; }
@@ -142,8 +140,8 @@ public:
     }
 
     /// Sends what is waiting and handles the answers that have arrived. Waits for the one or the other if there
-    /// was neither; does nothing when no answer is owed. Throws `Cancelled` within 100 ms of the request to
-    /// stop.
+    /// was neither, for `tick_interval` at most; does nothing when no answer is owed. Throws `Cancelled` within
+    /// 100 ms of the request to stop.
     void pump();
 
     /// Drops the answers that `handler` has not had yet; files that the server opens for them are closed.
@@ -182,14 +180,15 @@ private:
     static void put(packet_writer& packet, const file_handle& file) { packet.put(file.bytes); }
     static void put(packet_writer& packet, const attributes& values) { sftp::put(packet, values); }
 
+    /// "> OPEN /a/b" and "< STATUS 2 No such file".
     template <class... Fields>
-    void trace_request(const request& what, const Fields&... fields) const
+    static void trace_request(const request& what, const Fields&... fields)
     {
-        if (settings_.trace) {
+        if (is_traced(trace_level::dialogue)) {
             std::string line = "> ";
             line += what.extension.empty() ? name_of(what.type) : what.extension;
             (append_trace(line, fields), ...);
-            settings_.trace(line);
+            trace_line(line);
         }
     }
     static void append_trace(std::string& line, std::string_view name) { line.append(" ").append(name); }
@@ -197,7 +196,7 @@ private:
     static void append_trace(std::string& /*line*/, std::uint32_t /*number*/) {}
     static void append_trace(std::string& /*line*/, const file_handle& /*handle*/) {}
     static void append_trace(std::string& /*line*/, const attributes& /*facts*/) {}
-    void trace_reply(const reply& answer) const;
+    static void trace_reply(const reply& answer);
 
     byte_queue& prepare();
     [[nodiscard]] std::uint32_t next_id() const noexcept;

@@ -56,10 +56,10 @@ std::exception_ptr reason_for(const std::exception_ptr& why, const Work& work)
     }
 }
 
-/// While it lives, requests on the side open no new connection.
+/// While it lives, requests on the side open no new connection, or may again.
 class carrying {
 public:
-    explicit carrying(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) {}
+    explicit carrying(bool& flag, bool value = true) : flag_(flag), before_(std::exchange(flag, value)) {}
     carrying(const carrying&) = delete;
     carrying& operator=(const carrying&) = delete;
     ~carrying() { flag_ = before_; }
@@ -179,12 +179,14 @@ void sftp_protocol::carry_out(Work& work)
 {
     try {
         for (;;) {
+            std::shared_ptr<pipeline> server; // stays while a replacement opens the next one
             try {
-                pipeline& server = connected();
+                connected();
+                server = pipeline_;
                 const carrying scope(is_carrying_);
-                return work.run(server);
+                return work.run(*server);
             } catch (const error&) {
-                const bool is_lost = !pipeline_ || !pipeline_->is_open();
+                const bool is_lost = server == nullptr || !server->is_open();
                 if (!is_lost || work.is_over() || !work.retry(std::current_exception())) {
                     throw;
                 }
@@ -200,9 +202,20 @@ copy_hooks sftp_protocol::hooks()
 {
     return {.explain = [this](const std::string& path, bool is_upload,
                               const std::exception_ptr& why) { return explain_copy(path, is_upload, why); },
-            .replace = [this](const std::string& from,
-                              const std::string& to) { replace_file(*this, from, to, true); },
+            .replace = [this](const std::string& from, const std::string& to) { replace(from, to); },
             .on_file_ended = [this] { limit_time(); }};
+}
+
+/// What was moved aside goes back although the connection is lost: over a new one, which the batch then uses.
+void sftp_protocol::replace(const std::string& from, const std::string& to)
+{
+    const carrying none(is_carrying_, false);
+    try {
+        replace_file(*this, from, to, true);
+    } catch (...) {
+        clean_up([&] { remove_file(from); });
+        throw;
+    }
 }
 
 std::exception_ptr sftp_protocol::explain_copy(const std::string& path, bool is_upload,

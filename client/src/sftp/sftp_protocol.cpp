@@ -2,7 +2,6 @@
 
 #include "../refusal.hpp"
 #include "../remote_path.hpp"
-#include "../trace.hpp"
 #include "change_batch.hpp"
 #include "extensions.hpp"
 #include "file_reader.hpp"
@@ -10,23 +9,9 @@
 
 #include <fmt/format.h>
 
-#include <functional>
-#include <string_view>
 #include <utility>
 
 namespace qrftp::sftp {
-
-namespace {
-
-std::function<void(std::string_view)> tracer()
-{
-    if (!is_traced(trace_level::dialogue)) {
-        return {};
-    }
-    return [](std::string_view line) { trace_line(line); };
-}
-
-} // namespace
 
 sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
@@ -43,10 +28,9 @@ void sftp_protocol::connect()
     }
     pipeline::settings settings{
         .server = server_, .stall_timeout = options.stall_timeout, .stop = options.stop};
-    settings.trace = tracer();
     server_info info;
     auto stream = connect_(options, info);
-    auto opened = std::make_unique<pipeline>(std::move(stream), std::move(settings));
+    auto opened = std::make_shared<pipeline>(std::move(stream), std::move(settings));
     for (const auto& [name, version] : opened->extensions()) {
         info.features.push_back(fmt::format("{} {}", name, version));
     }
@@ -68,7 +52,6 @@ pipeline& sftp_protocol::connected()
         }
         connect();
     }
-    pipeline_->set_trace(tracer());
     pipeline_->set_stop(is_cleaning_up() ? std::stop_token() : options_.stop);
     limit_time();
     return *pipeline_;
@@ -76,6 +59,9 @@ pipeline& sftp_protocol::connected()
 
 void sftp_protocol::limit_time()
 {
+    if (!pipeline_) {
+        return;
+    }
     const bool is_limited = options_.total_timeout > std::chrono::milliseconds::zero();
     pipeline_->set_deadline(is_limited ? std::optional(pipeline::clock::now() + options_.total_timeout)
                                        : std::nullopt);
@@ -181,6 +167,11 @@ std::optional<entry> sftp_protocol::follow(const std::string& path)
 {
     const auto found = attributes_of(packet_type::stat, path);
     return found ? std::optional(make_entry(remote_path::filename(path), *found)) : std::nullopt;
+}
+
+void sftp_protocol::name_owners(std::span<entry> entries)
+{
+    ask(server_, [&](pipeline& server) { owner_names_.fill_in(server, entries); });
 }
 
 std::optional<std::uint64_t> sftp_protocol::size(const std::string& path)

@@ -2,6 +2,7 @@
 
 #include "../protocol.hpp"
 #include "copy_job.hpp"
+#include "owner_names.hpp"
 #include "pipeline.hpp"
 
 #include <functional>
@@ -30,6 +31,7 @@ public:
     std::optional<entry> find(const std::string& path) override;
     std::optional<entry> stat(const std::string& path) override;
     std::optional<entry> follow(const std::string& path) override;
+    void name_owners(std::span<entry> entries) override;
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
     std::optional<checksum_method> find_checksum_method() override;
@@ -95,12 +97,14 @@ private:
                                                   const std::exception_ptr& why);
     [[nodiscard]] bool is_disk_full(const std::string& path);
     [[nodiscard]] copy_hooks hooks();
+    void replace(const std::string& from, const std::string& to);
 
     connect_function connect_;
     std::string server_;
     session_options options_;
     server_info info_{};
-    std::unique_ptr<pipeline> pipeline_{};
+    std::shared_ptr<pipeline> pipeline_{};
+    owner_names owner_names_{};
     unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
     std::optional<bool> checks_files_{};

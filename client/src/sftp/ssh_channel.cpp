@@ -36,6 +36,7 @@ channel_transport::channel_transport(std::unique_ptr<interruptible_wait> wait,
     if (channel_ == nullptr) {
         throw std::bad_alloc();
     }
+    ssh_set_counters(session(), &counted_, nullptr);
     const auto open = [&] { return ssh_channel_open_session(channel_); };
     const auto start = [&] { return ssh_channel_request_subsystem(channel_, "sftp"); };
     if (connection_->finish(open, SSH_AGAIN) != SSH_OK || connection_->finish(start, SSH_AGAIN) != SSH_OK) {
@@ -133,15 +134,18 @@ void channel_transport::wait(bool to_write, milliseconds longest)
         longest = std::min<milliseconds>(longest, alive_interval_);
     }
     const auto events = static_cast<short>(POLLIN | (unsent ? POLLOUT : 0));
-    keep_alive((wait_->poll(ssh_get_fd(session()), events, longest) & ~POLLOUT) != 0);
+    const bool is_ready = (wait_->poll(ssh_get_fd(session()), events, longest) & ~POLLOUT) != 0;
+    if (!is_ready) {
+        keep_alive();
+    }
 }
 
 /// Asks the server whether it is there when nothing has arrived for an interval (ssh_config(5),
 /// ServerAliveInterval).
-void channel_transport::keep_alive(bool arrived)
+void channel_transport::keep_alive()
 {
     const auto now = clock::now();
-    if (arrived) {
+    if (std::exchange(seen_bytes_, counted_.in_bytes) != counted_.in_bytes) {
         last_arrival_ = now;
         unanswered_ = 0;
     } else if (alive_interval_.count() > 0 && now - last_arrival_ >= (unanswered_ + 1) * alive_interval_) {

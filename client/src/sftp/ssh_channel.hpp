@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <stop_token>
@@ -33,10 +34,12 @@ private:
     std::size_t read_channel(char* buffer, std::size_t size);
     std::size_t take_ahead(std::span<char> buffer);
     bool is_unsent();
-    void keep_alive(bool arrived);
+    void keep_alive();
     [[noreturn]] void lose() const;
 
     std::unique_ptr<interruptible_wait> wait_;
+    ssh_counter_struct counted_{}; ///< what libssh has read from the socket, whoever asked for it
+    std::uint64_t seen_bytes_ = 0;
     std::unique_ptr<ssh_connection> connection_;
     ssh_channel channel_; ///< the session frees it
 

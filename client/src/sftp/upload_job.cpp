@@ -13,7 +13,8 @@ void upload_job::send_first()
     if (is_renaming_) {
         return ask_whether_renamed();
     }
-    knows_target_ = is_retry() || (file_.may_replace() && !file_.needs_replaced());
+    const bool is_own = is_retry() && !file_.is_temporary(); // made by the first try, perhaps
+    knows_target_ = knows_target_ || is_own || (file_.may_replace() && !file_.needs_replaced());
     if (!knows_target_) {
         ask(packet_type::lstat, step::look_at_target, file_.target());
     }
@@ -360,15 +361,12 @@ bool upload_job::reset()
 void upload_job::settle(const copy_hooks& hooks)
 {
     if (std::exchange(needs_replace_, false) && !failure()) {
+        has_temporary_ = false;
         try {
             hooks.replace(file_.path(), file_.target());
-            has_temporary_ = false;
             file_.finish();
         } catch (...) {
             set_failure(std::current_exception());
-            if (server().is_open()) {
-                remove_temporary();
-            }
         }
         return;
     }

@@ -16,6 +16,10 @@ public:
 
     explicit upload_job(const upload_batch::part& what) : file_(*what.file), part_(what.range) {}
 
+    void tick() override
+    {
+        guarded([this] { file_.tick(); });
+    }
     void settle(const copy_hooks& hooks) override;
     void remove_temporary() override;
 
@@ -64,7 +68,7 @@ private:
     upload& file_;
     byte_range part_;
     bool has_begun_ = false;
-    bool knows_target_ = true; ///< or need not
+    bool knows_target_ = false; ///< or need not
     std::optional<entry> replaced_{};
     byte_range range_{};
     std::uint64_t next_ = 0;      ///< everything before it has been sent

@@ -80,8 +80,12 @@ byte_range file_download::begin(const file_facts& source)
 
 void file_download::write(std::uint64_t offset, std::string_view bytes)
 {
-    target_.write(offset, bytes);
-    meter_.add(bytes.size());
+    while (!bytes.empty()) {
+        const std::size_t written = target_.write(offset, bytes);
+        bytes.remove_prefix(written);
+        offset += written;
+        written > 0 ? meter_.add(written) : meter_.tick();
+    }
 }
 
 bool file_download::restart()

@@ -36,6 +36,7 @@ public:
     byte_range begin(const file_facts& source) override;
     void write(std::uint64_t offset, std::string_view bytes) override;
     [[nodiscard]] bool takes_any_order() const override { return target_.has_places(); }
+    void tick() override { meter_.tick(); }
     bool restart() override;
     void finish(const file_facts& source) override;
 
@@ -71,6 +72,7 @@ public:
     byte_range begin(const file_facts& source) override;
     void write(std::uint64_t offset, std::string_view bytes) override;
     [[nodiscard]] bool takes_any_order() const override { return false; }
+    void tick() override { meter_.tick(); }
     bool restart() override { return meter_.moved() == 0; }
     void finish(const file_facts& source) override;
 

@@ -20,12 +20,24 @@ namespace {
     throw LocalFileError(shown.string(), std::make_error_code(code), reason);
 }
 
-/// What the links at `path` lead to in the end.
+/// Whether `link` leads to something that has no other name which could be replaced: a pipe, a device, or what
+/// the process has open ("/dev/stdout").
+bool leads_to_stream(const fs::path& link)
+{
+    std::error_code none;
+    const fs::path folder = fs::canonical(link.parent_path().empty() ? "." : link.parent_path(), none);
+    const bool is_descriptor = folder.string().starts_with("/proc/") && folder.filename() == "fd";
+    const fs::file_status found = fs::status(link, none);
+    return is_descriptor || (fs::is_other(found) && fs::exists(found));
+}
+
+/// What the links at `path` lead to in the end, or the last one before a stream.
 fs::path follow_links(fs::path path)
 {
     constexpr int most_links = 40;
     std::error_code none;
-    for (int followed = 0; fs::is_symlink(fs::symlink_status(path, none)); ++followed) {
+    for (int followed = 0; fs::is_symlink(fs::symlink_status(path, none)) && !leads_to_stream(path);
+         ++followed) {
         if (followed == most_links) {
             throw_local(path, std::errc::too_many_symbolic_link_levels);
         }
@@ -37,27 +49,28 @@ fs::path follow_links(fs::path path)
 
 } // namespace
 
-local_place find_local_place(const fs::path& path)
+local_place find_local_place(const fs::path& path, bool follow)
 {
-    const fs::path target = follow_links(path);
+    const fs::path target = follow ? follow_links(path) : path;
     const fs::path name = target.filename();
     if (name.empty() || name == "." || name == "..") {
         throw_local(path, std::errc::is_a_directory);
     }
     const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
     std::error_code none;
+    const bool is_stream = follow && fs::is_symlink(fs::symlink_status(target, none));
     if (!fs::exists(folder, none)) {
         throw_local(folder, std::errc::no_such_file_or_directory, "there is no such folder; make it first");
     }
     return with_local_errors(folder, [&] {
-        return local_place{files::open_folder(folder), name.string(), path};
+        return local_place{files::open_folder(folder), name.string(), path, is_stream};
     });
 }
 
 local_target::local_target(local_place place, transfer_options options)
     : place_(std::move(place)), options_(std::move(options))
 {
-    existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name); });
+    existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, links()); });
     if (!existing_) {
         direct_ = options_.in_place;
         return;
@@ -65,8 +78,8 @@ local_target::local_target(local_place place, transfer_options options)
     if (existing_->type == fs::file_type::directory) {
         throw_local(place_.shown, std::errc::is_a_directory);
     }
-    const bool replaceable =
-        existing_->type == fs::file_type::regular || existing_->type == fs::file_type::symlink;
+    const bool replaceable = !place_.is_stream && (existing_->type == fs::file_type::regular ||
+                                                   existing_->type == fs::file_type::symlink);
     has_places_ = replaceable;
     direct_ = !replaceable || options_.in_place || options_.resume;
     if (direct_ && existing_->type == fs::file_type::symlink) {
@@ -97,6 +110,11 @@ void local_target::refuse_existing() const
     if (!options_.replace && !options_.resume) {
         throw AlreadyExists(place_.shown.string());
     }
+}
+
+files::Folder::Links local_target::links() const
+{
+    return place_.is_stream ? files::Folder::Links::follow : files::Folder::Links::refuse;
 }
 
 std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
@@ -159,17 +177,19 @@ void local_target::lock()
 
 bool local_target::open_target()
 {
+    using open = files::Folder::Open;
+    const open how = place_.is_stream ? open::append : open::update;
     try {
-        with_local_errors(place_.shown,
-                          [&] { file_ = place_.folder->open_file(place_.name, files::Folder::Open::update); });
+        with_local_errors(place_.shown, [&] { file_ = place_.folder->open_file(place_.name, how, links()); });
     } catch (const LocalFileError& failure) {
-        if (failure.code() == std::errc::no_such_device_or_address) {
+        const bool is_pipe = existing_ && existing_->type == fs::file_type::fifo; // A socket never opens.
+        if (is_pipe && failure.code() == std::errc::no_such_device_or_address) {
             return false;
         }
         throw;
     }
     with_local_errors(place_.shown, [&] {
-        has_places_ = file_->status().type == fs::file_type::regular;
+        has_places_ = !place_.is_stream && file_->status().type == fs::file_type::regular;
         if (!has_places_) {
             return;
         }
@@ -188,9 +208,16 @@ std::optional<std::uint64_t> local_target::size() const
                        : std::nullopt;
 }
 
-void local_target::write(std::uint64_t position, std::string_view bytes)
+std::size_t local_target::write(std::uint64_t position, std::string_view bytes)
 {
-    with_local_errors(place_.shown, [&] { file_->write(position, bytes); });
+    constexpr std::chrono::milliseconds a_little(50);
+    return with_local_errors(place_.shown, [&] {
+        if (!has_places_) {
+            return file_->write_some(bytes, a_little);
+        }
+        file_->write(position, bytes);
+        return bytes.size();
+    });
 }
 
 std::unique_ptr<files::LocalFile> local_target::open_written() const

@@ -20,10 +20,12 @@ struct local_place {
     std::shared_ptr<zorbel::io::common::file::Folder> folder;
     std::string name;
     std::filesystem::path shown; ///< as errors name it
+    bool is_stream = false;      ///< a link to a pipe or a device, or a descriptor: written to as it is
 };
 
-/// Where the local `path` is. A symbolic link there stands for what it leads to, whether that exists or not.
-local_place find_local_place(const std::filesystem::path& path);
+/// Where the local `path` is. A symbolic link there stands for what it leads to, whether that exists or not,
+/// unless it is not to be followed.
+local_place find_local_place(const std::filesystem::path& path, bool follow = true);
 
 /// A local file that a download writes.
 ///
@@ -49,7 +51,8 @@ public:
     /// Opens it, keeping `kept` bytes of what is there. A second call does nothing. False where it is a pipe
     /// that nobody reads yet: to be tried again.
     [[nodiscard]] bool open(std::uint64_t kept);
-    void write(std::uint64_t position, std::string_view bytes);
+    /// Returns how much was written: less than all, or nothing, to a pipe whose reader is slow.
+    std::size_t write(std::uint64_t position, std::string_view bytes);
     /// How long it is now; nothing where that has no meaning.
     [[nodiscard]] std::optional<std::uint64_t> size() const;
     /// Forgets what was written; false where it went to a device or a pipe, or follows what was found there.
@@ -66,6 +69,7 @@ private:
 
     [[nodiscard]] std::filesystem::perms final_mode(const file_facts& source) const;
     void refuse_existing() const;
+    [[nodiscard]] zorbel::io::common::file::Folder::Links links() const;
     bool open_target();
     void open_part();
     void lock();

@@ -41,6 +41,8 @@ public:
     /// `found` of `total` bytes are there already; 0 stands for a total that is not known.
     void start(std::uint64_t total, std::uint64_t found);
     void add(std::uint64_t bytes);
+    /// Nothing has moved: reports that too.
+    void tick() { report(false); }
     /// Waits a little for something that is not ready yet.
     void pause();
     /// What was added comes once more.

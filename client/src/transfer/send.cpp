@@ -53,9 +53,9 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
     });
 }
 
-basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress,
+basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new,
                            const std::string& identity)
-    : upload(std::move(target)), options_(options), meter_(progress)
+    : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
 {
     if (options.in_place) {
         path_ = this->target();
@@ -95,8 +95,8 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 }
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
-                         const transfer_options& options, meter& progress, unsigned parts)
-    : basic_upload(target, options, progress,
+                         const transfer_options& options, meter& progress, unsigned parts, bool is_new)
+    : basic_upload(target, options, progress, is_new,
                    options.resume ? identity_of(*source, shown, target) : std::string()),
       source_(std::move(source)), shown_(std::move(shown)),
       status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),

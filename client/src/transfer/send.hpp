@@ -21,8 +21,9 @@ namespace qrftp {
 /// What all uploads share: the names, and what the file is given in the end.
 class basic_upload : public upload {
 public:
-    /// From `identity`, if it is not empty, follows the temporary name of an upload that resumes.
-    basic_upload(std::string target, const transfer_options& options, meter& progress,
+    /// `is_new`: nothing has the name of the target, as far as is known. From `identity`, if it is not empty,
+    /// follows the temporary name of an upload that resumes.
+    basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new = false,
                  const std::string& identity = {});
 
     [[nodiscard]] const std::string& path() const override { return path_; }
@@ -31,10 +32,14 @@ public:
     [[nodiscard]] bool resumes() const override { return options_.resume; }
     void complete_target() override { path_ = target(); }
     [[nodiscard]] bool keeps_temporary() const override { return keeps_temporary_; }
-    [[nodiscard]] bool needs_replaced() const override { return is_temporary() && !options_.keep_mode; }
+    [[nodiscard]] bool needs_replaced() const override
+    {
+        return is_temporary() && !options_.keep_mode && !is_new_;
+    }
     [[nodiscard]] file_facts facts_to_set(const std::optional<entry>& replaced) const override;
     [[nodiscard]] bool needs_verifying() const override { return options_.verify; }
     void sent(std::uint64_t bytes) override { meter_.add(bytes); }
+    void tick() override { meter_.tick(); }
     void finish() override { meter_.finish(); }
 
 protected:
@@ -45,6 +50,7 @@ protected:
 private:
     transfer_options options_;
     meter& meter_;
+    bool is_new_;
     std::string path_;
     bool keeps_temporary_ = false;
 };
@@ -54,7 +60,8 @@ class file_upload final : public basic_upload {
 public:
     /// `shown` is how errors name the file.
     file_upload(std::unique_ptr<zorbel::io::common::file::LocalFile> source, std::filesystem::path shown,
-                std::string target, const transfer_options& options, meter& progress, unsigned parts = 1);
+                std::string target, const transfer_options& options, meter& progress, unsigned parts = 1,
+                bool is_new = false);
 
     byte_range begin(const std::optional<file_facts>& there) override;
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }

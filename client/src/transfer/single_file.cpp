@@ -117,7 +117,8 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     const unsigned parts = useful_parts(allowed, size);
     connection_pool pool(from.location(), session_access::options(from), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
-    file_download file(from.location().server(), path, find_local_place(local), options, progress, {}, parts);
+    file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
+                       progress, {}, parts);
     with_consequences(from, progress, kept_by(options),
                       [&] { copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch); });
 }

@@ -13,7 +13,22 @@ namespace qrftp {
 namespace fs = std::filesystem;
 namespace files = zorbel::io::common::file;
 
-local_tree::local_tree(fs::path root, bool follow) : root_(std::move(root)), follow_(follow)
+namespace {
+
+/// Throws `UnsafeName` where `name` is a link; one that is made in the meantime is not followed either.
+local_tree::folder_ptr open_no_link(const files::Folder& above, const std::string& name, const fs::path& shown)
+{
+    const auto found = above.status(name);
+    if (found && found->type == fs::file_type::symlink) {
+        throw UnsafeName(shown.string(), "a symbolic link stands in its way");
+    }
+    return above.open_folder(name, files::Folder::Links::refuse);
+}
+
+} // namespace
+
+local_tree::local_tree(fs::path root, bool follow, bool follow_root)
+    : root_(std::move(root)), follow_(follow), follow_root_(follow_root)
 {
 }
 
@@ -26,6 +41,9 @@ bool local_tree::exists() const
 void local_tree::make_root()
 {
     std::error_code code;
+    if (!follow_root_ && fs::is_symlink(fs::symlink_status(root_, code))) {
+        throw UnsafeName(root_.string(), "a symbolic link stands in its place");
+    }
     fs::create_directories(root_, code);
     if (code && !fs::is_directory(root_)) {
         throw LocalFileError(root_.string(), code, fs::exists(root_) ? "it is no folder" : "");
@@ -83,7 +101,7 @@ local_tree::folder_ptr local_tree::folder(const std::string& path)
 {
     const std::lock_guard lock(mutex_);
     if (root_folder_ == nullptr) {
-        root_folder_ = with_local_errors(root_, [&] { return files::open_folder(root_); });
+        root_folder_ = with_local_errors(root_, [&] { return open_root(); });
     }
     if (last_ != nullptr && path == last_path_) {
         return last_;
@@ -93,6 +111,15 @@ local_tree::folder_ptr local_tree::folder(const std::string& path)
                                   : open_below(root_folder_, "", path);
     last_path_ = path;
     return last_ = std::move(found);
+}
+
+local_tree::folder_ptr local_tree::open_root() const
+{
+    const fs::path whole = fs::absolute(root_).lexically_normal();
+    const fs::path path = whole.has_filename() ? whole : whole.parent_path();
+    return follow_root_ || !path.has_filename()
+               ? files::open_folder(root_)
+               : open_no_link(*files::open_folder(path.parent_path()), path.filename(), root_);
 }
 
 local_tree::folder_ptr local_tree::open_below(folder_ptr from, const std::string& done,
@@ -105,10 +132,7 @@ local_tree::folder_ptr local_tree::open_below(folder_ptr from, const std::string
         const fs::path at = shown(done) / rest.substr(0, end);
         begin = end + 1;
         from = with_local_errors(at, [&] {
-            if (!follow_ && from->status(name) && from->status(name)->type == fs::file_type::symlink) {
-                throw UnsafeName(at.string(), "a symbolic link stands in its way");
-            }
-            return from->open_folder(name, follow_ ? links::follow : links::refuse);
+            return follow_ ? from->open_folder(name, links::follow) : open_no_link(*from, name, at);
         });
     }
     return from;

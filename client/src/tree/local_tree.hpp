@@ -19,8 +19,9 @@ class local_tree {
 public:
     using folder_ptr = std::shared_ptr<zorbel::io::common::file::Folder>;
 
-    /// Links below the root are followed only where `follow` says so.
-    local_tree(std::filesystem::path root, bool follow);
+    /// Links below the root are followed only where `follow` says so, a link in the place of the root where
+    /// `follow_root` does.
+    explicit local_tree(std::filesystem::path root, bool follow = false, bool follow_root = true);
 
     [[nodiscard]] bool exists() const;
     /// Makes the root with the folders above it.
@@ -38,10 +39,12 @@ public:
     [[nodiscard]] std::filesystem::path shown(const std::string& path) const;
 
 private:
+    folder_ptr open_root() const;
     folder_ptr open_below(folder_ptr from, const std::string& done, const std::string& rest) const;
 
     std::filesystem::path root_;
     bool follow_;
+    bool follow_root_;
     std::mutex mutex_;
     std::string last_path_; ///< of the folder that was asked for last
     folder_ptr last_;

@@ -22,14 +22,14 @@ std::vector<std::string> missing_folders(protocol& server, std::string path)
 
 } // namespace
 
-void make_with_parents(protocol& server, const std::string& path)
+bool make_with_parents(protocol& server, const std::string& path)
 {
     try {
         server.make_folder(path);
-        return;
+        return true;
     } catch (const AlreadyExists&) {
         if (server.is_folder(path)) {
-            return;
+            return false;
         }
         throw;
     } catch (const error& failure) {
@@ -43,6 +43,7 @@ void make_with_parents(protocol& server, const std::string& path)
         }
         std::for_each(missing.rbegin(), missing.rend(),
                       [&](const std::string& folder) { server.make_folder(folder); });
+        return true;
     }
 }
 

@@ -10,6 +10,8 @@
 #include "make_parents.hpp"
 
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace qrftp {
@@ -97,7 +99,7 @@ private:
             return;
         }
         if (actions.size() == 1 && actions.front().path.empty()) {
-            settle(actions.front(), [&] { make_with_parents(server_, sides_.remote); });
+            settle(actions.front(), [&] { note_made(make_with_parents(server_, sides_.remote), ""); });
             return;
         }
         std::vector<path_change> changes;
@@ -107,6 +109,7 @@ private:
         }
         std::vector<std::size_t> existing;
         server_.change(changes, [&](std::size_t index, const std::exception_ptr& failure) {
+            note_made(!failure && changes[index].what == path_change::kind::make_folder, actions[index].path);
             if (is_existing_folder(changes[index], failure)) {
                 existing.push_back(index); // No request can be made while others are under way.
             } else {
@@ -129,6 +132,24 @@ private:
                           : replace_link(server_, target, remote(action.path), replace);
             });
         }
+    }
+
+    void note_made(bool is_made, const std::string& path)
+    {
+        if (is_made) {
+            made_.insert(path);
+        }
+    }
+
+    /// Whether nothing can have the name there: it is not listed, or its folder was made just now. Listings may
+    /// leave out hidden files.
+    [[nodiscard]] bool is_new(const tree_action& action) const
+    {
+        const std::size_t slash = action.path.rfind('/');
+        const std::string name = slash == std::string::npos ? action.path : action.path.substr(slash + 1);
+        const std::string above = slash == std::string::npos ? "" : action.path.substr(0, slash);
+        const bool is_missing = sides_.is_known && action.why == tree_action::reason::missing;
+        return made_.contains(above) || (is_missing && !name.starts_with('.'));
     }
 
     template <class Work>
@@ -249,7 +270,7 @@ private:
                                                                   : Folder::Links::refuse);
         });
         return std::make_unique<file_upload>(std::move(file), source.shown, remote(action.path), options,
-                                             progress);
+                                             progress, 1, is_new(action));
     }
 
     const session& session_;
@@ -259,6 +280,7 @@ private:
     const tree_options& options_;
     const tree_scan& from_;
     tree_outcome& outcome_;
+    std::set<std::string> made_; ///< remote folders that were not there
 };
 
 } // namespace

@@ -17,6 +17,7 @@ struct tree_sides {
     local_tree& local;
     std::string remote; ///< absolute
     direction way;
+    bool is_known = false; ///< everything that the destination has was listed
 };
 
 /// Takes the steps of a plan: folders, then the copies over all connections of the pool, then removals.

@@ -15,7 +15,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <set>
 #include <utility>
 
@@ -128,12 +127,14 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
     check_removals(plan, from, to, fetching ? sides.remote : local, fetching ? local : sides.remote, options);
     tree_outcome outcome(options);
     report_scans(outcome, from, to, plan);
+    tree_sides known = sides;
+    known.is_known = update && to.is_complete();
     to = {};
     if (options.dry_run) {
         std::for_each(plan.actions.begin(), plan.actions.end(),
                       [&](const tree_action& action) { outcome.done(action); });
     } else {
-        run_plan(opened, pool, sides, options, from, plan.actions, outcome);
+        run_plan(opened, pool, known, options, from, plan.actions, outcome);
     }
     return outcome.take();
 }
@@ -192,7 +193,7 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
 tree_result fetch_tree(session& from, const std::string& remote_folder,
                        const std::filesystem::path& local_folder, const tree_options& options)
 {
-    local_tree local(local_folder, false);
+    local_tree local(local_folder, false, options.transfer.follow_target);
     return bring_over(from, {local, from.absolute(remote_folder), direction::fetch}, as_sync(options), false);
 }
 
@@ -216,7 +217,8 @@ tree_result fetch_files(session& from, const std::vector<file_pair>& files, cons
                                 [&](std::size_t index, const transfer_options& each, meter& progress) {
                                     return std::make_unique<file_download>(
                                         from.location().server(), from.absolute(files[index].remote),
-                                        find_local_place(files[index].local), each, progress);
+                                        find_local_place(files[index].local, each.follow_target), each,
+                                        progress);
                                 });
 }
 
@@ -228,28 +230,6 @@ tree_result send_files(session& to, const std::vector<file_pair>& files, const t
                                       open_source(files[index].local), files[index].local,
                                       to.absolute(files[index].remote), each, progress);
                               });
-}
-
-std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age)
-{
-    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    std::vector<std::string> folders{server.absolute(remote_folder)};
-    std::vector<std::string> removed;
-    while (!folders.empty()) {
-        const std::string folder = std::move(folders.back());
-        folders.pop_back();
-        for (const entry& each : server.list(folder).entries) {
-            const std::string path = remote_path::join(folder, each.name);
-            if (each.kind == entry_kind::folder) {
-                folders.push_back(path);
-            } else if (each.kind == entry_kind::file && remote_path::is_temporary_name(each.name) &&
-                       each.modified && each.modified->time + age < now) {
-                server.remove_file(path);
-                removed.push_back(path);
-            }
-        }
-    }
-    return removed;
 }
 
 } // namespace qrftp

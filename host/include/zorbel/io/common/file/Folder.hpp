@@ -37,6 +37,9 @@ public:
     virtual std::size_t read(std::uint64_t position, std::span<char> buffer) = 0;
     /// Writes all of `bytes`. To a file without places they are appended.
     virtual void write(std::uint64_t position, std::string_view bytes) = 0;
+    /// For files without places: writes the beginning of `bytes`, as much as is taken within `longest`, and
+    /// returns how much that was, 0 when none.
+    virtual std::size_t write_some(std::string_view bytes, std::chrono::milliseconds longest) = 0;
     virtual void truncate(std::uint64_t size) = 0;
     virtual void set_mode(std::filesystem::perms mode) = 0;
     virtual void set_modification_time(std::chrono::sys_seconds time) = 0;
@@ -58,6 +61,7 @@ public:
         create, ///< must not be there yet; made for this user alone
         update, ///< made when missing, as the umask allows; keeps what is in it. A pipe that nobody reads is
                 ///< `std::errc::no_such_device_or_address`.
+        append, ///< the same; everything goes to the end
     };
 
     virtual ~Folder();
