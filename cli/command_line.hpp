@@ -49,6 +49,12 @@ struct command_line {
     bool no_keep_time = false;
     bool preserve = false;
     bool clean_up = false;
+    bool watch = false;
+    double retry_delay = 1;
+    bool checksum = false;
+    bool size_only = false;
+    bool update = false;
+    bool keep_newer = false;
     sync_options transfer;
 
     std::function<int()> run; ///< of the subcommand that was named

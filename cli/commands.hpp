@@ -4,6 +4,9 @@
 
 #include <qrftp/client.hpp>
 
+#include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -70,5 +73,40 @@ void rm(session& remote, const std::vector<std::string>& patterns, bool recursiv
 void mv(session& remote, const std::string& from, const std::string& to, bool replace, const settings& options);
 void mkdir(session& remote, const std::vector<std::string>& paths, bool parents, const settings& options);
 void rmdir(session& remote, const std::vector<std::string>& paths, const settings& options);
+
+/// Only the folders of `patterns` themselves, unless `recursive`. `mode` as for chmod(1).
+void chmod(session& remote, const std::string& mode, const std::vector<std::string>& patterns, bool recursive,
+           const settings& options);
+/// `path` is the link's name, or a folder that takes the link in.
+void ln(session& remote, const std::string& target, const std::string& path, bool symbolic,
+        const settings& options);
+void df(session& remote, const std::vector<std::string>& paths, const settings& options);
+
+struct touch_arguments {
+    std::vector<std::string> paths;
+    bool no_create = false;
+    std::optional<std::chrono::sys_seconds> when{}; ///< else now
+};
+void touch(session& remote, const touch_arguments& arguments, const settings& options);
+
+/// `arguments.target` is on the server of `to`, which may be that of `from`.
+void cp(session& from, session& to, const transfer_arguments& arguments, const settings& options);
+
+struct find_arguments {
+    std::vector<std::string> patterns;    ///< of the folders to look into
+    std::string name{};                   ///< a glob; empty: any
+    std::string type{};                   ///< "f", "d" or "l"; empty: any
+    std::optional<std::uint64_t> newer{}; ///< changed in the last so many seconds
+    std::optional<std::uint64_t> older{};
+    std::optional<std::uint64_t> larger{}; ///< than so many bytes
+    std::optional<std::uint64_t> smaller{};
+    unsigned max_depth = 0; ///< 0 means all
+    bool null = false;      ///< ends paths by NUL
+};
+void find(session& remote, const find_arguments& arguments, const settings& options);
+
+/// Synchronises, then sends what changes in the local folder until it is interrupted, which is thrown as
+/// `Cancelled`. A lost connection is opened again.
+void watch(session& remote, const sync_arguments& arguments, const settings& options);
 
 } // namespace qrftp::cli

@@ -1,4 +1,3 @@
-#include "batch.hpp"
 #include "commands.hpp"
 #include "format.hpp"
 #include "interrupt.hpp"
@@ -10,30 +9,11 @@
 
 #include <fmt/format.h>
 
-#include <functional>
 #include <utility>
 
 namespace qrftp::cli {
 
 namespace {
-
-/// Calls `act` with each path that the patterns stand for.
-void for_each(session& remote, const std::vector<std::string>& patterns,
-              const std::function<void(const std::string&)>& act)
-{
-    batch all(patterns.size() <= 1);
-    for (const std::string& pattern : patterns) {
-        all.attempt([&] {
-            const std::vector<std::string> found = expand(remote, pattern);
-            batch these(found.size() <= 1);
-            for (const std::string& one : found) {
-                these.attempt([&] { act(one); });
-            }
-            these.finish();
-        });
-    }
-    all.finish();
-}
 
 void print_field(std::string_view name, std::string_view value)
 {
@@ -78,7 +58,7 @@ void print_server(const server_info& info)
 void stat(session& remote, const std::vector<std::string>& patterns, const settings& options)
 {
     bool has_printed = false;
-    for_each(remote, patterns, [&](const std::string& pattern) {
+    for_each_match(remote, patterns, [&](const std::string& pattern) {
         const std::string path = or_here(pattern);
         entry what = remote.stat(path);
         if (what.kind == entry_kind::file && (!what.modified || !what.modified->is_exact())) {
@@ -98,7 +78,7 @@ void stat(session& remote, const std::vector<std::string>& patterns, const setti
 
 void cat(session& remote, const std::vector<std::string>& patterns, const settings& /*options*/)
 {
-    for_each(remote, patterns, [&](const std::string& path) {
+    for_each_match(remote, patterns, [&](const std::string& path) {
         remote.fetch(path, [](std::string_view piece) {
             print(piece);
             return true;

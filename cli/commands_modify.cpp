@@ -1,6 +1,6 @@
 #include "batch.hpp"
+#include "change.hpp"
 #include "commands.hpp"
-#include "json.hpp"
 #include "output.hpp"
 #include "remote_glob.hpp"
 
@@ -8,35 +8,9 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <functional>
-
 namespace qrftp::cli {
 
 namespace {
-
-/// One change, which is printed where the user wants to see it, and made unless it is a dry run.
-void carry_out(const std::string& action, const std::string& path, const std::string& target,
-               const settings& options, const std::function<void()>& act)
-{
-    if (!options.dry_run) {
-        act();
-    }
-    if (options.json) {
-        json object{{"action", action}};
-        add_bytes(object, "path", path);
-        add_bytes(object, "target", target);
-        if (options.dry_run) {
-            object["dry_run"] = true;
-        }
-        print_json(object);
-    } else if (options.dry_run || options.verbose > 0) {
-        std::string words = action;
-        std::replace(words.begin(), words.end(), '_', ' ');
-        print_line(words + ' ' + escape(path) + (target.empty() ? "" : " to " + escape(target)));
-    }
-    flush_output();
-}
 
 bool is_same_or_above(const std::string& folder, const std::string& place)
 {
@@ -62,7 +36,7 @@ void refuse_top(session& remote, const std::string& path)
 
 void remove(session& remote, const std::string& path, bool folder, bool recursive, const settings& options)
 {
-    carry_out(folder ? "remove_folder" : "remove_file", path, "", options, [&] {
+    carry_out({folder ? "remove_folder" : "remove_file", path}, options, [&] {
         if (folder) {
             remote.remove_folder(path, recursive);
             return;
@@ -157,15 +131,16 @@ void mv(session& remote, const std::string& from, const std::string& to, bool re
     if (options.dry_run) {
         (void)remote.stat(from);
     }
-    carry_out("rename", from, target, options, [&] { remote.rename(from, target, replace); });
+    carry_out({"rename", from, target}, options, [&] { remote.rename(from, target, replace); });
 }
 
 void mkdir(session& remote, const std::vector<std::string>& paths, bool parents, const settings& options)
 {
     batch all(paths.size() == 1);
     for (const std::string& path : paths) {
-        all.attempt(
-            [&] { carry_out("make_folder", path, "", options, [&] { remote.make_folder(path, parents); }); });
+        all.attempt([&] {
+            carry_out({"make_folder", path}, options, [&] { remote.make_folder(path, parents); });
+        });
     }
     all.finish();
 }

@@ -1,4 +1,5 @@
 #include "commands.hpp"
+#include "interrupt.hpp"
 #include "output.hpp"
 #include "remote_glob.hpp"
 #include "transfer_report.hpp"
@@ -15,11 +16,16 @@
 #include <system_error>
 #include <utility>
 
+#include <unistd.h>
+
 namespace qrftp::cli {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Stands for standard input and output.
+constexpr std::string_view dash = "-";
 
 /// One of the things that `get` or `put` were told to copy.
 struct copy {
@@ -144,6 +150,31 @@ copy_ends ends_of(const copy& one, direction way, const std::string& below = {})
     return way == direction::fetch ? copy_ends{remote, local} : copy_ends{local, remote};
 }
 
+/// 0 for what is no ordinary file.
+std::uint64_t local_size(const fs::path& file)
+{
+    return file != dash && fs::is_regular_file(file) ? fs::file_size(file) : 0;
+}
+
+/// Fills the beginning of the buffer from standard input; 0 at its end.
+std::size_t read_input(std::span<char> buffer)
+{
+    if (!wait_readable(STDIN_FILENO, std::chrono::hours(24))) {
+        throw Cancelled("standard input");
+    }
+    const ssize_t got = read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (got < 0) {
+        throw LocalFileError("standard input", std::error_code(errno, std::generic_category()));
+    }
+    return static_cast<std::size_t>(got);
+}
+
+void send_one(session& remote, const copy& one, const transfer_options& options)
+{
+    one.local == dash ? remote.send(read_input, one.remote, options)
+                      : remote.send(one.local, one.remote, options);
+}
+
 /// What a copy of a single file is printed as.
 tree_action action_of(session& remote, const copy& one, direction way, bool with_size)
 {
@@ -152,7 +183,7 @@ tree_action action_of(session& remote, const copy& one, direction way, bool with
     if (with_size) {
         action.size = one.size  ? *one.size
                       : fetches ? remote.stat(one.remote).size.value_or(0)
-                                : fs::file_size(one.local);
+                                : local_size(one.local);
     }
     return action;
 }
@@ -169,8 +200,7 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
         return;
     }
     try {
-        way == direction::fetch ? remote.fetch(one.remote, one.local, options)
-                                : remote.send(one.local, one.remote, options);
+        way == direction::fetch ? remote.fetch(one.remote, one.local, options) : send_one(remote, one, options);
     } catch (const IsFolder&) {
         if (way == direction::send) {
             throw;
@@ -228,6 +258,37 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
     });
 }
 
+/// Ends the report; says how the copies were compared.
+void finish(session& remote, const transfer_options& transfer, const settings& options, transfer_report& report)
+{
+    report.finish();
+    if (transfer.verify && !options.dry_run) {
+        const checksum_method method = remote.checksum_support();
+        note(options,
+             fmt::format("Verified by the server's {} ({}).", method.command, name_of(method.algorithm)));
+    }
+}
+
+/// The content of files, one after the other, on standard output.
+void print_files(session& remote, const std::vector<remote_source>& sources,
+                 const transfer_arguments& arguments, const settings& settings, transfer_report& report)
+{
+    for (const remote_source& one : sources) {
+        const transfer_options options = report.watch(last_segment(one.path), arguments.tree.transfer);
+        report.attempt([&] {
+            remote.fetch(
+                one.path,
+                [](std::string_view piece) {
+                    print(piece);
+                    return true;
+                },
+                options);
+            flush_output();
+        });
+    }
+    finish(remote, arguments.tree.transfer, settings, report);
+}
+
 void carry_out(session& remote, const std::vector<copy>& plan, const transfer_arguments& arguments,
                direction way, transfer_report& report)
 {
@@ -246,7 +307,6 @@ void carry_out(session& remote, const std::vector<copy>& plan, const transfer_ar
             copy_folder(remote, one, arguments, way, report);
         }
     }
-    report.finish();
 }
 
 } // namespace
@@ -255,6 +315,12 @@ void get(session& remote, const transfer_arguments& arguments, const settings& o
 {
     batch finding(arguments.sources.size() == 1);
     const std::vector<remote_source> sources = find_sources(remote, arguments.sources, finding);
+    if (arguments.target == dash) {
+        transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1, false);
+        print_files(remote, sources, arguments, options, report);
+        finding.finish();
+        return;
+    }
     if (sources.size() > 1 && !arguments.target.empty() && !fs::is_directory(arguments.target)) {
         throw usage_error(fmt::format("Several files cannot all become \"{}\": name a folder that exists.",
                                       escape(arguments.target)));
@@ -263,6 +329,7 @@ void get(session& remote, const transfer_arguments& arguments, const settings& o
     transfer_report report(options, sources.size() == 1 && arguments.sources.size() == 1,
                            prints_files(options));
     carry_out(remote, plan, arguments, direction::fetch, report);
+    finish(remote, arguments.tree.transfer, options, report);
     finding.finish();
 }
 
@@ -275,9 +342,13 @@ void put(session& remote, const transfer_arguments& arguments, const settings& o
         throw usage_error(fmt::format("Several files cannot all become \"{}\": name a remote folder.",
                                       escape(arguments.target)));
     }
+    if (std::ranges::find(arguments.sources, dash) != arguments.sources.end() && (several || into)) {
+        throw usage_error("Standard input (-) becomes one file: name it.");
+    }
     const std::vector<copy> plan = plan_put(arguments, into);
     transfer_report report(options, !several, prints_files(options));
     carry_out(remote, plan, arguments, direction::send, report);
+    finish(remote, arguments.tree.transfer, options, report);
 }
 
 void sync(session& remote, const sync_arguments& arguments, const settings& options)
@@ -300,7 +371,7 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
             print_removed(clean_up(arguments.local));
         }
     });
-    report.finish();
+    finish(remote, watched.transfer, options, report);
 }
 
 } // namespace qrftp::cli

@@ -117,13 +117,14 @@ json to_json(const server_info& info)
 
 std::string_view name_of(tree_action::kind what)
 {
-    static constexpr std::array names{"make_folder", "copy", "remove_file", "remove_folder"};
+    static constexpr std::array names{"make_folder", "copy", "remove_file", "remove_folder", "make_link"};
     return names.at(static_cast<std::size_t>(what));
 }
 
 std::string_view name_of(tree_action::reason why)
 {
-    static constexpr std::array names{"wanted", "missing", "newer", "other_size", "extra"};
+    static constexpr std::array names{"wanted", "missing",       "newer",       "other_size",
+                                      "extra",  "other_content", "other_target"};
     return names.at(static_cast<std::size_t>(why));
 }
 

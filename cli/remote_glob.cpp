@@ -1,5 +1,6 @@
 #include "remote_glob.hpp"
 
+#include "batch.hpp"
 #include "format.hpp"
 #include "output.hpp"
 
@@ -46,6 +47,23 @@ std::vector<std::string> expand(session& remote, const std::string& pattern)
         paths.push_back(std::move(one.path));
     }
     return paths;
+}
+
+void for_each_match(session& remote, const std::vector<std::string>& patterns,
+                    const std::function<void(const std::string&)>& act)
+{
+    batch all(patterns.size() <= 1);
+    for (const std::string& pattern : patterns) {
+        all.attempt([&] {
+            const std::vector<std::string> found = expand(remote, pattern);
+            batch these(found.size() <= 1);
+            for (const std::string& one : found) {
+                these.attempt([&] { act(one); });
+            }
+            these.finish();
+        });
+    }
+    all.finish();
 }
 
 } // namespace qrftp::cli

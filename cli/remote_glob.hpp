@@ -4,6 +4,7 @@
 
 #include <qrftp/glob.hpp>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,5 +22,9 @@ std::vector<remote_entry> expand_glob(session& remote, const std::string& patter
 /// The paths that `pattern` stands for; of one without wildcards the path itself, whether or not there is such
 /// a thing. Throws `NotFound` when nothing matches.
 std::vector<std::string> expand(session& remote, const std::string& pattern);
+
+/// Calls `act` with each path that the patterns stand for; see `batch` for what becomes of failures.
+void for_each_match(session& remote, const std::vector<std::string>& patterns,
+                    const std::function<void(const std::string&)>& act);
 
 } // namespace qrftp::cli

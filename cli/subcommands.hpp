@@ -17,6 +17,9 @@ void add_modifying_subcommands(CLI::App& app, command_line& line);
 void add_transfer_subcommands(CLI::App& app, command_line& line);
 void add_edit_subcommand(CLI::App& app, command_line& line);
 void add_profile_subcommand(CLI::App& app, command_line& line);
+void add_attribute_subcommands(CLI::App& app, command_line& line);
+void add_copy_subcommand(CLI::App& app, command_line& line);
+void add_find_subcommand(CLI::App& app, command_line& line);
 void add_shell_subcommand(CLI::App& app, command_line& line);
 
 } // namespace qrftp::cli

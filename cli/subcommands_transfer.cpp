@@ -1,3 +1,4 @@
+#include "subcommands_transfer.hpp"
 #include "commands.hpp"
 #include "exit_status.hpp"
 #include "subcommand.hpp"
@@ -9,6 +10,7 @@
 #include <CLI/Validators.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <map>
 
@@ -18,6 +20,8 @@ namespace {
 
 const std::map<std::string, std::uint64_t> rate_units{
     {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}};
+
+} // namespace
 
 void add_transfer_options(CLI::App& command, command_line& line)
 {
@@ -39,7 +43,17 @@ void add_transfer_options(CLI::App& command, command_line& line)
                  "Of folders, copy nothing that matches; may be repeated");
     command.add_flag("--in-place", options.transfer.in_place,
                      "Write to the target itself, not to a temporary name");
-    command.add_flag("-c,--resume", options.transfer.resume, "Complete what an earlier transfer left in place");
+    command.add_flag("-c,--resume", options.transfer.resume,
+                     "Go on from what an earlier transfer left; keep it when this one fails");
+    command.add_option("--retry", options.transfer.retries, "How often to go on after a lost connection")
+        ->type_name("N")
+        ->capture_default_str();
+    command.add_option("--retry-delay", line.retry_delay, "Pause before the second retry; then it doubles")
+        ->check(CLI::Range(0.0, 3600.0).description(""))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    command.add_flag("--verify", options.transfer.verify, "Compare checksums, as the server computes them")
+        ->group("Transfer");
     command.add_flag("--no-replace", line.no_replace, "Refuse targets that exist");
     command.add_option("--limit-rate", options.transfer.rate_limit, "Bytes per second; 0: no limit")
         ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
@@ -51,20 +65,27 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->type_name("N")
         ->capture_default_str();
     command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
+    command.add_flag("--links", options.copy_links, "In folders, copy symbolic links as links")
+        ->excludes("--follow-links");
     command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
     command.option_defaults()->group("Options");
 }
+
+namespace {
 
 /// The options of each file, as several options of the command line make them.
 transfer_options file_options(const command_line& line, bool keep_time)
 {
     transfer_options options = line.transfer.transfer;
     options.replace = !line.no_replace;
+    options.retry_delay = std::chrono::milliseconds(static_cast<std::int64_t>(line.retry_delay * 1000));
     options.jobs = std::max(line.transfer.jobs, 1U);
     options.keep_time = keep_time || line.preserve;
     options.keep_mode = line.preserve;
     return options;
 }
+
+} // namespace
 
 transfer_arguments transfer_of(const command_line& line)
 {
@@ -74,6 +95,8 @@ transfer_arguments transfer_of(const command_line& line)
     arguments.tree.transfer = file_options(line, line.transfer.transfer.keep_time);
     return arguments;
 }
+
+namespace {
 
 int run_get(command_line& line, bool several)
 {
@@ -130,13 +153,23 @@ int run_sync(command_line& line)
                   "\"sync site :www\" sends, \"sync :www site\" fetches."
                 : "One of the two folders must be a URL, and the other one local.");
     }
+    if (line.watch && (fetches || line.options.dry_run)) {
+        throw usage_error(fetches ? "--watch follows a local folder: name it first, and the URL behind it."
+                                  : "--watch and --dry-run do not go together.");
+    }
     sync_arguments arguments{local_name(line, line.words[fetches ? 1 : 0]), "",
                              fetches ? direction::fetch : direction::send, line.transfer, line.clean_up};
     arguments.options.transfer = file_options(line, !line.no_keep_time);
+    arguments.options.comparison = line.checksum    ? sync_comparison::checksum
+                                   : line.size_only ? sync_comparison::size
+                                                    : sync_comparison::size_and_time;
+    arguments.options.newer = line.keep_newer ? newer_targets::refuse
+                              : line.update   ? newer_targets::skip
+                                              : newer_targets::replace;
     const std::string remote_word = line.words[fetches ? 0 : 1].substr(is_shell(line) ? 1 : 0);
     with_urls(line, {remote_word}, [&](session& remote, const std::vector<url>& urls) {
         arguments.remote = urls.front().path;
-        sync(remote, arguments, line.options);
+        line.watch ? watch(remote, arguments, line.options) : sync(remote, arguments, line.options);
     });
     return success;
 }
@@ -147,11 +180,12 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
 {
     CLI::App& fetch =
         add_subcommand(app, line, "get", "Fetch files and folders", [&] { return run_get(line, false); });
-    add_operands(fetch, line, "URL... [LOCAL]", "Remote paths; local file or folder, else here", 1, any_number);
+    add_operands(fetch, line, "URL... [LOCAL]",
+                 "Remote paths; local file or folder (- for standard output), else here", 1, any_number);
     set_shell_operands(fetch, line, "PATH [LOCAL]");
     CLI::App& send = add_subcommand(app, line, "put", "Send files and folders", [&] { return run_put(line); });
-    add_operands(send, line, "LOCAL... URL", "Local paths; remote file, or folder to put them in", 2,
-                 any_number);
+    add_operands(send, line, "LOCAL... URL",
+                 "Local paths (- for standard input); remote file, or folder to put them in", 2, any_number);
     set_shell_operands(send, line, "LOCAL [PATH]");
     std::vector<CLI::App*> commands{&fetch, &send};
     if (is_shell(line)) {
@@ -164,6 +198,11 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
                                            [&] { return run_mput(line); }));
         add_operands(*commands.back(), line, "LOCAL...", "Local paths", 1, any_number);
     }
+    fetch
+        .add_option("--segments", line.transfer.transfer.segments,
+                    "Fetch a large file in segments, over so many connections")
+        ->check(CLI::Range(1, 64).description(""))
+        ->type_name("N");
     for (CLI::App* command : commands) {
         add_transfer_options(*command, line);
         command->add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
@@ -177,8 +216,15 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
     both.add_flag("--force", line.transfer.force, "Remove even where the source is empty");
     both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")
         ->type_name("N");
+    CLI::Option* const checksum =
+        both.add_flag("--checksum", line.checksum, "Compare contents by checksums, not sizes and times");
+    both.add_flag("--size-only", line.size_only, "Compare sizes only")->excludes(checksum);
+    CLI::Option* const update =
+        both.add_flag("--update", line.update, "Leave targets alone that are newer than their source");
+    both.add_flag("--no-overwrite-newer", line.keep_newer, "The same, and each is an error")->excludes(update);
     both.add_flag("--clean-up", line.clean_up,
                   "Also remove temporary files of broken transfers from both folders, a day old or more");
+    both.add_flag("--watch", line.watch, "Then stay, and send what changes in the local folder");
     both.add_flag("--no-keep-time", line.no_keep_time, "Do not keep the modification times");
 }
 

@@ -30,6 +30,7 @@ bool concerns_one_entry(error_cause cause)
     case error_cause::invalid_name:
     case error_cause::not_found:
     case error_cause::permission_denied:
+    case error_cause::already_exists:
     case error_cause::unsafe_name:
     case error_cause::local_file:
     case error_cause::incomplete_listing:

@@ -66,6 +66,8 @@ proftpd_config() {
     cat >"$dir/proftpd.conf" <<END
 LoadModule mod_tls.c
 LoadModule mod_sftp.c
+LoadModule mod_digest.c
+LoadModule mod_site_misc.c
 # Built in on Debian 12, modules on Debian 13; without mod_delay nothing is delayed.
 <IfModule !mod_ls.c>
   LoadModule mod_ls.c

@@ -16,9 +16,9 @@ struct description {
     std::string_view sentence;
 };
 
-constexpr std::array<description, 32> descriptions{{
+constexpr std::array<description, 33> descriptions{{
     {error_cause::invalid_url, "InvalidUrl", R"("{0}" is not the URL of an FTP or SFTP server: {1}.)"},
-    {error_cause::invalid_name, "InvalidName", R"(The server cannot be sent the name "{0}": it holds {1}.)"},
+    {error_cause::invalid_name, "InvalidName", R"("{0}" cannot be sent: it holds {1}.)"},
     {error_cause::invalid_option, "InvalidOption", R"(The setting "{0}" cannot be used: {1}.)"},
     {error_cause::no_connection, "NoConnection",
      R"(No connection to "{0}"{2}. Check the address, the network and that the server is running.)"},
@@ -55,6 +55,8 @@ constexpr std::array<description, 32> descriptions{{
      R"(The listing of "{0}" is not complete: {1}. Nothing was concluded from it.)"},
     {error_cause::cannot_resume, "CannotResume", R"("{0}" cannot be completed: {1}. Nothing was changed.)"},
     {error_cause::size_mismatch, "SizeMismatch", R"("{0}" did not arrive whole: {1}.)"},
+    {error_cause::checksum_mismatch, "ChecksumMismatch",
+     R"("{0}" is not what was copied: {1}. The target was left as it was; run it again.)"},
     {error_cause::unsafe_name, "UnsafeName", R"("{0}" may not be written: {1}.)"},
     {error_cause::empty_source, "EmptySource",
      R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},

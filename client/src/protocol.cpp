@@ -65,6 +65,18 @@ void protocol::apply(const path_change& change)
     }
 }
 
+void protocol::make_hard_link(const std::string& /*existing*/, const std::string& path)
+{
+    throw NotSupported(path);
+}
+
+bool protocol::copy_on_server(const std::string& /*from*/, const std::string& /*to*/,
+                              const file_facts& /*initial*/,
+                              const std::function<void(std::uint64_t)>& /*on_copied*/)
+{
+    return false;
+}
+
 std::unique_ptr<random_reader> protocol::open_reader(const std::string& /*path*/)
 {
     return nullptr;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "transfer/retry.hpp"
+
+#include <qrftp/checksum.hpp>
+#include <qrftp/disk_space.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/options.hpp>
@@ -28,6 +32,7 @@ struct file_facts {
     std::optional<std::uint64_t> size{};
     std::optional<std::chrono::sys_seconds> modified{};
     std::optional<std::filesystem::perms> mode{};
+    std::optional<checksum> content{};
 };
 
 /// A part of a file, in bytes from its beginning.
@@ -51,14 +56,20 @@ public:
     /// The remote file, absolute.
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    /// Whether `begin` has to be given the size, since what is there already is to be completed.
+    /// Whether `begin` has to be given the size and the time, since what is there already is to be completed.
     [[nodiscard]] virtual bool needs_size() const = 0;
+    /// Whether `begin` is better given the time: a transfer that breaks off can then go on.
+    [[nodiscard]] virtual bool wants_time() const { return false; }
     /// Whether `finish` has to be given the modification time.
     [[nodiscard]] virtual bool needs_time() const = 0;
     /// Whether `finish` has to be given the mode.
     [[nodiscard]] virtual bool needs_mode() const { return false; }
+    /// Whether `finish` has to be given the checksum of the content.
+    [[nodiscard]] virtual bool needs_checksum() const { return false; }
     /// The size that a listing told, where it may be relied on: it need not be asked for.
     [[nodiscard]] virtual std::optional<std::uint64_t> listed_size() const = 0;
+    /// The modification time that a listing told for certain.
+    [[nodiscard]] virtual std::optional<std::chrono::sys_seconds> listed_time() const { return {}; }
 
     /// The server has the file: opens what is written to. Returns what is wanted of the file. Called once, and
     /// for each part where the file comes in parts.
@@ -99,6 +110,10 @@ public:
     [[nodiscard]] virtual bool may_replace() const = 0;
     /// Whether `begin` has to be given the size of what is at `path`.
     [[nodiscard]] virtual bool resumes() const = 0;
+    /// Where it resumes and there is nothing under the temporary name, but a target: that is completed instead.
+    virtual void complete_target() = 0;
+    /// Whether what is under the temporary name stays for a later transfer when this one fails.
+    [[nodiscard]] virtual bool keeps_temporary() const = 0;
 
     /// Opens the source. `there` is what the server has at `path`, where `resumes`; nothing when there is none.
     /// Returns what is to be sent; an empty range when all of it is there.
@@ -109,6 +124,8 @@ public:
     virtual std::size_t read(std::uint64_t offset, std::span<char> buffer) = 0;
     /// Whether the source can be read from any place, and again.
     [[nodiscard]] virtual bool reads_anywhere() const = 0;
+    /// After the connection broke: whether the source is what it was. If not, all of it is to be sent anew.
+    virtual bool is_unchanged() = 0;
     /// Whether `facts_to_set` has to be given what it replaces: a file that is replaced keeps its mode.
     [[nodiscard]] virtual bool needs_replaced() const = 0;
     /// What the file at `path` is given when all of it was sent, as far as the server can. `replaced` is what
@@ -118,6 +135,11 @@ public:
     virtual void sent(std::uint64_t bytes) = 0;
     /// Called about every second while the transfer lasts, also when nothing is confirmed: reports progress.
     virtual void tick() {}
+
+    /// Whether `verify` is to be called when all of it has been sent.
+    [[nodiscard]] virtual bool needs_verifying() const { return false; }
+    /// Throws `ChecksumMismatch` if what the server has stored is something else than the source.
+    virtual void verify(const checksum& /*stored*/) {}
 
     /// A part has been sent: whether it was the last one, after which the file is given its facts and its name.
     virtual bool finish_part() = 0;
@@ -137,7 +159,7 @@ public:
         byte_range range{}; ///< whole, unless the file is spread over several connections
     };
 
-    batch() = default;
+    explicit batch(retry_policy retries = {}) : retries_(std::move(retries)) {}
     batch(const batch&) = delete;
     batch& operator=(const batch&) = delete;
     virtual ~batch() = default;
@@ -149,6 +171,11 @@ public:
     /// The file is as if it had not been begun. May throw, which ends the batch: other files under way are
     /// given up.
     virtual void failed(const part& lost, std::exception_ptr why) = 0;
+    /// The connection broke: whether what was under way is taken up again, which it then is right away.
+    bool retry(const std::exception_ptr& why, bool advanced) { return retries_.again(why, advanced); }
+
+private:
+    retry_policy retries_;
 };
 
 using download_batch = batch<download>;
@@ -226,6 +253,10 @@ public:
     virtual std::optional<std::uint64_t> size(const std::string& path) = 0;
     /// The modification time of a file, through links.
     virtual std::optional<timestamp> modification_time(const std::string& path) = 0;
+    /// How the server computes checksums; nothing where it does not.
+    virtual std::optional<checksum_method> find_checksum_method() = 0;
+    /// The checksum of a file, by that method.
+    virtual checksum ask_checksum(const std::string& path) = 0;
 
     virtual void list(const std::string& path, const listing_sink& sink) = 0;
     /// Lists folders until the queue gives none and none is under way.
@@ -243,6 +274,22 @@ public:
     virtual void rename(const std::string& from, const std::string& to) = 0;
     /// Gives a file these facts, as far as the server can; which ones it cannot is no error.
     virtual void set_facts(const std::string& path, const file_facts& facts) = 0;
+    /// The same of a file or a folder, where what the server refuses is thrown; `NotSupported` where it has no
+    /// request for it.
+    virtual void require_facts(const std::string& path, const file_facts& facts) = 0;
+
+    /// Makes a symbolic link. Throws `AlreadyExists` where something has the name.
+    virtual void make_link(const std::string& target, const std::string& path) = 0;
+    /// Whether a symbolic link says what it was made with, byte for byte.
+    [[nodiscard]] virtual bool keeps_link_targets() const { return true; }
+    virtual void make_hard_link(const std::string& existing, const std::string& path);
+    /// What a symbolic link says; nothing for what is no link.
+    virtual std::optional<std::string> read_link(const std::string& path) = 0;
+    virtual disk_space space(const std::string& path) = 0;
+    /// Copies a file to the new name `to` on the server itself, which gets the mode of `initial`; `on_copied`
+    /// is told how many bytes more it has. False, and nothing done, where the server cannot.
+    virtual bool copy_on_server(const std::string& from, const std::string& to, const file_facts& initial,
+                                const std::function<void(std::uint64_t bytes)>& on_copied);
 
     /// Copies the files of the batch. What concerns one file goes to `batch::failed`; what ends the connection,
     /// and cannot be mended by opening another, is thrown.

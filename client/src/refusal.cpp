@@ -37,6 +37,8 @@ void throw_for_what_is_there(protocol& server, const std::string& path, expected
                              const response& said)
 {
     switch (what) {
+    case expected::anything:
+        break;
     case expected::nothing:
         throw AlreadyExists(path, said);
     case expected::file:

@@ -13,6 +13,7 @@ enum class expected {
     empty_folder,
     nothing,  ///< something new was to get the name
     new_file, ///< a file was to get the name, another file may have it
+    anything, ///< whatever has the name
 };
 
 /// What the server said, as an error kept it.

@@ -1,5 +1,7 @@
 #include "remote_path.hpp"
 
+#include "transfer/hasher.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -70,6 +72,14 @@ std::string temporary_name()
     thread_local std::random_device entropy; // costly to open
     const std::uint64_t high = entropy();
     return fmt::format("{}{:016x}{}", temporary_prefix, high << 32U | entropy(), temporary_suffix);
+}
+
+std::string temporary_name(std::string_view identity)
+{
+    hasher digits(hash_algorithm::sha256);
+    digits.add(identity);
+    return fmt::format("{}{}{}", temporary_prefix, digits.finish().digits.substr(0, temporary_digits),
+                       temporary_suffix);
 }
 
 bool is_temporary_name(std::string_view name)

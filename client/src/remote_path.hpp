@@ -21,6 +21,8 @@ bool is_or_contains(std::string_view path, std::string_view folder);
 
 /// A name that nothing else has, for a file on its way: ".qrftp-", 16 hexadecimal digits, ".part".
 std::string temporary_name();
+/// The one that follows from `identity`.
+std::string temporary_name(std::string_view identity);
 /// Whether `name` is one of these.
 bool is_temporary_name(std::string_view name);
 

@@ -3,12 +3,10 @@
 #include "refusal.hpp"
 #include "remote_path.hpp"
 #include "session_access.hpp"
-#include "transfer/fetch.hpp"
 #include "transfer/replace.hpp"
-#include "transfer/send.hpp"
-#include "transfer/single_batch.hpp"
 #include "transfer/single_file.hpp"
 #include "transfer/stream_reader.hpp"
+#include "transfer/verify.hpp"
 #include "tree/make_parents.hpp"
 #include "tree/remove.hpp"
 
@@ -50,6 +48,22 @@ listing list_all(protocol& server, const std::string& path)
                        .on_skipped = [&](std::string_view line) { result.skipped.emplace_back(line); },
                        .on_restart = [&] { result = {}; }});
     return result;
+}
+
+/// Fetches a file over a login of its own, while the session may do something else.
+stream_reader::source by_own_login(const url& server, const session_options& options, const std::string& path)
+{
+    return [server, options, path](const std::stop_token& asked_to_stop, std::uint64_t offset,
+                                   const std::function<bool(std::string_view)>& on_data) {
+        // Either token ends it: that of the session, and that of this fetch.
+        std::stop_source either;
+        const auto end = [&either] { either.request_stop(); };
+        const std::stop_callback by_caller(options.stop, end);
+        const std::stop_callback by_reader(asked_to_stop, end);
+        session_options own = options;
+        own.stop = either.get_token();
+        session(server, std::move(own)).fetch(path, on_data, {.offset = offset});
+    };
 }
 
 } // namespace
@@ -203,6 +217,19 @@ std::optional<timestamp> session::modification_time(const std::string& path)
     return mine.server->modification_time(mine.absolute(path));
 }
 
+checksum_method session::checksum_support()
+{
+    const state& mine = opened();
+    return require_checksums(*mine.server, mine.location.server());
+}
+
+checksum session::checksum(const std::string& path)
+{
+    const state& mine = opened();
+    require_checksums(*mine.server, mine.location.server());
+    return mine.server->ask_checksum(mine.absolute(path));
+}
+
 void session::list(const std::string& path, const std::function<void(entry&&)>& on_entry,
                    const std::function<void(std::string_view)>& on_skipped)
 {
@@ -282,12 +309,7 @@ void session::fetch(const std::string& remote_path, const std::filesystem::path&
 void session::fetch(const std::string& remote_path, const std::function<bool(std::string_view)>& on_data,
                     const transfer_options& options)
 {
-    const state& mine = opened();
-    const std::string path = mine.absolute(remote_path);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), mine.options.stop);
-    data_download file(path, on_data, options, progress);
-    single_batch<download> files(file);
-    mine.server->fetch(files);
+    fetch_data(*this, opened().absolute(remote_path), on_data, options);
 }
 
 std::string session::fetch_string(const std::string& remote_path, const transfer_options& options)
@@ -317,8 +339,8 @@ remote_file session::open(const std::string& remote_path) const
     if (there->kind == entry_kind::folder) {
         throw IsFolder(path);
     }
-    return remote_file(
-        std::make_unique<stream_reader>(mine.location, mine.options, path, mine.server->size(path)));
+    return remote_file(std::make_unique<stream_reader>(by_own_login(mine.location, mine.options, path),
+                                                       mine.server->size(path)));
 }
 
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,
@@ -331,12 +353,7 @@ void session::send(const std::filesystem::path& local_path, const std::string& r
 void session::send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
                    const transfer_options& options)
 {
-    const state& mine = opened();
-    const std::string target = mine.absolute(remote_path);
-    meter progress(target, options, make_rate_limiter(options.rate_limit), mine.options.stop);
-    data_upload file(read, target, options, progress);
-    single_batch<upload> files(file);
-    mine.server->send(files);
+    send_data(*this, read, opened().absolute(remote_path), options);
 }
 
 void session::send_string(std::string_view content, const std::string& remote_path,

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <fstream>
 #include <utility>
@@ -124,6 +125,21 @@ public:
     void remove_folder(const std::string& name) override
     {
         checked(path_ / name, [&] { return ::unlinkat(descriptor_, segment(name), AT_REMOVEDIR); });
+    }
+
+    void make_link(const std::string& name, const std::string& target) override
+    {
+        checked(path_ / name, [&] { return ::symlinkat(target.c_str(), descriptor_, segment(name)); });
+    }
+
+    std::string link_target(const std::string& name) const override
+    {
+        std::string target(PATH_MAX, '\0');
+        const auto length = checked(path_ / name, [&] {
+            return ::readlinkat(descriptor_, segment(name), target.data(), target.size());
+        });
+        target.resize(static_cast<std::size_t>(length));
+        return target;
     }
 
     void rename(const std::string& from, const std::string& to, bool replace) override

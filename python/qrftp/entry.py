@@ -131,7 +131,7 @@ class Action:
     """One step of bringing a tree over."""
 
     what: Literal["make_folder", "copy", "remove_file", "remove_folder"]
-    why: Literal["wanted", "missing", "newer", "other_size", "extra"]
+    why: Literal["wanted", "missing", "newer", "other_size", "extra", "other_content"]
     path: str
     """Below both roots, with "/" between segments."""
     size: int

@@ -10,7 +10,7 @@ import errno as _errno
 from typing import NamedTuple
 
 __all__ = [
-    "AlreadyExists", "Cancelled", "CannotResume", "CertificateRefused", "Closed", "ConnectionLost", "DiskFull",
+    "AlreadyExists", "Cancelled", "CannotResume", "CertificateRefused", "ChecksumMismatch", "Closed", "ConnectionLost", "DiskFull",
     "EmptySource", "Error", "HostKeyChanged", "HostKeyRevoked", "HostKeyUnknown", "IncompleteListing",
     "InvalidName", "InvalidOption", "InvalidUrl", "IsFolder", "LocalFileError", "LoginRefused", "NoConnection",
     "NoEncryption", "NotEmpty", "NotFolder", "NotFound", "NotSupported", "PermissionDenied", "ProtocolError",
@@ -182,6 +182,10 @@ class CannotResume(Error, ValueError):
 
 class SizeMismatch(Error, OSError):
     """What arrived is not as long as what was sent."""
+
+
+class ChecksumMismatch(Error, OSError):
+    """The checksums of source and copy differ. The target is what it was."""
 
 
 class UnsafeName(Error, ValueError):

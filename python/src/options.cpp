@@ -106,6 +106,9 @@ void take_transfer(const keywords& given, transfer_options& options)
     given.take("offset", options.offset);
     given.take("length", options.length);
     given.take("rate_limit", options.rate_limit);
+    given.take("verify", options.verify);
+    given.take("segments", options.segments);
+    given.take("retries", options.retries);
 }
 
 } // namespace

@@ -16,6 +16,8 @@ const char* name_of_kind(tree_action::kind what)
         return "copy";
     case tree_action::kind::remove_file:
         return "remove_file";
+    case tree_action::kind::make_link:
+        return "make_link";
     case tree_action::kind::remove_folder:
         break;
     }
@@ -33,6 +35,10 @@ const char* name_of_reason(tree_action::reason why)
         return "newer";
     case tree_action::reason::other_size:
         return "other_size";
+    case tree_action::reason::other_content:
+        return "other_content";
+    case tree_action::reason::other_target:
+        return "other_target";
     case tree_action::reason::extra:
         break;
     }

@@ -33,4 +33,3 @@ lines=2 wrong 8 '*nope*nope2*' get "$url/nope" "$url/there" "$url/nope2" && [[ $
 echo whole >there
 status=0 && "$qrftp" ls "$ftp/" "${options[@]}" >/dev/full 2>"$work/errors" || status=$?
 [[ $status == 1 ]] && said '*output*'
-wrong 7 '*' put <(echo piped) "$ftp/piped"

@@ -21,5 +21,13 @@ for transfer in "INT 130 put big $url/old" "TERM 143 get $url/big old" "HUP 129 
 done
 cut_short KILL 137 put big "$url/old" && cut_short KILL 137 get "$url/big" old
 [[ ! $(parts ! -name '.qrftp-*.part') ]] || fail "$(parts)"
+# With -c the part stays, and the next -c goes on from it.
+head -c 6000000 /dev/urandom >big && cp big "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big"
+for transfer in "put -c big $url/new" "get -c $url/big new"; do
+    parts -delete && cut_short INT 130 $transfer && [[ $(parts | wc -l) == 1 ]] || fail "$transfer: $(parts)"
+    ends 0 $transfer -v && [[ $(<"$work/errors") == *"> APPE "* || $(<"$work/errors") == *"> REST "* ]] && [[ ! $(parts) ]] ||
+        fail "$transfer: $(<"$work/errors")"
+done
+cmp big new && cmp big "$HOME_DIR/new" && rm new big
 ends 0 get "$url/old" old2 && ends 0 put old2 "$url/old" && cmp old old2
 parts -delete

@@ -17,8 +17,9 @@ const auto denied = answer::reply("550 no");
 const auto unknown = answer::reply("500 unknown");
 const auto not_implemented = answer::reply("502 no");
 
-const qrftp::transfer_options resume{.resume = true};
-const qrftp::sync_options one_job{{.jobs = 1}};
+const qrftp::transfer_options resume{.resume = true, .retries = 0};
+const qrftp::transfer_options once{.retries = 0};
+const qrftp::sync_options one_job{{.transfer = once, .jobs = 1}};
 
 /// A request of a session about a remote name, and the command that matters in it.
 struct request {
@@ -55,10 +56,10 @@ const request requests[] = {
     REQUEST(DELE, s.remove_file(name)),
     REQUEST(RNFR, s.rename(name, "new")),
     REQUEST(RNTO, s.rename("old", name, true)),
-    REQUEST(RETR, s.fetch(name, local / "got")),
-    REQUEST(RETR, s.fetch_string(name)),
-    REQUEST(STOR, s.send(local / "f", name)),
-    REQUEST(STOR, s.send_string("local", name)),
+    REQUEST(RETR, s.fetch(name, local / "got", once)),
+    REQUEST(RETR, s.fetch_string(name, once)),
+    REQUEST(STOR, s.send(local / "f", name, once)),
+    REQUEST(STOR, s.send_string("local", name, once)),
     REQUEST(RNTO, s.send(local / "f", name)),
     REQUEST(APPE, s.send(local / "long", name, resume)),
     REQUEST(MLSD, fetch_tree(s, name, local / "tree", one_job)),
@@ -210,7 +211,7 @@ TEST(Session, SendsNoMoreThanItNeeds)
     t.peer.await_drop();
     client.remove_file("x");
     EXPECT_EQ(t.sent(), "USER u|PASS p|PWD|FEAT|EPSV|TYPE A|MLSD ~|CWD ~no|MLST ~no|EPSV|MLSD ~|CWD ~d|CWD "
-                        "~|EPSV|TYPE I|SIZE ~f|RETR ~f|EPSV|RETR ~f|"
+                        "~|EPSV|TYPE I|SIZE ~f|MDTM ~f|RETR ~f|EPSV|RETR ~f|"
                         "NOOP|USER u|PASS p|PWD|DELE ~d/x");
 }
 

@@ -359,8 +359,8 @@ TEST(SocksProxy, IsAskedByNameAndWithAPassword)
     const std::string refused("\5\5\0\1", 4);
     const auto connect = [](line_server& proxy, bool has_credentials) {
         sftp::interruptible_wait wait("host", {}, 5s);
-        const sftp::proxy_address address{
-            sftp::proxy_address::protocol::socks5h, "127.0.0.1", proxy.port(), "me", "pw", has_credentials};
+        const proxy_address address{
+            proxy_address::protocol::socks5h, "127.0.0.1", proxy.port(), "me", "pw", has_credentials};
         return sftp::connect_through(address, "host", 22, wait);
     };
     line_server with_login("\5\2\1"s + '\0' + reached);
@@ -368,5 +368,5 @@ TEST(SocksProxy, IsAskedByNameAndWithAPassword)
     EXPECT_EQ(with_login.received(), "\5\2\0\2\1\2me\2pw\5\1\0\3\4host\0\x16"s);
     line_server refusing("\5\0"s + refused);
     EXPECT_THAT([&] { (void)connect(refusing, false); },
-                testing::ThrowsMessage<NoConnection>(testing::HasSubstr("connection refused")));
+                testing::ThrowsMessage<ProxyRefused>(testing::HasSubstr("connection refused")));
 }

@@ -120,3 +120,27 @@ TEST_P(Transfer, CanBeWatchedSlowedAndCancelled)
             EXPECT_TRUE(cancels || (seen.size() > 2 && seen.back().bytes == size && seen.back().total == size));
         }
 }
+
+TEST_P(Transfer, ComparesChecksumsWhereTheServerCan)
+{
+    auto s = open();
+    const std::string all = bytes(300'000);
+    write_file(here_ / "new", all);
+    write_file(there_ / "a b", all);
+    transfer_options verify;
+    verify.verify = true;
+    if (GetParam().name == "openssh") {
+        EXPECT_EQ(error_of_client([&] { s.send(here_ / "new", "old", verify); }), "NotSupported");
+        EXPECT_EQ(error_of_client([&] { (void)s.fetch_string("a b", verify); }), "NotSupported");
+        EXPECT_FALSE(fs::exists(there_ / "old"));
+        return;
+    }
+    EXPECT_EQ(s.checksum_support().command, sftp() ? "check-file" : "HASH");
+    EXPECT_EQ(s.checksum("a b"), qrftp::checksum_of(here_ / "new", qrftp::hash_algorithm::sha256));
+    EXPECT_REFUSED("NotFound no", s.checksum("no"));
+    s.send(here_ / "new", "old", verify);
+    s.fetch("a b", here_ / "old", verify);
+    s.send_string(all, "from memory", verify);
+    EXPECT_TRUE(content(there_ / "old") == all && content(here_ / "old") == all);
+    EXPECT_TRUE(s.fetch_string("from memory", verify) == all);
+}

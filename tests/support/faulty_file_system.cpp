@@ -116,6 +116,14 @@ public:
     // Never fails, or what is left shows it.
     void remove_file(const std::string& name) override { inner_->remove_file(name); }
     void remove_folder(const std::string& name) override { meets(Call::change).remove_folder(name); }
+    void make_link(const std::string& name, const std::string& target) override
+    {
+        meets(Call::change).make_link(name, target);
+    }
+    std::string link_target(const std::string& name) const override
+    {
+        return meets(Call::read).link_target(name);
+    }
     void rename(const std::string& from, const std::string& to, bool replace) override
     {
         meets(Call::change).rename(from, to, replace);

@@ -73,6 +73,9 @@ public:
     void rename_temporary() override { temporary_ += "2"; }
     [[nodiscard]] bool may_replace() const override { return replace; }
     [[nodiscard]] bool resumes() const override { return resume; }
+    void complete_target() override { temporary_ = target(); }
+    [[nodiscard]] bool keeps_temporary() const override { return resume; }
+    bool is_unchanged() override { return true; }
     qrftp::byte_range begin(const std::optional<qrftp::file_facts>& there) override
     {
         return {there && there->size ? *there->size : 0, content.size()};

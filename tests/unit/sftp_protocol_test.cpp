@@ -374,6 +374,24 @@ TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
     }
 }
 
+TEST_F(SftpUpload, CompletesThePartOrTheTarget)
+{
+    const std::string whole = text_of(100'000);
+    for (const std::string at : {"/f.part", "/f"}) {
+        for (const std::size_t there : {0U, 40'000U, 100'000U}) {
+            peer.nodes.erase("/f");
+            peer.nodes[at] = {whole.substr(0, there)};
+            memory_batch<memory_upload> batch;
+            memory_upload& file = batch.add("/f", whole);
+            file.resume = true;
+            server().send(batch);
+            EXPECT_EQ(batch.result(file), "");
+            EXPECT_TRUE(peer.nodes["/f"].content == whole);
+            EXPECT_EQ(file.confirmed, 100'000 - there);
+        }
+    }
+}
+
 TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)
 {
     std::vector<std::uint32_t> modes;

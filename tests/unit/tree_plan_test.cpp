@@ -36,23 +36,24 @@ timestamp of_no_zone(std::chrono::seconds time)
     return {sys_seconds(time), time_precision::second, false};
 }
 
-constexpr plan_options copy_all{};
-constexpr plan_options update{.update = true};
-constexpr plan_options mirror{.update = true, .remove_extra = true};
+const plan_options copy_all{};
+const plan_options update{.update = true};
+const plan_options mirror{.update = true, .remove_extra = true};
 
 /// The steps in words; what is asked for its exact time is listed at the end.
 steps plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
            std::optional<timestamp> answer = {})
 {
-    static constexpr const char* verbs[] = {"make ", "copy ", "remove ", "remove folder "};
-    static constexpr const char* reasons[] = {"", "", " newer", " size", ""};
+    static constexpr const char* verbs[] = {"make ", "copy ", "remove ", "remove folder ", "link "};
+    static constexpr const char* reasons[] = {"", "", " newer", " size", "", " content", " target"};
     steps all;
     steps asked;
     const auto ask = [&](const std::string& path) {
         asked.push_back("ask " + path);
         return answer;
     };
-    const auto made = make_plan(from, to, options, ask);
+    const auto is_same = [](const std::string& path) { return path == "same"; };
+    const auto made = make_plan(from, to, options, ask, is_same);
     for (const auto& step : made.actions)
         all.push_back(verbs[static_cast<int>(step.what)] + step.path + reasons[static_cast<int>(step.why)]);
     for (const auto& conflict : made.conflicts)
@@ -104,6 +105,27 @@ TEST(TreePlan, CopiesAFileThatIsNewerOrOfAnotherSize)
     }
 }
 
+TEST(TreePlan, LinksWhatLeadsElsewhereAndCopiesWhatIsKnownToDiffer)
+{
+    const auto link = [](const char* target) { return tree_node{entry_kind::link, {}, {}, {}, target}; };
+    const plan_options options{
+        .update = true, .copy_links = true, .remote_root = "/r", .changed = {"d/f", "missing"}};
+    const tree_scan from{.nodes = {{"a", link("x")},
+                                   {"b", link("x")},
+                                   {"c", link("")},
+                                   {"d", folder},
+                                   {"d/f", file(1)},
+                                   {"d/g", file(1)},
+                                   {"d/l", link("../x")}}};
+    const tree_scan to{.nodes = {{"a", link("y")},
+                                 {"b", link("x")},
+                                 {"d", folder},
+                                 {"d/f", file(1)},
+                                 {"d/g", file(1)},
+                                 {"d/l", link("/r/x")}}};
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy d/f newer", "link a target"));
+}
+
 TEST(TreePlan, RemovesOnlyWhatItKnows)
 {
     const tree_scan from{.nodes = {{"k", folder}, {"k/a", file(1)}}};
@@ -139,4 +161,26 @@ TEST(TreePlan, ReplacesNoFolderByAFileNorTheOtherWayRound)
         .nodes = {{"d", folder}, {"d/x", file(1)}, {"f", file(0)}, {"g", folder}, {"g/x", file(1)}}};
     const tree_scan to{.nodes = {{"d", file(0)}, {"f", folder}, {"f/more", file(1)}, {"g", symbolic_link}}};
     EXPECT_THAT(plan(from, to, mirror), ElementsAre("conflict d", "conflict f", "conflict g"));
+}
+
+TEST(TreePlan, ComparesWhatItIsToldTo)
+{
+    const tree_scan from{.nodes = {{"new", file(1, exact(9s))},
+                                   {"old", file(2, exact(1s))},
+                                   {"same", file(1, exact(9s))},
+                                   {"size", file(2, exact(9s))}}};
+    const tree_scan to{.nodes = {{"new", file(1, exact(5s))},
+                                 {"old", file(1, exact(5s))},
+                                 {"same", file(1, exact(5s))},
+                                 {"size", file(1, exact(5s))}}};
+    plan_options options = update;
+    EXPECT_THAT(plan(from, to, options),
+                ElementsAre("copy new newer", "copy old size", "copy same newer", "copy size size"));
+    options.newer = newer_targets::skip;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy new newer", "copy same newer", "copy size size"));
+    options.newer = newer_targets::refuse;
+    options.comparison = sync_comparison::size;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy size size", "conflict old"));
+    options.comparison = sync_comparison::checksum;
+    EXPECT_THAT(plan(from, to, options), ElementsAre("copy new content", "copy size size", "conflict old"));
 }

@@ -3,6 +3,9 @@
 /// The client: safe FTP, FTPS and SFTP for programs. Open a `qrftp::session`; the rest are its members and the
 /// functions on whole trees.
 
+#include <qrftp/checksum.hpp>
+#include <qrftp/copy.hpp>
+#include <qrftp/disk_space.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
@@ -16,3 +19,4 @@
 #include <qrftp/transfer.hpp>
 #include <qrftp/tree.hpp>
 #include <qrftp/url.hpp>
+#include <qrftp/walk.hpp>

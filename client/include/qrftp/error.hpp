@@ -39,6 +39,7 @@ enum class error_cause {
     incomplete_listing,
     cannot_resume,
     size_mismatch,
+    checksum_mismatch,
     unsafe_name,
     empty_source,
     too_many_removals,
@@ -164,6 +165,8 @@ QRFTP_ERROR_WITH_REASON(IncompleteListing, incomplete_listing);
 QRFTP_ERROR_WITH_REASON(CannotResume, cannot_resume);
 /// What arrived is not as long as what was sent.
 QRFTP_ERROR_WITH_REASON(SizeMismatch, size_mismatch);
+/// The checksums of source and copy differ. The target is what it was.
+QRFTP_ERROR_WITH_REASON(ChecksumMismatch, checksum_mismatch);
 /// The server sent a name that no local file may get ("..", or one with "/" or NUL), or a local link leads out
 /// of the destination. Nothing was written.
 QRFTP_ERROR_WITH_REASON(UnsafeName, unsafe_name);

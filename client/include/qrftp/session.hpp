@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qrftp/checksum.hpp>
+#include <qrftp/disk_space.hpp>
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
@@ -81,7 +83,7 @@ public:
     /// MLST, CWD, SIZE and MDTM come first. SFTP: LSTAT. A link is not followed, unless the server does so in
     /// its answer to MLST. The name in the answer is the last one of `path`, "/" for the root.
     [[nodiscard]] std::optional<entry> find(const std::string& path);
-    /// `find`, throwing `NotFound`. SFTP: READLINK as well where it is a link.
+    /// `find`, throwing `NotFound`. Of a link also its target: SFTP: READLINK; FTP: LIST of its folder.
     [[nodiscard]] entry stat(const std::string& path);
     [[nodiscard]] bool exists(const std::string& path);
     /// Whether there is a folder, or a link to one.
@@ -94,6 +96,13 @@ public:
     /// The modification time of a file to the second; empty when the server does not tell. FTP: MDTM. SFTP:
     /// STAT.
     [[nodiscard]] std::optional<timestamp> modification_time(const std::string& path);
+
+    /// How the server computes checksums. FTP: what FEAT told. SFTP: asks once with check-file-name. Throws
+    /// `NotSupported`.
+    [[nodiscard]] checksum_method checksum_support();
+    /// The checksum of a file, computed by the server. FTP: HASH after OPTS HASH, else XSHA256, XSHA1, XMD5,
+    /// XCRC. SFTP: check-file-name. Throws `NotSupported`, `NotFound`, `PermissionDenied`, `IsFolder`.
+    [[nodiscard]] qrftp::checksum checksum(const std::string& path);
 
     /// Gives the entries of a folder to `on_entry` while they arrive, and each line that cannot be read to
     /// `on_skipped`. FTP: MLSD, else LIST. SFTP: OPENDIR, READDIR. A request of which something was given away
@@ -123,6 +132,30 @@ public:
     /// (the target is one), `PermissionDenied`.
     void rename(const std::string& from, const std::string& to, bool replace = false);
 
+    /// Gives a file or folder these permission bits; a link is followed. FTP: MFF UNIX.mode, else SITE CHMOD.
+    /// SFTP: SETSTAT. Throws `NotFound`, `PermissionDenied`, `NotSupported`.
+    void set_permissions(const std::string& path, std::filesystem::perms mode);
+    /// Gives a file or folder this modification time; a link is followed. FTP: MFMT, else MDTM with the time
+    /// before the name. SFTP: SETSTAT, which sets the access time too. Throws `NotFound`, `PermissionDenied`,
+    /// `NotSupported`.
+    void set_modification_time(const std::string& path, std::chrono::sys_seconds time);
+
+    /// Makes a symbolic link at `path` that says `target`, which is seen from the link's folder. SFTP: SYMLINK,
+    /// with its arguments in OpenSSH's order, which other servers follow; the target is kept byte for byte and
+    /// need not exist. FTP: SITE SYMLINK, where FEAT tells of it; the link says the absolute name of the
+    /// target, which must exist. Throws `AlreadyExists`, `NotFound` (the folder), `PermissionDenied`,
+    /// `NotSupported`.
+    void make_link(const std::string& target, const std::string& path);
+    /// Gives the file `existing` a further name. SFTP: hardlink@openssh.com. Throws `AlreadyExists`,
+    /// `NotFound`, `PermissionDenied`, `NotSupported` (FTP has no such command).
+    void make_hard_link(const std::string& existing, const std::string& path);
+    /// What the symbolic link at `path` says. FTP: what a listing of its folder tells. SFTP: READLINK. Throws
+    /// `NotFound`, `Refused` (it is no link), `NotSupported`.
+    [[nodiscard]] std::string read_link(const std::string& path);
+    /// The room on the storage that holds `path`. FTP: AVBL, where FEAT tells of it. SFTP:
+    /// statvfs@openssh.com. Throws `NotFound`, `NotSupported`.
+    [[nodiscard]] disk_space space(const std::string& path = ".");
+
     /// Fetches a file. FTP: SIZE, RETR. SFTP: OPEN, FSTAT, many READs at a time, CLOSE. Throws `NotFound`,
     /// `IsFolder`, `PermissionDenied`, `SizeMismatch`, `CannotResume`, `AlreadyExists`, `LocalFileError`.
     void fetch(const std::string& remote_path, const std::filesystem::path& local_path,
@@ -143,6 +176,7 @@ public:
     void send(const std::filesystem::path& local_path, const std::string& remote_path,
               const transfer_options& options = {});
     /// Sends what `read` gives: it fills the beginning of the buffer and returns how much of it, 0 at the end.
+    /// What it throws ends the transfer and leaves the target as it was.
     void send(const std::function<std::size_t(std::span<char>)>& read, const std::string& remote_path,
               const transfer_options& options = {});
     void send_string(std::string_view content, const std::string& remote_path,

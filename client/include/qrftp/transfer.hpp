@@ -20,8 +20,11 @@ struct transfer_options {
     /// hexadecimal digits, ".part"), which takes the target's place when all of it has arrived, and is removed
     /// when not.
     bool in_place = false;
-    /// Completes a target that holds the beginning of the file, in place. A target that is as long as the file
-    /// is complete; a longer one is refused with `CannotResume`. What is there is not compared.
+    /// Goes on from what an earlier transfer left: from its temporary name, which then follows from the target,
+    /// the source, and the size and time of the source, and is not removed when the transfer fails; else from
+    /// the beginning of the file that the target itself holds, in place. Such a target that is as long as the
+    /// file is complete; a longer one is refused with `CannotResume`. What is there is not compared. A server
+    /// that does not tell the time of a file to fetch leaves the second way only.
     bool resume = false;
     /// Replaces a target that exists. Otherwise it is refused with `AlreadyExists`.
     bool replace = true;
@@ -39,6 +42,10 @@ struct transfer_options {
     /// Waits until the storage has the content before the target gets its name (fsync; on SFTP where the server
     /// has it).
     bool sync = false;
+    /// Compares the checksums of source and copy before the target gets its name (`ChecksumMismatch`), by the
+    /// server's own command (`session::checksum_support`). `NotSupported` is thrown, before anything is
+    /// transferred, where it has none, and `InvalidOption` for a part of a file.
+    bool verify = false;
     /// Fetching: from which byte of the remote file on, and how many; for transfers that give the bytes to a
     /// program.
     std::uint64_t offset = 0;
@@ -49,8 +56,17 @@ struct transfer_options {
     std::optional<std::uint64_t> listed_size{};
     /// How many connections a large file may use side by side (SFTP).
     unsigned jobs = 1;
+    /// In how many segments a large file is fetched, each over a connection of its own and cut at its end. It
+    /// is as whole as any other: a failure of one segment, and a file that changes meanwhile, end the fetch.
+    unsigned segments = 1;
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;
+    /// How often a transfer whose connection broke is taken up again without having got any further; one that
+    /// got further begins to count anew. It goes on from where it was if the size and the time of the source
+    /// are what they were, and else begins anew. What a function gave (`send`) goes on only from where it was.
+    unsigned retries = 3;
+    /// The pause before the second of them; it doubles from one to the next. The first one comes at once.
+    std::chrono::milliseconds retry_delay = std::chrono::seconds(1);
     /// Called several times a second, about every second while nothing moves, and at the end with the final
     /// figures, on the thread of the transfer; false ends it with `Cancelled`.
     std::function<bool(const progress&)> on_progress{};

@@ -9,8 +9,8 @@ namespace qrftp {
 
 /// One step of bringing a tree over.
 struct tree_action {
-    enum class kind { make_folder, copy, remove_file, remove_folder };
-    enum class reason { wanted, missing, newer, other_size, extra };
+    enum class kind { make_folder, copy, remove_file, remove_folder, make_link };
+    enum class reason { wanted, missing, newer, other_size, extra, other_content, other_target };
     kind what = kind::copy;
     reason why = reason::wanted;
     std::string path{}; ///< below both roots, with "/" between segments
@@ -51,8 +51,15 @@ struct tree_options {
     /// the tree.
     std::vector<std::string> include{};
     std::vector<std::string> exclude{};
-    /// Follows symbolic links of the source; otherwise they are passed over. Those of the destination never
-    /// are: one in the place of a folder is a failure (`UnsafeName`), one in the place of a file is replaced.
+    /// Where it is not empty: only these paths below the root, with all that is below them. Everything else is
+    /// left alone on both sides.
+    std::vector<std::string> only{};
+    /// Copies symbolic links of the source as links, byte for byte, wherever they lead. No transfer ever goes
+    /// through a link that it made. FTP: relative ones cannot be sent (`NotSupported`).
+    bool copy_links = false;
+    /// Follows symbolic links of the source; otherwise they are passed over, unless `copy_links` is set. Those
+    /// of the destination never are: one in the place of a folder is a failure (`UnsafeName`), one in the place
+    /// of a file is replaced.
     bool follow_links = false;
     /// How deep folders may be nested; deeper ones are a failure (`UnsafeName`).
     unsigned max_depth = 1000;
@@ -72,6 +79,20 @@ struct tree_options {
 
 enum class direction { fetch, send };
 
+/// What tells that a file of the destination is out of date.
+enum class sync_comparison {
+    size_and_time, ///< another size, or older
+    size,          ///< another size
+    checksum,      ///< another size or another content, as the server computes it (`session::checksum_support`)
+};
+
+/// What becomes of files of the destination that are newer than the source's.
+enum class newer_targets {
+    replace, ///< they are replaced when their size or content differs
+    skip,    ///< they are left alone
+    refuse,  ///< the same, and each is a failure (`AlreadyExists`), before anything is changed unless collected
+};
+
 struct sync_options : tree_options {
     /// Removes from the destination what the source does not have. What `exclude` names is left alone, and
     /// files of transfers under way (".qrftp-….part"). Nothing is removed when a part of either side could not
@@ -79,8 +100,12 @@ struct sync_options : tree_options {
     /// is set.
     bool remove_extra = false;
     bool force = false;
+    /// Files that are copied whatever their sizes and times say: something else knows that they changed.
+    std::vector<std::string> changed{};
     /// Changes nothing where more than so many files and folders would be removed (`TooManyRemovals`).
     std::optional<std::size_t> max_removals{};
+    sync_comparison comparison = sync_comparison::size_and_time;
+    newer_targets newer = newer_targets::replace;
 };
 
 /// Fetches the folder `remote_folder` with all that is in it into `local_folder`, which is made when missing.
@@ -101,6 +126,11 @@ QRFTPCLIENT_EXPORT tree_result send_tree(session& to, const std::filesystem::pat
 QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem::path& local_folder,
                                            const std::string& remote_folder, direction way,
                                            const sync_options& options = {});
+
+/// Whether `include` and `exclude` leave out what is at `path` below the root, or a folder above it; or it is a
+/// file of a transfer under way. Sends nothing.
+[[nodiscard]] QRFTPCLIENT_EXPORT bool leaves_out(const tree_options& options, const std::string& path,
+                                                 entry_kind kind);
 
 /// Removes files of transfers that broke off (".qrftp-….part") and are older than `age` from a remote folder
 /// and all below it; returns their paths. Throws what `list` throws.

@@ -45,7 +45,7 @@ void transfer_callbacks::begin(const request& request)
     request_ = &request;
     replies_.clear();
     encryption_.clear();
-    size_.reset();
+    source_ = {};
     position_ = request.range.begin;
     moved_ = 0;
     thrown_ = nullptr;
@@ -91,9 +91,8 @@ void transfer_callbacks::take_reply(std::string_view line)
         encryption_ = describe_encryption(handle_);
     }
     data_.take_reply(line.starts_with("234 ") || line.starts_with("334 "));
-    if (request_->want_size && line.starts_with("213 ")) {
-        const auto replies = parse_replies(line);
-        size_ = replies.empty() ? std::nullopt : parse_size(replies.front());
+    if (request_->want_size && line.starts_with("1")) {
+        read_source();
     }
     follow_data_connection(line);
 }
@@ -107,12 +106,30 @@ void transfer_callbacks::refuse_ssh(std::string_view line) const
     }
 }
 
+/// The answers to SIZE, MDTM and REST stand right before the one that announces the body.
+void transfer_callbacks::read_source()
+{
+    constexpr long success = 200;
+    const auto replies = parse_replies(replies_);
+    if (replies.empty() || replies.back().code >= success) {
+        return; // a line of some text that begins so
+    }
+    const auto answer = [&](std::size_t before_last) {
+        return before_last < replies.size() ? replies[replies.size() - 1 - before_last] : reply();
+    };
+    std::size_t place = request_->range.begin > 0 ? 2 : 1;
+    if (request_->want_time) {
+        source_.modified = parse_time(answer(place++));
+    }
+    source_.size = parse_size(answer(place));
+}
+
 std::size_t transfer_callbacks::on_body(char* data, std::size_t size, std::size_t count, void* user) noexcept
 {
     auto& self = *static_cast<transfer_callbacks*>(user);
     const bool taken = self.guard([&] {
         if (self.moved_ == 0 && self.request_->on_begin) {
-            self.request_->on_begin(self.size_);
+            self.request_->on_begin(self.source_);
         }
         if (self.request_->on_data) {
             self.request_->on_data({data, size * count});

@@ -36,7 +36,8 @@ public:
     [[nodiscard]] const std::string& replies() const { return replies_; }
     /// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS.
     [[nodiscard]] const std::string& encryption() const { return encryption_; }
-    [[nodiscard]] std::optional<std::uint64_t> size() const { return size_; }
+    /// What the server told of the file before its body.
+    [[nodiscard]] const file_facts& source() const { return source_; }
     /// Bytes of the body, in either direction.
     [[nodiscard]] std::uint64_t moved() const { return moved_; }
     [[nodiscard]] const std::exception_ptr& thrown() const { return thrown_; }
@@ -55,6 +56,7 @@ private:
     bool guard(Work work) noexcept;
     void take_reply(std::string_view line);
     void refuse_ssh(std::string_view line) const;
+    void read_source();
     void follow_data_connection(std::string_view line);
     void look_again() const;
     void keep_awake();
@@ -66,7 +68,7 @@ private:
     const request* request_ = nullptr;
     std::string replies_;
     std::string encryption_;
-    std::optional<std::uint64_t> size_;
+    file_facts source_;
     std::uint64_t position_ = 0; ///< in the source
     std::uint64_t moved_ = 0;
     std::exception_ptr thrown_;

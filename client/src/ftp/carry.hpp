@@ -14,13 +14,13 @@ inline bool concerns_all_files(error_cause cause)
            cause == error_cause::login_refused || cause == error_cause::cancelled;
 }
 
-/// Runs `work` on each file of a batch, one after the other.
+/// Runs `work` on each part of a batch, one after the other.
 template <class File, class Work>
 void carry(batch<File>& files, const Work& work)
 {
     while (const auto part = files.next()) {
         try {
-            work(*part->file);
+            work(*part);
         } catch (const error& failure) {
             files.failed(*part, std::current_exception());
             if (concerns_all_files(failure.cause())) {

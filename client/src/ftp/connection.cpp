@@ -49,6 +49,9 @@ std::vector<std::string> commands_before_retrieval(const request& request)
     if (request.want_size) {
         commands.push_back("*SIZE " + request.path);
     }
+    if (request.want_time) {
+        commands.push_back("*MDTM " + request.path);
+    }
     if (request.source == nullptr && request.range.begin > 0) {
         commands.push_back(fmt::format("REST {}", request.range.begin));
     }
@@ -215,7 +218,7 @@ request_result connection::perform(const request& request)
         result.message = curl_easy_strerror(static_cast<CURLcode>(result.code));
     }
     result.moved = callbacks_.moved();
-    result.size = callbacks_.size();
+    result.source = callbacks_.source();
     result.encrypted = data_tls_.is_used();
     result.ended_by_close_notify = data_tls_.is_ended();
     long verified = 0;
@@ -255,8 +258,7 @@ bool connection::may_repeat(const request& request, const request_result& result
     if (result.moved == 0) {
         return true;
     }
-    return request.source != nullptr ? request.repeatable && request.source->reads_again
-                                     : request.restart && request.restart();
+    return request.source == nullptr && request.restart && request.restart();
 }
 
 request_result connection::run(const request& request)

@@ -58,43 +58,45 @@ void fact_setter::set(const std::string& path, const file_facts& facts)
     }
 }
 
-void fact_setter::set_time(const std::string& path, std::chrono::sys_seconds time)
+std::optional<reply> fact_setter::set_time(const std::string& path, std::chrono::sys_seconds time)
 {
     const std::string digits = utc_digits(time);
     if (digits.empty() || (!has_mfmt_ && !tries_mdtm_)) {
-        return;
+        return std::nullopt;
     }
-    const reply answer = send_(path, fmt::format("{} {} {}", has_mfmt_ ? "MFMT" : "MDTM", digits, path));
+    reply answer = send_(path, fmt::format("{} {} {}", has_mfmt_ ? "MFMT" : "MDTM", digits, path));
     if (answer.is_completion()) {
         mdtm_works_ = !has_mfmt_;
-        return;
+        return answer;
     }
-    if (has_mfmt_ ? answer.is_unknown_command() : !mdtm_works_) {
-        // MFMT is advertised and missing; or MDTM takes the time for a part of the name.
-        tries_mdtm_ = std::exchange(has_mfmt_, false);
-        if (tries_mdtm_) {
-            set_time(path, time);
-        } else {
-            warn_(fmt::format(
-                "{} keeps no modification times: files that are sent there get the time of the transfer.",
-                server_));
-        }
+    if (has_mfmt_ ? !answer.is_unknown_command() : mdtm_works_) {
+        return answer;
     }
+    // MFMT is advertised and missing; or MDTM takes the time for a part of the name.
+    tries_mdtm_ = std::exchange(has_mfmt_, false);
+    if (tries_mdtm_) {
+        return set_time(path, time);
+    }
+    warn_(fmt::format("{} keeps no modification times: files that are sent there get the time of the transfer.",
+                      server_));
+    return std::nullopt;
 }
 
-void fact_setter::set_mode(const std::string& path, std::filesystem::perms mode)
+std::optional<reply> fact_setter::set_mode(const std::string& path, std::filesystem::perms mode)
 {
     const auto bits = static_cast<unsigned>(mode & std::filesystem::perms::mask);
-    if (has_mode_fact_) {
-        const reply answer = send_(path, fmt::format("MFF UNIX.mode={:04o}; {}", bits, path));
-        if (!answer.is_unknown_command()) {
-            return;
+    for (bool* const works : {&has_mode_fact_, &tries_chmod_}) {
+        if (*works) {
+            reply answer =
+                send_(path, works == &has_mode_fact_ ? fmt::format("MFF UNIX.mode={:04o}; {}", bits, path)
+                                                     : fmt::format("SITE CHMOD {:03o} {}", bits, path));
+            *works = !answer.is_unknown_command();
+            if (*works) {
+                return answer;
+            }
         }
-        has_mode_fact_ = false;
     }
-    if (tries_chmod_) {
-        tries_chmod_ = !send_(path, fmt::format("SITE CHMOD {:03o} {}", bits, path)).is_unknown_command();
-    }
+    return std::nullopt;
 }
 
 } // namespace qrftp::ftp

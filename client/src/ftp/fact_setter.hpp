@@ -4,6 +4,7 @@
 #include "reply.hpp"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace qrftp::ftp {
@@ -19,11 +20,11 @@ public:
 
     /// What the server cannot keep is no error; that it keeps no times is told once.
     void set(const std::string& path, const file_facts& facts);
+    /// The server's answer; nothing where it has no command for it.
+    std::optional<reply> set_time(const std::string& path, std::chrono::sys_seconds time);
+    std::optional<reply> set_mode(const std::string& path, std::filesystem::perms mode);
 
 private:
-    void set_time(const std::string& path, std::chrono::sys_seconds time);
-    void set_mode(const std::string& path, std::filesystem::perms mode);
-
     std::string server_;
     sender send_;
     warning warn_;

@@ -91,10 +91,10 @@ void find_missing_end(const request& request, request_result& result)
         return;
     }
     const std::uint64_t got = request.range.begin + result.moved;
-    const auto whole = request.expected_size ? request.expected_size : result.size;
-    if (request.range.end == byte_range::to_the_end && result.size && got < *result.size) {
+    const auto whole = request.expected_size ? request.expected_size : result.source.size;
+    if (request.range.end == byte_range::to_the_end && result.source.size && got < *result.source.size) {
         result.code = CURLE_PARTIAL_FILE;
-        result.message = fmt::format("{} of {} bytes", got, *result.size);
+        result.message = fmt::format("{} of {} bytes", got, *result.source.size);
     } else if (whole != got && request.range.end == byte_range::to_the_end && result.encrypted &&
                !result.ended_by_close_notify) {
         result.code = CURLE_PARTIAL_FILE;

@@ -2,7 +2,8 @@
 
 #include "../remote_path.hpp"
 #include "carry.hpp"
-#include "file_transfer.hpp"
+#include "file_fetch.hpp"
+#include "file_send.hpp"
 #include "listing_text.hpp"
 
 #include <boost/algorithm/string/replace.hpp>
@@ -73,6 +74,10 @@ ftp::ftp(const url& server, const session_options& options)
                                                 connection_.options().on_warning(sentence);
                                             }
                                         }),
+      checksums_(connection_.info(),
+                 [this](const std::string& path, std::vector<std::string> commands) {
+                     return send_unchecked(path, std::move(commands), true).last_reply();
+                 }),
       has_mlst_(has_feature(connection_.info(), "MLST"))
 {
 }
@@ -213,6 +218,20 @@ std::optional<timestamp> ftp::modification_time(const std::string& path)
     return answer.code == code::file_status ? read_mlsd_time(answer.text()) : std::nullopt;
 }
 
+checksum ftp::ask_checksum(const std::string& path)
+{
+    response said{.message = "it has no command for checksums"};
+    if (checksums_.method()) {
+        if (auto told = checksums_.ask(path, said)) {
+            return *std::move(told);
+        }
+        if (said.code >= code::file_unavailable) {
+            throw_refusal(*this, path, expected::file, said);
+        }
+    }
+    throw NotSupported(path, said);
+}
+
 void ftp::make_folder(const std::string& path)
 {
     send_checked(path, "MKD " + path, expected::nothing);
@@ -257,19 +276,14 @@ void ftp::rename(const std::string& from, const std::string& to)
     }
 }
 
-void ftp::set_facts(const std::string& path, const file_facts& facts)
-{
-    fact_setter_.set(path, facts);
-}
-
 void ftp::fetch(download_batch& files)
 {
-    carry(files, [this](download& file) { fetch_file(*this, file); });
+    carry(files, [&](const download_batch::part& what) { fetch_file(*this, what, files); });
 }
 
 void ftp::send(upload_batch& files)
 {
-    carry(files, [this](upload& file) { send_file(*this, file); });
+    carry(files, [&](const upload_batch::part& what) { send_file(*this, what, files); });
 }
 
 std::string ftp::system_type()

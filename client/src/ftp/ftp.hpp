@@ -2,6 +2,7 @@
 
 #include "../protocol.hpp"
 #include "../refusal.hpp"
+#include "checksum_commands.hpp"
 #include "connection.hpp"
 #include "fact_setter.hpp"
 
@@ -25,9 +26,11 @@ public:
     bool is_folder(const std::string& path) override;
     std::optional<entry> find(const std::string& path) override;
     std::optional<entry> lstat(const std::string& path) override;
-    std::optional<entry> stat(const std::string& path) override { return find(path); }
+    std::optional<entry> stat(const std::string& path) override;
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
+    std::optional<checksum_method> find_checksum_method() override { return checksums_.method(); }
+    checksum ask_checksum(const std::string& path) override;
 
     using protocol::list;
     void list(const std::string& path, const listing_sink& sink) override;
@@ -37,6 +40,12 @@ public:
     void remove_file(const std::string& path) override;
     void rename(const std::string& from, const std::string& to) override;
     void set_facts(const std::string& path, const file_facts& facts) override;
+    void require_facts(const std::string& path, const file_facts& facts) override;
+
+    void make_link(const std::string& target, const std::string& path) override;
+    [[nodiscard]] bool keeps_link_targets() const override { return false; }
+    std::optional<std::string> read_link(const std::string& path) override;
+    disk_space space(const std::string& path) override;
 
     void fetch(download_batch& files) override;
     void send(upload_batch& files) override;
@@ -65,6 +74,8 @@ private:
     std::optional<entry> find_in_parent(const std::string& path);
     std::optional<entry> find_without_mlst(const std::string& path);
 
+    std::string list_link_target(const std::string& path);
+
     request_result try_list(const std::string& path, const listing_sink& sink);
     request_result list_by(const char* command, const std::string& path, const listing_sink& sink);
     request_result probe_hidden(const std::string& path, const listing_sink& sink);
@@ -73,6 +84,7 @@ private:
 
     connection connection_;
     fact_setter fact_setter_;
+    checksum_commands checksums_;
     bool has_mlst_;
     support lists_hidden_ = support::unknown; ///< `LIST -a`
 };

@@ -86,7 +86,7 @@ request_result ftp::probe_hidden(const std::string& path, const listing_sink& si
 /// Returns a refusal; throws where a listing began and did not end as it should.
 request_result ftp::list_by(const char* command, const std::string& path, const listing_sink& sink)
 {
-    const bool by_mlsd = has_mlst_;
+    const bool by_mlsd = command == std::string_view("MLSD");
     const std::uint64_t limit = connection_.options().listing_limit;
     std::uint64_t read = 0;
     listing_parser parser(by_mlsd ? listing_format::mlsd : listing_format::list, sink.on_entry,

@@ -32,8 +32,9 @@ void check_text(std::string_view text, const std::string& subject)
     static constexpr std::string_view forbidden("\r\n\0\xff", 4);
     const std::size_t place = text.find_first_of(forbidden);
     if (place != std::string_view::npos) {
-        throw InvalidName(
-            subject, fmt::format("the byte {} at position {}", static_cast<unsigned char>(text[place]), place));
+        throw InvalidName(subject, fmt::format("the byte 0x{:02X}, which FTP cannot carry{}",
+                                               static_cast<unsigned char>(text[place]),
+                                               subject == text ? "; rename it" : ""));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "reply.hpp"
 
+#include "listing_text.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
@@ -72,6 +74,12 @@ std::optional<std::uint64_t> parse_size(const reply& answer)
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
     const bool whole = error == std::errc() && !text.empty() && end == text.data() + text.size();
     return answer.code == code::file_status && whole && size <= largest ? std::optional(size) : std::nullopt;
+}
+
+std::optional<std::chrono::sys_seconds> parse_time(const reply& answer)
+{
+    const auto told = answer.code == code::file_status ? read_mlsd_time(answer.text()) : std::nullopt;
+    return told ? std::optional(told->time) : std::nullopt;
 }
 
 } // namespace qrftp::ftp

@@ -2,6 +2,7 @@
 
 #include <qrftp/error.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,5 +44,8 @@ std::vector<reply> parse_replies(std::string_view text);
 
 /// The size in the answer to SIZE. What is no number of bytes, or one that no file has, is none.
 std::optional<std::uint64_t> parse_size(const reply& answer);
+
+/// The time in the answer to MDTM, to the second.
+std::optional<std::chrono::sys_seconds> parse_time(const reply& answer);
 
 } // namespace qrftp::ftp

@@ -19,7 +19,6 @@ struct upload_source {
     std::function<std::size_t(std::uint64_t offset, std::span<char> buffer)> read;
     std::function<void(std::uint64_t position)> on_sent; ///< up to where in the file libcurl has sent it
     std::optional<std::uint64_t> size{};                 ///< of the file as a whole
-    bool reads_again = true;                             ///< any place can be read any number of times
 };
 
 /// One request of libcurl's. Everything in it goes by absolute names, so that it means the same whatever folder
@@ -31,13 +30,14 @@ struct request {
     std::vector<std::string> last_commands{}; ///< after it
     const char* list_command = nullptr;
     bool change_directory = false; ///< goes into the folder first and lists it without a name
-    /// The body begins; told is the size, where the request asked for it.
-    std::function<void(std::optional<std::uint64_t> size)> on_begin{};
+    /// The body begins; told are the size and the time, where the request asked for them.
+    std::function<void(const file_facts& source)> on_begin{};
     std::function<void(std::string_view)> on_data{}; ///< wants the body
     std::function<void()> on_tick{};                 ///< called while the request runs, every second at least
     const upload_source* source = nullptr;           ///< sends a body
     byte_range range{};                              ///< of the file; an upload begins at its beginning
     bool want_size = false;                          ///< asks for the size before a body is fetched
+    bool want_time = false;                          ///< asks for the modification time as well
     std::optional<std::uint64_t> expected_size{};    ///< a body of this size is taken to be whole
     bool cancellable = true;                         ///< ends when the options' stop token asks for it
     bool repeatable = true;                          ///< may be repeated although it may have been carried out
@@ -51,10 +51,10 @@ struct request {
 struct request_result {
     int code = 0; ///< libcurl's
     std::vector<reply> replies{};
-    std::string message{};               ///< libcurl's
-    std::uint64_t moved = 0;             ///< bytes of the body, in either direction
-    std::optional<std::uint64_t> size{}; ///< as the server told it before the body
-    long proxy_status = 0;               ///< of the proxy's answer to CONNECT
+    std::string message{};   ///< libcurl's
+    std::uint64_t moved = 0; ///< bytes of the body, in either direction
+    file_facts source{};     ///< as the server told it before the body
+    long proxy_status = 0;   ///< of the proxy's answer to CONNECT
     bool encrypted = false;
     bool ended_by_close_notify = false; ///< TLS: the data connection was ended, not just cut off
     bool reconnected = false;           ///< the request opened a connection

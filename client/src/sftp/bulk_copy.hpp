@@ -30,7 +30,7 @@ public:
     bulk_copy(batch_type& files, copy_hooks hooks) : files_(files), hooks_(std::move(hooks)) {}
 
     /// Copies until the batch gives no more and all have ended. What ends the session is thrown; what was under
-    /// way is then begun anew by the next call, once, or has been reported to the batch as lost. After
+    /// way is then taken up again by the next call, or has been reported to the batch as lost. After
     /// `Cancelled`, and what the batch throws, nothing is left open on the server, nor under a temporary name.
     void run(pipeline& server)
     {
@@ -43,12 +43,16 @@ public:
             send_all(server);
         } catch (...) {
             stop(state, std::current_exception());
+            has_advanced_ = has_advanced_ || state.bytes.answered() > 0;
             throw;
         }
     }
 
-    /// Whether `run` has got further since the last time that this was asked.
-    [[nodiscard]] bool has_advanced() noexcept { return std::exchange(reported_, 0) > 0; }
+    /// The connection is lost: whether `run` is to go on over another one.
+    [[nodiscard]] bool retry(const std::exception_ptr& why)
+    {
+        return files_.retry(why, std::exchange(has_advanced_, false));
+    }
 
     /// Whether the batch has ended by throwing: there is nothing to go on with.
     [[nodiscard]] bool is_over() const noexcept { return is_over_; }
@@ -150,7 +154,7 @@ private:
 
     void tell(const part& ended, const std::exception_ptr& failure)
     {
-        ++reported_;
+        has_advanced_ = true;
         is_over_ = true; // if the batch throws
         if (failure) {
             files_.failed(ended, failure);
@@ -212,8 +216,8 @@ private:
     std::vector<active_job> active_{};
     std::deque<active_job> postponed_{};
     std::deque<active_job> alone_{}; ///< refused while others were open: to be opened alone
-    std::size_t reported_ = 0;
     pipeline::clock::time_point ticked_ = pipeline::clock::now();
+    bool has_advanced_ = false; ///< since the connection was lost last
     bool exhausted_ = false;
     bool is_over_ = false;
 };

@@ -189,7 +189,8 @@ void copy_job::explain_failure(const copy_hooks& hooks, const std::string& path,
 bool copy_job::interrupt()
 {
     leave();
-    return reset() && ++interruptions_ <= 1;
+    ++interruptions_;
+    return reset();
 }
 
 } // namespace qrftp::sftp

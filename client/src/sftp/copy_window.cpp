@@ -63,6 +63,7 @@ void handle_window::on_closed(bool was_opened) noexcept
 void byte_window::on_answered(std::uint64_t bytes) noexcept
 {
     in_flight_ -= bytes;
+    answered_ += bytes;
     size_ = std::min(size_ + bytes, largest_byte_window);
 }
 

@@ -37,12 +37,15 @@ public:
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
     void on_sent(std::uint64_t bytes) noexcept { in_flight_ += bytes; }
     void on_answered(std::uint64_t bytes) noexcept;
+    /// How many have been answered.
+    [[nodiscard]] std::uint64_t answered() const noexcept { return answered_; }
     /// No answer will come.
     void forget(std::uint64_t bytes) noexcept { in_flight_ -= bytes; }
 
 private:
     std::uint64_t size_ = std::uint64_t{1} << 20;
     std::uint64_t in_flight_ = 0;
+    std::uint64_t answered_ = 0;
 };
 
 } // namespace qrftp::sftp

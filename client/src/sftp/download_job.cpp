@@ -1,5 +1,7 @@
 #include "download_job.hpp"
 
+#include "extensions.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -36,6 +38,8 @@ void download_job::handle_reply(const request_tag& tag, const reply& answer)
         return take_handle(answer, file_.path()) ? on_opened() : void();
     case step::fstat:
         return on_fstat(answer);
+    case step::checksum:
+        return on_checksum(answer);
     default:
         return on_read(tag, answer);
     }
@@ -252,17 +256,36 @@ file_facts download_job::facts() const
 void download_job::finish()
 {
     close();
+    if (file_.needs_checksum() && !content_) {
+        return ask(check_file, step::checksum, file_.path(), check_file_algorithms, std::uint64_t{0},
+                   std::uint64_t{0}, std::uint32_t{0});
+    }
     guarded([this] {
         file_facts found = facts();
         found.size = size_.value_or(position_);
+        found.content = content_;
         file_.finish(found);
     });
     end();
 }
 
+void download_job::on_checksum(const reply& answer)
+{
+    if (answer.is_status()) {
+        return fail_refused(file_.path(), answer);
+    }
+    content_ = read_check_file(answer);
+    if (!content_) {
+        return fail(std::make_exception_ptr(NotSupported(file_.path())));
+    }
+    finish();
+}
+
 bool download_job::reset()
 {
-    earlier_ = std::exchange(source_, std::nullopt);
+    if (source_) {
+        earlier_ = std::exchange(source_, std::nullopt);
+    }
     size_.reset();
     is_longer_ = false;
     is_reading_ = false;

@@ -27,7 +27,7 @@ public:
     void remove_temporary() override {}
 
 private:
-    enum step : std::uint32_t { open, fstat, read, read_again };
+    enum step : std::uint32_t { open, fstat, read, read_again, checksum };
     static constexpr std::uint64_t unknown = std::numeric_limits<std::uint64_t>::max();
 
     void send_first() override;
@@ -50,6 +50,7 @@ private:
     void ask_for(step reason, std::uint64_t offset, std::uint32_t length);
     void advance_or_finish();
     void on_all_read();
+    void on_checksum(const reply& answer);
     void finish();
 
     /// Up to where READs ask.
@@ -63,8 +64,9 @@ private:
     std::optional<attributes> source_{};  ///< what FSTAT told
     std::optional<attributes> earlier_{}; ///< the same, before the connection was lost
     std::optional<std::uint64_t> size_{}; ///< none where only the end tells
-    bool is_listed_ = false;              ///< the size is that of a listing
-    bool is_longer_ = false;              ///< than the listing told
+    std::optional<qrftp::checksum> content_{};
+    bool is_listed_ = false; ///< the size is that of a listing
+    bool is_longer_ = false; ///< than the listing told
     bool has_begun_ = false;
     bool is_reading_ = false;
     byte_range range_{};

@@ -247,9 +247,9 @@ folder_scan::folder_scan(folder_queue& folders, explain_function explain)
 
 folder_scan::~folder_scan() = default;
 
-bool folder_scan::has_advanced() noexcept
+bool folder_scan::retry(const std::exception_ptr& why)
 {
-    return std::exchange(reported_, 0) > 0;
+    return retries_.again(why, std::exchange(reported_, 0) > 0);
 }
 
 void folder_scan::run(pipeline& server)

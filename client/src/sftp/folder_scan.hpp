@@ -28,8 +28,8 @@ public:
     /// Lists until the queue gives no more and none is under way. What ends the session is thrown; the folders
     /// that were under way are then listed anew by the next call, once.
     void run(pipeline& server);
-    /// Whether a folder has ended since the last time that this was asked.
-    [[nodiscard]] bool has_advanced() noexcept;
+    /// The connection is lost: whether `run` is to go on over another one.
+    [[nodiscard]] bool retry(const std::exception_ptr& why);
     /// Whether the queue has ended by throwing: there is nothing to go on with.
     [[nodiscard]] bool is_over() const noexcept { return is_over_; }
     /// There will be no other connection: reports what was to be listed anew.
@@ -53,6 +53,7 @@ private:
     std::vector<std::unique_ptr<job>> alone_{}; ///< refused while others were open
     std::vector<job*> ended_{};
     std::size_t reported_ = 0;
+    retry_policy retries_{};
     bool is_over_ = false;
 };
 

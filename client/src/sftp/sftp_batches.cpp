@@ -15,8 +15,6 @@ namespace qrftp::sftp {
 
 namespace {
 
-const request statvfs("statvfs@openssh.com", packet_type::extended_reply);
-
 /// Whether the server said no, without a word that says enough.
 bool needs_reason(const error& failure)
 {
@@ -175,22 +173,21 @@ void sftp_protocol::send(upload_batch& files)
     carry_out(copy);
 }
 
-/// Runs `work`, which keeps what is left, over one connection after another; a new one only when the last
-/// brought something to an end.
+/// Runs `work`, which keeps what is left, over one connection after another, as long as it wants another one.
 template <class Work>
 void sftp_protocol::carry_out(Work& work)
 {
-    int losses = 0;
     try {
         for (;;) {
-            connected();
-            const std::shared_ptr<pipeline> server = pipeline_; // stays while a replacement opens the next one
-            const carrying scope(is_carrying_);
+            std::shared_ptr<pipeline> server;
             try {
+                connected();
+                server = pipeline_; // It stays while a replacement opens the next one.
+                const carrying scope(is_carrying_);
                 return work.run(*server);
-            } catch (const ConnectionLost&) {
-                losses = work.has_advanced() ? 1 : losses + 1;
-                if (work.is_over() || server->is_open() || losses > 1) {
+            } catch (const error&) {
+                const bool is_lost = !server || !server->is_open();
+                if (!is_lost || work.is_over() || !work.retry(std::current_exception())) {
                     throw;
                 }
             }
@@ -234,19 +231,12 @@ std::exception_ptr sftp_protocol::explain_copy(const std::string& path, bool is_
 
 bool sftp_protocol::is_disk_full(const std::string& path)
 {
-    pipeline& server = connected();
-    if (!server.has_extension(statvfs.extension, "2")) {
+    try {
+        const auto left = ask_space(connected(), remote_path::parent(path));
+        return left && left->available == 0;
+    } catch (const error&) { // It is not known, then.
         return false;
     }
-    const reply answer = server.call(statvfs, remote_path::parent(path));
-    if (answer.is_status()) {
-        return false;
-    }
-    packet_reader fields = answer.body();
-    for (int skipped = 0; skipped < 4; ++skipped) { // two sizes of blocks, blocks in all, free ones
-        fields.read_u64();
-    }
-    return fields.read_u64() == 0; // free for those who are not root
 }
 
 } // namespace qrftp::sftp

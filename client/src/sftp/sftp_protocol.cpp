@@ -5,6 +5,7 @@
 #include "change_batch.hpp"
 #include "extensions.hpp"
 #include "file_reader.hpp"
+#include "perform.hpp"
 
 #include <fmt/format.h>
 
@@ -64,47 +65,6 @@ void sftp_protocol::limit_time()
     const bool is_limited = options_.total_timeout > std::chrono::milliseconds::zero();
     pipeline_->set_deadline(is_limited ? std::optional(pipeline::clock::now() + options_.total_timeout)
                                        : std::nullopt);
-}
-
-/// Runs `work` on the connection; what ends the session is about `subject` then.
-template <class Work>
-auto sftp_protocol::perform(const std::string& subject, const Work& work)
-{
-    pipeline& server = connected();
-    try {
-        return work(server);
-    } catch (const Cancelled&) {
-        throw Cancelled(subject);
-    } catch (const Timeout& failure) {
-        throw Timeout(subject, said_by(failure));
-    } catch (const ConnectionLost& failure) {
-        throw ConnectionLost(subject, said_by(failure));
-    }
-}
-
-/// The same, once more over a new connection.
-template <class Work>
-auto sftp_protocol::ask(const std::string& subject, const Work& work)
-{
-    try {
-        return perform(subject, work);
-    } catch (const ConnectionLost&) { // below
-    }
-    return perform(subject, work);
-}
-
-/// The same for what must not be done twice: `is_done` finds out whether it was.
-template <class Work, class IsDone>
-void sftp_protocol::modify(const std::string& subject, const Work& work, const IsDone& is_done)
-{
-    try {
-        return perform(subject, work);
-    } catch (const ConnectionLost&) {
-        if (is_done()) {
-            return;
-        }
-    }
-    perform(subject, work);
 }
 
 void sftp_protocol::check_name(std::string_view path) const
@@ -187,28 +147,18 @@ std::optional<entry> sftp_protocol::find(const std::string& path)
     entry what = make_entry(remote_path::filename(path), *found);
     // Some servers follow the link that LSTAT is about: only READLINK tells it from what it leads to.
     if (what.kind != entry_kind::link && !pipeline_->has_extension(lsetstat, "1")) {
-        if (const auto target = link_target(path)) {
+        if (const auto target = read_link(path)) {
             what = entry{.name = what.name, .kind = entry_kind::link, .link_target = *target};
         }
     }
     return what;
 }
 
-/// Nothing for what is no link.
-std::optional<std::string> sftp_protocol::link_target(const std::string& path)
-{
-    return ask(path, [&](pipeline& server) -> std::optional<std::string> {
-        const reply answer = server.call(packet_type::readlink, path);
-        std::string target = answer.is_status() ? "" : answer.single_name();
-        return target.empty() ? std::nullopt : std::optional(std::move(target));
-    });
-}
-
 std::optional<entry> sftp_protocol::stat(const std::string& path)
 {
     std::optional<entry> found = find(path);
     if (found && found->kind == entry_kind::link && found->link_target.empty()) {
-        found->link_target = link_target(path).value_or("");
+        found->link_target = read_link(path).value_or("");
     }
     return found;
 }
@@ -234,6 +184,37 @@ std::optional<timestamp> sftp_protocol::modification_time(const std::string& pat
 {
     const auto found = attributes_of(packet_type::stat, path);
     return found ? make_entry({}, *found).modified : std::nullopt;
+}
+
+/// Servers do not name the extension to clients of version 3: asking for a folder's checksum tells.
+std::optional<checksum_method> sftp_protocol::find_checksum_method()
+{
+    if (!checks_files_) {
+        checks_files_ = ask(server_, [this](pipeline& server) {
+            const reply answer = server.call(check_file, info_.login_folder, check_file_algorithms,
+                                             std::uint64_t{0}, std::uint64_t{0}, std::uint32_t{0});
+            return !answer.is_status(status_code::op_unsupported);
+        });
+    }
+    return *checks_files_ ? std::optional(checksum_method{"check-file", hash_algorithm::sha256}) : std::nullopt;
+}
+
+checksum sftp_protocol::ask_checksum(const std::string& path)
+{
+    return ask(path, [&](pipeline& server) {
+        const reply answer = server.call(check_file, path, check_file_algorithms, std::uint64_t{0},
+                                         std::uint64_t{0}, std::uint32_t{0});
+        if (answer.is_status(status_code::failure)) {
+            throw_refusal(*this, path, expected::file,
+                          {static_cast<long>(answer.code()), std::string(answer.message())});
+        }
+        answer.check(path);
+        auto told = answer.is_status() ? std::nullopt : read_check_file(answer);
+        if (!told) {
+            throw NotSupported(path, {.message = "its checksum is of a kind that was not asked for"});
+        }
+        return *std::move(told);
+    });
 }
 
 void sftp_protocol::make_folder(const std::string& path)
@@ -292,24 +273,6 @@ void sftp_protocol::rename(const std::string& from, const std::string& to)
             server.call(replaces ? posix_rename : packet_type::rename, from, to).check(to);
         },
         [&] { return !find(from) && find(to); });
-}
-
-void sftp_protocol::set_facts(const std::string& path, const file_facts& facts)
-{
-    const attributes values = to_attributes(facts);
-    if (values == attributes{}) {
-        return;
-    }
-    ask(path, [&](pipeline& server) {
-        const reply answer = server.call(packet_type::setstat, path, values);
-        if (answer.is_status(status_code::no_such_file)) {
-            answer.check(path);
-        }
-        if (answer.is_failure() && values.permissions && values.time) { // one of them may do
-            server.call(packet_type::setstat, path, attributes{.permissions = values.permissions});
-            server.call(packet_type::setstat, path, attributes{.time = values.time});
-        }
-    });
 }
 
 } // namespace qrftp::sftp

@@ -34,6 +34,8 @@ public:
     void name_owners(std::span<entry> entries) override;
     std::optional<std::uint64_t> size(const std::string& path) override;
     std::optional<timestamp> modification_time(const std::string& path) override;
+    std::optional<checksum_method> find_checksum_method() override;
+    checksum ask_checksum(const std::string& path) override;
 
     void list(const std::string& path, const listing_sink& sink) override;
     void list(folder_queue& folders) override;
@@ -45,6 +47,14 @@ public:
                 const std::function<void(std::size_t, std::exception_ptr)>& on_done) override;
     void rename(const std::string& from, const std::string& to) override;
     void set_facts(const std::string& path, const file_facts& facts) override;
+    void require_facts(const std::string& path, const file_facts& facts) override;
+
+    void make_link(const std::string& target, const std::string& path) override;
+    void make_hard_link(const std::string& existing, const std::string& path) override;
+    std::optional<std::string> read_link(const std::string& path) override;
+    disk_space space(const std::string& path) override;
+    bool copy_on_server(const std::string& from, const std::string& to, const file_facts& initial,
+                        const std::function<void(std::uint64_t)>& on_copied) override;
 
     void fetch(download_batch& files) override;
     void send(upload_batch& files) override;
@@ -68,7 +78,16 @@ private:
     template <class Work>
     void carry_out(Work& work);
 
-    std::optional<std::string> link_target(const std::string& path);
+    std::optional<disk_space> ask_space(pipeline& server, const std::string& path);
+    void make_name(const request& what, const std::string& target, const std::string& path);
+    /// Two files that are open on the server.
+    struct open_pair {
+        const file_handle& from;
+        const file_handle& to;
+        const std::string& subject; ///< of errors
+    };
+    void copy_data(pipeline& server, const open_pair& files,
+                   const std::function<void(std::uint64_t)>& on_copied);
     std::optional<attributes> attributes_of(packet_type request, const std::string& path);
     void change_one(const path_change& change);
     void change_one(const path_change& change, const std::function<bool()>& is_done);
@@ -88,6 +107,7 @@ private:
     owner_names owner_names_{};
     unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
+    std::optional<bool> checks_files_{};
 };
 
 } // namespace qrftp::sftp

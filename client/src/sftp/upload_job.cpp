@@ -19,7 +19,7 @@ void upload_job::send_first()
         ask(packet_type::lstat, step::look_at_target, file_.target());
     }
     if (has_begun_) {
-        return open_target();
+        return take_up();
     }
     if (file_.resumes()) {
         return ask(packet_type::stat, step::look, file_.path());
@@ -32,6 +32,8 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
     switch (tag.step) {
     case step::look:
         return on_look(answer);
+    case step::look_in_place:
+        return on_look_in_place(answer);
     case step::look_at_target:
         return on_look_at_target(answer);
     case step::open:
@@ -40,6 +42,8 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
         return on_written(tag, answer);
     case step::close:
         return on_closed(answer);
+    case step::checksum:
+        return on_checksum(answer);
     case step::rename:
         return on_renamed(answer);
     case step::find_temporary:
@@ -52,14 +56,38 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
     }
 }
 
+/// After the connection was lost.
+void upload_job::take_up()
+{
+    bool is_unchanged = false;
+    if (!guarded([&] { is_unchanged = file_.is_unchanged(); })) {
+        return;
+    }
+    is_unchanged ? open_target() : begin({});
+}
+
 void upload_job::on_look(const reply& answer)
 {
-    if (answer.is_status()) {
-        return answer.is_status(status_code::no_such_file) ? begin({}) : fail_refused(file_.target(), answer);
+    if (answer.is_status(status_code::no_such_file)) {
+        return file_.is_temporary() ? ask(packet_type::stat, step::look_in_place, file_.target()) : begin({});
     }
+    if (answer.is_status()) {
+        return fail_refused(file_.target(), answer);
+    }
+    may_exist_ = true;
     file_facts there;
     there.size = answer.attrs().size;
     begin(there);
+}
+
+/// There is no part under the temporary name: a target that is there is completed.
+void upload_job::on_look_in_place(const reply& answer)
+{
+    if (answer.is_status()) {
+        return begin({});
+    }
+    file_.complete_target();
+    on_look(answer);
 }
 
 void upload_job::on_look_at_target(const reply& answer)
@@ -112,7 +140,7 @@ std::uint32_t upload_job::open_flags() const
     std::uint32_t flags = open_flag::write | open_flag::create;
     if (part_.is_whole() && next_ == 0 && range_.end > 0) {
         flags |= open_flag::truncate;
-        if (!is_retry() && (file_.is_temporary() || !file_.may_replace())) {
+        if (!is_retry() && !may_exist_ && (file_.is_temporary() || !file_.may_replace())) {
             flags |= open_flag::exclusive;
         }
     }
@@ -241,10 +269,29 @@ void upload_job::on_stored()
             }
         }
     }
+    if (file_.needs_verifying() && !std::exchange(is_verified_, true)) {
+        return ask(check_file, step::checksum, file_.path(), check_file_algorithms, std::uint64_t{0},
+                   std::uint64_t{0}, std::uint32_t{0});
+    }
     if (file_.is_temporary()) {
         send_rename();
     } else {
         finish();
+    }
+}
+
+void upload_job::on_checksum(const reply& answer)
+{
+    const auto stored = answer.is_status() ? std::nullopt : read_check_file(answer);
+    const bool is_same = guarded([&] {
+        answer.check(file_.target());
+        if (!stored) {
+            throw NotSupported(file_.target());
+        }
+        file_.verify(*stored);
+    });
+    if (is_same) {
+        on_stored();
     }
 }
 
@@ -295,7 +342,7 @@ void upload_job::finish()
 
 void upload_job::remove_temporary()
 {
-    if (std::exchange(has_temporary_, false)) {
+    if (std::exchange(has_temporary_, false) && !file_.keeps_temporary()) {
         server().send(packet_type::remove, {}, file_.path());
     }
 }
@@ -304,6 +351,7 @@ bool upload_job::reset()
 {
     is_sent_ = false;
     is_closed_ = false;
+    is_verified_ = false;
     temporary_is_there_ = false;
     const bool can_go_on = next_ == confirmed_ || file_.reads_anywhere();
     next_ = confirmed_;

@@ -26,11 +26,13 @@ public:
 private:
     enum step : std::uint32_t {
         look,
+        look_in_place,
         look_at_target,
         open,
         write,
         set_facts,
         close,
+        checksum,
         rename,
         find_temporary,
         find_target
@@ -45,13 +47,16 @@ private:
     void open_target();
     [[nodiscard]] std::uint32_t open_flags() const;
     void on_open(const reply& answer);
+    void take_up();
     void on_look(const reply& answer);
+    void on_look_in_place(const reply& answer);
     void on_look_at_target(const reply& answer);
     void on_written(const request_tag& tag, const reply& answer);
     void on_closed(const reply& answer);
     void finish_writing();
     void send_facts();
     void on_stored();
+    void on_checksum(const reply& answer);
     void send_rename();
     void on_renamed(const reply& answer);
     void ask_whether_renamed();
@@ -68,9 +73,11 @@ private:
     byte_range range_{};
     std::uint64_t next_ = 0;      ///< everything before it has been sent
     std::uint64_t confirmed_ = 0; ///< everything before it is on the server
+    bool may_exist_ = false;      ///< what is written to
     bool is_sent_ = false;
     bool is_closed_ = false;
     bool is_stored_ = false; ///< under the temporary name, if there is one
+    bool is_verified_ = false;
     bool is_renaming_ = false;
     bool needs_replace_ = false; ///< RENAME does not replace: to be done in steps
     bool has_temporary_ = false; ///< something may be there under the temporary name

@@ -1,5 +1,7 @@
 #include "fetch.hpp"
 
+#include "verify.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -27,10 +29,10 @@ std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::
     return there;
 }
 
-file_download::file_download(std::string path, local_place place, const transfer_options& options,
-                             meter& progress, file_facts known, unsigned parts)
-    : download(std::move(path)), options_(options), meter_(progress), target_(std::move(place), options),
-      known_(known), parts_left_(parts)
+file_download::file_download(std::string server, std::string path, local_place place,
+                             const transfer_options& options, meter& progress, file_facts known, unsigned parts)
+    : download(std::move(path)), server_(std::move(server)), options_(options), meter_(progress),
+      target_(std::move(place), options), known_(known), parts_left_(parts)
 {
 }
 
@@ -48,6 +50,10 @@ void file_download::learn(const file_facts& source)
         }
         size_ = source.size;
     }
+    if (modified_ && source.modified && *modified_ != *source.modified) {
+        throw SizeMismatch(path(), "it changes while it is fetched");
+    }
+    modified_ = source.modified ? source.modified : modified_;
     known_.modified = known_.modified ? known_.modified : source.modified;
     known_.mode = source.mode ? source.mode : known_.mode;
 }
@@ -57,12 +63,13 @@ byte_range file_download::begin(const file_facts& source)
     const std::lock_guard lock(mutex_);
     learn(source);
     byte_range wanted;
-    if (const std::uint64_t there = target_.size_found(); there > 0) {
+    found_ = target_.find_part(server_ + path(), {.size = source.size, .modified = known_.modified});
+    if (found_ > 0) {
         if (!source.size) {
             throw CannotResume(target_.shown(),
                                fmt::format("the server does not tell the size of \"{}\"", path()));
         }
-        wanted.begin = resume_point(target_.shown(), there, *source.size);
+        wanted.begin = resume_point(target_.shown(), found_, *source.size);
     }
     meter_.start(source.size.value_or(options_.listed_size.value_or(0)), wanted.begin);
     while (!target_.open(wanted.begin)) {
@@ -85,6 +92,8 @@ bool file_download::restart()
 {
     const std::lock_guard lock(mutex_);
     size_.reset();
+    modified_.reset();
+    known_.modified.reset();
     meter_.restart();
     return target_.restart();
 }
@@ -96,18 +105,29 @@ void file_download::finish(const file_facts& source)
     if (--parts_left_ > 0) {
         return;
     }
-    const std::uint64_t got = target_.size().value_or(target_.size_found() + meter_.moved());
+    const std::uint64_t got = target_.size().value_or(found_ + meter_.moved());
     if (size_ && got != *size_) {
+        target_.discard();
         throw_size_mismatch(path(), got, *size_);
+    }
+    if (source.content) {
+        if (const auto here = target_.content(source.content->algorithm); here && *here != *source.content) {
+            target_.discard();
+            check_same(path(), *here, *source.content);
+        }
     }
     target_.commit(known_);
     meter_.finish();
 }
 
 data_download::data_download(std::string path, const std::function<bool(std::string_view)>& on_data,
-                             const transfer_options& options, meter& progress)
-    : download(std::move(path)), on_data_(on_data), meter_(progress)
+                             const transfer_options& options, meter& progress,
+                             const std::optional<checksum_method>& verify)
+    : download(std::move(path)), on_data_(on_data), retries_(options.retries), meter_(progress)
 {
+    if (verify) {
+        content_.emplace(verify->algorithm);
+    }
     range_.begin = options.offset;
     if (options.length && *options.length < byte_range::to_the_end - options.offset) {
         range_.end = options.offset + *options.length;
@@ -127,15 +147,21 @@ byte_range data_download::begin(const file_facts& source)
 void data_download::write(std::uint64_t /*offset*/, std::string_view bytes)
 {
     meter_.add(bytes.size());
+    if (content_) {
+        content_->add(bytes);
+    }
     if (!on_data_(bytes)) {
         throw Cancelled(path());
     }
 }
 
-void data_download::finish(const file_facts& /*source*/)
+void data_download::finish(const file_facts& source)
 {
     if (expected_ && meter_.moved() != *expected_) {
         throw_size_mismatch(path(), meter_.moved(), *expected_);
+    }
+    if (content_ && source.content) {
+        check_same(path(), content_->finish(), *source.content);
     }
     meter_.finish();
 }

@@ -3,6 +3,9 @@
 #include "../remote_path.hpp"
 #include "local_error.hpp"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <utility>
 
 namespace qrftp {
@@ -67,9 +70,10 @@ local_place find_local_place(const fs::path& path, bool follow)
 local_target::local_target(local_place place, transfer_options options)
     : place_(std::move(place)), options_(std::move(options))
 {
-    existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, links()); });
+    existing_ =
+        with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, place_.links()); });
     if (!existing_) {
-        direct_ = options_.in_place || options_.resume;
+        direct_ = options_.in_place;
         return;
     }
     if (existing_->type == fs::file_type::directory) {
@@ -93,6 +97,9 @@ local_target::~local_target()
         return;
     }
     file_.reset();
+    if (keeps_part_) {
+        return;
+    }
     try {
         place_.folder->remove_file(temporary_);
     } catch (...) { // NOLINT(bugprone-empty-catch): the transfer's own error is the one to report
@@ -106,14 +113,26 @@ void local_target::refuse_existing() const
     }
 }
 
-files::Folder::Links local_target::links() const
+std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
 {
-    return place_.is_stream ? files::Folder::Links::follow : files::Folder::Links::refuse;
-}
-
-std::uint64_t local_target::size_found() const
-{
-    return options_.resume && existing_ && has_places_ ? existing_->size : 0;
+    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
+    if (!options_.resume || !has_places_) {
+        return 0;
+    }
+    if (!options_.in_place && facts.size && facts.modified) {
+        const std::string name = remote_path::temporary_name(fmt::format(
+            "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));
+        part_ = with_local_errors(place_.shown, [&] { return place_.folder->status(name); });
+        const bool is_ours = part_ && part_->type == fs::file_type::regular && part_->mode == own;
+        if (is_ours || (!part_ && !existing_)) {
+            direct_ = false;
+            keeps_part_ = true;
+            temporary_ = name;
+            return is_ours ? std::min(part_->size, *facts.size) : 0;
+        }
+    }
+    part_.reset();
+    return existing_ ? existing_->size : 0;
 }
 
 bool local_target::open(std::uint64_t kept)
@@ -125,11 +144,31 @@ bool local_target::open(std::uint64_t kept)
     if (direct_) {
         return open_target();
     }
-    with_local_errors(place_.shown, [&] {
-        temporary_ = remote_path::temporary_name();
-        file_ = place_.folder->open_file(temporary_, files::Folder::Open::create);
-    });
+    with_local_errors(place_.shown, [&] { open_part(); });
     return true;
+}
+
+void local_target::open_part()
+{
+    using how = files::Folder::Open;
+    if (temporary_.empty()) {
+        temporary_ = remote_path::temporary_name();
+    }
+    file_ = place_.folder->open_file(temporary_, part_ ? how::update : how::create);
+    if (keeps_part_) {
+        lock();
+        if (file_->status().size < kept_) {
+            throw CannotResume(place_.shown.string(), "what was left became shorter meanwhile");
+        }
+        file_->truncate(kept_);
+    }
+}
+
+void local_target::lock()
+{
+    if (!file_->lock()) {
+        throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
+    }
 }
 
 bool local_target::open_target()
@@ -137,7 +176,8 @@ bool local_target::open_target()
     using open = files::Folder::Open;
     const open how = place_.is_stream ? open::append : open::update;
     try {
-        with_local_errors(place_.shown, [&] { file_ = place_.folder->open_file(place_.name, how, links()); });
+        with_local_errors(place_.shown,
+                          [&] { file_ = place_.folder->open_file(place_.name, how, place_.links()); });
     } catch (const LocalFileError& failure) {
         const bool is_pipe = existing_ && existing_->type == fs::file_type::fifo; // A socket never opens.
         if (is_pipe && failure.code() == std::errc::no_such_device_or_address) {
@@ -150,9 +190,7 @@ bool local_target::open_target()
         if (!has_places_) {
             return;
         }
-        if (!file_->lock()) {
-            throw_local(place_.shown, std::errc::device_or_resource_busy, "another transfer is writing it");
-        }
+        lock();
         if (file_->status().size < kept_) {
             throw CannotResume(place_.shown.string(), "it became shorter meanwhile");
         }
@@ -179,10 +217,25 @@ std::size_t local_target::write(std::uint64_t position, std::string_view bytes)
     });
 }
 
+std::unique_ptr<files::LocalFile> local_target::open_written() const
+{
+    return place_.folder->open_file(direct_ ? place_.name : temporary_, files::Folder::Open::read);
+}
+
+std::optional<checksum> local_target::content(hash_algorithm algorithm) const
+{
+    return has_places_ ? std::optional(with_local_errors(
+                             place_.shown, [&] { return checksum_of(*open_written(), algorithm); }))
+                       : std::nullopt;
+}
+
 bool local_target::restart()
 {
+    if (kept_ > 0) {
+        return false;
+    }
     if (file_ != nullptr && has_places_) {
-        with_local_errors(place_.shown, [&] { file_->truncate(kept_); });
+        with_local_errors(place_.shown, [&] { file_->truncate(0); });
     }
     return has_places_ || file_ == nullptr;
 }

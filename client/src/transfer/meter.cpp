@@ -18,12 +18,11 @@ seconds_moved rate_limiter::count(std::uint64_t bytes)
 {
     const std::lock_guard lock(mutex_);
     const auto now = clock::now();
-    if (moved_ == 0) {
-        began_ = now;
-    }
-    moved_ += bytes;
-    return seconds_moved(static_cast<double>(moved_) / static_cast<double>(rate_)) -
-           seconds_moved(now - began_);
+    const seconds_moved step(static_cast<double>(bytes) / static_cast<double>(rate_));
+    // What was not used while nothing moved is not made up for, but for the length of a nap.
+    constexpr std::chrono::milliseconds made_up_for(50);
+    free_at_ = std::max(free_at_, now - made_up_for) + std::chrono::duration_cast<clock::duration>(step);
+    return free_at_ - now;
 }
 
 std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second)
@@ -92,6 +91,12 @@ std::uint64_t meter::moved() const
 {
     const std::lock_guard lock(mutex_);
     return moved_;
+}
+
+progress meter::now() const
+{
+    const std::lock_guard lock(mutex_);
+    return {found_ + moved_, total_, 0};
 }
 
 void meter::report(bool final_figures)

@@ -25,8 +25,7 @@ private:
 
     std::uint64_t rate_;
     std::mutex mutex_;
-    clock::time_point began_{};
-    std::uint64_t moved_ = 0;
+    clock::time_point free_at_{}; ///< when what has been counted is within the rate
 };
 
 /// Null where there is no limit.
@@ -52,6 +51,8 @@ public:
     void finish();
 
     [[nodiscard]] std::uint64_t moved() const;
+    /// How far the whole is, without a rate.
+    [[nodiscard]] progress now() const;
 
 private:
     using clock = std::chrono::steady_clock;

@@ -104,4 +104,27 @@ void replace_file(protocol& server, const std::string& from, const std::string& 
     replace_by_moving_aside(server, from, to);
 }
 
+void replace_link(protocol& server, const std::string& target, const std::string& path, bool may_replace)
+{
+    server.check_name(target);
+    if (!server.keeps_link_targets() && !target.starts_with('/')) {
+        throw NotSupported(path);
+    }
+    try {
+        return server.make_link(target, path);
+    } catch (const AlreadyExists&) {
+        if (!may_replace) {
+            throw;
+        }
+    }
+    const std::string temporary = remote_path::join(remote_path::parent(path), remote_path::temporary_name());
+    server.make_link(target, temporary);
+    try {
+        replace_file(server, temporary, path, true);
+    } catch (...) {
+        server.clean_up([&] { server.remove_file(temporary); });
+        throw;
+    }
+}
+
 } // namespace qrftp

@@ -15,4 +15,8 @@ namespace qrftp {
 /// file goes back as soon as the server answers. Where that fails, the error names the file that holds it.
 void replace_file(protocol& server, const std::string& from, const std::string& to, bool may_replace);
 
+/// Makes a symbolic link that says `target`, byte for byte. With `may_replace`, a file or link that has the
+/// name is replaced. Throws `NotSupported` where the server would make another target of it.
+void replace_link(protocol& server, const std::string& target, const std::string& path, bool may_replace);
+
 } // namespace qrftp

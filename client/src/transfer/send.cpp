@@ -4,6 +4,9 @@
 #include "fetch.hpp"
 #include "local_error.hpp"
 #include "local_target.hpp"
+#include "verify.hpp"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
@@ -20,6 +23,14 @@ std::string temporary_beside(const std::string& target)
     return remote_path::join(remote_path::parent(target), remote_path::temporary_name());
 }
 
+/// What tells this file, as it is now, from all others.
+std::string identity_of(files::LocalFile& source, const fs::path& shown, const std::string& target)
+{
+    const files::Status status = with_local_errors(shown, [&] { return source.status(); });
+    return fmt::format("{}\n{}\n{}\n{}", target, fs::absolute(shown).lexically_normal().string(), status.size,
+                       status.modified.time_since_epoch().count());
+}
+
 } // namespace
 
 std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
@@ -27,7 +38,7 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
     const local_place place = find_local_place(path);
     return with_local_errors(path, [&] {
         // Looked at before it is opened: opening a pipe waits for somebody to write into it.
-        const auto found = place.folder->status(place.name);
+        const auto found = place.folder->status(place.name, place.links());
         if (!found) {
             throw LocalFileError(path.string(), std::make_error_code(std::errc::no_such_file_or_directory));
         }
@@ -38,19 +49,28 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
             throw LocalFileError(path.string(), std::make_error_code(std::errc::not_supported),
                                  "it is no ordinary file");
         }
-        return place.folder->open_file(place.name, files::Folder::Open::read);
+        return place.folder->open_file(place.name, files::Folder::Open::read, place.links());
     });
 }
 
-basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new)
+basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress,
+                           const std::string& identity, bool is_new)
     : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
 {
-    path_ = options.in_place || options.resume ? this->target() : temporary_beside(this->target());
+    if (options.in_place) {
+        path_ = this->target();
+    } else if (options.resume && !identity.empty()) {
+        path_ = remote_path::join(remote_path::parent(this->target()), remote_path::temporary_name(identity));
+        keeps_temporary_ = true;
+    } else {
+        path_ = temporary_beside(this->target());
+    }
 }
 
 void basic_upload::rename_temporary()
 {
     path_ = temporary_beside(target());
+    keeps_temporary_ = false;
     meter_.restart();
 }
 
@@ -76,8 +96,10 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
                          const transfer_options& options, meter& progress, unsigned parts, bool is_new)
-    : basic_upload(std::move(target), options, progress, is_new), source_(std::move(source)),
-      shown_(std::move(shown)), status_(with_local_errors(shown_, [&] { return source_->status(); })),
+    : basic_upload(target, options, progress,
+                   options.resume ? identity_of(*source, shown, target) : std::string(), is_new),
+      source_(std::move(source)), shown_(std::move(shown)),
+      status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
       parts_left_(parts)
 {
 }
@@ -110,6 +132,27 @@ std::size_t file_upload::read(std::uint64_t offset, std::span<char> buffer)
     return got;
 }
 
+bool file_upload::is_unchanged()
+{
+    const std::lock_guard lock(mutex_);
+    const files::Status now = with_local_errors(shown_, [&] { return source_->status(); });
+    if (now.size == status_.size && now.modified == status_.modified) {
+        return true;
+    }
+    if (is_in_parts_) {
+        throw SizeMismatch(shown_.string(), "it was changed while it was sent");
+    }
+    status_ = now;
+    progress().restart();
+    return false;
+}
+
+void file_upload::verify(const checksum& stored)
+{
+    check_same(target(), with_local_errors(shown_, [&] { return checksum_of(*source_, stored.algorithm); }),
+               stored);
+}
+
 bool file_upload::finish_part()
 {
     const std::lock_guard lock(mutex_);
@@ -122,9 +165,13 @@ file_facts file_upload::source_facts() const
 }
 
 data_upload::data_upload(const std::function<std::size_t(std::span<char>)>& read, std::string target,
-                         const transfer_options& options, meter& progress)
+                         const transfer_options& options, meter& progress,
+                         const std::optional<checksum_method>& verify)
     : basic_upload(std::move(target), options, progress), read_(read)
 {
+    if (verify) {
+        content_.emplace(verify->algorithm);
+    }
 }
 
 byte_range data_upload::begin(const std::optional<file_facts>& there)
@@ -138,7 +185,18 @@ byte_range data_upload::begin(const std::optional<file_facts>& there)
 
 std::size_t data_upload::read(std::uint64_t /*offset*/, std::span<char> buffer)
 {
-    return std::min(read_(buffer), buffer.size());
+    const std::size_t got = std::min(read_(buffer), buffer.size());
+    if (content_) {
+        content_->add({buffer.data(), got});
+    }
+    return got;
+}
+
+void data_upload::verify(const checksum& stored)
+{
+    if (content_) {
+        check_same(target(), content_->finish(), stored);
+    }
 }
 
 } // namespace qrftp

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../protocol.hpp"
+#include "hasher.hpp"
 #include "meter.hpp"
 
 #include <qrftp/transfer.hpp>
@@ -20,18 +21,23 @@ namespace qrftp {
 /// What all uploads share: the names, and what the file is given in the end.
 class basic_upload : public upload {
 public:
-    /// `is_new`: nothing has the name of the target, as far as is known.
-    basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new = false);
+    /// From `identity`, if it is not empty, follows the temporary name of an upload that resumes. `is_new`:
+    /// nothing has the name of the target, as far as is known.
+    basic_upload(std::string target, const transfer_options& options, meter& progress,
+                 const std::string& identity = {}, bool is_new = false);
 
     [[nodiscard]] const std::string& path() const override { return path_; }
     void rename_temporary() override;
     [[nodiscard]] bool may_replace() const override { return options_.replace || options_.resume; }
     [[nodiscard]] bool resumes() const override { return options_.resume; }
+    void complete_target() override { path_ = target(); }
+    [[nodiscard]] bool keeps_temporary() const override { return keeps_temporary_; }
     [[nodiscard]] bool needs_replaced() const override
     {
         return is_temporary() && !options_.keep_mode && !is_new_;
     }
     [[nodiscard]] file_facts facts_to_set(const std::optional<entry>& replaced) const override;
+    [[nodiscard]] bool needs_verifying() const override { return options_.verify; }
     void sent(std::uint64_t bytes) override { meter_.add(bytes); }
     void tick() override { meter_.tick(); }
     void finish() override { meter_.finish(); }
@@ -46,6 +52,7 @@ private:
     meter& meter_;
     bool is_new_;
     std::string path_;
+    bool keeps_temporary_ = false;
 };
 
 /// An open local file on its way to the server. It may go in parts over several connections.
@@ -60,6 +67,8 @@ public:
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
     std::size_t read(std::uint64_t offset, std::span<char> buffer) override;
     [[nodiscard]] bool reads_anywhere() const override { return true; }
+    bool is_unchanged() override;
+    void verify(const checksum& stored) override;
     bool finish_part() override;
 
 protected:
@@ -70,6 +79,7 @@ private:
     std::filesystem::path shown_;
     zorbel::io::common::file::Status status_;
     std::mutex mutex_; ///< parts go side by side
+    bool is_in_parts_;
     unsigned parts_left_;
 };
 
@@ -77,12 +87,15 @@ private:
 class data_upload final : public basic_upload {
 public:
     data_upload(const std::function<std::size_t(std::span<char>)>& read, std::string target,
-                const transfer_options& options, meter& progress);
+                const transfer_options& options, meter& progress,
+                const std::optional<checksum_method>& verify = {});
 
     byte_range begin(const std::optional<file_facts>& there) override;
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return std::nullopt; }
     std::size_t read(std::uint64_t offset, std::span<char> buffer) override;
     [[nodiscard]] bool reads_anywhere() const override { return false; }
+    bool is_unchanged() override { return true; }
+    void verify(const checksum& stored) override;
     bool finish_part() override { return true; }
 
 protected:
@@ -90,6 +103,7 @@ protected:
 
 private:
     const std::function<std::size_t(std::span<char>)>& read_;
+    std::optional<hasher> content_;
 };
 
 /// Opens the local file that `path` leads to. Throws `LocalFileError`, also for what is no ordinary file.

@@ -3,12 +3,18 @@
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
+#include "file_parts.hpp"
 #include "local_error.hpp"
-#include "parts_batch.hpp"
+#include "local_stream.hpp"
 #include "send.hpp"
-#include "single_batch.hpp"
+#include "verify.hpp"
+
+#include <qrftp/tree.hpp>
+
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 
 namespace qrftp {
 
@@ -17,27 +23,83 @@ namespace {
 /// A part that is smaller than this comes sooner over the connection that is there.
 constexpr std::uint64_t smallest_part = std::uint64_t{8} << 20;
 
-unsigned useful_parts(const protocol& server, const transfer_options& options, std::uint64_t size)
+/// How many parts the options allow.
+unsigned allowed_parts(const protocol& server, const transfer_options& options, direction way)
 {
-    if (options.jobs < 2 || options.resume || !server.carries_parts()) {
+    if (options.resume || options.verify) {
         return 1;
     }
-    return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_part, 1, options.jobs));
+    const unsigned segments = way == direction::fetch ? options.segments : 1;
+    return std::max({server.carries_parts() ? options.jobs : 1, segments, 1U});
+}
+
+unsigned useful_parts(unsigned allowed, std::uint64_t size)
+{
+    return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_part, 1, allowed));
+}
+
+std::string in_mebibytes(std::uint64_t bytes)
+{
+    constexpr double mebibyte = 1 << 20;
+    return fmt::format("{:.4g}", static_cast<double>(bytes) / mebibyte);
+}
+
+/// Runs `work`; a broken connection and a limit of time are thrown with what they mean for this transfer.
+template <class Work>
+void with_consequences(const session& opened, const meter& progress, const std::string& kept, const Work& work)
+{
+    using std::chrono::steady_clock;
+    const auto began = steady_clock::now();
+    const auto limit = session_access::options(opened).total_timeout;
+    try {
+        work();
+    } catch (const ConnectionLost& failure) {
+        if (kept.empty()) {
+            throw;
+        }
+        const std::string& said = failure.server_message();
+        throw ConnectionLost(failure.path(), {failure.reply_code(),
+                                              said + (said.empty() ? "" : "; ") + kept + "; run it again"});
+    } catch (const Timeout& failure) {
+        if (limit == limit.zero() || steady_clock::now() - began < limit) {
+            throw;
+        }
+        const qrftp::progress now = progress.now();
+        throw Timeout(failure.path(),
+                      {failure.reply_code(),
+                       fmt::format("not finished within {:g} s, the limit of --timeout: {} of {} MiB",
+                                   std::chrono::duration<double>(limit).count(), in_mebibytes(now.bytes),
+                                   in_mebibytes(now.total))});
+    }
+}
+
+/// What a fetch that breaks off leaves.
+std::string kept_by(const transfer_options& options)
+{
+    return options.resume ? "what had arrived was kept" : options.in_place ? "" : "nothing was kept";
 }
 
 /// Copies `file` by `copy`, a member of `protocol`, in so many parts.
 template <class File>
-void copy_parts(const session& opened, connection_pool& pool, File& file, std::uint64_t size, unsigned parts,
-                void (protocol::*copy)(batch<File>&))
+void copy_parts(const session& opened, connection_pool& pool, const transfer_options& options, File& file,
+                std::uint64_t size, unsigned parts, void (protocol::*copy)(batch<File>&))
 {
-    protocol& server = session_access::server(opened);
-    if (parts == 1) {
-        single_batch<File> whole(file); // NOLINT(misc-const-correctness): `copy` changes it
-        (server.*copy)(whole);
-        return;
-    }
-    parts_batch<File> pieces(file, size, parts);
-    pool.run(server, [&](protocol& connection, unsigned /*job*/) { (connection.*copy)(pieces); });
+    file_parts<File> pieces(file, size, parts);
+    pool.run(session_access::server(opened), [&](protocol& connection, unsigned /*job*/) {
+        const retry_policy retries(options, session_access::options(opened), pool.stop_token());
+        typename file_parts<File>::view mine(pieces, retries); // NOLINT(misc-const-correctness)
+        (connection.*copy)(mine);
+    });
+}
+
+/// What can be read only once goes over one connection, and is as long as it turns out to be.
+void send_stream(const session& to, const std::filesystem::path& local, const std::string& path,
+                 const transfer_options& options)
+{
+    const std::stop_token stop = session_access::options(to).stop;
+    local_stream source(local, stop);
+    const auto read = [&](std::span<char> buffer) { return source.read(buffer); };
+    send_data(to, read, path, options);
 }
 
 } // namespace
@@ -46,31 +108,60 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
                 const transfer_options& options)
 {
     protocol& server = session_access::server(from);
+    verification_of(server, from.location().server(), options);
     std::uint64_t size = 0;
-    if (options.jobs > 1 && server.carries_parts()) {
+    const unsigned allowed = allowed_parts(server, options, direction::fetch);
+    if (allowed > 1) {
         size = options.listed_size ? *options.listed_size : server.size(path).value_or(0);
     }
-    const unsigned parts = useful_parts(server, options, size);
+    const unsigned parts = useful_parts(allowed, size);
     connection_pool pool(from.location(), session_access::options(from), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
-    file_download file(path, find_local_place(local, options.follow_target), options, progress, {}, parts);
-    copy_parts<download>(from, pool, file, size, parts, &protocol::fetch);
+    file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
+                       progress, {}, parts);
+    with_consequences(from, progress, kept_by(options),
+                      [&] { copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch); });
 }
 
 void send_file(const session& to, const std::filesystem::path& local, const std::string& path,
                const transfer_options& options)
 {
+    if (local_stream::is_at(local)) {
+        return send_stream(to, local, path, options);
+    }
     protocol& server = session_access::server(to);
     auto source = open_source(local);
+    verification_of(server, to.location().server(), options);
     const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
-    const unsigned parts = useful_parts(server, options, size);
+    const unsigned parts = useful_parts(allowed_parts(server, options, direction::send), size);
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
     }
     connection_pool pool(to.location(), session_access::options(to), parts - 1);
     meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
     file_upload file(std::move(source), local, path, options, progress, parts);
-    copy_parts<upload>(to, pool, file, size, parts, &protocol::send);
+    with_consequences(to, progress, "",
+                      [&] { copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send); });
+}
+
+void fetch_data(const session& from, const std::string& path,
+                const std::function<bool(std::string_view)>& on_data, const transfer_options& options)
+{
+    connection_pool pool(from.location(), session_access::options(from), 0);
+    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    data_download file(path, on_data, options, progress,
+                       verification_of(session_access::server(from), from.location().server(), options));
+    copy_parts<download>(from, pool, options, file, 0, 1, &protocol::fetch);
+}
+
+void send_data(const session& to, const std::function<std::size_t(std::span<char>)>& read,
+               const std::string& path, const transfer_options& options)
+{
+    connection_pool pool(to.location(), session_access::options(to), 0);
+    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    data_upload file(read, path, options, progress,
+                     verification_of(session_access::server(to), to.location().server(), options));
+    copy_parts<upload>(to, pool, options, file, 0, 1, &protocol::send);
 }
 
 } // namespace qrftp

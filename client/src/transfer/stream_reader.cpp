@@ -12,9 +12,8 @@ constexpr std::size_t read_ahead = std::size_t{4} << 20;
 
 } // namespace
 
-stream_reader::stream_reader(url server, session_options options, std::string path,
-                             std::optional<std::uint64_t> size)
-    : server_(std::move(server)), options_(std::move(options)), path_(std::move(path)), size_(size)
+stream_reader::stream_reader(source fetch, std::optional<std::uint64_t> size)
+    : fetch_(std::move(fetch)), size_(size)
 {
 }
 
@@ -56,7 +55,7 @@ void stream_reader::start(std::uint64_t offset)
     ended_ = false;
     failure_ = nullptr;
     position_ = offset;
-    thread_ = std::jthread([this, offset](const std::stop_token& token) { fetch(token, offset); });
+    thread_ = std::jthread([this, offset](const std::stop_token& token) { fetch_from(token, offset); });
 }
 
 void stream_reader::stop()
@@ -67,20 +66,11 @@ void stream_reader::stop()
     }
 }
 
-void stream_reader::fetch(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept
+void stream_reader::fetch_from(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept
 {
     std::exception_ptr failure;
     try {
-        // Either token ends it: that of the session, and that of this fetch.
-        std::stop_source either;
-        const auto end = [&either] { either.request_stop(); };
-        const std::stop_callback by_caller(options_.stop, end);
-        const std::stop_callback by_reader(asked_to_stop, end);
-        session_options options = options_;
-        options.stop = either.get_token();
-        session(server_, std::move(options))
-            .fetch(path_, [&](std::string_view bytes) { return take(asked_to_stop, bytes); },
-                   {.offset = offset});
+        fetch_(asked_to_stop, offset, [&](std::string_view bytes) { return take(asked_to_stop, bytes); });
     } catch (...) {
         failure = std::current_exception();
     }

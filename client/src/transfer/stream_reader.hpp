@@ -2,23 +2,27 @@
 
 #include "../random_reader.hpp"
 
-#include <qrftp/session.hpp>
-
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace qrftp {
 
-/// Reads a file at any place over a protocol that only sends files from a place on to their end: a login of its
-/// own fetches ahead into a bounded queue; another place, unless it is a little further on, is another fetch.
+/// Reads a file at any place from where it only comes from a place on to its end: a thread fetches ahead into a
+/// bounded queue; another place, unless it is a little further on, is another fetch.
 class stream_reader final : public random_reader {
 public:
-    stream_reader(url server, session_options options, std::string path, std::optional<std::uint64_t> size);
+    /// Gives the file to `on_data` from `offset` on, and ends when that returns false, or is asked to stop.
+    using source = std::function<void(const std::stop_token& asked_to_stop, std::uint64_t offset,
+                                      const std::function<bool(std::string_view)>& on_data)>;
+
+    explicit stream_reader(source fetch, std::optional<std::uint64_t> size = {});
     ~stream_reader() override;
 
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return size_; }
@@ -27,14 +31,12 @@ public:
 private:
     void start(std::uint64_t offset);
     void stop();
-    void fetch(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept;
+    void fetch_from(const std::stop_token& asked_to_stop, std::uint64_t offset) noexcept;
     bool take(const std::stop_token& asked_to_stop, std::string_view bytes);
     /// Up to so many bytes, moved into `buffer` or dropped where there is none; 0 at the end.
     std::size_t consume(std::span<char> buffer, std::size_t most);
 
-    url server_;
-    session_options options_;
-    std::string path_;
+    source fetch_;
     std::optional<std::uint64_t> size_;
     std::uint64_t position_ = 0; ///< of the next byte in the queue
 

@@ -23,10 +23,10 @@ public:
     /// Makes the file for the copy at this place of the list; may throw, which is this file's failure.
     using maker = std::function<std::unique_ptr<File>(std::size_t index, const transfer_options&, meter&)>;
 
-    copy_queue(const std::vector<tree_action>& copies, const tree_options& options, std::stop_token stop,
-               tree_outcome& outcome, maker make)
+    copy_queue(const std::vector<tree_action>& copies, const tree_options& options,
+               const session_options& session, std::stop_token stop, tree_outcome& outcome, maker make)
         : copies_(copies), options_(options), stop_(std::move(stop)), outcome_(outcome), make_(std::move(make)),
-          limiter_(make_rate_limiter(options.transfer.rate_limit))
+          limiter_(make_rate_limiter(options.transfer.rate_limit)), retries_(options.transfer, session, stop_)
     {
     }
 
@@ -34,7 +34,7 @@ public:
     public:
         using part = typename batch<File>::part;
 
-        view(copy_queue& queue, unsigned job) : queue_(queue), job_(job) {}
+        view(copy_queue& queue, unsigned job) : batch<File>(queue.retries_), queue_(queue), job_(job) {}
 
         std::optional<part> next() override
         {
@@ -116,6 +116,7 @@ private:
     tree_outcome& outcome_;
     maker make_;
     std::shared_ptr<rate_limiter> limiter_;
+    retry_policy retries_; ///< for each connection
     std::mutex mutex_;
     std::size_t next_ = 0;
     std::map<const File*, std::unique_ptr<item>> under_way_;

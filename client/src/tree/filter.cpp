@@ -9,14 +9,27 @@
 namespace qrftp {
 
 filter::filter(const tree_options& options)
-    : include_(make_rules(options.include)), exclude_(make_rules(options.exclude))
+    : include_(make_rules(options.include)), exclude_(make_rules(options.exclude)),
+      only_(options.only.begin(), options.only.end())
 {
 }
 
 bool filter::leaves_out(const std::string& path, entry_kind kind) const
 {
     const bool unwanted = kind != entry_kind::folder && !include_.empty() && !matches_any(include_, path, kind);
-    return unwanted || matches_any(exclude_, path, kind);
+    return unwanted || matches_any(exclude_, path, kind) || !is_chosen(path);
+}
+
+/// Whether `path` is one of those that are wanted, or below or above one.
+bool filter::is_chosen(const std::string& path) const
+{
+    for (std::size_t end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
+        if (only_.contains(path.substr(0, end))) {
+            return true;
+        }
+    }
+    const auto next = only_.lower_bound(path + '/');
+    return only_.empty() || only_.contains(path) || (next != only_.end() && next->starts_with(path + '/'));
 }
 
 std::vector<filter::rule> filter::make_rules(const std::vector<std::string>& globs)
@@ -41,6 +54,17 @@ bool filter::matches_any(const std::vector<rule>& rules, const std::string& path
         return (!each.folders_only || kind == entry_kind::folder) &&
                glob_match(each.glob, each.whole_path ? path : name);
     });
+}
+
+bool leaves_out(const tree_options& options, const std::string& path, entry_kind kind)
+{
+    const filter rules(options);
+    for (std::size_t end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
+        if (rules.leaves_out(path.substr(0, end), entry_kind::folder)) {
+            return true;
+        }
+    }
+    return rules.leaves_out(path, kind) || remote_path::is_temporary_name(remote_path::filename(path));
 }
 
 } // namespace qrftp

@@ -2,6 +2,7 @@
 
 #include <qrftp/tree.hpp>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ public:
     [[nodiscard]] bool leaves_out(const std::string& path, entry_kind kind) const;
     /// Whether only some files are wanted: folders without any of them are not.
     [[nodiscard]] bool is_selective() const { return !include_.empty(); }
+    /// Whether only some paths are looked at.
+    [[nodiscard]] bool is_partial() const { return !only_.empty(); }
 
 private:
     struct rule {
@@ -24,11 +27,13 @@ private:
         bool whole_path = false; ///< compared with the path, not with the name alone
     };
 
+    [[nodiscard]] bool is_chosen(const std::string& path) const;
     static std::vector<rule> make_rules(const std::vector<std::string>& globs);
     static bool matches_any(const std::vector<rule>& rules, const std::string& path, entry_kind kind);
 
     std::vector<rule> include_;
     std::vector<rule> exclude_;
+    std::set<std::string> only_;
 };
 
 } // namespace qrftp

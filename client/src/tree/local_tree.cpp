@@ -1,5 +1,6 @@
 #include "local_tree.hpp"
 
+#include "../remote_path.hpp"
 #include "../transfer/local_error.hpp"
 
 #include <qrftp/error.hpp>
@@ -61,6 +62,21 @@ void local_tree::make_folder(const std::string& path)
         } else if (there->type != fs::file_type::directory) {
             throw LocalFileError(made.shown.string(), std::make_error_code(std::errc::file_exists),
                                  "it is no folder");
+        }
+    });
+}
+
+void local_tree::make_link(const std::string& path, const std::string& target, bool replace)
+{
+    const local_place made = place(path);
+    with_local_errors(made.shown, [&] {
+        const std::string temporary = remote_path::temporary_name();
+        made.folder->make_link(temporary, target);
+        try {
+            made.folder->rename(temporary, made.name, replace);
+        } catch (...) {
+            made.folder->remove_file(temporary);
+            throw;
         }
     });
 }

@@ -27,6 +27,7 @@ public:
     /// Makes the root with the folders above it.
     void make_root();
     void make_folder(const std::string& path);
+    void make_link(const std::string& path, const std::string& target, bool replace);
     void remove_file(const std::string& path);
     void remove_folder(const std::string& path);
 

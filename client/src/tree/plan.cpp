@@ -1,5 +1,7 @@
 #include "plan.hpp"
 
+#include "../remote_path.hpp"
+
 #include <algorithm>
 #include <chrono>
 #include <ranges>
@@ -26,26 +28,30 @@ bool is_newer(const std::string& path, std::optional<timestamp> from, std::optio
     return from && to && is_later(*from, *to).value_or(false);
 }
 
-std::optional<tree_action::reason> why_copy(const std::string& path, const tree_node& node, const tree_scan& to,
-                                            const exact_time& ask)
+/// Some servers tell and make links by absolute names only.
+bool leads_to_same(const std::string& path, const tree_node& one, const tree_node& other,
+                   const std::string& root)
+{
+    const std::string folder = remote_path::parent(remote_path::join(root, path));
+    return remote_path::absolute(folder, one.link_target) == remote_path::absolute(folder, other.link_target);
+}
+
+std::optional<tree_action::reason> why_link(const std::string& path, const tree_node& node, const tree_scan& to,
+                                            const std::string& root)
 {
     const auto there = to.nodes.find(path);
-    if (there == to.nodes.end() || there->second.kind != entry_kind::file) {
+    if (there == to.nodes.end() || there->second.kind != entry_kind::link) {
         return tree_action::reason::missing;
     }
-    if (!node.size || !there->second.size || *node.size != *there->second.size) {
-        return tree_action::reason::other_size;
-    }
-    if (is_newer(path, node.modified, there->second.modified, ask)) {
-        return tree_action::reason::newer;
-    }
-    return std::nullopt;
+    const bool is_same = leads_to_same(path, node, there->second, root);
+    return is_same ? std::nullopt : std::optional(tree_action::reason::other_target);
 }
 
 class planner {
 public:
-    planner(const tree_scan& from, const tree_scan& to, const plan_options& options, const exact_time& ask)
-        : from_(from), to_(to), options_(options), ask_(ask)
+    planner(const tree_scan& from, const tree_scan& to, const plan_options& options, const exact_time& ask,
+            const content_test& is_same)
+        : from_(from), to_(to), options_(options), ask_(ask), is_same_(is_same)
     {
     }
 
@@ -61,6 +67,7 @@ public:
             }
         }
         plan_.actions.insert(plan_.actions.end(), copies_.begin(), copies_.end());
+        plan_.actions.insert(plan_.actions.end(), links_.begin(), links_.end());
         if (options_.remove_extra && from_.is_complete() && to_.is_complete()) {
             add_removals();
         }
@@ -82,7 +89,9 @@ private:
         }
         const bool folder_wanted = node.kind == entry_kind::folder;
         const bool folder_there = there->second.kind == entry_kind::folder;
-        if (node.kind == entry_kind::file && folder_there) {
+        const bool file_wanted =
+            node.kind == entry_kind::file || (node.kind == entry_kind::link && options_.copy_links);
+        if (file_wanted && folder_there) {
             plan_.conflicts.push_back({path, std::make_exception_ptr(IsFolder(path))});
         } else if (folder_wanted && there->second.kind == entry_kind::link) {
             plan_.conflicts.push_back(
@@ -103,11 +112,65 @@ private:
                     {tree_action::kind::make_folder, tree_action::reason::missing, path, 0});
             }
         } else if (node.kind == entry_kind::file) {
-            const auto why = options_.update ? why_copy(path, node, to_, ask_) : tree_action::reason::wanted;
-            if (why) {
+            if (const auto why = reason_for(path, node); why && !keeps_newer(path, node)) {
                 copies_.push_back({tree_action::kind::copy, *why, path, node.size.value_or(0)});
             }
+        } else if (node.kind == entry_kind::link && options_.copy_links && !node.link_target.empty()) {
+            const auto why =
+                options_.update ? why_link(path, node, to_, options_.remote_root) : tree_action::reason::wanted;
+            if (why) {
+                links_.push_back({tree_action::kind::make_link, *why, path, 0});
+            }
         }
+    }
+
+    [[nodiscard]] std::optional<tree_action::reason> reason_for(const std::string& path,
+                                                                const tree_node& node) const
+    {
+        if (!options_.update) {
+            return tree_action::reason::wanted;
+        }
+        const auto why = why_copy(path, node);
+        return why || !options_.changed.contains(path) ? why : tree_action::reason::newer;
+    }
+
+    [[nodiscard]] std::optional<tree_action::reason> why_copy(const std::string& path,
+                                                              const tree_node& node) const
+    {
+        const auto there = to_.nodes.find(path);
+        if (there == to_.nodes.end() || there->second.kind != entry_kind::file) {
+            return tree_action::reason::missing;
+        }
+        if (!node.size || !there->second.size || *node.size != *there->second.size) {
+            return tree_action::reason::other_size;
+        }
+        switch (options_.comparison) {
+        case sync_comparison::size:
+            return std::nullopt;
+        case sync_comparison::checksum:
+            return is_same_(path) ? std::nullopt : std::optional(tree_action::reason::other_content);
+        case sync_comparison::size_and_time:
+            break;
+        }
+        return is_newer(path, node.modified, there->second.modified, ask_)
+                   ? std::optional(tree_action::reason::newer)
+                   : std::nullopt;
+    }
+
+    /// Whether the destination has a newer file, which the options do not give up.
+    bool keeps_newer(const std::string& path, const tree_node& node)
+    {
+        const auto there = to_.nodes.find(path);
+        if (options_.newer == newer_targets::replace || there == to_.nodes.end() ||
+            there->second.kind != entry_kind::file ||
+            !is_newer(path, there->second.modified, node.modified, ask_)) {
+            return false;
+        }
+        if (options_.newer == newer_targets::refuse) {
+            plan_.conflicts.push_back({path, std::make_exception_ptr(AlreadyExists(
+                                                 path, {.message = "it is newer than its source"}))});
+        }
+        return true;
     }
 
     /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
@@ -128,8 +191,10 @@ private:
     const tree_scan& to_;
     const plan_options& options_;
     const exact_time& ask_;
+    const content_test& is_same_;
     tree_plan plan_;
     std::vector<tree_action> copies_;
+    std::vector<tree_action> links_;
 };
 
 } // namespace
@@ -154,9 +219,9 @@ std::optional<bool> is_later(const timestamp& time, const timestamp& than)
 }
 
 tree_plan make_plan(const tree_scan& from, const tree_scan& to, const plan_options& options,
-                    const exact_time& ask)
+                    const exact_time& ask, const content_test& is_same)
 {
-    return planner(from, to, options, ask).make();
+    return planner(from, to, options, ask, is_same).make();
 }
 
 } // namespace qrftp

@@ -1,8 +1,10 @@
 #include "run.hpp"
 
 #include "../remote_path.hpp"
+#include "../session_access.hpp"
 #include "../transfer/fetch.hpp"
 #include "../transfer/local_error.hpp"
+#include "../transfer/replace.hpp"
 #include "../transfer/send.hpp"
 #include "copy_queue.hpp"
 #include "make_parents.hpp"
@@ -39,9 +41,10 @@ path_change::kind change_of(tree_action::kind what)
 
 class plan_runner {
 public:
-    plan_runner(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
-                const tree_scan& from, tree_outcome& outcome)
-        : server_(server), pool_(pool), sides_(sides), options_(options), from_(from), outcome_(outcome)
+    plan_runner(const session& opened, connection_pool& pool, const tree_sides& sides,
+                const tree_options& options, const tree_scan& from, tree_outcome& outcome)
+        : session_(opened), server_(session_access::server(opened)), pool_(pool), sides_(sides),
+          options_(options), from_(from), outcome_(outcome)
     {
     }
 
@@ -50,6 +53,7 @@ public:
         using kind = tree_action::kind;
         change_by_depth(select(actions, kind::make_folder), false);
         copy(select(actions, kind::copy));
+        make_links(select(actions, kind::make_link));
         change(select(actions, kind::remove_file));
         change_by_depth(select(actions, kind::remove_folder), true);
     }
@@ -135,6 +139,19 @@ private:
         return made_.contains(above) || (is_missing && !name.starts_with('.'));
     }
 
+    /// After the files, none of which can go through one of them.
+    void make_links(const std::vector<tree_action>& links)
+    {
+        const bool replace = options_.transfer.replace;
+        for (const tree_action& action : links) {
+            const std::string& target = from_.nodes.at(action.path).link_target;
+            settle(action, [&] {
+                fetches() ? sides_.local.make_link(action.path, target, replace)
+                          : replace_link(server_, target, remote(action.path), replace);
+            });
+        }
+    }
+
     template <class Work>
     void settle(const tree_action& action, const Work& work)
     {
@@ -160,6 +177,7 @@ private:
             sides_.local.remove_folder(action.path);
             break;
         case tree_action::kind::copy:
+        case tree_action::kind::make_link:
             break;
         }
     }
@@ -203,7 +221,7 @@ private:
         }
         if (fetches()) {
             copy_queue<download> queue(
-                copies, options_, pool_.stop_token(), outcome_,
+                copies, options_, session_access::options(session_), pool_.stop_token(), outcome_,
                 [&](std::size_t index, const transfer_options& options, meter& progress) {
                     return make_download(copies[index], options, progress);
                 });
@@ -212,7 +230,8 @@ private:
                 connection.fetch(mine);
             });
         } else {
-            copy_queue<upload> queue(copies, options_, pool_.stop_token(), outcome_,
+            copy_queue<upload> queue(copies, options_, session_access::options(session_), pool_.stop_token(),
+                                     outcome_,
                                      [&](std::size_t index, const transfer_options& options, meter& progress) {
                                          return make_upload(copies[index], options, progress);
                                      });
@@ -236,8 +255,8 @@ private:
                 known.modified = node.modified->time;
             }
         }
-        return std::make_unique<file_download>(remote(action.path), sides_.local.place(action.path), options,
-                                               progress, known);
+        return std::make_unique<file_download>(session_.location().server(), remote(action.path),
+                                               sides_.local.place(action.path), options, progress, known);
     }
 
     std::unique_ptr<upload> make_upload(const tree_action& action, const transfer_options& options,
@@ -254,6 +273,7 @@ private:
                                              progress, 1, is_new(action));
     }
 
+    const session& session_;
     protocol& server_;
     connection_pool& pool_;
     const tree_sides& sides_;
@@ -265,10 +285,11 @@ private:
 
 } // namespace
 
-void run_plan(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
-              const tree_scan& from, const std::vector<tree_action>& actions, tree_outcome& outcome)
+void run_plan(const session& opened, connection_pool& pool, const tree_sides& sides,
+              const tree_options& options, const tree_scan& from, const std::vector<tree_action>& actions,
+              tree_outcome& outcome)
 {
-    plan_runner(server, pool, sides, options, from, outcome).run(actions);
+    plan_runner(opened, pool, sides, options, from, outcome).run(actions);
 }
 
 } // namespace qrftp

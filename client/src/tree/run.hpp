@@ -22,7 +22,8 @@ struct tree_sides {
 
 /// Takes the steps of a plan: folders, then the copies over all connections of the pool, then removals.
 /// `from` is what the source has.
-void run_plan(protocol& server, connection_pool& pool, const tree_sides& sides, const tree_options& options,
-              const tree_scan& from, const std::vector<tree_action>& actions, tree_outcome& outcome);
+void run_plan(const session& opened, connection_pool& pool, const tree_sides& sides,
+              const tree_options& options, const tree_scan& from, const std::vector<tree_action>& actions,
+              tree_outcome& outcome);
 
 } // namespace qrftp

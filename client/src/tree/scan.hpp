@@ -21,12 +21,14 @@ struct tree_node {
     std::optional<std::uint64_t> size{};
     std::optional<timestamp> modified{};
     std::optional<std::filesystem::perms> mode{};
+    std::string link_target{}; ///< of links, where they are copied; empty where it is not told
 };
 
 /// A folder with all that is in it, by the path below it. A folder comes before what is in it.
 struct tree_scan {
     std::map<std::string, tree_node> nodes{};
-    std::set<std::string> kept{}; ///< folders that hold something which the options leave alone
+    /// Folders that hold something which the options leave alone; the root, "", where only some paths count.
+    std::set<std::string> kept{};
     std::vector<tree_failure> failures{};
     std::vector<std::string> skipped{};
     std::vector<std::string> passed_over{};

@@ -21,7 +21,9 @@ bool scan_collector::take(const std::string& path, const tree_node& found)
         keep_above(path);
         return false;
     }
-    if (role_ == tree_role::source && (found.kind == entry_kind::link || found.kind == entry_kind::other)) {
+    const bool is_passed_over =
+        found.kind == entry_kind::other || (found.kind == entry_kind::link && !options_.copy_links);
+    if (role_ == tree_role::source && is_passed_over) {
         pass_over(path);
     }
     result_.nodes.emplace(path, found);
@@ -70,6 +72,9 @@ tree_scan scan_collector::finish()
 
 void scan_collector::keep_above(std::string path)
 {
+    if (filter_.is_partial()) {
+        result_.kept.insert("");
+    }
     for (std::size_t slash = path.rfind('/'); slash != std::string::npos; slash = path.rfind('/')) {
         path.resize(slash);
         if (!result_.kept.insert(path).second) {
@@ -82,7 +87,9 @@ void scan_collector::drop_empty_folders()
 {
     std::set<std::string> wanted;
     for (const auto& [path, node] : result_.nodes) {
-        for (std::size_t slash = path.find('/'); node.kind == entry_kind::file && slash != std::string::npos;
+        const bool is_copied =
+            node.kind == entry_kind::file || (node.kind == entry_kind::link && options_.copy_links);
+        for (std::size_t slash = path.find('/'); is_copied && slash != std::string::npos;
              slash = path.find('/', slash + 1)) {
             wanted.insert(path.substr(0, slash));
         }

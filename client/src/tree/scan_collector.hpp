@@ -18,6 +18,9 @@ public:
     /// Whether a link there is to be followed.
     [[nodiscard]] bool follows_links() const { return options_.follow_links && role_ == tree_role::source; }
 
+    /// Whether links are copied as links: where they lead is to be told.
+    [[nodiscard]] bool copies_links() const { return options_.copy_links; }
+
     void skip(std::string line) { result_.skipped.push_back(std::move(line)); }
     void pass_over(std::string path) { result_.passed_over.push_back(std::move(path)); }
     /// Collects a failure, or throws it.

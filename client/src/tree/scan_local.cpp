@@ -115,7 +115,14 @@ private:
             }
             found = led_to ? led_to : found;
         }
-        if (found && collector_.take(path, node_of(*found))) {
+        if (!found) {
+            return;
+        }
+        tree_node node = node_of(*found);
+        if (node.kind == entry_kind::link && collector_.copies_links()) {
+            node.link_target = with_local_errors(tree_.shown(path), [&] { return folder.link_target(name); });
+        }
+        if (collector_.take(path, node)) {
             waiting_.push_back(
                 {path, std::make_shared<const ancestor>(ancestor{found->device, found->inode, above})});
         }

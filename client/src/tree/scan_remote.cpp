@@ -14,7 +14,7 @@ constexpr unsigned most_links = 8;
 
 tree_node node_of(const entry& found)
 {
-    return {found.kind, found.size, found.modified, found.mode};
+    return {found.kind, found.size, found.modified, found.mode, found.link_target};
 }
 
 class remote_scanner final : public folder_queue {
@@ -30,6 +30,7 @@ public:
         while (!waiting_.empty()) {
             server_.list(*this);
             follow_links(); // No request can be made while another one is under way.
+            read_links();
         }
         return collector_.finish();
     }
@@ -51,6 +52,8 @@ public:
         const unsigned links = links_above_[folder];
         if (what.kind == entry_kind::link && collector_.follows_links()) {
             to_follow_.push_back({std::move(path), links + 1});
+        } else if (what.kind == entry_kind::link && collector_.copies_links() && what.link_target.empty()) {
+            to_read_.push_back(std::move(path));
         } else if (collector_.take(below_root(path), node_of(what))) {
             waiting_.push_back({std::move(path), links});
         }
@@ -66,6 +69,7 @@ public:
         const auto below = [&](const place& each) { return remote_path::parent(each.path) == folder; };
         std::erase_if(waiting_, below);
         std::erase_if(to_follow_, below);
+        std::erase_if(to_read_, [&](const std::string& path) { return remote_path::parent(path) == folder; });
         collector_.forget(below_root(folder));
     }
 
@@ -114,11 +118,33 @@ private:
         }
     }
 
+    void read_links()
+    {
+        for (const std::string& link : std::exchange(to_read_, {})) {
+            try {
+                take_link(below_root(link), server_.read_link(link).value_or(""));
+            } catch (const NotSupported&) {
+                take_link(below_root(link), "");
+            } catch (const error&) {
+                collector_.fail(below_root(link), std::current_exception());
+            }
+        }
+    }
+
+    void take_link(const std::string& path, const std::string& target)
+    {
+        if (target.empty()) {
+            collector_.pass_over(path);
+        }
+        collector_.take(path, {.kind = entry_kind::link, .link_target = target});
+    }
+
     protocol& server_;
     std::string root_;
     scan_collector collector_;
     std::vector<place> waiting_;
     std::vector<place> to_follow_;
+    std::vector<std::string> to_read_;            ///< links, of which only the names are known
     std::map<std::string, unsigned> links_above_; ///< of the folders that are being listed
 };
 

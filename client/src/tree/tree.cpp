@@ -2,7 +2,10 @@
 #include "../session_access.hpp"
 #include "../transfer/connection_pool.hpp"
 #include "../transfer/fetch.hpp"
+#include "../transfer/hasher.hpp"
+#include "../transfer/local_error.hpp"
 #include "../transfer/send.hpp"
+#include "../transfer/verify.hpp"
 #include "copy_queue.hpp"
 #include "plan.hpp"
 #include "run.hpp"
@@ -60,9 +63,40 @@ void report_scans(tree_outcome& outcome, tree_scan& from, tree_scan& to, tree_pl
     outcome.result().passed_over = from.passed_over;
 }
 
+/// Compares the content of two files by their checksums.
+bool is_same_content(protocol& server, const tree_sides& sides, const std::string& path)
+{
+    const checksum there = server.ask_checksum(remote_path::join(sides.remote, path));
+    const local_place here = sides.local.place(path);
+    return there == with_local_errors(here.shown, [&] {
+               using zorbel::io::common::file::Folder;
+               return checksum_of(*here.folder->open_file(here.name, Folder::Open::read), there.algorithm);
+           });
+}
+
+/// Names that the protocol cannot carry are known before anything is sent.
+void check_names(const protocol& server, const tree_sides& sides, tree_plan& plan)
+{
+    if (sides.way == direction::fetch) {
+        return;
+    }
+    std::erase_if(plan.actions, [&](const tree_action& action) {
+        try {
+            server.check_name(remote_path::join(sides.remote, action.path));
+            return false;
+        } catch (const InvalidName&) {
+            plan.conflicts.push_back({action.path, std::current_exception()});
+            return true;
+        }
+    });
+}
+
 tree_result bring_over(session& opened, const tree_sides& sides, const sync_options& options, bool update)
 {
     protocol& server = session_access::server(opened);
+    if (options.transfer.verify || options.comparison == sync_comparison::checksum) {
+        require_checksums(server, opened.location().server());
+    }
     connection_pool pool(opened.location(), session_access::options(opened),
                          further_connections(server, options));
     const bool fetching = sides.way == direction::fetch;
@@ -75,10 +109,20 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
     if (update) {
         to = scan_side(!fetching, tree_role::destination);
     }
-    tree_plan plan = make_plan(from, to, {.update = update, .remove_extra = options.remove_extra},
-                               [&](const std::string& path) {
-                                   return server.modification_time(remote_path::join(sides.remote, path));
-                               });
+    const plan_options wanted{.update = update,
+                              .remove_extra = options.remove_extra,
+                              .comparison = options.comparison,
+                              .newer = options.newer,
+                              .copy_links = options.copy_links,
+                              .remote_root = sides.remote,
+                              .changed = {options.changed.begin(), options.changed.end()}};
+    tree_plan plan = make_plan(
+        from, to, wanted,
+        [&](const std::string& path) {
+            return server.modification_time(remote_path::join(sides.remote, path));
+        },
+        [&](const std::string& path) { return is_same_content(server, sides, path); });
+    check_names(server, sides, plan);
     const std::string local = sides.local.shown("").string();
     check_removals(plan, from, to, fetching ? sides.remote : local, fetching ? local : sides.remote, options);
     tree_outcome outcome(options);
@@ -90,7 +134,7 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
         std::for_each(plan.actions.begin(), plan.actions.end(),
                       [&](const tree_action& action) { outcome.done(action); });
     } else {
-        run_plan(server, pool, known, options, from, plan.actions, outcome);
+        run_plan(opened, pool, known, options, from, plan.actions, outcome);
     }
     return outcome.take();
 }
@@ -125,6 +169,7 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
 {
     protocol& server = session_access::server(opened);
     const std::vector<tree_action> copies = copies_of(files, way);
+    verification_of(server, opened.location().server(), options.transfer);
     tree_outcome outcome(options);
     if (options.dry_run) {
         std::for_each(copies.begin(), copies.end(), [&](const tree_action& action) { outcome.done(action); });
@@ -134,7 +179,8 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
     connection_pool pool(opened.location(), session_access::options(opened),
                          std::min(further_connections(server, options), most));
     outcome.expect(copies);
-    copy_queue<File> queue(copies, options, pool.stop_token(), outcome, std::move(make));
+    copy_queue<File> queue(copies, options, session_access::options(opened), pool.stop_token(), outcome,
+                           std::move(make));
     pool.run(server, [&](protocol& connection, unsigned job) {
         typename copy_queue<File>::view mine(queue, job); // NOLINT(misc-const-correctness): `copy` changes it
         (connection.*copy)(mine);
@@ -170,7 +216,7 @@ tree_result fetch_files(session& from, const std::vector<file_pair>& files, cons
     return copy_files<download>(from, files, options, direction::fetch, &protocol::fetch,
                                 [&](std::size_t index, const transfer_options& each, meter& progress) {
                                     return std::make_unique<file_download>(
-                                        from.absolute(files[index].remote),
+                                        from.location().server(), from.absolute(files[index].remote),
                                         find_local_place(files[index].local, each.follow_target), each,
                                         progress);
                                 });

@@ -79,6 +79,10 @@ public:
     /// Removes a file, or a link itself.
     virtual void remove_file(const std::string& name) = 0;
     virtual void remove_folder(const std::string& name) = 0;
+    /// Makes a symbolic link that says `target`; what is there is an error.
+    virtual void make_link(const std::string& name, const std::string& target) = 0;
+    /// What a symbolic link says.
+    [[nodiscard]] virtual std::string link_target(const std::string& name) const = 0;
     /// Gives `from` the name `to`. Without `replace`, something that has it is an error
     /// (`std::errc::file_exists`).
     virtual void rename(const std::string& from, const std::string& to, bool replace) = 0;

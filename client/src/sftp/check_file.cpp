@@ -1,0 +1,29 @@
+#include "extensions.hpp"
+
+#include <fmt/format.h>
+
+#include <array>
+
+namespace qrftp::sftp {
+
+std::optional<checksum> read_check_file(const reply& answer)
+{
+    packet_reader fields = answer.body();
+    std::string_view algorithm = fields.read_string();
+    if (algorithm == "check-file") { // Some say first what they answer.
+        algorithm = fields.read_string();
+    }
+    static constexpr std::array<std::string_view, 4> names{"sha256", "sha1", "md5", "crc32"};
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (names.at(i) == algorithm) {
+            checksum told{static_cast<hash_algorithm>(i), {}};
+            for (const char byte : fields.rest()) {
+                told.digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+            }
+            return told;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace qrftp::sftp

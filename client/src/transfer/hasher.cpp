@@ -1,0 +1,129 @@
+#include "hasher.hpp"
+
+#include "local_error.hpp"
+#include "local_target.hpp"
+
+#include <boost/crc.hpp>
+#include <fmt/format.h>
+#include <openssl/evp.h>
+
+#include <array>
+#include <cstdint>
+#include <new>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace qrftp {
+
+namespace files = zorbel::io::common::file;
+
+namespace {
+
+const EVP_MD* message_digest(hash_algorithm algorithm)
+{
+    switch (algorithm) {
+    case hash_algorithm::sha256:
+        return EVP_sha256();
+    case hash_algorithm::sha1:
+        return EVP_sha1();
+    case hash_algorithm::md5:
+        return EVP_md5();
+    case hash_algorithm::crc32:
+        break;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class hasher::state {
+public:
+    explicit state(hash_algorithm algorithm) : algorithm_(algorithm)
+    {
+        const EVP_MD* const digest = message_digest(algorithm);
+        if (digest != nullptr &&
+            (context_ == nullptr || EVP_DigestInit_ex(context_.get(), digest, nullptr) != 1)) {
+            throw std::bad_alloc(); // or a system whose policy forbids the algorithm
+        }
+    }
+
+    void add(std::string_view bytes)
+    {
+        if (algorithm_ == hash_algorithm::crc32) {
+            crc_.process_bytes(bytes.data(), bytes.size());
+        } else {
+            EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size());
+        }
+    }
+
+    checksum finish()
+    {
+        if (algorithm_ == hash_algorithm::crc32) {
+            return {algorithm_, fmt::format("{:08x}", crc_.checksum())};
+        }
+        std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+        unsigned size = 0;
+        EVP_DigestFinal_ex(context_.get(), digest.data(), &size);
+        checksum result{algorithm_, {}};
+        for (const unsigned char byte : std::span(digest).first(size)) {
+            result.digits += fmt::format("{:02x}", byte);
+        }
+        return result;
+    }
+
+private:
+    hash_algorithm algorithm_;
+    boost::crc_32_type crc_;
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_{EVP_MD_CTX_new(), &EVP_MD_CTX_free};
+};
+
+hasher::hasher(hash_algorithm algorithm) : state_(std::make_unique<state>(algorithm))
+{
+}
+
+hasher::hasher(hasher&&) noexcept = default;
+hasher& hasher::operator=(hasher&&) noexcept = default;
+hasher::~hasher() = default;
+
+void hasher::add(std::string_view bytes)
+{
+    state_->add(bytes);
+}
+
+checksum hasher::finish()
+{
+    return state_->finish();
+}
+
+checksum checksum_of(files::LocalFile& file, hash_algorithm algorithm)
+{
+    constexpr std::size_t piece = std::size_t{256} * 1024;
+    hasher result(algorithm);
+    std::vector<char> buffer(piece);
+    for (std::uint64_t position = 0;;) {
+        const std::size_t got = file.read(position, buffer);
+        if (got == 0) {
+            return result.finish();
+        }
+        result.add({buffer.data(), got});
+        position += got;
+    }
+}
+
+checksum checksum_of(const std::filesystem::path& file, hash_algorithm algorithm)
+{
+    const local_place place = find_local_place(file);
+    return with_local_errors(file, [&] {
+        return checksum_of(*place.folder->open_file(place.name, files::Folder::Open::read, place.links()),
+                           algorithm);
+    });
+}
+
+std::string_view name_of(hash_algorithm algorithm) noexcept
+{
+    static constexpr std::array<std::string_view, 4> names{"SHA-256", "SHA-1", "MD5", "CRC32"};
+    return names.at(static_cast<std::size_t>(algorithm));
+}
+
+} // namespace qrftp

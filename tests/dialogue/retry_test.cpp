@@ -1,0 +1,151 @@
+// Transfers whose connection breaks: how many bytes come again, and what is left of those that end.
+
+#include "client_stage.hpp"
+
+#include <gmock/gmock.h>
+#include <qrftp/tree.hpp>
+
+using namespace support;
+using namespace std::literals;
+using namespace testing;
+using qrftp::transfer_options;
+namespace fs = std::filesystem;
+
+namespace {
+
+const auto cut_after = [](std::size_t bytes) { return answer::transfer(bytes, "").then_drop(); };
+
+/// Bytes without a pattern that a short piece repeats.
+std::string content_of(std::size_t size)
+{
+    std::string all;
+    while (all.size() < size)
+        all += std::to_string(all.size()) + ' ';
+    all.resize(size);
+    return all;
+}
+
+/// A stage whose peer keeps the one file "/home/u/f".
+struct retry_stage : client_stage {
+    explicit retry_stage(const std::string& content, const std::vector<rule>& rules = {}) : client_stage(rules)
+    {
+        peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", content}});
+        write_file(local / "f", content);
+        at_once.retry_delay = 0ms;
+        open();
+    }
+    transfer_options at_once;
+};
+
+} // namespace
+
+TEST(Retry, FetchesGoOnWhereTheyWere)
+{
+    const std::string all = content_of(1000);
+    const std::vector<rule> three_cuts{
+        {"RETR", cut_after(100), 1}, {"RETR", cut_after(200), 2}, {"RETR", cut_after(300), 3}};
+    for (int way = 0; way < 3; ++way) {
+        SCOPED_TRACE(way);
+        retry_stage t(all, three_cuts);
+        std::string got;
+        if (way == 0)
+            t.client->fetch("f", t.local / "new", t.at_once);
+        else if (way == 1)
+            write_file(t.local / "new", t.client->fetch_string("f", t.at_once));
+        else
+            fetch_files(*t.client, {{"f", t.local / "new"}}, {.transfer = t.at_once});
+        EXPECT_EQ(content(t.local / "new"), all);
+        EXPECT_EQ(t.sent({"REST"}), "REST 100|REST 300|REST 600");
+    }
+}
+
+TEST(Retry, AFileThatChangedComesAnew)
+{
+    const std::string all = content_of(1000);
+    const std::vector<rule> changed{{"RETR", cut_after(100), 1},
+                                    {"MDTM", answer::reply("213 20250102030405"), 2}};
+    retry_stage t(all, changed);
+    t.client->fetch("f", t.local / "new", t.at_once);
+    EXPECT_EQ(content(t.local / "new"), all);
+    EXPECT_EQ(t.sent({"REST"}), "");
+    retry_stage given_away(all, changed);
+    EXPECT_EQ(error_of_client([&] { (void)given_away.client->fetch_string("f", given_away.at_once); }),
+              "SizeMismatch");
+}
+
+TEST(Retry, UploadsGoOnWhereTheServerIs)
+{
+    struct row {
+        std::vector<rule> rules;
+        std::string sent;
+        std::string error{};
+    };
+    const std::string piece = "STOR ~T1|APPE ~T1"; // after a break, a short piece first
+    for (const auto& [rules, sent, error] :
+         {row{{{"STOR", cut_after(20'000), 1}}, piece + "|APPE ~T1"},
+          row{{{"STOR", cut_after(20'000), 1}, {"APPE", cut_after(100), 1}}, piece + "|APPE ~T1|APPE ~T1"},
+          row{{{"STOR", cut_after(20'000), 1}, {"APPE", answer::transfer(9, "452 full\r\n")}},
+              piece,
+              "DiskFull"}}) {
+        SCOPED_TRACE(sent + error);
+        const std::string all = content_of(100'000);
+        retry_stage t(all, rules);
+        EXPECT_EQ(error_of_client([&] { t.client->send(t.local / "f", "n", t.at_once); }), error);
+        EXPECT_EQ(t.sent({"STOR", "APPE"}), sent);
+        const auto kept = t.peer.kept();
+        EXPECT_EQ(kept.contains("/home/u/n"), error.empty());
+        EXPECT_TRUE(!error.empty() || kept.at("/home/u/n") == all);
+        EXPECT_EQ(kept.size(), error.empty() ? 4U : 3U) << "a part is left";
+    }
+}
+
+TEST(Retry, EndsWhenNothingNewArrives)
+{
+    for (const unsigned retries : {0U, 2U}) {
+        retry_stage t(content_of(1000), {{"RETR", cut_after(0)}});
+        t.at_once.retries = retries;
+        EXPECT_NE(error_of_client([&] { t.client->fetch("f", t.local / "new", t.at_once); }), "");
+        const auto commands = t.peer.commands();
+        EXPECT_EQ(std::count(commands.begin(), commands.end(), "RETR /home/u/f"), 2 * (1 + retries));
+        EXPECT_THAT(leftovers_in(t.local), IsEmpty());
+    }
+}
+
+TEST(Retry, ALaterTransferFindsThePartThatWasKept)
+{
+    const std::string all = content_of(100'000);
+    transfer_options once;
+    once.retries = 0;
+    once.resume = true;
+    retry_stage t(all, {{"RETR", cut_after(100), 1}, {"STOR", cut_after(100), 1}});
+    EXPECT_NE(error_of_client([&] { t.client->fetch("f", t.local / "new", once); }), "");
+    EXPECT_EQ(leftovers_in(t.local).size(), 1U);
+    EXPECT_FALSE(fs::exists(t.local / "new"));
+    t.client->fetch("f", t.local / "new", once);
+    EXPECT_EQ(content(t.local / "new"), all);
+    EXPECT_EQ(t.sent({"REST"}), "REST 100");
+    EXPECT_THAT(leftovers_in(t.local), IsEmpty());
+
+    EXPECT_NE(error_of_client([&] { t.client->send(t.local / "f", "n", once); }), "");
+    EXPECT_FALSE(t.peer.kept().contains("/home/u/n"));
+    t.client->send(t.local / "f", "n", once);
+    EXPECT_EQ(t.peer.kept().at("/home/u/n"), all);
+    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1|APPE ~T1");
+    EXPECT_EQ(t.peer.kept().size(), 4U);
+}
+
+TEST(Retry, SegmentsBecomeOneFileOrNone)
+{
+    const std::string all = content_of(20'000'000);
+    transfer_options two;
+    two.segments = 2;
+    two.retries = 0;
+    retry_stage t(all, {{"RETR", answer::transfer(10'000'000, "226 done\r\n")}}); // each its half
+    t.client->fetch("f", t.local / "new", two);
+    EXPECT_TRUE(content(t.local / "new") == all);
+    EXPECT_EQ(t.sent({"REST"}), "REST 10000000");
+    t.peer.on("RETR", cut_after(1000), 2);
+    EXPECT_NE(error_of_client([&] { t.client->fetch("f", t.local / "more", two); }), "");
+    EXPECT_FALSE(fs::exists(t.local / "more"));
+    EXPECT_THAT(leftovers_in(t.local), IsEmpty());
+}
