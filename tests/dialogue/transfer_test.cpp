@@ -228,45 +228,6 @@ TEST(Transfer, IsCancelledAndLeavesNothing)
     EXPECT_EQ(t.peer.kept(), before);
 }
 
-TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)
-{
-    using qrftp::hash_algorithm;
-    struct row {
-        std::string feature;
-        std::string command;
-        hash_algorithm algorithm;
-        std::string before_digits;
-    };
-    for (const auto& [feature, command, algorithm, before_digits] :
-         {row{"HASH SHA-1*;SHA-256", "HASH", hash_algorithm::sha256, "213 SHA-256 0-5 "},
-          row{"HASH MD5", "HASH", hash_algorithm::md5, "213 MD5 0-5 "},
-          row{"XSHA256", "XSHA256", hash_algorithm::sha256, "250 "},
-          row{"XSHA1", "XSHA1", hash_algorithm::sha1, "250 "}, row{"XMD5", "XMD5", hash_algorithm::md5, "250 "},
-          row{"XCRC", "XCRC", hash_algorithm::crc32, "250 "}})
-        for (const bool right : {true, false}) {
-            SCOPED_TRACE(feature + (right ? "" : ", wrong"));
-            client_stage t({{"FEAT", answer::reply("211-\r\n " + feature + "\r\n211 End")}});
-            write_file(t.local / "f", right ? "remote" : "other!");
-            const std::string digits = checksum_of(t.local / "f", algorithm).digits;
-            t.peer.on(command, answer::reply(before_digits + digits + (command == "HASH" ? " f" : "")));
-            t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", "remote"}, {"/home/u/t", "old"}});
-            transfer_options verify;
-            verify.verify = true;
-            const std::string error = right ? "" : "ChecksumMismatch";
-            EXPECT_EQ(t.open().checksum_support().algorithm, algorithm);
-            EXPECT_EQ(error_of_client([&] { t.client->fetch("f", t.local / "new", verify); }), error);
-            EXPECT_EQ(error_of_client([&] { t.client->send_string("remote", "t", verify); }), error);
-            EXPECT_EQ(fs::exists(t.local / "new"), right);
-            EXPECT_EQ(t.peer.kept().at("/home/u/t"), right ? "remote" : "old");
-            EXPECT_EQ(t.peer.kept().size(), 4U) << "a part is left";
-        }
-    client_stage none;
-    transfer_options verify;
-    verify.verify = true;
-    EXPECT_EQ(error_of_client([&] { none.open().send(none.local / "f", "t", verify); }), "NotSupported");
-    EXPECT_EQ(none.sent({"STOR"}), "");
-}
-
 TEST(Transfer, ReportsASecondInWhichNothingComesSoThatItCanBeEnded)
 {
     for (const auto scheme : {url_scheme::ftp, url_scheme::sftp}) {
@@ -351,4 +312,43 @@ TEST(Transfer, AsksForNothingThatTheTreeKnows)
     write_file(t.local / "tree/d/n", "new");
     const auto again = [&] { synchronise(client, t.local / "tree", "t", qrftp::direction::send, options); };
     EXPECT_EQ(looks(again), 1U) << "only what is replaced may have a mode to keep";
+}
+
+TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)
+{
+    using qrftp::hash_algorithm;
+    struct row {
+        std::string feature;
+        std::string command;
+        hash_algorithm algorithm;
+        std::string before_digits;
+    };
+    for (const auto& [feature, command, algorithm, before_digits] :
+         {row{"HASH SHA-1*;SHA-256", "HASH", hash_algorithm::sha256, "213 SHA-256 0-5 "},
+          row{"HASH MD5", "HASH", hash_algorithm::md5, "213 MD5 0-5 "},
+          row{"XSHA256", "XSHA256", hash_algorithm::sha256, "250 "},
+          row{"XSHA1", "XSHA1", hash_algorithm::sha1, "250 "}, row{"XMD5", "XMD5", hash_algorithm::md5, "250 "},
+          row{"XCRC", "XCRC", hash_algorithm::crc32, "250 "}})
+        for (const bool right : {true, false}) {
+            SCOPED_TRACE(feature + (right ? "" : ", wrong"));
+            client_stage t({{"FEAT", answer::reply("211-\r\n " + feature + "\r\n211 End")}});
+            write_file(t.local / "f", right ? "remote" : "other!");
+            const std::string digits = checksum_of(t.local / "f", algorithm).digits;
+            t.peer.on(command, answer::reply(before_digits + digits + (command == "HASH" ? " f" : "")));
+            t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", "remote"}, {"/home/u/t", "old"}});
+            transfer_options verify;
+            verify.verify = true;
+            const std::string error = right ? "" : "ChecksumMismatch";
+            EXPECT_EQ(t.open().checksum_support().algorithm, algorithm);
+            EXPECT_EQ(error_of_client([&] { t.client->fetch("f", t.local / "new", verify); }), error);
+            EXPECT_EQ(error_of_client([&] { t.client->send_string("remote", "t", verify); }), error);
+            EXPECT_EQ(fs::exists(t.local / "new"), right);
+            EXPECT_EQ(t.peer.kept().at("/home/u/t"), right ? "remote" : "old");
+            EXPECT_EQ(t.peer.kept().size(), 4U) << "a part is left";
+        }
+    client_stage none;
+    transfer_options verify;
+    verify.verify = true;
+    EXPECT_EQ(error_of_client([&] { none.open().send(none.local / "f", "t", verify); }), "NotSupported");
+    EXPECT_EQ(none.sent({"STOR"}), "");
 }

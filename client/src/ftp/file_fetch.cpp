@@ -174,7 +174,7 @@ request file_fetch::make_request(size_is source)
             throw other_range();
         }
     };
-    wanted.on_tick = [this] { file_.tick(); };
+    wanted.on_tick = [&] { file_.tick(); };
     wanted.on_data = [this](std::string_view bytes) {
         file_.write(range_.begin + received_, bytes);
         received_ += bytes.size();

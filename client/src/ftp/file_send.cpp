@@ -44,6 +44,7 @@ private:
 
 void file_send::run(upload_batch& files)
 {
+    server_.check_name(file_.target());
     begin();
     try {
         if (!complete_) {

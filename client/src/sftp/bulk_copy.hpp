@@ -216,8 +216,8 @@ private:
     std::vector<active_job> active_{};
     std::deque<active_job> postponed_{};
     std::deque<active_job> alone_{}; ///< refused while others were open: to be opened alone
-    bool has_advanced_ = false;      ///< since the connection was lost last
     pipeline::clock::time_point ticked_ = pipeline::clock::now();
+    bool has_advanced_ = false; ///< since the connection was lost last
     bool exhausted_ = false;
     bool is_over_ = false;
 };

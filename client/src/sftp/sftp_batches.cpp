@@ -179,14 +179,14 @@ void sftp_protocol::carry_out(Work& work)
 {
     try {
         for (;;) {
-            std::shared_ptr<pipeline> server; // stays while a replacement opens the next one
+            std::shared_ptr<pipeline> server;
             try {
                 connected();
-                server = pipeline_;
+                server = pipeline_; // It stays while a replacement opens the next one.
                 const carrying scope(is_carrying_);
                 return work.run(*server);
             } catch (const error&) {
-                const bool is_lost = server == nullptr || !server->is_open();
+                const bool is_lost = !server || !server->is_open();
                 if (!is_lost || work.is_over() || !work.retry(std::current_exception())) {
                     throw;
                 }

@@ -115,7 +115,8 @@ checksum checksum_of(const std::filesystem::path& file, hash_algorithm algorithm
 {
     const local_place place = find_local_place(file);
     return with_local_errors(file, [&] {
-        return checksum_of(*place.folder->open_file(place.name, files::Folder::Open::read), algorithm);
+        return checksum_of(*place.folder->open_file(place.name, files::Folder::Open::read, place.links()),
+                           algorithm);
     });
 }
 

@@ -70,7 +70,8 @@ local_place find_local_place(const fs::path& path, bool follow)
 local_target::local_target(local_place place, transfer_options options)
     : place_(std::move(place)), options_(std::move(options))
 {
-    existing_ = with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, links()); });
+    existing_ =
+        with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, place_.links()); });
     if (!existing_) {
         direct_ = options_.in_place;
         return;
@@ -110,11 +111,6 @@ void local_target::refuse_existing() const
     if (!options_.replace && !options_.resume) {
         throw AlreadyExists(place_.shown.string());
     }
-}
-
-files::Folder::Links local_target::links() const
-{
-    return place_.is_stream ? files::Folder::Links::follow : files::Folder::Links::refuse;
 }
 
 std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
@@ -180,7 +176,8 @@ bool local_target::open_target()
     using open = files::Folder::Open;
     const open how = place_.is_stream ? open::append : open::update;
     try {
-        with_local_errors(place_.shown, [&] { file_ = place_.folder->open_file(place_.name, how, links()); });
+        with_local_errors(place_.shown,
+                          [&] { file_ = place_.folder->open_file(place_.name, how, place_.links()); });
     } catch (const LocalFileError& failure) {
         const bool is_pipe = existing_ && existing_->type == fs::file_type::fifo; // A socket never opens.
         if (is_pipe && failure.code() == std::errc::no_such_device_or_address) {

@@ -20,7 +20,14 @@ struct local_place {
     std::shared_ptr<zorbel::io::common::file::Folder> folder;
     std::string name;
     std::filesystem::path shown; ///< as errors name it
-    bool is_stream = false;      ///< a link to a pipe or a device, or a descriptor: written to as it is
+    bool is_stream = false;      ///< a link to a pipe or a device, or a descriptor: used as it is
+
+    /// How the name is to be opened.
+    [[nodiscard]] zorbel::io::common::file::Folder::Links links() const
+    {
+        using enum zorbel::io::common::file::Folder::Links;
+        return is_stream ? follow : refuse;
+    }
 };
 
 /// Where the local `path` is. A symbolic link there stands for what it leads to, whether that exists or not,
@@ -69,7 +76,6 @@ private:
 
     [[nodiscard]] std::filesystem::perms final_mode(const file_facts& source) const;
     void refuse_existing() const;
-    [[nodiscard]] zorbel::io::common::file::Folder::Links links() const;
     bool open_target();
     void open_part();
     void lock();

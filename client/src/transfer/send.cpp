@@ -38,7 +38,7 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
     const local_place place = find_local_place(path);
     return with_local_errors(path, [&] {
         // Looked at before it is opened: opening a pipe waits for somebody to write into it.
-        const auto found = place.folder->status(place.name);
+        const auto found = place.folder->status(place.name, place.links());
         if (!found) {
             throw LocalFileError(path.string(), std::make_error_code(std::errc::no_such_file_or_directory));
         }
@@ -49,12 +49,12 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
             throw LocalFileError(path.string(), std::make_error_code(std::errc::not_supported),
                                  "it is no ordinary file");
         }
-        return place.folder->open_file(place.name, files::Folder::Open::read);
+        return place.folder->open_file(place.name, files::Folder::Open::read, place.links());
     });
 }
 
-basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new,
-                           const std::string& identity)
+basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress,
+                           const std::string& identity, bool is_new)
     : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
 {
     if (options.in_place) {
@@ -96,8 +96,8 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
                          const transfer_options& options, meter& progress, unsigned parts, bool is_new)
-    : basic_upload(target, options, progress, is_new,
-                   options.resume ? identity_of(*source, shown, target) : std::string()),
+    : basic_upload(target, options, progress,
+                   options.resume ? identity_of(*source, shown, target) : std::string(), is_new),
       source_(std::move(source)), shown_(std::move(shown)),
       status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
       parts_left_(parts)

@@ -21,10 +21,10 @@ namespace qrftp {
 /// What all uploads share: the names, and what the file is given in the end.
 class basic_upload : public upload {
 public:
-    /// `is_new`: nothing has the name of the target, as far as is known. From `identity`, if it is not empty,
-    /// follows the temporary name of an upload that resumes.
-    basic_upload(std::string target, const transfer_options& options, meter& progress, bool is_new = false,
-                 const std::string& identity = {});
+    /// From `identity`, if it is not empty, follows the temporary name of an upload that resumes. `is_new`:
+    /// nothing has the name of the target, as far as is known.
+    basic_upload(std::string target, const transfer_options& options, meter& progress,
+                 const std::string& identity = {}, bool is_new = false);
 
     [[nodiscard]] const std::string& path() const override { return path_; }
     void rename_temporary() override;

@@ -121,19 +121,6 @@ private:
         }
     }
 
-    /// After the files, none of which can go through one of them.
-    void make_links(const std::vector<tree_action>& links)
-    {
-        const bool replace = options_.transfer.replace;
-        for (const tree_action& action : links) {
-            const std::string& target = from_.nodes.at(action.path).link_target;
-            settle(action, [&] {
-                fetches() ? sides_.local.make_link(action.path, target, replace)
-                          : replace_link(server_, target, remote(action.path), replace);
-            });
-        }
-    }
-
     void note_made(bool is_made, const std::string& path)
     {
         if (is_made) {
@@ -150,6 +137,19 @@ private:
         const std::string above = slash == std::string::npos ? "" : action.path.substr(0, slash);
         const bool is_missing = sides_.is_known && action.why == tree_action::reason::missing;
         return made_.contains(above) || (is_missing && !name.starts_with('.'));
+    }
+
+    /// After the files, none of which can go through one of them.
+    void make_links(const std::vector<tree_action>& links)
+    {
+        const bool replace = options_.transfer.replace;
+        for (const tree_action& action : links) {
+            const std::string& target = from_.nodes.at(action.path).link_target;
+            settle(action, [&] {
+                fetches() ? sides_.local.make_link(action.path, target, replace)
+                          : replace_link(server_, target, remote(action.path), replace);
+            });
+        }
     }
 
     template <class Work>
