@@ -68,7 +68,6 @@ void file_send::run(upload_batch& files)
 
 void file_send::begin()
 {
-    server_.check_name(file_.target());
     if (!file_.may_replace() && server_.find(file_.target())) {
         throw AlreadyExists(file_.target());
     }
