@@ -3,6 +3,7 @@
 #include "exit_status.hpp"
 #include "operands.hpp"
 #include "output.hpp"
+#include "parse.hpp"
 #include "profile_options.hpp"
 #include "remote_glob.hpp"
 #include "tokenize.hpp"
@@ -24,22 +25,11 @@ namespace qrftp::cli {
 
 namespace {
 
-const CLI::Option* find_option(const CLI::App& command, const std::string& name)
+const CLI::Option* option_of(const CLI::App& command, const std::string& name)
 {
     const auto all = command.get_options(
         [&name](const CLI::Option* one) { return one->nonpositional() && one->check_name(name); });
     return all.empty() ? nullptr : all.front();
-}
-
-CLI::App* find_subcommand(CLI::App& command, const std::string& name)
-{
-    const auto all = command.get_subcommands([&name](const CLI::App* one) { return one->get_name() == name; });
-    return all.empty() ? nullptr : all.front();
-}
-
-bool takes_value(const CLI::Option* option)
-{
-    return option != nullptr && option->get_items_expected_max() > 0;
 }
 
 /// The words of a line in front of the one that is completed.
@@ -78,12 +68,12 @@ private:
     void read_option(const std::string& word)
     {
         if (word.starts_with("--")) {
-            const CLI::Option* const named = find_option(*command, word);
+            const CLI::Option* const named = option_of(*command, word);
             value = takes_value(named) ? named : nullptr; // One with "=" is not found by that name.
             return;
         }
         for (std::size_t letter = 1; letter < word.size(); ++letter) {
-            const CLI::Option* const named = find_option(*command, std::string("-") + word[letter]);
+            const CLI::Option* const named = option_of(*command, std::string("-") + word[letter]);
             if (takes_value(named)) {
                 value = letter + 1 == word.size() ? named : nullptr;
                 return;
@@ -103,7 +93,7 @@ public:
             print_line(description.empty() ? word : word + '\t' + description);
         }
     }
-    void add_files() const { print_line(":files"); }
+    static void add_files() { print_line(":files"); }
     [[nodiscard]] const std::string& typed() const { return typed_; }
 
 private:
@@ -154,7 +144,7 @@ void give_up_terminal()
 }
 
 /// The part of `typed` in front of the name that it ends in.
-std::string folder_of(const std::string& typed)
+std::string typed_folder(const std::string& typed)
 {
     return typed.substr(0, typed.find_last_of("/:") + 1);
 }
@@ -162,7 +152,7 @@ std::string folder_of(const std::string& typed)
 /// The names in the folder of that URL. `line` has the options of the line.
 void add_remote_names(command_line& line, const std::string& folder_url, const candidates& found)
 {
-    const std::string folder = folder_of(found.typed());
+    const std::string folder = typed_folder(found.typed());
     give_up_terminal();
     line.login.host_key = line.login.host_key == "off" ? "off" : "strict";
     line.login.connect_timeout = std::min(line.login.connect_timeout, 10.0);
@@ -204,7 +194,7 @@ void add_remote(CLI::App& app, command_line& line, const std::vector<std::string
         // The line is not finished; what it says so far holds.
     }
     use_profiles(app, line, list);
-    const std::string folder = folder_of(found.typed());
+    const std::string folder = typed_folder(found.typed());
     const profile* const named = profile_of(list, folder);
     add_remote_names(line, named == nullptr ? folder : url_of(list, *named, folder), found);
 }
@@ -250,7 +240,7 @@ void print_completions(CLI::App& app, command_line& line, const std::vector<std:
     if (before.value != nullptr) {
         add_values(*before.value, "", found);
     } else if (!before.options_end && last.starts_with("--") && sign != std::string::npos) {
-        const CLI::Option* const option = find_option(*before.command, last.substr(0, sign));
+        const CLI::Option* const option = option_of(*before.command, last.substr(0, sign));
         if (takes_value(option)) {
             add_values(*option, last.substr(0, sign + 1), found);
         }

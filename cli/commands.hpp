@@ -67,7 +67,7 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
 
 /// Fetches a file to a private temporary one, runs the user's editor on it, and sends it back if its content is
 /// another one. A file that somebody else has changed meanwhile is refused; what was written is then kept.
-void edit(session& remote, const std::string& path, const settings& options);
+void edit(session& remote, const std::string& named, const settings& options);
 
 void rm(session& remote, const std::vector<std::string>& patterns, bool recursive, const settings& options);
 void mv(session& remote, const std::string& from, const std::string& to, bool replace, const settings& options);

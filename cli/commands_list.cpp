@@ -71,8 +71,9 @@ private:
 
     void print_files()
     {
-        std::vector<entry> entries;
         sort(files_, &remote_entry::what);
+        std::vector<entry> entries;
+        entries.reserve(files_.size());
         for (const remote_entry& one : files_) {
             entries.push_back(one.what);
         }

@@ -103,7 +103,7 @@ bool takes_folders(word_kind kind)
 }
 
 /// What an operand is that the usage shows as `name`.
-word_kind kind_of_operand(std::string name, const token& typed)
+word_kind kind_of_operand(const std::string& name, const token& typed)
 {
     static const std::map<std::string, word_kind> kinds{
         {"COMMAND", word_kind::command}, {"PATH", word_kind::remote},

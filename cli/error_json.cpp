@@ -13,12 +13,6 @@ namespace qrftp::cli {
 
 namespace {
 
-template <class Error>
-bool is(const std::exception& error)
-{
-    return dynamic_cast<const Error*>(&error) != nullptr;
-}
-
 std::string_view class_of(const std::exception& error)
 {
     if (interrupted()) {

@@ -19,12 +19,6 @@ namespace {
 
 bool reports_json = false; // Failures of the command line are reported, too, when nothing has been parsed.
 
-template <class Error>
-bool is(const std::exception& error)
-{
-    return dynamic_cast<const Error*>(&error) != nullptr;
-}
-
 exit_status status_of(error_cause cause)
 {
     switch (cause) {

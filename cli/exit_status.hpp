@@ -21,6 +21,13 @@ enum exit_status : int {
     unsafe_removal = 10,
 };
 
+/// Whether `error` is of that class.
+template <class Error>
+bool is(const std::exception& error)
+{
+    return dynamic_cast<const Error*>(&error) != nullptr;
+}
+
 /// The status for an error; 128 and the signal's number when a signal has come.
 int status_of(const std::exception& error);
 

@@ -120,7 +120,7 @@ void folder_watch::rename(const std::string& from, const std::string& to)
 {
     for (auto& [watch, path] : paths_) {
         if (is_at_or_below(path, from)) {
-            path = to + path.substr(from.size());
+            path.replace(0, from.size(), to);
         }
     }
 }
@@ -221,7 +221,9 @@ void folder_watch::on_gone(const std::string& path, bool is_folder, folder_chang
     if (is_folder) {
         forget(path);
     }
-    std::erase_if(changes.written, [&](const std::string& each) { return is_at_or_below(each, path); });
+    std::erase_if(changes.written, [&](const std::string& each) {
+        return is_at_or_below(each, path);
+    }); // NOLINT(readability-suspicious-call-argument)
     changes.touched.insert(path);
 }
 

@@ -50,7 +50,7 @@ void open_pipe(pipe_ends& ends, int flags)
 }
 
 /// Runs as long as the process.
-void watch()
+void pass_interrupts_on()
 {
     char byte = 0;
     for (;;) {
@@ -75,7 +75,7 @@ void install_interrupt_handlers()
     sigset_t usual;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &usual); // The watcher takes no signals itself.
-    std::thread(watch).detach();
+    std::thread(pass_interrupts_on).detach();
     pthread_sigmask(SIG_SETMASK, &usual, nullptr);
 
     struct sigaction action {};

@@ -19,7 +19,7 @@ using namespace qrftp::cli;
 
 namespace {
 
-int run(const std::vector<std::string>& arguments)
+int run_subcommand(const std::vector<std::string>& arguments)
 {
     CLI::App app("Lists, fetches, sends and changes files over FTP, FTPS and SFTP.", "qrftp");
     app.require_subcommand(1);
@@ -42,7 +42,7 @@ int run(const std::vector<std::string>& arguments)
 
 } // namespace
 
-int main(int argc, char** argv)
+int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what reporting throws ends the process
 try {
     (void)std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): one thread
     install_interrupt_handlers();
@@ -51,7 +51,7 @@ try {
     hide_passwords(words);
     join_proxy_url(arguments);
     report_as_json(std::ranges::find(arguments, "--json") != arguments.end()); // Also where the rest is wrong.
-    return run(arguments);
+    return run_subcommand(arguments);
 } catch (const std::exception& error) {
     report(error);
     return status_of(error);

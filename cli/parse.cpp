@@ -18,11 +18,6 @@ namespace qrftp::cli {
 
 namespace {
 
-bool takes_value(const CLI::Option* option)
-{
-    return option != nullptr && option->get_items_expected_max() > 0;
-}
-
 /// Whether the option that `word` is has its value in the next word.
 bool takes_next(const CLI::App& command, const std::string& word)
 {
@@ -38,7 +33,7 @@ bool takes_next(const CLI::App& command, const std::string& word)
 }
 
 /// CLI11 would take the operand "[ab]" for a list.
-void protect_brackets(const CLI::App& app, std::vector<std::string>& words)
+void protect_brackets(CLI::App& app, std::vector<std::string>& words)
 {
     const CLI::App* const command = words.empty() ? nullptr : find_subcommand(app, words.front());
     if (command == nullptr) {
@@ -91,7 +86,12 @@ std::string sentence_for(const CLI::App& app, const CLI::App& command, const CLI
 
 } // namespace
 
-const CLI::App* find_subcommand(const CLI::App& app, std::string_view name)
+bool takes_value(const CLI::Option* option)
+{
+    return option != nullptr && option->get_items_expected_max() > 0;
+}
+
+CLI::App* find_subcommand(CLI::App& app, std::string_view name)
 {
     const auto found =
         app.get_subcommands([name](const CLI::App* one) { return one->check_name(std::string(name)); });

@@ -6,12 +6,16 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace qrftp::cli {
 
 /// The subcommand of `app` that is called so; null where there is none.
-const CLI::App* find_subcommand(const CLI::App& app, std::string_view name);
+CLI::App* find_subcommand(CLI::App& app, std::string_view name);
+
+/// Whether the option, which may be null, has a value.
+bool takes_value(const CLI::Option* option);
 
 /// Of the words behind the name of `command`, those that are operands: neither options nor the values of
 /// options.

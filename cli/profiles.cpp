@@ -255,8 +255,7 @@ std::string fault_of_name(std::string_view name)
                byte == '-' || byte == '_';
     });
     if (!is_plain || name.front() == '-') {
-        return fmt::format("\"{}\" cannot be the name of a profile: use letters, digits, \"-\" and \"_\".",
-                           name);
+        return fmt::format(R"("{}" cannot be the name of a profile: use letters, digits, "-" and "_".)", name);
     }
     if (std::ranges::find(schemes, name) != schemes.end()) {
         return fmt::format("\"{}\" cannot be the name of a profile: URLs begin with it.", name);

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -114,18 +115,14 @@ bool is_shell(const command_line& line)
 std::vector<std::string> paths_of(const std::vector<url>& urls)
 {
     std::vector<std::string> paths;
-    for (const url& one : urls) {
-        paths.push_back(one.path);
-    }
+    std::ranges::transform(urls, std::back_inserter(paths), &url::path);
     return paths;
 }
 
 std::vector<std::string> patterns_of(const std::vector<url>& urls)
 {
     std::vector<std::string> patterns;
-    for (const url& one : urls) {
-        patterns.push_back(one.pattern);
-    }
+    std::ranges::transform(urls, std::back_inserter(patterns), &url::pattern);
     return patterns;
 }
 

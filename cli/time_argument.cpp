@@ -23,7 +23,7 @@ std::chrono::sys_seconds parse_time(const std::string& text)
         const std::time_t seconds = is_utc ? timegm(&fields) : std::mktime(&fields);
         return std::chrono::sys_seconds(std::chrono::seconds(seconds));
     }
-    throw usage_error(fmt::format("\"{}\" is no time: write 2024-05-01, or \"2024-05-01 12:30\".", text));
+    throw usage_error(fmt::format(R"("{}" is no time: write 2024-05-01, or "2024-05-01 12:30".)", text));
 }
 
 } // namespace qrftp::cli

@@ -65,7 +65,7 @@ std::string fault_of_operands(const CLI::App& command, const CLI::Option& operan
 {
     const auto most = static_cast<std::size_t>(operands.get_items_expected_max());
     const std::vector<std::string>& given = operands.results();
-    return given.size() > most ? fmt::format("{} takes \"{}\"; \"{}\" is too many.", command.get_name(),
+    return given.size() > most ? fmt::format(R"({} takes "{}"; "{}" is too many.)", command.get_name(),
                                              operands.get_type_name(), escape(given[most]))
                                : fmt::format("{} needs \"{}\".", command.get_name(), operands.get_type_name());
 }

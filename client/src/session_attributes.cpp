@@ -6,6 +6,8 @@
 /// What a session asks and sets of files besides their names and their content.
 namespace qrftp {
 
+// NOLINTBEGIN(readability-make-member-function-const): what they change or ask is the server's
+
 void session::set_permissions(const std::string& path, std::filesystem::perms mode)
 {
     session_access::server(*this).require_facts(absolute(path), {.mode = mode});
@@ -43,5 +45,7 @@ disk_space session::space(const std::string& path)
 {
     return session_access::server(*this).space(absolute(path));
 }
+
+// NOLINTEND(readability-make-member-function-const)
 
 } // namespace qrftp

@@ -8,7 +8,6 @@
 #include <openssl/x509.h>
 
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -65,7 +64,7 @@ struct pass_phrase {
         if (!mine.text || mine.text->size() > static_cast<std::size_t>(size)) {
             return -1;
         }
-        std::memcpy(buffer, mine.text->data(), mine.text->size());
+        mine.text->copy(buffer, mine.text->size());
         return static_cast<int>(mine.text->size());
     }
 };

@@ -154,7 +154,7 @@ bool sftp_protocol::copy_on_server(const std::string& from, const std::string& t
         }
         const reply opened = server.call(packet_type::open, from, open_flag::read, attributes{});
         opened.check(from);
-        open_handle source(server, opened);
+        open_handle source(server, opened); // NOLINT(misc-const-correctness): it closes in the end
         try {
             const std::uint32_t flags = open_flag::write | open_flag::create | open_flag::truncate;
             const reply made = server.call(packet_type::open, to, flags, to_attributes({.mode = initial.mode}));

@@ -78,7 +78,7 @@ private:
     template <class Work>
     void carry_out(Work& work);
 
-    std::optional<disk_space> ask_space(pipeline& server, const std::string& path);
+    static std::optional<disk_space> ask_space(pipeline& server, const std::string& path);
     void make_name(const request& what, const std::string& target, const std::string& path);
     /// Two files that are open on the server.
     struct open_pair {

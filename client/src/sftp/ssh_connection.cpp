@@ -98,7 +98,8 @@ void ssh_connection::refuse_ftp(int fd, const ssh_settings& settings)
 
 std::string ssh_connection::not_ssh() const
 {
-    return first_line_.empty() ? last_words() : fmt::format("it is not an SSH server: \"{}\"", masked(first_line_));
+    return first_line_.empty() ? last_words()
+                               : fmt::format("it is not an SSH server: \"{}\"", masked(first_line_));
 }
 
 void ssh_connection::wait_for_server()

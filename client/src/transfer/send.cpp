@@ -94,7 +94,7 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
     return result;
 }
 
-file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, std::string target,
+file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, const std::string& target,
                          const transfer_options& options, meter& progress, unsigned parts, bool is_new)
     : basic_upload(target, options, progress,
                    options.resume ? identity_of(*source, shown, target) : std::string(), is_new),

@@ -60,7 +60,7 @@ class file_upload final : public basic_upload {
 public:
     /// `shown` is how errors name the file.
     file_upload(std::unique_ptr<zorbel::io::common::file::LocalFile> source, std::filesystem::path shown,
-                std::string target, const transfer_options& options, meter& progress, unsigned parts = 1,
+                const std::string& target, const transfer_options& options, meter& progress, unsigned parts = 1,
                 bool is_new = false);
 
     byte_range begin(const std::optional<file_facts>& there) override;

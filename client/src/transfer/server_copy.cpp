@@ -147,7 +147,7 @@ void server_copier::copy(const remote_source& source, const std::string& target,
     protocol& reading = from();
     stream_reader reader([&](const std::stop_token&, std::uint64_t offset,
                              const std::function<bool(std::string_view)>& on_data) {
-        transfer_options part{.offset = offset};
+        const transfer_options part{.offset = offset};
         meter unseen(source.path, part, nullptr, session_access::options(source_).stop);
         data_download content(source.path, on_data, part, unseen);
         copy_whole<download>(reading, content, &protocol::fetch);

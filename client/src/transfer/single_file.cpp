@@ -61,7 +61,7 @@ void with_consequences(const session& opened, const meter& progress, const std::
         throw ConnectionLost(failure.path(), {failure.reply_code(),
                                               said + (said.empty() ? "" : "; ") + kept + "; run it again"});
     } catch (const Timeout& failure) {
-        if (limit == limit.zero() || steady_clock::now() - began < limit) {
+        if (limit.count() == 0 || steady_clock::now() - began < limit) {
             throw;
         }
         const qrftp::progress now = progress.now();

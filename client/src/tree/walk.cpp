@@ -55,7 +55,7 @@ public:
         }
         std::vector<place> below;
         for (entry& each : all.entries) {
-            std::string path = remote_path::join(folder, each.name);
+            const std::string path = remote_path::join(folder, each.name);
             if (each.kind == entry_kind::folder && all.depth < options_.max_depth) {
                 below.push_back({path, all.depth + 1});
             }
