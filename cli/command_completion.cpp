@@ -121,7 +121,7 @@ void add_values(const CLI::Option& option, const std::string& before, const cand
 {
     const std::string shown = option.get_type_name();
     if (shown.find("FILE") != std::string::npos || shown.find("FOLDER") != std::string::npos) {
-        found.add_files();
+        candidates::add_files();
     }
     for (std::size_t start = 0; start < shown.size();) {
         const std::size_t end = std::min(shown.find('|', start), shown.size());
@@ -215,7 +215,7 @@ void add_operand(CLI::App& app, command_line& line, const std::vector<std::strin
         return;
     }
     if (may_be(may_be_local)) {
-        found.add_files();
+        candidates::add_files();
     }
     if (may_be(may_be_remote)) {
         add_profiles(list, ":", found);

@@ -216,15 +216,13 @@ void folder_watch::on_new(const std::string& path, bool is_folder, bool is_whole
     }
 }
 
-void folder_watch::on_gone(const std::string& path, bool is_folder, folder_changes& changes)
+void folder_watch::on_gone(const std::string& gone, bool is_folder, folder_changes& changes)
 {
     if (is_folder) {
-        forget(path);
+        forget(gone);
     }
-    std::erase_if(changes.written, [&](const std::string& each) {
-        return is_at_or_below(each, path);
-    }); // NOLINT(readability-suspicious-call-argument)
-    changes.touched.insert(path);
+    std::erase_if(changes.written, [&](const std::string& each) { return is_at_or_below(each, gone); });
+    changes.touched.insert(gone);
 }
 
 void folder_watch::on_moved(const pending_move& source, const std::string& to, folder_changes& changes)

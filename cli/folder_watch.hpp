@@ -67,7 +67,7 @@ private:
     void handle(const inotify_event& event, const std::string& name, folder_changes& changes);
     void on_entry(const inotify_event& event, const std::string& path, folder_changes& changes);
     void on_new(const std::string& path, bool is_folder, bool is_whole, folder_changes& changes);
-    void on_gone(const std::string& path, bool is_folder, folder_changes& changes);
+    void on_gone(const std::string& gone, bool is_folder, folder_changes& changes);
     void on_moved(const pending_move& source, const std::string& to, folder_changes& changes);
 
     std::filesystem::path root_;
