@@ -14,7 +14,7 @@ declare -A package_list=(
         libcli11-dev nlohmann-json3-dev libedit-dev libfmt-dev libutf8proc-dev libtomlplusplus-dev"
     [servers]="proftpd-core proftpd-mod-crypto openssl openssh-client"
     [test]="libgtest-dev libgmock-dev openssh-server tinyproxy-bin curl expect jq python3 zsh fish"
-    [python]="pybind11-dev python3-dev python3-pytest python3-fsspec python3-dask python3-distributed python3-pandas
+    [python]="pybind11-dev python3-dev python3-pytest python3-paramiko python3-fsspec python3-dask python3-distributed python3-pandas
         python3-tqdm mypy"
     [lint]="git $lint"
     [fuzz]="clang-$clang libclang-rt-$clang-dev"
