@@ -28,7 +28,7 @@ take_apart() { # PAGE: into script, N.expected, listed, pieces and the files tha
     END { if (kind && !failed) stop("a block without an end") }' "$1"
 }
 
-for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls docs/*.md docs/adr/*.md); do
+for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls docs/*.md); do
     find "$HOME_DIR" -mindepth 1 -maxdepth 1 ! -name denied -exec rm -rf {} + && rm -f "$HOME/.ssh/known_hosts" "$HOME/.netrc"
     mkdir -p "$work/pages/$page/site/images" "$HOME_DIR"/{folder,photos/2024} && cd "$work/pages/$page"
     echo report | tee "$HOME_DIR"/{report.txt,photos/2024/lake.jpg} site/{index.html,images/logo.png} >/dev/null
