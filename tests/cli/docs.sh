@@ -37,7 +37,7 @@ for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls do
     [[ ! -e pieces ]] || sed -i '/^ *\/\/ …$/r pieces' $(grep -l '^ *// …$' ./*.cpp) || fail "$page: no place for its pieces"
     sed -i -e "s#sftp://user@example\.org#$sftp#g; s#ftp://user@ftp\.example\.org#ftp://$USER@localhost:$FTP_PORT#g" \
         -e "s#ftp\.example\.org 21 user#localhost $FTP_PORT $USER#; s#machine ftp\.example\.org login user#machine localhost login $USER#" script
-    bash -euo pipefail script </dev/null || fail "$page: $(tail -n 15 ./*.output)"
+    bash -euo pipefail -c 'trap "[[ ! \${SSH_AGENT_PID-} ]] || ssh-agent -k >/dev/null" EXIT && . ./script' </dev/null || fail "$page: $(tail -n 15 ./*.output)"
     for expected in *.expected; do
         [[ $(<"${expected%.*}.output") == $(sed 's/[^*[:alnum:][:space:]]/\\&/g' "$expected") ]] ||
             fail "$page: $(diff "$expected" "${expected%.*}.output")"
