@@ -27,7 +27,7 @@ void download_job::send_first()
         size_ = file_.listed_size();
     }
     is_listed_ = size_.has_value();
-    plan(size_.value_or(0));
+    plan(part_.end == byte_range::to_the_end ? size_.value_or(0) : part_.end - part_.begin);
     send_open(step::open, file_.path(), open_flag::read);
 }
 
