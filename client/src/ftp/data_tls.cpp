@@ -42,6 +42,7 @@ CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexc
         return CURLE_OUT_OF_MEMORY;
     }
     SSL_CTX_set_info_callback(made, &data_tls::on_event);
+    SSL_CTX_set_options(made, SSL_OP_IGNORE_UNEXPECTED_EOF); // to libcurl 8 an end without close_notify is an error
     mine.context_ = made;
     mine.ended_ = false;
     return CURLE_OK;
