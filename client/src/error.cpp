@@ -83,10 +83,6 @@ const description& describe(error_cause why)
     return descriptions.at(static_cast<std::size_t>(why));
 }
 
-} // namespace
-
-namespace {
-
 std::string local_reason(std::error_code code)
 {
     return code == std::errc::no_such_file_or_directory ? "it does not exist"

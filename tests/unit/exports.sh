@@ -9,11 +9,10 @@ trap 'rm -rf "$work"' EXIT
 
 status=0
 for library; do
-    name=$(basename "$library")
-    name=${name%%.so*}
-    sed -n "/^$name\.so/,/^lib/p" "$list" | grep -Ev '^(lib.*#|\*|optional:)' | LC_ALL=C sort -u >"$work/listed"
+    soname=$(basename "${library%%.so*}")
+    sed -n "/^$soname\.so/,/^lib/p" "$list" | grep -Ev '^(lib.*#|\*|optional:)' | LC_ALL=C sort -u >"$work/listed"
     nm -D --defined-only -C "$library" | cut -d' ' -f3- | LC_ALL=C sort -u >"$work/exported"
-    LC_ALL=C comm -23 "$work/exported" "$work/listed" | grep -Ev "^($optional)" | sed "s/^/$name: not listed: /" && status=1
-    LC_ALL=C comm -13 "$work/exported" "$work/listed" | sed "s/^/$name: gone: /" | grep . && status=1
+    LC_ALL=C comm -23 "$work/exported" "$work/listed" | grep -Ev "^($optional)" | sed "s/^/$soname: not listed: /" && status=1
+    LC_ALL=C comm -13 "$work/exported" "$work/listed" | sed "s/^/$soname: gone: /" | grep . && status=1
 done
 exit "$status"

@@ -257,8 +257,7 @@ void download_job::finish()
 {
     close();
     if (file_.needs_checksum() && !content_) {
-        return ask(check_file, step::checksum, file_.path(), check_file_algorithms, std::uint64_t{0},
-                   std::uint64_t{0}, std::uint32_t{0});
+        return ask_checksum(step::checksum, file_.path());
     }
     guarded([this] {
         file_facts found = facts();
