@@ -61,6 +61,9 @@ void set_shell_operands(CLI::App& command, const command_line& line, const std::
 CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, const char* help, bool several,
                        url_action act);
 
+/// Lets the value of `option` be a number of bytes with a unit, as in "10M".
+CLI::Option& take_bytes(CLI::Option& option);
+
 void add_dry_run(CLI::App& command, command_line& line);
 /// -h, --human. Where a command has none, -h shows its help.
 void add_human(CLI::App& command, command_line& line);
