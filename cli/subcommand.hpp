@@ -10,6 +10,7 @@
 
 namespace CLI {
 class App;
+class Option;
 }
 
 /// What subcommands are made of. One definition serves the command and the shell: the shell adds the same

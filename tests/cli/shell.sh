@@ -23,7 +23,7 @@ type "put ä\t\"c \\\"d\\\"\"\r" {home> $}
 type "mget o* c*\r" {home> $}
 type "mput p0\t" {Display all 1,200 possibilities\? \(y or n\) $}
 type "n" {mput p0$}
-type "\003open wo\t" {open work:$}
+type "\003open wo\t" {rk:$}
 type "\003cat nowhere\r" {\nqrftp: [^\r]*nowhere[^\r]*\r\n.*home> $}
 type "get b\t\r" { left}
 type "\003" {qrftp: Interrupted\.\r\n.*home> $}

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <string_view>
 
 namespace qrftp::ftp {
 
@@ -154,6 +155,20 @@ bool is_refusal(const request_result& result)
                                       CURLE_REMOTE_FILE_EXISTS,   CURLE_FTP_COULDNT_USE_REST,
                                       CURLE_FTP_COULDNT_SET_TYPE, CURLE_BAD_DOWNLOAD_RESUME};
     return is_one_of(codes, result.code) && result.last_reply().code != code::service_not_available;
+}
+
+void refuse_other_server(const url& server, std::string_view greeting)
+{
+    const auto refuse = [&server](const char* what, const char* scheme) {
+        throw NoConnection(server.server(), {0, fmt::format("{}; write {}://{}:{}/", what, scheme, server.host,
+                                                            server.effective_port())});
+    };
+    if (greeting.starts_with("SSH-")) {
+        refuse("this is an SSH server", "sftp");
+    }
+    if (greeting.starts_with("220") && server.scheme == url_scheme::ftps) {
+        refuse("this server begins TLS after its greeting", "ftp");
+    }
 }
 
 void throw_failure(const std::string& server, const request& request, const request_result& result,

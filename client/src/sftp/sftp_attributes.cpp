@@ -1,6 +1,8 @@
 #include "extensions.hpp"
 #include "perform.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 /// What `sftp_protocol` asks and sets of files besides their names and their content.
@@ -110,7 +112,7 @@ void sftp_protocol::make_link(const std::string& target, const std::string& path
 void sftp_protocol::make_hard_link(const std::string& existing, const std::string& path)
 {
     if (!connected().has_extension(hard_link.extension, "1")) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = fmt::format("it has no {}", hard_link.extension)});
     }
     if (!find(existing)) {
         throw NotFound(existing);
@@ -122,7 +124,7 @@ disk_space sftp_protocol::space(const std::string& path)
 {
     const auto told = ask(path, [&](pipeline& server) { return ask_space(server, path); });
     if (!told) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "it has no statvfs@openssh.com"});
     }
     return *told;
 }

@@ -108,7 +108,7 @@ void replace_link(protocol& server, const std::string& target, const std::string
 {
     server.check_name(target);
     if (!server.keeps_link_targets() && !target.starts_with('/')) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "SITE SYMLINK does not keep a relative target"});
     }
     try {
         return server.make_link(target, path);

@@ -1,5 +1,6 @@
 #include "single_file.hpp"
 
+#include "../refusal.hpp"
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
@@ -10,8 +11,6 @@
 #include "verify.hpp"
 
 #include <qrftp/tree.hpp>
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -38,10 +37,11 @@ unsigned useful_parts(unsigned allowed, std::uint64_t size)
     return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_part, 1, allowed));
 }
 
-std::string in_mebibytes(std::uint64_t bytes)
+meter make_meter(const session& opened, const std::string& path, const transfer_options& options,
+                 const connection_pool& pool)
 {
-    constexpr double mebibyte = 1 << 20;
-    return fmt::format("{:.4g}", static_cast<double>(bytes) / mebibyte);
+    const auto longest = session_access::options(opened).total_timeout;
+    return {path, options, make_rate_limiter(options.rate_limit, longest), pool.stop_token()};
 }
 
 /// Runs `work`; a broken connection and a limit of time are thrown with what they mean for this transfer.
@@ -54,22 +54,12 @@ void with_consequences(const session& opened, const meter& progress, const std::
     try {
         work();
     } catch (const ConnectionLost& failure) {
-        if (kept.empty()) {
-            throw;
-        }
-        const std::string& said = failure.server_message();
-        throw ConnectionLost(failure.path(), {failure.reply_code(),
-                                              said + (said.empty() ? "" : "; ") + kept + "; run it again"});
-    } catch (const Timeout& failure) {
+        throw ConnectionLost(failure.path(), kept, said_by(failure));
+    } catch (const Timeout&) {
         if (limit.count() == 0 || steady_clock::now() - began < limit) {
             throw;
         }
-        const qrftp::progress now = progress.now();
-        throw Timeout(failure.path(),
-                      {failure.reply_code(),
-                       fmt::format("not finished within {:g} s, the limit of --timeout: {} of {} MiB",
-                                   std::chrono::duration<double>(limit).count(), in_mebibytes(now.bytes),
-                                   in_mebibytes(now.total))});
+        progress.throw_unfinished(limit);
     }
 }
 
@@ -116,7 +106,7 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     }
     const unsigned parts = useful_parts(allowed, size);
     connection_pool pool(from.location(), session_access::options(from), parts - 1);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
     with_consequences(from, progress, kept_by(options),
@@ -138,7 +128,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
         throw AlreadyExists(path);
     }
     connection_pool pool(to.location(), session_access::options(to), parts - 1);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
     with_consequences(to, progress, "",
                       [&] { copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send); });
@@ -148,7 +138,7 @@ void fetch_data(const session& from, const std::string& path,
                 const std::function<bool(std::string_view)>& on_data, const transfer_options& options)
 {
     connection_pool pool(from.location(), session_access::options(from), 0);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(from, path, options, pool);
     data_download file(path, on_data, options, progress,
                        verification_of(session_access::server(from), from.location().server(), options));
     copy_parts<download>(from, pool, options, file, 0, 1, &protocol::fetch);
@@ -158,7 +148,7 @@ void send_data(const session& to, const std::function<std::size_t(std::span<char
                const std::string& path, const transfer_options& options)
 {
     connection_pool pool(to.location(), session_access::options(to), 0);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(to, path, options, pool);
     data_upload file(read, path, options, progress,
                      verification_of(session_access::server(to), to.location().server(), options));
     copy_parts<upload>(to, pool, options, file, 0, 1, &protocol::send);
