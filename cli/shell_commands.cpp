@@ -20,6 +20,7 @@
 #include <array>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace qrftp::cli {
@@ -57,7 +58,12 @@ void run_lcd(shell_state& state)
         target = state.last_local_folder;
     }
     std::filesystem::path left = std::filesystem::current_path();
-    std::filesystem::current_path(target);
+    std::error_code error;
+    std::filesystem::current_path(target, error);
+    if (error) {
+        throw error == std::errc::no_such_file_or_directory ? LocalFileError::missing_folder(target.string())
+                                                            : LocalFileError(target.string(), error);
+    }
     state.last_local_folder = std::move(left);
 }
 

@@ -26,7 +26,8 @@ constexpr std::array<description, 33> descriptions{{
     {error_cause::proxy_refused, "ProxyRefused", R"(The proxy refused the connection{2}.)"},
     {error_cause::no_encryption, "NoEncryption",
      R"(No encrypted connection to "{0}"{2}. )"
-     "If the server offers no TLS, --tls none goes on in the clear, password included."},
+     "If the server offers no TLS, --tls none goes on in the clear, password included.",
+     R"("{0}" {1}{2}. --tls none goes on in the clear, password included.)"},
     {error_cause::certificate_refused, "CertificateRefused",
      R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
      "If it is the server's own, name it with --cacert FILE or --pin."},

@@ -135,8 +135,9 @@ QRFTP_ERROR_WITH_REASON(InvalidOption, invalid_option);
 QRFTP_ERROR(NoConnection, no_connection);
 /// The proxy was reached and did not make the connection; the message is its status or its reason.
 QRFTP_ERROR(ProxyRefused, proxy_refused);
-/// TLS was asked for, and the server does not offer it or no common version was found.
-QRFTP_ERROR(NoEncryption, no_encryption);
+/// TLS was asked for, and the server does not offer it or no common version was found. The reason, where there
+/// is one, says which.
+QRFTP_ERROR_WITH_DETAIL(NoEncryption, no_encryption);
 /// The server's certificate was not accepted. Nothing secret was sent.
 QRFTP_ERROR(CertificateRefused, certificate_refused);
 /// The host has no line in the known-hosts files, and unknown ones are not accepted. The reason holds the key's

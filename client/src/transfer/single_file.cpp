@@ -46,7 +46,8 @@ meter make_meter(const session& opened, const std::string& path, const transfer_
 
 /// Runs `work`; a broken connection and a limit of time are thrown with what they mean for this transfer.
 template <class Work>
-void with_consequences(const session& opened, const meter& progress, const std::string& kept, const Work& work)
+void with_consequences(const session& opened, const meter& progress, const std::string& path,
+                       const std::string& kept, const Work& work)
 {
     using std::chrono::steady_clock;
     const auto began = steady_clock::now();
@@ -54,7 +55,7 @@ void with_consequences(const session& opened, const meter& progress, const std::
     try {
         work();
     } catch (const ConnectionLost& failure) {
-        throw ConnectionLost(failure.path(), kept, said_by(failure));
+        throw ConnectionLost(path, kept, said_by(failure));
     } catch (const Timeout&) {
         if (limit.count() == 0 || steady_clock::now() - began < limit) {
             throw;
@@ -109,7 +110,7 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
-    with_consequences(from, progress, kept_by(options),
+    with_consequences(from, progress, path, kept_by(options),
                       [&] { copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch); });
 }
 
@@ -130,7 +131,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     connection_pool pool(to.location(), session_access::options(to), parts - 1);
     meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
-    with_consequences(to, progress, "",
+    with_consequences(to, progress, path, "",
                       [&] { copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send); });
 }
 
