@@ -77,10 +77,12 @@ void check(const qrftp::entry& found)
     require(!text("..").starts_with(found.name) && found.name.find_first_of(text("/\0", 2)) == none);
 }
 /// Over one connection: the sockets of this server are for one thread.
-const qrftp::sync_options mirror{{.transfer = {.keep_time = true}, .jobs = 1, .keep_going = true}, true};
-const qrftp::transfer_options resume{.resume = true};
-const qrftp::transfer_options in_place{.in_place = true, .replace = false};
-const qrftp::transfer_options keep_time{.keep_time = true};
+const qrftp::transfer_options at_once{.retry_delay = {}}; // The time here stands still while somebody waits.
+const qrftp::sync_options mirror{
+    {.transfer = {.keep_time = true, .retry_delay = {}}, .jobs = 1, .keep_going = true}, true};
+const qrftp::transfer_options resume{.resume = true, .retry_delay = {}};
+const qrftp::transfer_options in_place{.in_place = true, .replace = false, .retry_delay = {}};
+const qrftp::transfer_options keep_time{.keep_time = true, .retry_delay = {}};
 using operation = void (*)(qrftp::session&);
 const operation operations[] = {
     [](auto& s) { (void)s.server_info(); },
@@ -98,7 +100,10 @@ const operation operations[] = {
     [](auto& s) { s.rename("a", "b"), s.rename("a", "b", true); },
     [](auto& s) { synchronise(s, out, "d", qrftp::direction::send, mirror); },
     [](auto& s) { s.fetch("a", in / "a", keep_time); },
-    [](auto& s) { s.fetch("a", [](text piece) { return piece.size() != 3; }); },
+    [](auto& s) {
+        s.fetch(
+            "a", [](text piece) { return piece.size() != 3; }, at_once);
+    },
     [](auto& s) { s.fetch("a", in / "he", resume); },
     [](auto& s) { s.send(out / "a", "a", keep_time); },
     [](auto& s) { s.send(out / "a", "b", resume); },

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "transfer/retry.hpp"
+#include "retry_policy.hpp"
 
 #include <qrftp/checksum.hpp>
 #include <qrftp/disk_space.hpp>

@@ -1,6 +1,6 @@
 #include "remote_path.hpp"
 
-#include "transfer/hasher.hpp"
+#include "hasher.hpp"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,5 @@
 #include "client_error.hpp"
+#include "line_server.hpp"
 #include "scripted_peer.hpp"
 #include "ssh_peer.hpp"
 
@@ -22,6 +23,7 @@
 
 using namespace qrftp;
 using namespace std::literals;
+using support::line_server;
 using support::ssh_peer;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -81,50 +83,6 @@ protected:
     session_options options;
     server_info info;
     std::string sentence;
-};
-
-/// A port of loopback that says something to whoever connects, and then only listens.
-class line_server {
-public:
-    explicit line_server(std::string line) : socket_(::socket(AF_INET, SOCK_STREAM, 0)), line_(std::move(line))
-    {
-        socklen_t size = sizeof address_;
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(socket_, reinterpret_cast<const sockaddr*>(&address_), size);
-        ::listen(socket_, 1);
-        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address_), &size);
-        thread_ = std::thread([this] {
-            const int client = ::accept(socket_, nullptr, nullptr);
-            ::send(client, line_.data(), line_.size(), MSG_NOSIGNAL);
-            char byte = 0;
-            while (::recv(client, &byte, 1, 0) > 0) {
-                received_ += byte;
-            }
-            ::close(client);
-        });
-    }
-    /// What the client has sent, which is gone.
-    std::string received()
-    {
-        thread_.join();
-        thread_ = std::thread([] {});
-        return received_;
-    }
-    ~line_server()
-    {
-        ::shutdown(socket_, SHUT_RDWR);
-        thread_.join();
-        ::close(socket_);
-    }
-    [[nodiscard]] std::uint16_t port() const { return ntohs(address_.sin_port); }
-
-private:
-    int socket_;
-    std::string line_;
-    std::string received_{};
-    sockaddr_in address_{};
-    std::thread thread_;
 };
 
 /// Sends `sent` and reads until as much came back.

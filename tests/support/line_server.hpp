@@ -26,9 +26,17 @@ public:
             ::send(client, line_.data(), line_.size(), MSG_NOSIGNAL);
             char byte = 0;
             while (::recv(client, &byte, 1, 0) > 0) {
+                received_ += byte;
             }
             ::close(client);
         });
+    }
+    /// What the client has sent, once it is gone.
+    [[nodiscard]] std::string received()
+    {
+        thread_.join();
+        thread_ = std::thread([] {});
+        return received_;
     }
     ~line_server()
     {
@@ -41,6 +49,7 @@ public:
 private:
     int socket_;
     std::string line_;
+    std::string received_{};
     sockaddr_in address_{};
     std::thread thread_;
 };

@@ -9,7 +9,7 @@ trap 'rm -rf "$work"' EXIT
 
 status=0
 for library; do
-    soname=$(basename "$library" .so)
+    soname=$(basename "${library%%.so*}")
     sed -n "/^$soname\.so/,/^lib/p" "$list" | grep -Ev '^(lib.*#|\*|optional:)' | LC_ALL=C sort -u >"$work/listed"
     nm -D --defined-only -C "$library" | cut -d' ' -f3- | LC_ALL=C sort -u >"$work/exported"
     LC_ALL=C comm -23 "$work/exported" "$work/listed" | grep -Ev "^($optional)" | sed "s/^/$soname: not listed: /" && status=1

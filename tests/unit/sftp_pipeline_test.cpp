@@ -44,6 +44,7 @@ TEST_F(SftpPipeline, LearnsVersionExtensionsAndLimits)
     peer.extensions.emplace_back("limits@openssh.com", "1");
     peer.max_read = 100'000;
     const auto server = connect();
+    server->call(packet_type::realpath, ".");
     EXPECT_TRUE(server->has_extension("posix-rename@openssh.com", "1"));
     EXPECT_FALSE(server->has_extension("posix-rename@openssh.com", "2"));
     EXPECT_EQ(server->limits().read, 100'000U);

@@ -11,7 +11,8 @@ namespace qrftp {
 /// the source where the options say so. `resume`, `jobs` and the options about parts of a file have no meaning.
 ///
 /// On one SFTP server that offers copy-data, with one login, the server copies by itself. Otherwise what is
-/// fetched from the one is sent to the other meanwhile; what arrives must be as long as the source. Throws what
+/// fetched from the one is sent to the other meanwhile; what arrives must be as long as the source. After a
+/// break of the connection that is written to, all is sent anew: the source may have changed. Throws what
 /// `session::fetch` and `session::send` throw; `InvalidOption` for a file to be copied to itself.
 QRFTPCLIENT_EXPORT void copy(session& from, const std::string& source, session& to, const std::string& target,
                              const transfer_options& options = {});

@@ -1,5 +1,6 @@
 #include "certificate_check.hpp"
 
+#include "../bare_host.hpp"
 #include "../base64.hpp"
 
 #include <fmt/format.h>
@@ -15,11 +16,6 @@
 namespace qrftp::ftp {
 
 namespace {
-
-std::string without_brackets(const std::string& host)
-{
-    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
-}
 
 /// As libcurl writes public keys (CURLOPT_PINNEDPUBLICKEY).
 std::string pin_of(X509* certificate)
@@ -44,7 +40,7 @@ std::string pin_of(X509* certificate)
 } // namespace
 
 certificate_check::certificate_check(const url& server, const session_options& options)
-    : policy_(server, options), name_(without_brackets(server.host))
+    : policy_(server, options), name_(bare_host(server.host))
 {
     name_.resize(name_.size() - (name_.ends_with('.') ? 1 : 0));
 }

@@ -1,6 +1,5 @@
+#include "../hasher.hpp"
 #include "extensions.hpp"
-
-#include <fmt/format.h>
 
 #include <array>
 
@@ -16,11 +15,7 @@ std::optional<checksum> read_check_file(const reply& answer)
     static constexpr std::array<std::string_view, 4> names{"sha256", "sha1", "md5", "crc32"};
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (names.at(i) == algorithm) {
-            checksum told{static_cast<hash_algorithm>(i), {}};
-            for (const char byte : fields.rest()) {
-                told.digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-            }
-            return told;
+            return checksum{static_cast<hash_algorithm>(i), hex_of(fields.rest())};
         }
     }
     return std::nullopt;

@@ -1,5 +1,7 @@
 #include "copy_job.hpp"
 
+#include "extensions.hpp"
+
 #include <algorithm>
 #include <utility>
 
@@ -64,6 +66,12 @@ void copy_job::send_open(std::uint32_t step, const std::string& path, std::uint3
     ask(packet_type::open, step, path, flags, initial);
     state_->handles.on_open();
     is_counted_ = true;
+}
+
+/// Of the whole file, as one block.
+void copy_job::ask_checksum(std::uint32_t step, const std::string& path)
+{
+    ask(check_file, step, path, check_file_algorithms, std::uint64_t{0}, std::uint64_t{0}, std::uint32_t{0});
 }
 
 bool copy_job::take_handle(const reply& answer, const std::string& subject)

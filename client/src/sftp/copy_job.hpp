@@ -108,6 +108,7 @@ protected:
                    const attributes& initial = {});
     /// Keeps the handle. False when the server refused: the file is then postponed, or has failed.
     bool take_handle(const reply& answer, const std::string& subject);
+    void ask_checksum(std::uint32_t step, const std::string& path);
     [[nodiscard]] bool is_open() const noexcept { return is_open_; }
     [[nodiscard]] const file_handle& handle() const noexcept { return handle_; }
     /// Sends CLOSE, if the file is open; nobody looks at the answer.

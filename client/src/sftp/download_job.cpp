@@ -27,7 +27,7 @@ void download_job::send_first()
         size_ = file_.listed_size();
     }
     is_listed_ = size_.has_value();
-    plan(size_.value_or(0));
+    plan(part_.end == byte_range::to_the_end ? size_.value_or(0) : part_.end - part_.begin);
     send_open(step::open, file_.path(), open_flag::read);
 }
 
@@ -257,8 +257,7 @@ void download_job::finish()
 {
     close();
     if (file_.needs_checksum() && !content_) {
-        return ask(check_file, step::checksum, file_.path(), check_file_algorithms, std::uint64_t{0},
-                   std::uint64_t{0}, std::uint32_t{0});
+        return ask_checksum(step::checksum, file_.path());
     }
     guarded([this] {
         file_facts found = facts();

@@ -69,7 +69,7 @@ pipeline::pipeline(std::unique_ptr<transport> connection, settings options)
 {
     handshake();
     if (has_extension("limits@openssh.com", "1")) {
-        ask_for_limits();
+        send(request("limits@openssh.com", packet_type::extended_reply), {&limits_});
     }
 }
 
@@ -102,9 +102,8 @@ void pipeline::handle_version(packet_reader body)
     has_version_ = true;
 }
 
-void pipeline::ask_for_limits()
+void pipeline::limits_answer::on_reply(const request_tag& /*tag*/, const reply& answer)
 {
-    const reply answer = call(request("limits@openssh.com", packet_type::extended_reply));
     if (answer.is_status()) {
         return;
     }
@@ -112,14 +111,14 @@ void pipeline::ask_for_limits()
     const std::uint64_t packet = fields.read_u64();
     const std::uint64_t read = fields.read_u64();
     const std::uint64_t write = fields.read_u64();
-    limits_.handles = fields.read_u64();
+    limits.handles = fields.read_u64();
     const auto effective = [packet](std::uint64_t limit, std::uint32_t otherwise) {
         const std::uint64_t whole = packet > 1024 ? packet - 1024 : max_data;
         return limit == 0 ? otherwise
                           : static_cast<std::uint32_t>(std::min({limit, whole, std::uint64_t{max_data}}));
     };
-    limits_.read = effective(read, limits_.read);
-    limits_.write = effective(write, limits_.write);
+    limits.read = effective(read, limits.read);
+    limits.write = effective(write, limits.write);
 }
 
 byte_queue& pipeline::prepare()

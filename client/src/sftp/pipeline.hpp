@@ -79,10 +79,11 @@ public:
     /// How long `pump` waits at most.
     static constexpr std::chrono::seconds tick_interval{1};
 
-    /// Exchanges INIT and VERSION and asks for the limits.
+    /// Exchanges INIT and VERSION and asks for the limits. The answer costs no round trip: it comes before that
+    /// to the next request.
     pipeline(std::unique_ptr<transport> connection, settings options);
 
-    [[nodiscard]] const server_limits& limits() const noexcept { return limits_; }
+    [[nodiscard]] const server_limits& limits() const noexcept { return limits_.limits; }
     using extension_map = std::map<std::string, std::string, std::less<>>;
     /// What VERSION offered, with its data.
     [[nodiscard]] const extension_map& extensions() const noexcept { return extensions_; }
@@ -160,6 +161,10 @@ private:
         std::uint32_t uses = 0;
         bool pending = false;
     };
+    struct limits_answer : reply_handler {
+        void on_reply(const request_tag& tag, const reply& answer) override;
+        server_limits limits{};
+    };
     /// Keeps the answer to a `call`.
     struct kept_answer : reply_handler {
         void on_reply(const request_tag& tag, const reply& answer) override;
@@ -205,7 +210,6 @@ private:
     reply wait_for_answer();
 
     void handshake();
-    void ask_for_limits();
     void exchange();
     bool flush();
     bool receive();
@@ -222,7 +226,7 @@ private:
     settings settings_;
     std::optional<clock::time_point> deadline_{};
     extension_map extensions_{};
-    server_limits limits_{};
+    limits_answer limits_{};
     bool has_version_ = false;
     bool is_dispatching_ = false;
 

@@ -1,5 +1,6 @@
 #include "proxy_connection.hpp"
 
+#include "../bare_host.hpp"
 #include "../base64.hpp"
 #include "host_addresses.hpp"
 #include "tcp_connection.hpp"
@@ -100,11 +101,6 @@ std::string handshake::receive_header()
         header += receive(1);
     }
     return header;
-}
-
-std::string without_brackets(const std::string& host)
-{
-    return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
 }
 
 std::string bracketed(const std::string& host)
@@ -220,8 +216,7 @@ unique_fd connect_through(const proxy_address& proxy, const std::string& host, s
         throw InvalidOption(proxy.url(),
                             "SFTP goes through HTTP and SOCKS5 proxies, not through one of this kind");
     }
-    unique_fd socket =
-        connect_tcp(without_brackets(proxy.host), proxy.port == 0 ? usual_port : proxy.port, wait);
+    unique_fd socket = connect_tcp(bare_host(proxy.host), proxy.port == 0 ? usual_port : proxy.port, wait);
     handshake peer(socket.get(), wait);
     if (proxy.kind == http) {
         connect_http(proxy, host, port, peer);

@@ -4,11 +4,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 
 /// What `sftp_protocol` asks and sets of files besides their names and their content.
 namespace qrftp::sftp {
 
 namespace {
+
+constexpr std::uint64_t no_limit = std::numeric_limits<std::uint64_t>::max();
 
 /// How much the server copies in one request: small enough to be done before the stall timeout.
 constexpr std::uint64_t copied_at_once = std::uint64_t{64} << 20;
@@ -140,11 +143,11 @@ std::optional<disk_space> sftp_protocol::ask_space(pipeline& server, const std::
     packet_reader fields = answer.body();
     fields.read_u64(); // the size of a block, by which nothing is counted
     const std::uint64_t unit = fields.read_u64();
-    disk_space result;
-    result.total = fields.read_u64() * unit;
-    result.free = fields.read_u64() * unit;
-    result.available = fields.read_u64() * unit;
-    return result;
+    const auto read_bytes = [&] {
+        std::uint64_t bytes = 0;
+        return __builtin_mul_overflow(fields.read_u64(), unit, &bytes) ? no_limit : bytes;
+    };
+    return disk_space{.total = read_bytes(), .free = read_bytes(), .available = read_bytes()};
 }
 
 bool sftp_protocol::copy_on_server(const std::string& from, const std::string& to, const file_facts& initial,

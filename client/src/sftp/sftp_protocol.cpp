@@ -13,6 +13,17 @@
 
 namespace qrftp::sftp {
 
+namespace {
+
+/// Of the whole file, as one block.
+reply call_check_file(pipeline& server, const std::string& path)
+{
+    return server.call(check_file, path, check_file_algorithms, std::uint64_t{0}, std::uint64_t{0},
+                       std::uint32_t{0});
+}
+
+} // namespace
+
 sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
 {
@@ -191,8 +202,7 @@ std::optional<checksum_method> sftp_protocol::find_checksum_method()
 {
     if (!checks_files_) {
         checks_files_ = ask(server_, [this](pipeline& server) {
-            const reply answer = server.call(check_file, info_.login_folder, check_file_algorithms,
-                                             std::uint64_t{0}, std::uint64_t{0}, std::uint32_t{0});
+            const reply answer = call_check_file(server, info_.login_folder);
             return !answer.is_status(status_code::op_unsupported);
         });
     }
@@ -202,8 +212,7 @@ std::optional<checksum_method> sftp_protocol::find_checksum_method()
 checksum sftp_protocol::ask_checksum(const std::string& path)
 {
     return ask(path, [&](pipeline& server) {
-        const reply answer = server.call(check_file, path, check_file_algorithms, std::uint64_t{0},
-                                         std::uint64_t{0}, std::uint32_t{0});
+        const reply answer = call_check_file(server, path);
         if (answer.is_status(status_code::failure)) {
             throw_refusal(*this, path, expected::file,
                           {static_cast<long>(answer.code()), std::string(answer.message())});

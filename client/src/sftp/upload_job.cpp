@@ -270,8 +270,7 @@ void upload_job::on_stored()
         }
     }
     if (file_.needs_verifying() && !std::exchange(is_verified_, true)) {
-        return ask(check_file, step::checksum, file_.path(), check_file_algorithms, std::uint64_t{0},
-                   std::uint64_t{0}, std::uint32_t{0});
+        return ask_checksum(step::checksum, file_.path());
     }
     if (file_.is_temporary()) {
         send_rename();

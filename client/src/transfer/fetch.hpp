@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../hasher.hpp"
 #include "../protocol.hpp"
 #include "local_target.hpp"
 #include "meter.hpp"

@@ -1,6 +1,7 @@
 #include "local_target.hpp"
 
 #include "../remote_path.hpp"
+#include "local_checksum.hpp"
 #include "local_error.hpp"
 
 #include <fmt/format.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "../protocol.hpp"
-#include "hasher.hpp"
 
+#include <qrftp/checksum.hpp>
 #include <qrftp/transfer.hpp>
 #include <zorbel/io/common/file/Folder.hpp>
 

@@ -2,6 +2,7 @@
 
 #include "../remote_path.hpp"
 #include "fetch.hpp"
+#include "local_checksum.hpp"
 #include "local_error.hpp"
 #include "local_target.hpp"
 #include "verify.hpp"

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "../hasher.hpp"
 #include "../protocol.hpp"
-#include "hasher.hpp"
 #include "meter.hpp"
 
 #include <qrftp/transfer.hpp>

@@ -104,8 +104,12 @@ public:
         return reader_->read(offset, buffer);
     }
     [[nodiscard]] bool reads_anywhere() const override { return true; }
-    /// That of a source that changes is told by its size or its checksum.
-    bool is_unchanged() override { return true; }
+    /// What was sent before a break may be of another version of the source.
+    bool is_unchanged() override
+    {
+        progress().restart();
+        return false;
+    }
     void verify(const checksum& stored) override
     {
         check_same(target(), source_.facts.content.value(), stored);

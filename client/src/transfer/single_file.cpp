@@ -19,11 +19,20 @@ namespace qrftp {
 
 namespace {
 
-/// A part that is smaller than this comes sooner over the connection that is there.
-constexpr std::uint64_t smallest_part = std::uint64_t{8} << 20;
+constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+/// What is less comes sooner over the connection that is there than over a further one.
+constexpr std::uint64_t smallest_share = 8 * mebibyte;
+/// Where a part costs no round trip: a connection that comes late, or is slow, then carries fewer of them.
+constexpr std::uint64_t small_part = 4 * mebibyte;
 
-/// How many parts the options allow.
-unsigned allowed_parts(const protocol& server, const transfer_options& options, direction way)
+/// Over how many connections a file goes, in how many parts.
+struct spread {
+    unsigned connections = 1;
+    unsigned parts = 1;
+};
+
+/// How many connections the options allow for one file.
+unsigned allowed_connections(const protocol& server, const transfer_options& options, direction way)
 {
     if (options.resume || options.verify) {
         return 1;
@@ -32,9 +41,12 @@ unsigned allowed_parts(const protocol& server, const transfer_options& options, 
     return std::max({server.carries_parts() ? options.jobs : 1, segments, 1U});
 }
 
-unsigned useful_parts(unsigned allowed, std::uint64_t size)
+spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size)
 {
-    return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_part, 1, allowed));
+    const auto connections =
+        static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_share, 1, allowed));
+    const bool is_cheap = connections > 1 && server.carries_parts();
+    return {connections, is_cheap ? static_cast<unsigned>((size - 1) / small_part + 1) : connections};
 }
 
 meter make_meter(const session& opened, const std::string& path, const transfer_options& options,
@@ -101,17 +113,18 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     protocol& server = session_access::server(from);
     verification_of(server, from.location().server(), options);
     std::uint64_t size = 0;
-    const unsigned allowed = allowed_parts(server, options, direction::fetch);
+    const unsigned allowed = allowed_connections(server, options, direction::fetch);
     if (allowed > 1) {
         size = options.listed_size ? *options.listed_size : server.size(path).value_or(0);
     }
-    const unsigned parts = useful_parts(allowed, size);
-    connection_pool pool(from.location(), session_access::options(from), parts - 1);
+    const auto [connections, parts] = spread_file(server, allowed, size);
+    connection_pool pool(from.location(), session_access::options(from), connections - 1);
     meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
-    with_consequences(from, progress, path, kept_by(options),
-                      [&] { copy_parts<download>(from, pool, options, file, size, parts, &protocol::fetch); });
+    with_consequences(from, progress, path, kept_by(options), [&, count = parts] {
+        copy_parts<download>(from, pool, options, file, size, count, &protocol::fetch);
+    });
 }
 
 void send_file(const session& to, const std::filesystem::path& local, const std::string& path,
@@ -124,15 +137,17 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     auto source = open_source(local);
     verification_of(server, to.location().server(), options);
     const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
-    const unsigned parts = useful_parts(allowed_parts(server, options, direction::send), size);
+    const unsigned allowed = allowed_connections(server, options, direction::send);
+    const auto [connections, parts] = spread_file(server, allowed, size);
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
     }
-    connection_pool pool(to.location(), session_access::options(to), parts - 1);
+    connection_pool pool(to.location(), session_access::options(to), connections - 1);
     meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
-    with_consequences(to, progress, path, "",
-                      [&] { copy_parts<upload>(to, pool, options, file, size, parts, &protocol::send); });
+    with_consequences(to, progress, path, "", [&, count = parts] {
+        copy_parts<upload>(to, pool, options, file, size, count, &protocol::send);
+    });
 }
 
 void fetch_data(const session& from, const std::string& path,

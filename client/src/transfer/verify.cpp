@@ -27,6 +27,11 @@ std::optional<checksum_method> verification_of(protocol& asked, const std::strin
 
 void check_same(const std::string& path, const checksum& here, const checksum& there)
 {
+    if (here.algorithm != there.algorithm) {
+        throw NotSupported(path,
+                           {.message = fmt::format("its content was asked for as {}, and the server told {}",
+                                                   name_of(here.algorithm), name_of(there.algorithm))});
+    }
     if (here != there) {
         throw ChecksumMismatch(path, fmt::format("{} is {} here and {} on the server", name_of(here.algorithm),
                                                  here.digits, there.digits));

@@ -16,7 +16,7 @@ checksum_method require_checksums(protocol& asked, const std::string& server);
 std::optional<checksum_method> verification_of(protocol& asked, const std::string& server,
                                                const transfer_options& options);
 
-/// Throws `ChecksumMismatch` about `path` where the two differ.
+/// Throws `ChecksumMismatch` about `path` where the two differ, `NotSupported` where they cannot be compared.
 void check_same(const std::string& path, const checksum& here, const checksum& there);
 
 } // namespace qrftp

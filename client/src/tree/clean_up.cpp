@@ -3,6 +3,7 @@
 #include "local_tree.hpp"
 
 #include <qrftp/tree.hpp>
+#include <qrftp/walk.hpp>
 
 #include <chrono>
 #include <utility>
@@ -20,23 +21,18 @@ bool is_left_over(const std::string& name, std::chrono::sys_seconds modified, st
 
 std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age)
 {
-    std::vector<std::string> folders{server.absolute(remote_folder)};
-    std::vector<std::string> removed;
-    while (!folders.empty()) {
-        const std::string folder = std::move(folders.back());
-        folders.pop_back();
-        for (const entry& each : server.list(folder).entries) {
-            const std::string path = remote_path::join(folder, each.name);
-            if (each.kind == entry_kind::folder) {
-                folders.push_back(path);
-            } else if (each.kind == entry_kind::file && each.modified &&
-                       is_left_over(each.name, each.modified->time, age)) {
-                server.remove_file(path);
-                removed.push_back(path);
-            }
+    std::vector<std::string> left_over;
+    walk(server, server.absolute(remote_folder), [&](remote_entry&& found) {
+        const entry& each = found.what;
+        if (each.kind == entry_kind::file && each.modified &&
+            is_left_over(each.name, each.modified->time, age)) {
+            left_over.push_back(std::move(found.path));
         }
+    });
+    for (const std::string& path : left_over) {
+        server.remove_file(path);
     }
-    return removed;
+    return left_over;
 }
 
 std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age)

@@ -54,13 +54,14 @@ private:
             } else if (action.what == tree_action::kind::copy) {
                 copies_.push_back(action);
             } else if (action.what == tree_action::kind::make_folder) {
-                settle(action, [&] { make_with_parents(session_access::server(to_), target(action.path)); });
+                outcome_.settle(action,
+                                [&] { make_with_parents(session_access::server(to_), target(action.path)); });
             }
         }
         copy_files();
         for (const tree_action& action : actions) {
             if (!options_.dry_run && action.what == tree_action::kind::make_link) {
-                settle(action, [&] {
+                outcome_.settle(action, [&] {
                     replace_link(session_access::server(to_), scan_.nodes.at(action.path).link_target,
                                  target(action.path), options_.transfer.replace);
                 });
@@ -82,7 +83,8 @@ private:
             server_copier copier(from_, job == 0 && &reading != &writing ? &reading : nullptr, writing,
                                  is_same_);
             for (std::size_t next = next_++; next < copies_.size(); next = next_++) {
-                settle(copies_[next], [&] { copy_file(copier, copies_[next], job, pool.stop_token()); });
+                outcome_.settle(copies_[next],
+                                [&] { copy_file(copier, copies_[next], job, pool.stop_token()); });
             }
         });
     }
@@ -105,18 +107,6 @@ private:
         }
         meter progress_meter(action.path, options, limiter_, std::move(stop));
         copier.copy(source, target(action.path), options, progress_meter);
-    }
-
-    template <class Work>
-    void settle(const tree_action& action, const Work& work)
-    {
-        try {
-            work();
-        } catch (const error&) {
-            outcome_.failed(action.path, std::current_exception());
-            return;
-        }
-        outcome_.done(action);
     }
 
     [[nodiscard]] std::string target(const std::string& path) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <qrftp/error.hpp>
 #include <qrftp/tree.hpp>
 
 #include <chrono>
@@ -23,6 +24,18 @@ public:
     /// What is to be copied as a whole.
     void expect(const std::vector<tree_action>& copies);
 
+    /// Does what belongs to a step, and notes how it went.
+    template <class Work>
+    void settle(const tree_action& action, const Work& work)
+    {
+        try {
+            work();
+        } catch (const error&) {
+            failed(action.path, std::current_exception());
+            return;
+        }
+        done(action);
+    }
     void done(const tree_action& action);
     /// Throws `why` unless the options collect failures; the end that somebody asked for is never collected.
     void failed(const std::string& path, const std::exception_ptr& why);

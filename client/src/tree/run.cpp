@@ -94,12 +94,12 @@ private:
     {
         if (fetches()) {
             for (const tree_action& action : actions) {
-                settle(action, [&] { change_local(action); });
+                outcome_.settle(action, [&] { change_local(action); });
             }
             return;
         }
         if (actions.size() == 1 && actions.front().path.empty()) {
-            settle(actions.front(), [&] { note_made(make_with_parents(server_, sides_.remote), ""); });
+            outcome_.settle(actions.front(), [&] { note_made(make_with_parents(server_, sides_.remote), ""); });
             return;
         }
         std::vector<path_change> changes;
@@ -113,11 +113,11 @@ private:
             if (is_existing_folder(changes[index], failure)) {
                 existing.push_back(index); // No request can be made while others are under way.
             } else {
-                settle(actions[index], [&] { rethrow(failure); });
+                outcome_.settle(actions[index], [&] { rethrow(failure); });
             }
         });
         for (const std::size_t index : existing) {
-            settle(actions[index], [&] { accept_folder(changes[index].path, actions[index].path); });
+            outcome_.settle(actions[index], [&] { accept_folder(changes[index].path, actions[index].path); });
         }
     }
 
@@ -145,23 +145,11 @@ private:
         const bool replace = options_.transfer.replace;
         for (const tree_action& action : links) {
             const std::string& target = from_.nodes.at(action.path).link_target;
-            settle(action, [&] {
+            outcome_.settle(action, [&] {
                 fetches() ? sides_.local.make_link(action.path, target, replace)
                           : replace_link(server_, target, remote(action.path), replace);
             });
         }
-    }
-
-    template <class Work>
-    void settle(const tree_action& action, const Work& work)
-    {
-        try {
-            work();
-        } catch (const error&) {
-            outcome_.failed(action.path, std::current_exception());
-            return;
-        }
-        outcome_.done(action);
     }
 
     void change_local(const tree_action& action)

@@ -2,7 +2,7 @@
 #include "../session_access.hpp"
 #include "../transfer/connection_pool.hpp"
 #include "../transfer/fetch.hpp"
-#include "../transfer/hasher.hpp"
+#include "../transfer/local_checksum.hpp"
 #include "../transfer/local_error.hpp"
 #include "../transfer/send.hpp"
 #include "../transfer/verify.hpp"

@@ -51,7 +51,9 @@ public:
         std::sort(all.entries.begin(), all.entries.end(),
                   [](const entry& left, const entry& right) { return left.name < right.name; });
         for (const std::string& line : all.skipped) {
-            options_.on_skipped ? options_.on_skipped(shown(folder), line) : void();
+            if (options_.on_skipped) {
+                options_.on_skipped(shown(folder), line);
+            }
         }
         std::vector<place> below;
         for (entry& each : all.entries) {

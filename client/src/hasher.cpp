@@ -1,22 +1,13 @@
 #include "hasher.hpp"
 
-#include "local_error.hpp"
-#include "local_target.hpp"
-
 #include <boost/crc.hpp>
 #include <fmt/format.h>
 #include <openssl/evp.h>
 
 #include <array>
-#include <cstdint>
 #include <new>
-#include <span>
-#include <utility>
-#include <vector>
 
 namespace qrftp {
-
-namespace files = zorbel::io::common::file;
 
 namespace {
 
@@ -65,11 +56,7 @@ public:
         std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
         unsigned size = 0;
         EVP_DigestFinal_ex(context_.get(), digest.data(), &size);
-        checksum result{algorithm_, {}};
-        for (const unsigned char byte : std::span(digest).first(size)) {
-            result.digits += fmt::format("{:02x}", byte);
-        }
-        return result;
+        return {algorithm_, hex_of({reinterpret_cast<const char*>(digest.data()), size})};
     }
 
 private:
@@ -96,28 +83,13 @@ checksum hasher::finish()
     return state_->finish();
 }
 
-checksum checksum_of(files::LocalFile& file, hash_algorithm algorithm)
+std::string hex_of(std::string_view bytes)
 {
-    constexpr std::size_t piece = std::size_t{256} * 1024;
-    hasher result(algorithm);
-    std::vector<char> buffer(piece);
-    for (std::uint64_t position = 0;;) {
-        const std::size_t got = file.read(position, buffer);
-        if (got == 0) {
-            return result.finish();
-        }
-        result.add({buffer.data(), got});
-        position += got;
+    std::string digits;
+    for (const char byte : bytes) {
+        digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
     }
-}
-
-checksum checksum_of(const std::filesystem::path& file, hash_algorithm algorithm)
-{
-    const local_place place = find_local_place(file);
-    return with_local_errors(file, [&] {
-        return checksum_of(*place.folder->open_file(place.name, files::Folder::Open::read, place.links()),
-                           algorithm);
-    });
+    return digits;
 }
 
 std::string_view name_of(hash_algorithm algorithm) noexcept

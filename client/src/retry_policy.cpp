@@ -1,4 +1,4 @@
-#include "retry.hpp"
+#include "retry_policy.hpp"
 
 #include <algorithm>
 #include <condition_variable>

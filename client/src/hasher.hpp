@@ -1,9 +1,9 @@
 #pragma once
 
 #include <qrftp/checksum.hpp>
-#include <zorbel/io/common/file/Folder.hpp>
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace qrftp {
@@ -25,7 +25,7 @@ private:
     std::unique_ptr<state> state_;
 };
 
-/// The checksum of an open file. Throws what reading it does.
-[[nodiscard]] checksum checksum_of(zorbel::io::common::file::LocalFile& file, hash_algorithm algorithm);
+/// Each byte as two digits.
+[[nodiscard]] std::string hex_of(std::string_view bytes);
 
 } // namespace qrftp
