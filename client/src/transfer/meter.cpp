@@ -51,7 +51,6 @@ void meter::start(std::uint64_t total, std::uint64_t found)
     const std::lock_guard lock(mutex_);
     total_ = total;
     found_ = found;
-    started_ = clock::now();
 }
 
 void meter::add(std::uint64_t bytes)

@@ -76,7 +76,7 @@ private:
     std::uint64_t total_ = 0;
     std::uint64_t found_ = 0;
     std::uint64_t moved_ = 0;
-    clock::time_point started_{};
+    clock::time_point started_ = clock::now();
     clock::time_point began_{}; ///< the first byte: what the connection took before is no part of the rate
     clock::time_point reported_{};
 };
