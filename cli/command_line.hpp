@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,10 @@ struct command_line {
     std::vector<std::string> words; ///< URLs and paths, in their order
     /// In the shell: each of the words as a pattern, in which a backslash stands before what was quoted.
     std::vector<std::string> patterns;
-    std::string
-        profile; ///< whose options hold: the first that a word names, and in the shell the one that is open
+    /// The profile whose options hold: the first that a word names, or in the shell the one that is open.
+    std::string profile;
+    /// In the shell: the options that "jobs" and "limit-rate" have set, which no profile changes.
+    std::set<std::string> set_in_shell;
     /// Of URLs that another profile than the first gave: what is said about reaching their server.
     std::map<std::string, login_options> other_logins;
 

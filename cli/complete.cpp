@@ -1,6 +1,8 @@
 #include "complete.hpp"
 
+#include "operands.hpp"
 #include "parse.hpp"
+#include "profiles.hpp"
 #include "shell_state.hpp"
 #include "subcommand.hpp"
 #include "tokenize.hpp"
@@ -13,7 +15,6 @@
 #include <filesystem>
 #include <iterator>
 #include <map>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -89,6 +90,7 @@ enum class word_kind {
     nothing,
     command,
     option,
+    url, ///< the last that names nothing in a folder
     remote,
     remote_folder,
     marked_remote_folder, ///< behind a colon
@@ -106,9 +108,10 @@ bool takes_folders(word_kind kind)
 word_kind kind_of_operand(const std::string& name, const token& typed)
 {
     static const std::map<std::string, word_kind> kinds{
-        {"COMMAND", word_kind::command}, {"PATH", word_kind::remote},
-        {"NEWPATH", word_kind::remote},  {"FOLDER", word_kind::remote_folder},
-        {"LOCAL", word_kind::local},     {"LOCAL-FOLDER", word_kind::local_folder}};
+        {"COMMAND", word_kind::command},     {"URL", word_kind::url},
+        {"PATH", word_kind::remote},         {"NEWPATH", word_kind::remote},
+        {"LOCAL", word_kind::local},         {"LOCAL-FOLDER", word_kind::local_folder},
+        {"FOLDER", word_kind::remote_folder}};
     if (name == "SOURCE" || name == "DEST") {
         return typed.pattern.starts_with(':') ? word_kind::marked_remote_folder : word_kind::local_folder;
     }
@@ -122,21 +125,27 @@ word_kind kind_of_last(const CLI::App& command, const std::vector<token>& words)
     std::vector<std::string> texts;
     std::transform(words.begin() + 1, words.end(), std::back_inserter(texts),
                    [](const token& word) { return word.pattern; });
-    const std::vector<bool> operands = are_operands(command, texts);
-    if (!operands.back()) {
+    const std::vector<bool> found = are_operands(command, texts);
+    if (!found.back()) {
         return texts.back().starts_with('-') ? word_kind::option : word_kind::local;
     }
-    auto place = std::count(operands.begin(), operands.end() - 1, true);
-    std::istringstream shown(operands_of(command));
-    std::string name;
-    for (std::string next; place >= 0 && shown >> next; --place) {
-        name = next;
+    const auto place = static_cast<std::size_t>(std::count(found.begin(), found.end() - 1, true));
+    const std::vector<std::string> names = operands(operands_of(command)).next(place);
+    return names.empty() ? word_kind::nothing : kind_of_operand(names.front(), words.back());
+}
+
+/// The configuration file, when it cannot be used, tells so when the line runs.
+std::vector<candidate> profile_names()
+try {
+    std::vector<candidate> found;
+    for (const profile& one : read_profiles().profiles) {
+        if (one.name != defaults_name) {
+            found.push_back({one.name + ':'});
+        }
     }
-    if (place >= 0 && name.find("...") == std::string::npos) {
-        return word_kind::nothing;
-    }
-    std::erase_if(name, [](char byte) { return byte == '[' || byte == ']' || byte == '.'; });
-    return kind_of_operand(name, words.back());
+    return found;
+} catch (const std::exception&) {
+    return {};
 }
 
 std::vector<candidate> names_for(word_kind kind, shell_state& state, const std::string& folder)
@@ -147,6 +156,8 @@ std::vector<candidate> names_for(word_kind kind, shell_state& state, const std::
         return {};
     case word_kind::command:
         return command_names(*state.commands);
+    case word_kind::url:
+        return profile_names();
     case word_kind::local:
     case word_kind::local_folder:
         return local_names(folder);
@@ -165,7 +176,7 @@ struct typed_name {
 
 typed_name take_apart(shell_state& state, word_kind kind, const token& word)
 {
-    if (kind == word_kind::command || kind == word_kind::option || kind == word_kind::nothing) {
+    if (kind <= word_kind::url) {
         return {"", "", word.text, ""};
     }
     typed_name typed;
@@ -244,7 +255,8 @@ completion complete(shell_state& state, std::string_view line)
     const entry_kind first = found.candidates.front().kind;
     const std::string word = typed.folder + common_start(found.candidates);
     found.word = kind == word_kind::option ? word : typed.marker + quote(word);
-    if (found.candidates.size() == 1 && first != entry_kind::link) { // A link may be a folder.
+    const bool goes_on = kind == word_kind::url || first == entry_kind::link; // A link may be a folder.
+    if (found.candidates.size() == 1 && !goes_on) {
         found.word += first == entry_kind::folder ? '/' : ' ';
     }
     return found;

@@ -46,6 +46,12 @@ std::filesystem::path expand_home(const std::string& path)
     return home + path.substr(1);
 }
 
+std::filesystem::path user_folder(const char* variable, const std::string& usual)
+{
+    const std::filesystem::path own = environment(variable).value_or("");
+    return (own.is_absolute() ? own : expand_home(usual)) / "qrftp";
+}
+
 std::string read_file(const std::filesystem::path& file)
 {
     std::error_code ignored;

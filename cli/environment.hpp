@@ -21,6 +21,9 @@ std::vector<std::string> environment_without_secrets();
 /// not set or empty.
 std::filesystem::path expand_home(const std::string& path);
 
+/// The folder "qrftp" in the folder that `variable` has, or in `usual` where it has no absolute path.
+std::filesystem::path user_folder(const char* variable, const std::string& usual);
+
 /// The content of a local file. Throws `LocalFileError`.
 std::string read_file(const std::filesystem::path& file);
 

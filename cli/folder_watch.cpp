@@ -98,6 +98,9 @@ bool folder_watch::add_one(const std::string& folder)
         throw_local(root_ / folder, errno,
                     "there are more folders than the system watches (sysctl fs.inotify.max_user_watches)");
     }
+    if (folder.empty() && errno == ENOENT) {
+        throw LocalFileError::missing_folder(root_.string());
+    }
     if (folder.empty()) {
         throw_local(root_, errno);
     }

@@ -32,14 +32,6 @@ namespace {
 
 constexpr int history_size = 1000;
 
-/// Empty where the user has no home.
-std::filesystem::path state_folder()
-{
-    const std::string told = environment("XDG_STATE_HOME").value_or("");
-    const std::filesystem::path all = told.starts_with('/') ? told : expand_home("~/.local/state").string();
-    return all.is_absolute() ? all / "qrftp" : "";
-}
-
 /// The terminal's keys interrupt while this lives. It stays in libedit's mode else: what is typed ahead is for
 /// libedit.
 class interruptible_terminal {
@@ -140,8 +132,8 @@ void line_editor::open_history()
     history(history_.get(), &event, H_SETSIZE, history_size);
     history(history_.get(), &event, H_SETUNIQUE, 1);
     el_set(editor_.get(), EL_HIST, &history, history_.get());
-    const std::filesystem::path folder = state_folder();
-    if (folder.empty()) {
+    const std::filesystem::path folder = user_folder("XDG_STATE_HOME", "~/.local/state");
+    if (!folder.is_absolute()) { // The user has no home.
         return;
     }
     const mode_t saved = umask(S_IRWXG | S_IRWXO);

@@ -1,22 +1,31 @@
 #include "operands.hpp"
 
 #include <algorithm>
+#include <iterator>
 
 namespace qrftp::cli {
 
 operands::operands(std::string_view shown) : repeated_(std::string_view::npos)
 {
+    std::size_t place = 0;
     while (!shown.empty()) {
         std::string_view name = shown.substr(0, shown.find(' '));
         shown.remove_prefix(std::min(name.size() + 1, shown.size()));
+        if (name == "|" || name.starts_with('-')) {
+            place = name == "|" ? 0 : place;
+            continue;
+        }
         const bool optional = name.starts_with('[');
         if (optional) {
             name.remove_prefix(1);
         }
         if (name.find("...") != std::string_view::npos) {
-            repeated_ = all_.size();
+            repeated_ = place;
         }
-        all_.push_back({std::string(name.substr(0, name.find_first_of(".]"))), optional});
+        all_.resize(std::max(all_.size(), place + 1));
+        all_[place].names.emplace_back(name.substr(0, name.find_first_of(".]")));
+        all_[place].optional = optional;
+        ++place;
     }
     repeated_ = std::min(repeated_, all_.size());
 }
@@ -24,15 +33,19 @@ operands::operands(std::string_view shown) : repeated_(std::string_view::npos)
 std::vector<std::string> operands::at(std::size_t place, std::size_t count) const
 {
     if (place < repeated_) {
-        return place < all_.size() ? std::vector{all_[place].name} : std::vector<std::string>();
+        return place < all_.size() ? all_[place].names : std::vector<std::string>();
     }
     const std::size_t behind = count - place; // words, with this one
     const std::size_t after = all_.size() - repeated_ - 1;
     if (behind > after) {
-        return {all_[repeated_].name};
+        return all_[repeated_].names;
     }
     const operand& own = all_[all_.size() - behind];
-    return own.optional ? std::vector{own.name, all_[repeated_].name} : std::vector{own.name};
+    std::vector<std::string> found = own.names;
+    if (own.optional) {
+        std::ranges::copy(all_[repeated_].names, std::back_inserter(found));
+    }
+    return found;
 }
 
 std::vector<std::string> operands::next(std::size_t place) const
@@ -42,7 +55,7 @@ std::vector<std::string> operands::next(std::size_t place) const
     }
     std::vector<std::string> found;
     for (std::size_t one = repeated_; one < all_.size() && one <= place; ++one) {
-        found.push_back(all_[one].name);
+        std::ranges::copy(all_[one].names, std::back_inserter(found));
     }
     return found;
 }

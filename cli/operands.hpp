@@ -7,12 +7,13 @@
 
 namespace qrftp::cli {
 
-/// The operands of a subcommand in the words of its help: "LOCAL... URL", "URL... [LOCAL]", "SOURCE DEST".
+/// The operands of a subcommand in the words of its help: "LOCAL... URL", "URL... [LOCAL]", "SOURCE DEST". A
+/// "|" stands between two ways to call it; options among them do not count.
 class operands {
 public:
     explicit operands(std::string_view shown);
 
-    /// What the word at `place` of `count` may be: one of the names, or two where the last one may be missing.
+    /// What the word at `place` of `count` may be, by name; several where the last one may be missing.
     [[nodiscard]] std::vector<std::string> at(std::size_t place, std::size_t count) const;
 
     /// The same for the last word of a line that goes on.
@@ -20,7 +21,7 @@ public:
 
 private:
     struct operand {
-        std::string name;
+        std::vector<std::string> names; ///< one of each way
         bool optional = false;
     };
 

@@ -124,14 +124,15 @@ bool is_given(const CLI::Option& option)
            std::ranges::any_of(others, [](const CLI::Option* other) { return other->count() > 0; });
 }
 
-/// Gives the options of `command` what the table says, unless they are given. Where `group` is not empty, only
-/// those of that group. Returns those that were set.
+/// Gives the options of `command` what the table says, unless they are given or among `fixed`. Where `group` is
+/// not empty, only those of that group. Returns those that were set.
 std::vector<CLI::Option*> use_table(CLI::App& command, const profile_list& list, const profile* table,
-                                    const std::string& group = {})
+                                    const std::set<std::string>& fixed, const std::string& group = {})
 {
     std::vector<CLI::Option*> set;
     for (const profile_setting& one : table == nullptr ? std::vector<profile_setting>() : table->settings) {
-        CLI::Option* const option = is_own_key(one.key) ? nullptr : command.get_option_no_throw("--" + one.key);
+        const bool is_other = is_own_key(one.key) || fixed.contains(one.key);
+        CLI::Option* const option = is_other ? nullptr : command.get_option_no_throw("--" + one.key);
         if (option == nullptr || is_given(*option) || (!group.empty() && option->get_group() != group)) {
             continue;
         }
@@ -150,8 +151,8 @@ std::vector<CLI::Option*> use_table(CLI::App& command, const profile_list& list,
 login_options read_login(CLI::App& command, command_line& line, const profile_list& list, const profile& named)
 {
     const login_options before = line.login;
-    std::vector<CLI::Option*> set = use_table(command, list, &named, "Connection");
-    std::ranges::copy(use_table(command, list, list.find(defaults_name), "Connection"),
+    std::vector<CLI::Option*> set = use_table(command, list, &named, {}, "Connection");
+    std::ranges::copy(use_table(command, list, list.find(defaults_name), {}, "Connection"),
                       std::back_inserter(set));
     std::ranges::for_each(set, [](CLI::Option* one) { one->clear(); });
     return std::exchange(line.login, before);
@@ -235,8 +236,8 @@ void use_profiles(CLI::App& app, command_line& line, const profile_list& list)
         }
     }
     line.profile = words.empty() ? line.profile : words.front().named->name;
-    use_table(command, list, list.find(line.profile));
-    use_table(command, list, list.find(defaults_name));
+    use_table(command, list, list.find(line.profile), line.set_in_shell);
+    use_table(command, list, list.find(defaults_name), line.set_in_shell);
 }
 
 } // namespace qrftp::cli

@@ -221,8 +221,7 @@ const profile* profile_list::find(std::string_view name) const
 
 fs::path config_file()
 {
-    const fs::path own = environment("XDG_CONFIG_HOME").value_or("");
-    return (own.is_absolute() ? own : expand_home("~/.config")) / "qrftp" / "config.toml";
+    return user_folder("XDG_CONFIG_HOME", "~/.config") / "config.toml";
 }
 
 profile_list parse_profiles(const fs::path& file, std::string content)

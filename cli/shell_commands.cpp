@@ -7,6 +7,7 @@
 #include "local_command.hpp"
 #include "output.hpp"
 #include "parse.hpp"
+#include "profile_options.hpp"
 #include "shell_state.hpp"
 #include "subcommand.hpp"
 
@@ -19,6 +20,7 @@
 #include <array>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace qrftp::cli {
@@ -56,7 +58,12 @@ void run_lcd(shell_state& state)
         target = state.last_local_folder;
     }
     std::filesystem::path left = std::filesystem::current_path();
-    std::filesystem::current_path(target);
+    std::error_code error;
+    std::filesystem::current_path(target, error);
+    if (error) {
+        throw error == std::errc::no_such_file_or_directory ? LocalFileError::missing_folder(target.string())
+                                                            : LocalFileError(target.string(), error);
+    }
     state.last_local_folder = std::move(left);
 }
 
@@ -105,33 +112,47 @@ void run_open(shell_state& state)
 {
     state.open(operand(state), state.line.login);
     state.defaults.profile = state.line.profile;
+    const profile_list list = read_profiles();
+    const profile* const opened = list.find(state.line.profile);
+    std::erase_if(state.defaults.set_in_shell, [opened](const std::string& key) {
+        return opened != nullptr && opened->find(key) != nullptr;
+    });
 }
 
-/// Sets what later transfers begin with; `option` is the transfers' own.
+/// Sets what later transfers begin with; `option` is the transfers' own, without its dashes.
 void set_for_transfers(shell_state& state, const std::string& option)
 {
     const std::string value = operand(state);
-    (void)parse(*state.commands, {"get", option, value, "."});
+    (void)parse(*state.commands, {"get", "--" + option, value, "."});
     state.defaults.transfer = state.line.transfer;
+    state.defaults.set_in_shell.insert(option);
+}
+
+/// What a transfer would begin with.
+const sync_options& read_for_transfers(shell_state& state)
+{
+    (void)parse(*state.commands, {"get", "."});
+    use_profiles(*state.commands, state.line, read_profiles());
+    return state.line.transfer;
 }
 
 void run_jobs(shell_state& state)
 {
     if (!state.line.words.empty()) {
-        set_for_transfers(state, "--jobs");
+        set_for_transfers(state, "jobs");
         return;
     }
-    const unsigned jobs = state.defaults.transfer.jobs;
+    const unsigned jobs = read_for_transfers(state).jobs;
     print_line(jobs == 0 ? "as many as help" : fmt::to_string(jobs));
 }
 
 void run_limit_rate(shell_state& state)
 {
     if (!state.line.words.empty()) {
-        set_for_transfers(state, "--limit-rate");
+        set_for_transfers(state, "limit-rate");
         return;
     }
-    const std::uint64_t rate = state.defaults.transfer.transfer.rate_limit;
+    const std::uint64_t rate = read_for_transfers(state).transfer.rate_limit;
     print_line(rate == 0 ? "no limit" : human_size(static_cast<double>(rate)) + "/s");
 }
 
@@ -150,8 +171,8 @@ constexpr std::array shell_commands{
     shell_command{"help", "[COMMAND]", "Show the commands (?), or the options of one", run_help},
     shell_command{"jobs", "[N]", "Set how many connections later transfers use; 0: as many as help", run_jobs},
     shell_command{"lcd", "[LOCAL-FOLDER]", "Change the local folder; ~, or nothing: home; -: back", run_lcd},
-    shell_command{"limit-rate", "[N[k|M|G]]", "Set how many bytes per second later transfers move; 0: no limit",
-                  run_limit_rate},
+    shell_command{"limit-rate", "[N[k|M|G|T]]",
+                  "Set how many bytes per second later transfers move; 0: no limit", run_limit_rate},
     shell_command{"lls", "[LOCAL...]", "List local folders, with the options of ls(1)", run_lls},
     shell_command{"lpwd", "", "Print the local folder", run_lpwd},
     shell_command{"open", "URL", "Log in on a server, in place of the one that is open", run_open},

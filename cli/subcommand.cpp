@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -244,6 +245,14 @@ CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, cons
     add_operands(command, line, several ? "URL..." : "URL",
                  several ? "Remote paths, all on one server" : "Remote path", 1, several ? any_number : 1);
     return command;
+}
+
+CLI::Option& take_bytes(CLI::Option& option)
+{
+    const std::map<std::string, std::uint64_t> units{
+        {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}, {"t", 1ULL << 40U}};
+    return *option.transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::DEFAULT).description(""))
+                ->type_name("N[k|M|G|T]");
 }
 
 void add_dry_run(CLI::App& command, command_line& line)

@@ -10,6 +10,7 @@
 
 namespace CLI {
 class App;
+class Option;
 }
 
 /// What subcommands are made of. One definition serves the command and the shell: the shell adds the same
@@ -60,6 +61,9 @@ void set_shell_operands(CLI::App& command, const command_line& line, const std::
 /// A subcommand that takes one or several URLs and hands them to `act`.
 CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, const char* help, bool several,
                        url_action act);
+
+/// Lets the value of `option` be a number of bytes with a unit, as in "10M".
+CLI::Option& take_bytes(CLI::Option& option);
 
 void add_dry_run(CLI::App& command, command_line& line);
 /// -h, --human. Where a command has none, -h shows its help.

@@ -14,14 +14,13 @@ namespace qrftp::cli {
 
 namespace {
 
-using units = std::map<std::string, std::uint64_t>;
-
-void add_amount(CLI::App& command, const char* name, std::optional<std::uint64_t>& amount, const units& known,
-                const char* type, const char* help)
+void add_age(CLI::App& command, const char* name, std::optional<std::uint64_t>& seconds, const char* help)
 {
-    command.add_option(name, amount, help)
-        ->transform(CLI::AsNumberWithUnit(known, CLI::AsNumberWithUnit::DEFAULT).description(""))
-        ->type_name(type);
+    const std::map<std::string, std::uint64_t> units{
+        {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}};
+    command.add_option(name, seconds, help)
+        ->transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::DEFAULT).description(""))
+        ->type_name("N[s|m|h|d|w]");
 }
 
 } // namespace
@@ -39,12 +38,10 @@ void add_find_subcommand(CLI::App& app, command_line& line)
     search.add_option("--type", wanted->type, "f: files, d: folders, l: links")
         ->check(CLI::IsMember({"f", "d", "l"}).description(""))
         ->type_name("TYPE");
-    const units times{{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}};
-    const units sizes{{"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}, {"t", 1ULL << 40U}};
-    add_amount(search, "--newer", wanted->newer, times, "N[s|m|h|d|w]", "Changed less than so long ago");
-    add_amount(search, "--older", wanted->older, times, "N[s|m|h|d|w]", "Changed more than so long ago");
-    add_amount(search, "--larger", wanted->larger, sizes, "N[k|M|G|T]", "Files of more bytes");
-    add_amount(search, "--smaller", wanted->smaller, sizes, "N[k|M|G|T]", "Files of fewer bytes");
+    add_age(search, "--newer", wanted->newer, "Changed less than so long ago");
+    add_age(search, "--older", wanted->older, "Changed more than so long ago");
+    take_bytes(*search.add_option("--larger", wanted->larger, "Files of more bytes"));
+    take_bytes(*search.add_option("--smaller", wanted->smaller, "Files of fewer bytes"));
     search.add_option("--max-depth", wanted->max_depth, "How many levels; 0: all")
         ->type_name("N")
         ->capture_default_str();

@@ -12,64 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <iterator>
-#include <map>
 
 namespace qrftp::cli {
-
-namespace {
-
-const std::map<std::string, std::uint64_t> rate_units{
-    {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}};
-
-} // namespace
-
-void add_transfer_options(CLI::App& command, command_line& line)
-{
-    sync_options& options = line.transfer;
-    command.option_defaults()->group("Transfer");
-    add_dry_run(command, line);
-    command
-        .add_option("--progress", line.progress,
-                    "Progress on standard error; auto: at a terminal, json: one object per line")
-        ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
-        ->type_name("auto|json|none")
-        ->capture_default_str();
-    command.add_option("-j,--jobs", options.jobs, "How many connections to use; by default as many as help")
-        ->check(CLI::Range(1, 64).description(""))
-        ->type_name("N");
-    add_patterns(command, "--include", options.include,
-                 "Of folders, copy only files that match; may be repeated");
-    add_patterns(command, "--exclude", options.exclude,
-                 "Of folders, copy nothing that matches; may be repeated");
-    command.add_flag("--in-place", options.transfer.in_place,
-                     "Write to the target itself, not to a temporary name");
-    command.add_flag("-c,--resume", options.transfer.resume,
-                     "Go on from what an earlier transfer left; keep it when this one fails");
-    command.add_option("--retry", options.transfer.retries, "How often to go on after a lost connection")
-        ->type_name("N")
-        ->capture_default_str();
-    command.add_option("--retry-delay", line.retry_delay, "Pause before the second retry; then it doubles")
-        ->check(CLI::Range(0.0, 3600.0).description(""))
-        ->type_name("SECONDS")
-        ->capture_default_str();
-    command.add_flag("--verify", options.transfer.verify, "Compare checksums, as the server computes them")
-        ->group("Transfer");
-    command.add_flag("--no-replace", line.no_replace, "Refuse targets that exist");
-    command.add_option("--limit-rate", options.transfer.rate_limit, "Bytes per second; 0: no limit")
-        ->transform(CLI::AsNumberWithUnit(rate_units, CLI::AsNumberWithUnit::DEFAULT).description(""))
-        ->type_name("N[k|M|G]")
-        ->capture_default_str();
-    command.add_flag("--fsync", options.transfer.sync, "Wait until each file is on the disk");
-    command.add_flag("-p,--preserve", line.preserve, "Keep modification times and permissions");
-    command.add_option("--max-depth", options.max_depth, "How deep folders may be nested")
-        ->type_name("N")
-        ->capture_default_str();
-    command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
-    command.add_flag("--links", options.copy_links, "In folders, copy symbolic links as links")
-        ->excludes("--follow-links");
-    command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
-    command.option_defaults()->group("Options");
-}
 
 namespace {
 
@@ -84,19 +28,6 @@ transfer_options file_options(const command_line& line, bool keep_time)
     options.keep_mode = line.preserve;
     return options;
 }
-
-} // namespace
-
-transfer_arguments transfer_of(const command_line& line)
-{
-    transfer_arguments arguments;
-    arguments.recursive = line.recursive;
-    arguments.tree = line.transfer;
-    arguments.tree.transfer = file_options(line, line.transfer.transfer.keep_time);
-    return arguments;
-}
-
-namespace {
 
 int run_get(command_line& line, bool several)
 {
@@ -175,6 +106,62 @@ int run_sync(command_line& line)
 }
 
 } // namespace
+
+void add_transfer_options(CLI::App& command, command_line& line)
+{
+    sync_options& options = line.transfer;
+    command.option_defaults()->group("Transfer");
+    add_dry_run(command, line);
+    command
+        .add_option("--progress", line.progress,
+                    "Progress on standard error; auto: at a terminal, json: one object per line")
+        ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
+        ->type_name("auto|json|none")
+        ->capture_default_str();
+    command.add_option("-j,--jobs", options.jobs, "How many connections to use; by default as many as help")
+        ->check(CLI::Range(1, 64).description(""))
+        ->type_name("N");
+    add_patterns(command, "--include", options.include,
+                 "Of folders, copy only files that match; may be repeated");
+    add_patterns(command, "--exclude", options.exclude,
+                 "Of folders, copy nothing that matches; may be repeated");
+    command.add_flag("--in-place", options.transfer.in_place,
+                     "Write to the target itself, not to a temporary name");
+    command.add_flag("-c,--resume", options.transfer.resume,
+                     "Go on from what an earlier transfer left; keep it when this one fails");
+    command.add_option("--retry", options.transfer.retries, "How often to go on after a lost connection")
+        ->type_name("N")
+        ->capture_default_str();
+    command.add_option("--retry-delay", line.retry_delay, "Pause before the second retry; then it doubles")
+        ->check(CLI::Range(0.0, 3600.0).description(""))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    command.add_flag("--verify", options.transfer.verify, "Compare checksums, as the server computes them")
+        ->group("Transfer");
+    command.add_flag("--no-replace", line.no_replace, "Refuse targets that exist");
+    take_bytes(
+        *command.add_option("--limit-rate", options.transfer.rate_limit, "Bytes per second; 0: no limit"))
+        .capture_default_str();
+    command.add_flag("--fsync", options.transfer.sync, "Wait until each file is on the disk");
+    command.add_flag("-p,--preserve", line.preserve, "Keep modification times and permissions");
+    command.add_option("--max-depth", options.max_depth, "How deep folders may be nested")
+        ->type_name("N")
+        ->capture_default_str();
+    command.add_flag("--follow-links", options.follow_links, "In folders, follow symbolic links of the source");
+    command.add_flag("--links", options.copy_links, "In folders, copy symbolic links as links")
+        ->excludes("--follow-links");
+    command.add_flag("--keep-going", options.keep_going, "In folders, continue after errors");
+    command.option_defaults()->group("Options");
+}
+
+transfer_arguments transfer_of(const command_line& line)
+{
+    transfer_arguments arguments;
+    arguments.recursive = line.recursive;
+    arguments.tree = line.transfer;
+    arguments.tree.transfer = file_options(line, line.transfer.transfer.keep_time);
+    return arguments;
+}
 
 void add_transfer_subcommands(CLI::App& app, command_line& line)
 {

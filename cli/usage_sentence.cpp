@@ -95,10 +95,6 @@ std::string usage_sentence(const CLI::Option& option, const CLI::Error& error)
 std::string usage_sentence(const CLI::App& command, const CLI::Error& error)
 {
     const std::string text = error.what();
-    const std::vector<std::string> unknown = command.remaining();
-    if (!unknown.empty() && unknown.front().starts_with('-')) {
-        return fmt::format("{} has no option \"{}\".", command.get_name(), escape(unknown.front()));
-    }
     if (const CLI::Option* const subject = find_subject(command, text); subject != nullptr) {
         if (subject->get_name() == "operands") {
             return fault_of_operands(command, *subject);
@@ -114,7 +110,7 @@ std::string usage_sentence(const CLI::App& command, const CLI::Error& error)
     if (const std::size_t verb = text.find(" excludes "); verb != std::string::npos) {
         return fmt::format("{} and {} cannot be used together.", text.substr(0, verb), text.substr(verb + 10));
     }
-    if (!unknown.empty()) {
+    if (const std::vector<std::string> unknown = command.remaining(); !unknown.empty()) {
         return fmt::format("{} takes no \"{}\".", command.get_name(), escape(unknown.front()));
     }
     return text.ends_with('.') ? text : text + '.';

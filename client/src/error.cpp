@@ -14,6 +14,7 @@ struct description {
     error_cause cause;
     std::string_view name;
     std::string_view sentence;
+    std::string_view with_reason{}; ///< where the usual sentence has no place for it
 };
 
 constexpr std::array<description, 33> descriptions{{
@@ -25,7 +26,8 @@ constexpr std::array<description, 33> descriptions{{
     {error_cause::proxy_refused, "ProxyRefused", R"(The proxy refused the connection{2}.)"},
     {error_cause::no_encryption, "NoEncryption",
      R"(No encrypted connection to "{0}"{2}. )"
-     "If the server offers no TLS, --tls none goes on in the clear, password included."},
+     "If the server offers no TLS, --tls none goes on in the clear, password included.",
+     R"("{0}" {1}{2}. --tls none goes on in the clear, password included.)"},
     {error_cause::certificate_refused, "CertificateRefused",
      R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
      "If it is the server's own, name it with --cacert FILE or --pin."},
@@ -38,8 +40,9 @@ constexpr std::array<description, 33> descriptions{{
      R"(The host key of "{0}" has been revoked: {1}. Nothing secret was sent.)"},
     {error_cause::login_refused, "LoginRefused",
      R"(The login at "{0}" was refused{2}. Check the user name and the password or key.)"},
-    {error_cause::timeout, "Timeout", R"("{0}" timed out{2}.)"},
-    {error_cause::connection_lost, "ConnectionLost", R"(The connection broke during "{0}"{2}.)"},
+    {error_cause::timeout, "Timeout", R"("{0}" timed out{2}.)", R"("{0}" was not finished within {1}.)"},
+    {error_cause::connection_lost, "ConnectionLost", R"(The connection broke during "{0}"{2}.)",
+     R"(The connection broke while fetching "{0}"{2}; {1}. Run it again.)"},
     {error_cause::protocol_error, "ProtocolError",
      R"("{0}" does not keep to the protocol: {1}. The connection was closed.)"},
     {error_cause::not_found, "NotFound", R"(There is no "{0}" on the server{2}.)"},
@@ -83,6 +86,12 @@ const description& describe(error_cause why)
     return descriptions.at(static_cast<std::size_t>(why));
 }
 
+std::string_view sentence_for(error_cause why, const std::string& reason)
+{
+    const description& found = describe(why);
+    return reason.empty() || found.with_reason.empty() ? found.sentence : found.with_reason;
+}
+
 std::string local_reason(std::error_code code)
 {
     return code == std::errc::no_such_file_or_directory ? "it does not exist"
@@ -101,14 +110,19 @@ struct error::details {
 };
 
 error::error(error_cause why, std::string subject, const std::string& reason, response said)
+    : error(sentence_for(why, reason), why, std::move(subject), reason, std::move(said))
+{
+}
+
+error::error(std::string_view sentence, error_cause why, std::string subject, const std::string& reason,
+             response said)
 {
     // A server may repeat what it was sent, the password included. Without a code the words are our own.
     const std::string message = said.code == 0 ? said.message : masked(said.message);
     const std::string words = message.empty() ? "" : fmt::format(" ({})", escape(message));
-    std::string sentence =
-        fmt::format(fmt::runtime(describe(why).sentence), escape(subject), escape(reason), words);
+    std::string text = fmt::format(fmt::runtime(sentence), escape(subject), escape(reason), words);
     details_ =
-        std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(sentence)});
+        std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(text)});
 }
 
 const char* error::what() const noexcept
@@ -144,6 +158,18 @@ const std::string& error::server_message() const noexcept
 LocalFileError::LocalFileError(std::string path, std::error_code code, const std::string& reason)
     : error(error_cause::local_file, std::move(path), reason.empty() ? local_reason(code) : reason), code_(code)
 {
+}
+
+LocalFileError::LocalFileError(std::string_view sentence, std::string path, std::error_code code)
+    : error(sentence, error_cause::local_file, std::move(path), {}, {}), code_(code)
+{
+}
+
+LocalFileError LocalFileError::missing_folder(std::string path, bool is_wanted)
+{
+    return {is_wanted ? R"(The local folder "{0}" does not exist; make it first.)"
+                      : R"(There is no local folder "{0}".)",
+            std::move(path), std::make_error_code(std::errc::no_such_file_or_directory)};
 }
 
 std::string_view name_of(error_cause why) noexcept

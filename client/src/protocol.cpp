@@ -67,7 +67,7 @@ void protocol::apply(const path_change& change)
 
 void protocol::make_hard_link(const std::string& /*existing*/, const std::string& path)
 {
-    throw NotSupported(path);
+    throw NotSupported(path, {.message = "FTP has no command for hard links"});
 }
 
 bool protocol::copy_on_server(const std::string& /*from*/, const std::string& /*to*/,

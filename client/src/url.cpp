@@ -3,6 +3,8 @@
 #include <qrftp/error.hpp>
 #include <qrftp/glob.hpp>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -107,6 +109,28 @@ bool has_control_character(std::string_view text)
     });
 }
 
+/// What somebody may have meant who wrote "ftp:/host/", "host:21" or "me@host:folder".
+std::string suggest(std::string_view text)
+{
+    std::string scheme;
+    for (const scheme_facts& one : known_schemes) {
+        if (text.starts_with(fmt::format("{}:", one.name))) {
+            scheme = one.name;
+            text.remove_prefix(std::min(text.find_first_not_of('/', one.name.size() + 1), text.size()));
+        }
+    }
+    text = text.substr(0, text.find('/'));
+    const std::size_t colon = std::min(text.rfind(':'), text.size());
+    const std::string_view behind = text.substr(std::min(colon + 1, text.size()));
+    const bool has_port = !behind.empty() && behind.find_first_not_of(digits) == std::string_view::npos;
+    text = has_port ? text : text.substr(0, colon);
+    if (text.empty() || (scheme.empty() && !has_port && text.find('@') == std::string_view::npos)) {
+        return "one like ftp://example.org/folder or sftp://example.org:2222/folder";
+    }
+    return scheme.empty() ? fmt::format("ftp://{0}/ or sftp://{0}/", text)
+                          : fmt::format("{}://{}/", scheme, text);
+}
+
 url_scheme parse_scheme(std::string_view whole)
 {
     std::string name(whole.substr(0, scheme_length(whole)));
@@ -122,7 +146,7 @@ url_scheme parse_scheme(std::string_view whole)
             whole,
             "web servers speak another protocol; the address of a file server begins with ftp:// or sftp://");
     }
-    refuse(whole, "write one like ftp://example.org/folder or sftp://example.org:2222/folder");
+    refuse(whole, fmt::format("write {}", suggest(without_password(whole))));
 }
 
 bool is_address(int family, const std::string& text)

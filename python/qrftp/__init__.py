@@ -15,7 +15,9 @@ PermissionError, TimeoutError, …). `qrftp.fsspec` makes the servers file syste
 """
 
 from . import error as error
-from .entry import Action, Entry, Failure, Kind, Listing, Progress, ServerInfo, TreeProgress, TreeResult
+from .entry import (
+    Action, Checksum, DiskSpace, Entry, Failure, Kind, Listing, Progress, ServerInfo, TreeProgress, TreeResult,
+)  # fmt: skip
 from .error import *  # noqa: F403
 from .error import __all__ as _errors
 from .session import LocalPath, RemotePath, Session, set_trace, versions
@@ -24,6 +26,6 @@ connect = Session
 """`connect(url, **options)` logs in and returns the `Session`."""
 
 __all__ = [
-    "Action", "Entry", "Failure", "Kind", "Listing", "LocalPath", "Progress", "RemotePath", "ServerInfo",
-    "Session", "TreeProgress", "TreeResult", "connect", "error", "set_trace", "versions", *_errors,
+    "Action", "Checksum", "DiskSpace", "Entry", "Failure", "Kind", "Listing", "LocalPath", "Progress", "RemotePath",
+    "ServerInfo", "Session", "TreeProgress", "TreeResult", "connect", "error", "set_trace", "versions", *_errors,
 ]  # fmt: skip

@@ -98,6 +98,27 @@ class ServerInfo:
 
 
 @dataclass(frozen=True, slots=True)
+class DiskSpace:
+    """The room on a storage, in bytes. What the server does not tell is None."""
+
+    total: int | None
+    free: int | None
+    """With what only root may use."""
+    available: int
+    """To this user."""
+
+
+@dataclass(frozen=True, slots=True)
+class Checksum:
+    """The checksum of a file's content. MD5 and CRC32 tell accidents, not forgeries."""
+
+    algorithm: str
+    """"SHA-256", "SHA-1", "MD5" or "CRC32"."""
+    digits: str
+    """Hexadecimal, in small letters."""
+
+
+@dataclass(frozen=True, slots=True)
 class Progress:
     """How far a transfer is."""
 
@@ -130,8 +151,8 @@ class TreeProgress:
 class Action:
     """One step of bringing a tree over."""
 
-    what: Literal["make_folder", "copy", "remove_file", "remove_folder"]
-    why: Literal["wanted", "missing", "newer", "other_size", "extra", "other_content"]
+    what: Literal["make_folder", "copy", "remove_file", "remove_folder", "make_link"]
+    why: Literal["wanted", "missing", "newer", "other_size", "extra", "other_content", "other_target"]
     path: str
     """Below both roots, with "/" between segments."""
     size: int

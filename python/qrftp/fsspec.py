@@ -226,13 +226,13 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
                 file.close()
 
     def cp_file(self, path1: str, path2: str, **kwargs: Any) -> None:
-        """Copies by way of this machine: the protocols have no copy."""
+        """Copies by way of this machine, unless the server can (SFTP with copy-data)."""
         if self.isdir(path1):
             self.makedirs(path2, exist_ok=True)
             return
         self.makedirs(self._parent(path2), exist_ok=True)
-        with self.open(path2, "wb") as target, self._session() as session:
-            session.fetch(self._strip_protocol(path1), target)
+        with self._session() as session:
+            session.copy(self._strip_protocol(path1), self._strip_protocol(path2))
 
     # To and from this machine
 

@@ -10,8 +10,10 @@ from typing import (
 )  # fmt: skip
 
 from . import _native
-from .entry import Action, Entry, Listing, Progress, ServerInfo, TreeProgress, TreeResult, to_datetime
-from .error import InvalidOption
+from .entry import (
+    Action, Checksum, DiskSpace, Entry, Listing, Progress, ServerInfo, TreeProgress, TreeResult, to_datetime,
+)  # fmt: skip
+from .error import Error, InvalidOption
 
 TYPE_CHECKING = False
 if TYPE_CHECKING:
@@ -293,17 +295,26 @@ class Session:
         entries, skipped = self._native.list(path)
         return Listing(map(Entry._of, entries), skipped)
 
-    def walk(self, path: RemotePath = ".") -> Iterator[tuple[str, _Entries, _Entries]]:
+    def walk(self, path: RemotePath = ".", *, max_depth: int | None = None,
+             on_error: Callable[[Error], object] | None = None) -> Iterator[tuple[str, _Entries, _Entries]]:  # fmt: skip
         """Each folder from `path` downwards, as its absolute path, its folders and its other entries.
 
-        As with os.walk, what is taken out of the folders is not entered. Links are not followed.
+        As with os.walk, what is taken out of the folders is not entered. Links are not followed. `max_depth` is
+        how many levels are listed. `on_error` is told of folders that cannot be listed; else the error is raised.
         """
         top = self.absolute(path)
-        entries = self.list(top)
+        try:
+            entries = self.list(top)
+        except Error as error:
+            if on_error is None:
+                raise
+            on_error(error)
+            return
         folders = [each for each in entries if each.is_folder]
         yield top, folders, [each for each in entries if not each.is_folder]
-        for each in folders:
-            yield from self.walk(top.rstrip("/") + "/" + each.name)
+        below = None if max_depth is None else max_depth - 1
+        for each in folders if below != 0 else ():
+            yield from self.walk(top.rstrip("/") + "/" + each.name, max_depth=below, on_error=on_error)
 
     def glob(self, pattern: RemotePath) -> _Texts:
         """The paths that `pattern` stands for, sorted: "*" and "?" stop at "/", "[…]" is a set."""
@@ -325,30 +336,75 @@ class Session:
         """Renames; with `replace`, a file that has the name goes. Raises AlreadyExists, NotFound, IsFolder."""
         self._native.rename(old, new, replace)
 
+    def set_permissions(self, path: RemotePath, mode: int) -> None:
+        """Gives a file or folder these permission bits; a link is followed. Raises NotFound, NotSupported."""
+        self._native.set_permissions(path, mode)
+
+    def set_modification_time(self, path: RemotePath, time: datetime) -> None:
+        """Gives a file or folder this time, to the second; a link is followed. Raises NotFound, NotSupported."""
+        self._native.set_modification_time(path, int(time.timestamp() // 1))
+
+    def make_link(self, target: RemotePath, path: RemotePath) -> None:
+        """Makes a symbolic link at `path` that says `target`, seen from the link's folder. Over FTP the target
+        must exist, and the link says its absolute name. Raises AlreadyExists, NotFound, NotSupported."""
+        self._native.make_link(target, path)
+
+    def make_hard_link(self, existing: RemotePath, path: RemotePath) -> None:
+        """Gives a file a further name (SFTP). Raises AlreadyExists, NotFound, NotSupported."""
+        self._native.make_hard_link(existing, path)
+
+    def read_link(self, path: RemotePath) -> str:
+        """What a symbolic link says. Raises NotFound, Refused (it is no link), NotSupported."""
+        return self._native.read_link(path)
+
+    def space(self, path: RemotePath = ".") -> DiskSpace:
+        """The room on the storage that holds `path`. Raises NotFound, NotSupported."""
+        return DiskSpace(*self._native.space(path))
+
+    def checksum_support(self) -> tuple[str, str]:
+        """How the server computes checksums: the command and the algorithm. Raises NotSupported."""
+        return self._native.checksum_support()
+
+    def checksum(self, path: RemotePath) -> Checksum:
+        """The checksum of a file, computed by the server. Raises NotFound, IsFolder, NotSupported."""
+        return Checksum(*self._native.checksum(path))
+
     def fetch(self, remote: RemotePath, local: LocalPath | Writable, *, resume: bool = False, replace: bool = True,
-              in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
-              jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
+              in_place: bool = False, follow_target: bool = True, keep_time: bool = False, keep_mode: bool = False,
+              sync: bool = False, verify: bool = False, offset: int = 0, length: int | None = None, jobs: int = 1,
+              segments: int = 1, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+              progress: OnProgress | None = None) -> None:  # fmt: skip
         """Fetches a file to a local path, where it appears as a whole, or into a binary file object.
 
         `resume` completes a file that was begun, `replace` replaces one that exists, `in_place` writes to the
-        target itself, `keep_time` and `keep_mode` give it those of the source, `sync` waits for the disk.
-        `jobs` is how many connections a large file may use (SFTP), `rate_limit` bytes per second. `progress` is
-        called several times a second with a `Progress`; returning False ends the call with `Cancelled`.
+        target itself, `follow_target` to what a link there leads to, `keep_time` and `keep_mode` give it those of
+        the source, `sync` waits for the disk. `verify` compares checksums (`checksum`) before the target gets its
+        name; raises ChecksumMismatch, NotSupported. `offset` and `length` are the part that a file object gets.
+
+        `jobs` is how many connections a large file may use (SFTP), `segments` in how many segments it is fetched,
+        each over a connection of its own, `rate_limit` bytes per second. After a lost connection the transfer goes
+        on from where it was, `retries` times without getting any further; before the second time it waits
+        `retry_delay` seconds, then twice as long each time. `progress` is called several times a second with a
+        `Progress`; returning False ends the call with `Cancelled`.
         """
         options = _options(locals())
         if isinstance(local, (str, bytes, os.PathLike)):
+            if offset or length is not None:
+                raise InvalidOption("offset and length are for file objects and fetch_bytes")
             self._native.fetch(remote, local, options)
         else:
             self._native.fetch_to(remote, _writing_all(local), options)
 
-    def fetch_bytes(self, remote: RemotePath, *, offset: int = 0, length: int | None = None,
+    def fetch_bytes(self, remote: RemotePath, *, offset: int = 0, length: int | None = None, verify: bool = False,
+                    rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
                     progress: OnProgress | None = None) -> bytes:  # fmt: skip
-        """A file, or a part of it, as bytes."""
+        """A file, or a part of it, as bytes; see `fetch`."""
         return self._native.fetch_bytes(remote, _options(locals()))
 
     def send(self, local: LocalPath | Readable, remote: RemotePath, *, resume: bool = False, replace: bool = True,
              in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
-             jobs: int = 1, rate_limit: int = 0, progress: OnProgress | None = None) -> None:  # fmt: skip
+             verify: bool = False, jobs: int = 1, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+             progress: OnProgress | None = None) -> None:  # fmt: skip
         """Sends a local file, or what a binary file object holds; see `fetch`."""
         options = _options(locals())
         if isinstance(local, (str, bytes, os.PathLike)):
@@ -357,39 +413,50 @@ class Session:
             self._native.send_from(local.read, remote, options)
 
     def send_bytes(self, content: bytes | bytearray | memoryview, remote: RemotePath, *, replace: bool = True,
-                   progress: OnProgress | None = None) -> None:  # fmt: skip
-        """Sends `content` as a file."""
+                   in_place: bool = False, sync: bool = False, verify: bool = False, rate_limit: int = 0,
+                   retries: int = 3, retry_delay: float = 1, progress: OnProgress | None = None) -> None:  # fmt: skip
+        """Sends `content` as a file; see `fetch`."""
         self._native.send_bytes(content, remote, _options(locals()))
 
     def fetch_tree(self, remote: RemotePath, local: LocalPath, *, include: _Texts = (), exclude: _Texts = (),
-                   follow_links: bool = False, max_depth: int = 1000, jobs: int = 0, keep_going: bool = False,
-                   dry_run: bool = False, resume: bool = False, replace: bool = True, keep_time: bool = False,
-                   keep_mode: bool = False, rate_limit: int = 0, progress: OnTreeProgress | None = None,
-                   on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+                   follow_links: bool = False, copy_links: bool = False, max_depth: int = 1000, jobs: int = 0,
+                   keep_going: bool = False, dry_run: bool = False, resume: bool = False, replace: bool = True,
+                   in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+                   verify: bool = False, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+                   progress: OnTreeProgress | None = None, on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
         """Fetches a folder with all that is in it.
 
         `include` and `exclude` are globs: one without "/" is compared with names, one with it with paths, a
         final "/" stands for folders only. `jobs` connections work side by side, 0 lets the protocol choose.
-        `keep_going` collects errors in the result; otherwise the first one is raised. `dry_run` only says what
-        would be done. `on_action` is called with each `Action`, `progress` with a `TreeProgress`.
+        Links are passed over, copied as links (`copy_links`) or followed (`follow_links`). `keep_going` collects
+        errors in the result; otherwise the first one is raised. `dry_run` only says what would be done.
+        `on_action` is called with each `Action`, `progress` with a `TreeProgress`. The rest is as for `fetch`.
         """
         return TreeResult._of(self._native.fetch_tree(remote, local, _options(locals(), TreeProgress._of)))
 
     def send_tree(self, local: LocalPath, remote: RemotePath, *, include: _Texts = (), exclude: _Texts = (),
-                  follow_links: bool = False, max_depth: int = 1000, jobs: int = 0, keep_going: bool = False,
-                  dry_run: bool = False, resume: bool = False, replace: bool = True, keep_time: bool = False,
-                  keep_mode: bool = False, rate_limit: int = 0, progress: OnTreeProgress | None = None,
-                  on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+                  follow_links: bool = False, copy_links: bool = False, max_depth: int = 1000, jobs: int = 0,
+                  keep_going: bool = False, dry_run: bool = False, resume: bool = False, replace: bool = True,
+                  in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+                  verify: bool = False, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+                  progress: OnTreeProgress | None = None, on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
         """Sends a folder with all that is in it; see `fetch_tree`."""
         return TreeResult._of(self._native.send_tree(local, remote, _options(locals(), TreeProgress._of)))
 
     def sync(self, local: LocalPath, remote: RemotePath, direction: Literal["fetch", "send"], *,
              remove_extra: bool = False, force: bool = False, max_removals: int | None = None,
-             include: _Texts = (), exclude: _Texts = (), follow_links: bool = False, max_depth: int = 1000,
-             jobs: int = 0, keep_going: bool = False, dry_run: bool = False, keep_mode: bool = False,
-             rate_limit: int = 0, progress: OnTreeProgress | None = None,
+             comparison: Literal["size_and_time", "size", "checksum"] = "size_and_time",
+             newer: Literal["replace", "skip", "refuse"] = "replace", include: _Texts = (), exclude: _Texts = (),
+             follow_links: bool = False, copy_links: bool = False, max_depth: int = 1000, jobs: int = 0,
+             keep_going: bool = False, dry_run: bool = False, in_place: bool = False, keep_time: bool = True,
+             keep_mode: bool = False, verify: bool = False, rate_limit: int = 0, retries: int = 3,
+             retry_delay: float = 1, progress: OnTreeProgress | None = None,
              on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
         """Brings over the files that the destination does not have, has older, or has in another size.
+
+        `comparison` is what tells that a file is out of date: "size" alone, or "checksum" for the content, as the
+        server computes it. Files of the destination that are newer and differ are replaced, left alone with
+        `newer="skip"`, or an error (`AlreadyExists`) with "refuse". Copies keep the time of their source.
 
         `remove_extra` removes what the source does not have, but nothing when the source is empty
         (`EmptySource`) unless `force`, and nothing when it would be more than `max_removals`
@@ -401,16 +468,38 @@ class Session:
         return TreeResult._of(self._native.sync(local, remote, direction == "send", options))
 
     def fetch_files(self, files: Pairs, *, jobs: int = 0, keep_going: bool = False, keep_time: bool = False,
-                    keep_mode: bool = False, replace: bool = True, rate_limit: int = 0,
+                    keep_mode: bool = False, replace: bool = True, verify: bool = False,
+                    rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
                     progress: OnTreeProgress | None = None) -> TreeResult:  # fmt: skip
         """Fetches files, pairs of a remote and a local path, as many at a time as the protocol carries."""
         return TreeResult._of(self._native.fetch_files(list(files), _options(locals(), TreeProgress._of)))
 
     def send_files(self, files: Pairs, *, jobs: int = 0, keep_going: bool = False, keep_time: bool = False,
-                   keep_mode: bool = False, replace: bool = True, rate_limit: int = 0,
+                   keep_mode: bool = False, replace: bool = True, verify: bool = False,
+                   rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
                    progress: OnTreeProgress | None = None) -> TreeResult:  # fmt: skip
         """Sends files, pairs of a remote and a local path, as many at a time as the protocol carries."""
         return TreeResult._of(self._native.send_files(list(files), _options(locals(), TreeProgress._of)))
+
+    def copy(self, source: RemotePath, target: RemotePath, to: Session | None = None, *, replace: bool = True,
+             in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+             verify: bool = False, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+             progress: OnProgress | None = None) -> None:  # fmt: skip
+        """Copies a file to a path on this server, or on that of the session `to`, without a local file.
+
+        On one SFTP server that offers copy-data, the server copies by itself. The options are as for `fetch`.
+        """
+        self._native.copy(source, (to or self)._native, target, _options(locals()))
+
+    def copy_tree(self, source: RemotePath, target: RemotePath, to: Session | None = None, *, include: _Texts = (),
+                  exclude: _Texts = (), follow_links: bool = False, copy_links: bool = False, max_depth: int = 1000,
+                  jobs: int = 0, keep_going: bool = False, dry_run: bool = False, replace: bool = True,
+                  in_place: bool = False, keep_time: bool = False, keep_mode: bool = False, sync: bool = False,
+                  verify: bool = False, rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
+                  progress: OnTreeProgress | None = None, on_action: OnAction | None = None) -> TreeResult:  # fmt: skip
+        """Copies a folder with all that is in it; see `copy` and `fetch_tree`."""
+        options = _options(locals(), TreeProgress._of)
+        return TreeResult._of(self._native.copy_tree(source, (to or self)._native, target, options))
 
     def clean_up(self, folder: RemotePath = ".", *, age: float = 24 * 3600) -> _Texts:
         """Removes what broken transfers left below `folder` and is older than `age` seconds; returns the paths."""

@@ -42,6 +42,11 @@ native_session::~native_session()
     disconnect();
 }
 
+void native_session::call_with(native_session& other, const std::function<void(session&, session&)>& work)
+{
+    run([&] { work(connected(), other.connected()); }, &other == this ? nullptr : &other);
+}
+
 void native_session::change_folder(const std::string& path)
 {
     folder_ = call([&](session& opened) { return opened.change_folder(path); });
@@ -71,13 +76,23 @@ void native_session::close_file(file_id id)
     }
 }
 
-void native_session::run(const std::function<void()>& work)
+void native_session::run(const std::function<void()>& work, native_session* other)
 {
     const only_call guard(busy_);
-    if (closed_) {
+    std::optional<only_call> other_guard;
+    if (other != nullptr) {
+        other_guard.emplace(other->busy_);
+        other->failure_->clear();
+    }
+    if (closed_ || (other != nullptr && other->closed_)) {
         throw Closed("session");
     }
     failure_->clear();
+    const std::stop_callback stops_both(stop_.get_token(), [other] {
+        if (other != nullptr) {
+            other->stop_.request_stop();
+        }
+    });
     std::exception_ptr failure;
     try {
         run_interruptibly(stop_, [&, abandoned = std::exchange(abandoned_, {})] {
@@ -89,15 +104,25 @@ void native_session::run(const std::function<void()>& work)
     } catch (...) {
         failure = std::current_exception();
     }
+    for (native_session* const each : {this, other}) {
+        if (each != nullptr) {
+            each->finish_call();
+        }
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+/// Throws what a callback has thrown, unless a signal ended the call.
+void native_session::finish_call()
+{
     if (stop_.stop_requested()) {
         const py::gil_scoped_release released;
         disconnect();
         stop_ = std::stop_source();
     } else {
         failure_->rethrow();
-    }
-    if (failure) {
-        std::rethrow_exception(failure);
     }
 }
 

@@ -50,6 +50,9 @@ public:
         }
     }
 
+    /// Runs `work` with this session and another one, which may be the same; both are in use meanwhile.
+    void call_with(native_session& other, const std::function<void(session&, session&)>& work);
+
     void change_folder(const std::string& path);
     void close();
 
@@ -71,7 +74,8 @@ public:
     void close_file(file_id id);
 
 private:
-    void run(const std::function<void()>& work);
+    void run(const std::function<void()>& work, native_session* other = nullptr);
+    void finish_call();
     [[nodiscard]] session& connected();
     void disconnect();
 

@@ -4,6 +4,9 @@
 
 #include <qrftp/glob.hpp>
 
+#include <chrono>
+#include <filesystem>
+
 namespace qrftp::python {
 
 namespace {
@@ -81,6 +84,44 @@ void bind_changes(session_class& session)
                 });
 }
 
+void bind_attributes(session_class& session)
+{
+    session.def("set_permissions", [](native_session& self, const remote_name& path, unsigned mode) {
+        const auto bits = static_cast<std::filesystem::perms>(mode);
+        self.call([&](qrftp::session& server) { server.set_permissions(path.bytes, bits); });
+    });
+    session.def("set_modification_time", [](native_session& self, const remote_name& path, long long seconds) {
+        const std::chrono::sys_seconds time{std::chrono::seconds(seconds)};
+        self.call([&](qrftp::session& server) { server.set_modification_time(path.bytes, time); });
+    });
+    session.def("space", [](native_session& self, const remote_name& path) {
+        const disk_space room = self.call([&](qrftp::session& server) { return server.space(path.bytes); });
+        return py::make_tuple(or_none(room.total), or_none(room.free), room.available);
+    });
+    session.def("checksum_support", [](native_session& self) {
+        const auto method = self.call([](qrftp::session& server) { return server.checksum_support(); });
+        return py::make_tuple(method.command, name_of(method.algorithm));
+    });
+    session.def("checksum", [](native_session& self, const remote_name& path) {
+        const auto told = self.call([&](qrftp::session& server) { return server.checksum(path.bytes); });
+        return py::make_tuple(name_of(told.algorithm), told.digits);
+    });
+}
+
+void bind_links(session_class& session)
+{
+    session.def("make_link", [](native_session& self, const remote_name& target, const remote_name& path) {
+        self.call([&](qrftp::session& server) { server.make_link(target.bytes, path.bytes); });
+    });
+    session.def(
+        "make_hard_link", [](native_session& self, const remote_name& existing, const remote_name& path) {
+            self.call([&](qrftp::session& server) { server.make_hard_link(existing.bytes, path.bytes); });
+        });
+    session.def("read_link", [](native_session& self, const remote_name& path) {
+        return to_text(self.call([&](qrftp::session& server) { return server.read_link(path.bytes); }));
+    });
+}
+
 } // namespace
 
 void bind_operations(session_class& session)
@@ -88,6 +129,8 @@ void bind_operations(session_class& session)
     bind_connection(session);
     bind_lookups(session);
     bind_changes(session);
+    bind_attributes(session);
+    bind_links(session);
 }
 
 } // namespace qrftp::python

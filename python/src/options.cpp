@@ -109,6 +109,8 @@ void take_transfer(const keywords& given, transfer_options& options)
     given.take("verify", options.verify);
     given.take("segments", options.segments);
     given.take("retries", options.retries);
+    given.take("retry_delay", options.retry_delay);
+    given.take("follow_target", options.follow_target);
 }
 
 } // namespace
@@ -158,6 +160,7 @@ sync_options to_sync_options(const py::dict& given, const std::shared_ptr<callba
     words.take("include", options.include);
     words.take("exclude", options.exclude);
     words.take("follow_links", options.follow_links);
+    words.take("copy_links", options.copy_links);
     words.take("max_depth", options.max_depth);
     words.take("jobs", options.jobs);
     words.take("keep_going", options.keep_going);
@@ -165,6 +168,14 @@ sync_options to_sync_options(const py::dict& given, const std::shared_ptr<callba
     words.take("remove_extra", options.remove_extra);
     words.take("force", options.force);
     words.take("max_removals", options.max_removals);
+    words.take("comparison", options.comparison,
+               {{"size_and_time", sync_comparison::size_and_time},
+                {"size", sync_comparison::size},
+                {"checksum", sync_comparison::checksum}});
+    words.take("newer", options.newer,
+               {{"replace", newer_targets::replace},
+                {"skip", newer_targets::skip},
+                {"refuse", newer_targets::refuse}});
     if (const auto report = words.function("progress")) {
         options.on_progress = [report = *report](const tree_progress& now) {
             return report(false, [&](const py::object& f) { return goes_on(f(*to_python(now))); });

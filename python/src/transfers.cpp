@@ -2,6 +2,8 @@
 #include "options.hpp"
 #include "text.hpp"
 
+#include <qrftp/copy.hpp>
+
 #include <pybind11/stl/filesystem.h>
 
 #include <algorithm>
@@ -86,6 +88,13 @@ void bind_transfers(session_class& session)
         const std::string_view view(static_cast<const char*>(bytes.ptr),
                                     static_cast<std::size_t>(bytes.size * bytes.itemsize));
         self.call([&](qrftp::session& server) { server.send_string(view, remote.bytes, options); });
+    });
+    session.def("copy", [](native_session& self, const remote_name& source, native_session& to,
+                           const remote_name& target, const py::dict& given) {
+        const transfer_options options = to_transfer_options(given, self.failure());
+        self.call_with(to, [&](qrftp::session& from, qrftp::session& into) {
+            copy(from, source.bytes, into, target.bytes, options);
+        });
     });
 }
 

@@ -3,6 +3,8 @@
 #include "text.hpp"
 #include "tree.hpp"
 
+#include <qrftp/copy.hpp>
+
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
@@ -67,6 +69,15 @@ void bind_trees(session_class& session)
         return run_tree(self, given, [&](qrftp::session& server, const tree_options& options) {
             return send_files(server, to_pairs(files), options);
         });
+    });
+    session.def("copy_tree", [](native_session& self, const remote_name& source, native_session& to,
+                                const remote_name& target, const py::dict& given) {
+        const sync_options options = to_sync_options(given, self.failure());
+        tree_result result;
+        self.call_with(to, [&](qrftp::session& from, qrftp::session& into) {
+            result = copy_tree(from, source.bytes, into, target.bytes, options);
+        });
+        return to_python(result);
     });
     session.def("clean_up", [](native_session& self, const remote_name& folder, double age) {
         const std::chrono::seconds oldest(static_cast<long long>(age));

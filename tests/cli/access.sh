@@ -34,7 +34,8 @@ for server in "$ftp" "$sftp"; do
     ends 0 ls "--proxy=$proxy" "$server/" && all_proxy=$proxy ends 0 ls --proxy "$server/"
     ends 2 ls --proxy "$server/" && said '*no proxy is named*'
 done
-ends 3 ls "ftp://127.0.0.1:$SFTP_PORT/" && said "*this is an SSH server; write sftp://127.0.0.1:$SFTP_PORT/*"
 ends 3 ls "sftp://127.0.0.1:$FTP_PORT/" && said "*this is an FTP server; write ftp://127.0.0.1:$FTP_PORT/*"
 options=()
+for scheme in ftp ftps; do ends 3 ls "$scheme://127.0.0.1:$SFTP_PORT/" && said "*this is an SSH server; write sftp://127.0.0.1:$SFTP_PORT/*"; done
+ends 3 ls "ftps://127.0.0.1:$FTP_PORT/" && said "*begins TLS after its greeting; write ftp://127.0.0.1:$FTP_PORT/*"
 touch "$HOME/.ssh" && ends 0 ls "$sftp/" && said '*Could not add the key*'

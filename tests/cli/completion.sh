@@ -38,5 +38,5 @@ printf '[work]\nurl = "%s/~/top"\nknown-hosts = "%s"\n' "$sftp" "$KNOWN_HOSTS" >
 becomes p "ping,profile,put,pwd" && becomes "profile s" "set,show" && becomes "profile show w" work
 becomes "tree --de" --depth && becomes "ls --tls s" strict && becomes "profile set work known-h" known-hosts=
 becomes "put lo" local.txt && becomes "ls --user lo" "" && becomes "shell --batch lo" local.txt
-becomes "ls wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:logs/"
+becomes "ls wo" work: && becomes "ln -s a wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:logs/"
 becomes "ls --known-hosts $KNOWN_HOSTS $sftp/~/top/l" "$sftp/~/top/logs/" && becomes "ls $sftp" ""

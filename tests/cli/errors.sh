@@ -26,7 +26,9 @@ for words in ls\ no/pe {ls,get,rm,stat}\ nope get\ 'no*' "put there nope/"; do w
 wrong 5 '*nope*' get "$url/nope" there
 for words in {ls,"put there"}\ denied {get,rm,mkdir}\ denied/a; do wrong 6 '*allow*denied*' ${words% *} "$url/${words##* }"; done
 wrong 7 '*nowhere*' put nowhere "$url/"
-for target in /dev/full nowhere/there; do wrong 7 "*${target%/there}*" get "$url/there" $target; done
+wrong 7 '*/dev/full*' get "$url/there" /dev/full
+wrong 7 'The local folder "nowhere" does not exist; make it first.' get "$url/there" nowhere/there
+wrong 7 'There is no local folder "nowhere".' sync -q nowhere "$url/"
 for words in "put there" get; do wrong 1 '*already*' $words "$url/there" --no-replace; done
 [[ $(<there) == whole && $(<"$HOME_DIR/there") == stays ]]
 lines=2 wrong 8 '*nope*nope2*' get "$url/nope" "$url/there" "$url/nope2" && [[ $(<there) == stays ]]

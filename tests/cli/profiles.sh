@@ -25,6 +25,8 @@ ends 0 ls work: --tls none && [[ $(<"$work/output") == '{"path":'* ]] || fail "t
 ends 0 profile list && [[ $(<"$work/output") == "{\"name\":\"work\",\"url\":\"$ftp/top\"}"* ]]
 ends 0 profile remove defaults home && ends 0 profile set work tls= && ends 0 profile show work
 [[ $(<"$work/output") == *"url = \"$ftp/top\""*'jobs = 2' && $(<"$file") == '# mine'* ]] || fail "$(<"$work/output")"
+ends 0 ln -s c.tmp work:link --tls none && [[ -L $HOME_DIR/top/link ]]
+ends 0 shell work: --tls none --batch <(echo "jobs; jobs 3; jobs; open work: --tls none; jobs") && [[ $(<"$work/output") == $'2\n3\n2' ]] || fail "the last: $(<"$work/output")"
 
 refused() { # STATUS PATTERN ARGUMENT…
     ends "$1" "${@:3}" && said "qrftp: $2"

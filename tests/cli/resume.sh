@@ -14,3 +14,6 @@ ln here link && ends 0 get --in-place "$url/kept" here && cmp file link
 ends 0 get "$url/kept" here && [[ ! here -ef link ]]
 before=${EPOCHREALTIME/./} && ends 0 get "$url/kept" slow --limit-rate 2M && took=$((${EPOCHREALTIME/./} - before))
 ((took > 700000)) || fail "3 MB at 2 MB/s in $took µs"
+for copy in "get $url/kept slow" "put file $sftp/~/slow"; do
+    ends 3 $copy --limit-rate 1k --timeout 2 && said '*" was not finished within 2 s (--timeout): * of 2.861 MiB.'
+done

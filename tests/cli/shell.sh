@@ -6,6 +6,7 @@ export HOME=$work XDG_STATE_HOME=$work/state LC_ALL=C.UTF-8 TERM=xterm SHELL=/bi
 mkdir -m 755 "$HOME_DIR"/{"a folder",ab} && truncate -s 64G "$HOME_DIR/big"
 echo one >"$HOME_DIR/a folder/ä 1" && echo two >"$HOME_DIR/other" && chmod 644 "$HOME_DIR"/{a*/*,big,other}
 touch p0{001..1200}
+mkdir -p "$HOME/.config/qrftp" && printf '[work]\nurl = "%s"\n' "$ftp" >"$HOME/.config/qrftp/config.toml"
 shell=("$qrftp" shell "$ftp" --tls none)
 cat >"$work/dialogue" <<'END'
 set timeout 20
@@ -22,6 +23,7 @@ type "put ä\t\"c \\\"d\\\"\"\r" {home> $}
 type "mget o* c*\r" {home> $}
 type "mput p0\t" {Display all 1,200 possibilities\? \(y or n\) $}
 type "n" {mput p0$}
+type "\003open wo\t" {rk:$}
 type "\003cat nowhere\r" {\nqrftp: [^\r]*nowhere[^\r]*\r\n.*home> $}
 type "get b\t\r" { left}
 type "\003" {qrftp: Interrupted\.\r\n.*home> $}

@@ -1,10 +1,13 @@
 """The session: what it tells, does, raises and refuses."""
 
 import errno
+import hashlib
 import io
 import pickle
+import socketserver
 import threading
 from datetime import datetime, timezone
+from http.server import BaseHTTPRequestHandler
 from pathlib import PurePosixPath
 
 import pytest
@@ -36,7 +39,11 @@ def test_errors_are_those_of_python(place):
     session, disk = place.session, place.disk
     session.make_folder("folder")
     session.send_bytes(b"", "folder/file")
+    proxy = socketserver.TCPServer(("127.0.0.1", 0), BaseHTTPRequestHandler)  # knows no CONNECT
+    threading.Thread(target=proxy.handle_request).start()
+    by_proxy = f"http://127.0.0.1:{proxy.server_address[1]}"
     cases = [
+        (lambda: place.login.connect(proxy=by_proxy), qrftp.ProxyRefused, ConnectionError, None),
         (lambda: session.stat("nothing"), qrftp.NotFound, FileNotFoundError, errno.ENOENT),
         (lambda: session.make_folder("folder"), qrftp.AlreadyExists, FileExistsError, errno.EEXIST),
         (lambda: session.remove_folder("folder"), qrftp.NotEmpty, OSError, errno.ENOTEMPTY),
@@ -58,6 +65,7 @@ def test_errors_are_those_of_python(place):
         if isinstance(error, qrftp.Error):
             again = pickle.loads(pickle.dumps(error))
             assert (type(again), str(again), again.path) == (kind, str(error), error.path)
+    proxy.server_close()
     with pytest.raises(qrftp.PermissionDenied) as raised:
         session.list("../denied")
     assert raised.value.path.endswith("/denied") and raised.value.reply.message
@@ -94,6 +102,35 @@ def test_transfers(place, tmp_path):
         session.send_bytes(b"new", "file", progress=lambda _: False)
     assert session.fetch_bytes("file") == content == (tmp_path / "file").read_bytes()
     assert not list(place.disk.glob(".qrftp-*")) + list(tmp_path.glob(".qrftp-*"))
+
+
+def test_attributes_links_and_copies(place, tmp_path):
+    session, is_sftp = place.session, place.login.protocol == "qsftp"
+    session.make_folder("a")
+    session.send_bytes(b"content", "a/file", retries=0, retry_delay=0)
+    session.set_permissions("a/file", 0o640)
+    session.set_modification_time("a/file", datetime(2020, 1, 2, tzinfo=timezone.utc))
+    session.make_link(session.absolute("a/file"), "link")
+    with session.clone() as other:
+        session.copy("a/file", "copy", other, keep_time=True)
+        session.copy_tree("a", "b", keep_mode=True)
+        assert (other.stat("copy").modified.year, other.stat("b/file").mode) == (2020, 0o640)
+    assert session.read_link("link") == f"{place.remote}/a/file"
+    assert [*session.walk(max_depth=1)][0][0] == place.remote and len([*session.walk()]) == 3
+    lacking = [lambda: session.checksum("copy"), session.checksum_support] if is_sftp else [session.space]
+    for act in lacking:
+        with pytest.raises(qrftp.NotSupported, match="has no"):
+            act()
+    if is_sftp:
+        session.make_hard_link("copy", "hard")
+        assert session.space().available > 0 and session.fetch_bytes("hard") == b"content"
+    else:
+        assert session.checksum("copy").digits == hashlib.sha256(b"content").hexdigest()
+        session.fetch("copy", tmp_path / "copy", verify=True)
+        with pytest.raises(qrftp.ChecksumMismatch):
+            session.fetch("copy", tmp_path / "copy", verify=True,
+                          progress=lambda _: (place.disk / "copy").write_bytes(b"changed") > 0)  # fmt: skip
+        assert (tmp_path / "copy").read_bytes() == b"content"
 
 
 def test_trees(place, tmp_path):

@@ -28,6 +28,9 @@ TEST(Error, FillsItsSentenceOnceAndHidesSecrets)
 {
     EXPECT_STREQ(CannotResume("{1}", "{2} {x}").what(),
                  "\"{1}\" cannot be completed: {2} {x}. Nothing was changed.");
+    EXPECT_STREQ(ConnectionLost("f", {0, "reset"}).what(), R"(The connection broke during "f" (reset).)");
+    EXPECT_STREQ(ConnectionLost("f", "nothing was kept").what(),
+                 R"(The connection broke while fetching "f"; nothing was kept. Run it again.)");
     mask_secret("hush-hush");
     EXPECT_STREQ(IsFolder("d", {550, "hush-hush?"}).what(), "\"d\" is a folder (****?).");
     EXPECT_STREQ(IsFolder("hush-hush", {0, "our words: hush-hush"}).what(),
@@ -41,4 +44,5 @@ TEST(Error, OfLocalFilesSaysWhatTheSystemSaid)
     EXPECT_EQ(plain.code(), std::errc::no_space_on_device);
     EXPECT_THAT(plain.what(), AllOf(HasSubstr("\"/f\""), HasSubstr(code.message())));
     EXPECT_THAT(LocalFileError("/f", code, "it is locked").what(), HasSubstr("it is locked"));
+    EXPECT_STREQ(LocalFileError::missing_folder("d").what(), R"(There is no local folder "d".)");
 }

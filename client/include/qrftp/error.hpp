@@ -74,6 +74,11 @@ public:
     /// The server's own words, else those of the library that met the failure; may be empty.
     [[nodiscard]] const std::string& server_message() const noexcept;
 
+protected:
+    /// With `sentence` in place of the usual one.
+    error(std::string_view sentence, error_cause why, std::string subject, const std::string& reason,
+          response said);
+
 private:
     struct details;
     std::shared_ptr<const details> details_;
@@ -81,12 +86,12 @@ private:
 
 /// The name of the class for `why`: "NotFound".
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string_view name_of(error_cause why) noexcept;
-/// The sentence of `why`: "{0}" stands for the subject, "{1}" for the reason, "{2}" for what the server said,
-/// in parentheses.
+/// The usual sentence of `why`: "{0}" stands for the subject, "{1}" for the reason, "{2}" for what the server
+/// said, in parentheses.
 [[nodiscard]] QRFTPCLIENT_EXPORT std::string_view sentence_of(error_cause why) noexcept;
 
 /// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason,
-/// and what the server said.
+/// and what the server said. With detail: a reason, where there is one, makes another sentence.
 #define QRFTP_ERROR(name, why)                                                                                 \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
@@ -105,6 +110,19 @@ private:
         }                                                                                                      \
     }
 
+#define QRFTP_ERROR_WITH_DETAIL(name, why)                                                                     \
+    class QRFTPCLIENT_EXPORT name : public error {                                                             \
+    public:                                                                                                    \
+        explicit name(std::string subject, response said = {})                                                 \
+            : error(error_cause::why, std::move(subject), {}, std::move(said))                                 \
+        {                                                                                                      \
+        }                                                                                                      \
+        name(std::string subject, const std::string& reason, response said = {})                               \
+            : error(error_cause::why, std::move(subject), reason, std::move(said))                             \
+        {                                                                                                      \
+        }                                                                                                      \
+    }
+
 /// The text is not the URL of an FTP or SFTP server. Nothing was sent.
 QRFTP_ERROR_WITH_REASON(InvalidUrl, invalid_url);
 /// A name, user name or password holds a byte that the protocol cannot carry: NUL on either; on FTP also CR, LF
@@ -117,8 +135,9 @@ QRFTP_ERROR_WITH_REASON(InvalidOption, invalid_option);
 QRFTP_ERROR(NoConnection, no_connection);
 /// The proxy was reached and did not make the connection; the message is its status or its reason.
 QRFTP_ERROR(ProxyRefused, proxy_refused);
-/// TLS was asked for, and the server does not offer it or no common version was found.
-QRFTP_ERROR(NoEncryption, no_encryption);
+/// TLS was asked for, and the server does not offer it or no common version was found. The reason, where there
+/// is one, says which.
+QRFTP_ERROR_WITH_DETAIL(NoEncryption, no_encryption);
 /// The server's certificate was not accepted. Nothing secret was sent.
 QRFTP_ERROR(CertificateRefused, certificate_refused);
 /// The host has no line in the known-hosts files, and unknown ones are not accepted. The reason holds the key's
@@ -130,11 +149,12 @@ QRFTP_ERROR_WITH_REASON(HostKeyChanged, host_key_changed);
 QRFTP_ERROR_WITH_REASON(HostKeyRevoked, host_key_revoked);
 /// The server refused the user name, the password or the keys.
 QRFTP_ERROR(LoginRefused, login_refused);
-/// Nothing arrived, or too little, for the time allowed.
-QRFTP_ERROR(Timeout, timeout);
+/// Nothing arrived, or too little, for the time allowed. The reason, where there is one, is the limit of the
+/// whole.
+QRFTP_ERROR_WITH_DETAIL(Timeout, timeout);
 /// The connection broke during a request. A request that changes something may have been carried out; it was
-/// not repeated.
-QRFTP_ERROR(ConnectionLost, connection_lost);
+/// not repeated. The reason, where there is one, says what a fetch has left.
+QRFTP_ERROR_WITH_DETAIL(ConnectionLost, connection_lost);
 /// The other side does not keep to the protocol: a packet that cannot be read, an answer that nobody asked for.
 /// The connection is closed.
 QRFTP_ERROR_WITH_REASON(ProtocolError, protocol_error);
@@ -185,15 +205,20 @@ class QRFTPCLIENT_EXPORT LocalFileError : public error {
 public:
     /// The sentence says `reason` where it is not empty, else what `code` means.
     LocalFileError(std::string path, std::error_code code, const std::string& reason = {});
+    /// There is no such folder; the sentence asks for it where one `is_wanted` to put something in.
+    static LocalFileError missing_folder(std::string path, bool is_wanted = false);
 
     /// What the system said: `std::errc::no_such_file_or_directory`, `no_space_on_device` and so on.
     [[nodiscard]] const std::error_code& code() const noexcept { return code_; }
 
 private:
+    LocalFileError(std::string_view sentence, std::string path, std::error_code code);
+
     std::error_code code_;
 };
 
 #undef QRFTP_ERROR
 #undef QRFTP_ERROR_WITH_REASON
+#undef QRFTP_ERROR_WITH_DETAIL
 
 } // namespace qrftp

@@ -1,5 +1,7 @@
 #include "callbacks.hpp"
 
+#include "failure.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -85,7 +87,9 @@ void transfer_callbacks::take_reply(std::string_view line)
     if (replies_.size() + line.size() > longest) {
         throw ProtocolError(request_->subject, "its reply does not end");
     }
-    refuse_ssh(line);
+    if (replies_.empty() && server_.scheme == url_scheme::ftp) {
+        refuse_other_server(server_, line);
+    }
     replies_.append(line);
     if (encryption_.empty()) {
         encryption_ = describe_encryption(handle_);
@@ -95,15 +99,6 @@ void transfer_callbacks::take_reply(std::string_view line)
         read_source();
     }
     follow_data_connection(line);
-}
-
-/// libcurl would wait for a line that it understands.
-void transfer_callbacks::refuse_ssh(std::string_view line) const
-{
-    if (replies_.empty() && line.starts_with("SSH-")) {
-        throw NoConnection(server_.server(), {0, fmt::format("this is an SSH server; write sftp://{}:{}/",
-                                                             server_.host, server_.effective_port())});
-    }
 }
 
 /// The answers to SIZE, MDTM and REST stand right before the one that announces the body.

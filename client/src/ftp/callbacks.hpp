@@ -55,7 +55,6 @@ private:
     template <class Work>
     bool guard(Work work) noexcept;
     void take_reply(std::string_view line);
-    void refuse_ssh(std::string_view line) const;
     void read_source();
     void follow_data_connection(std::string_view line);
     void look_again() const;

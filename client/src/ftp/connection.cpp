@@ -293,6 +293,7 @@ request_result connection::run(const request& request)
             throw Cancelled(request.subject);
         }
         if (tried == tries || !may_repeat(request, result)) {
+            refuse_other_server(location_, data_tls_.first_bytes());
             throw_failure(server_, request, result, !logged_in_);
         }
     }

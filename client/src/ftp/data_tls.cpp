@@ -1,5 +1,7 @@
 #include "data_tls.hpp"
 
+#include "../trace.hpp"
+
 namespace qrftp::ftp {
 
 namespace {
@@ -23,6 +25,7 @@ void data_tls::reset()
 {
     context_ = nullptr;
     ended_ = false;
+    first_bytes_.clear();
     control_is_next_ = is_implicit_;
 }
 
@@ -36,6 +39,10 @@ CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexc
     mine.check_.watch(made);
     if (mine.control_is_next_) {
         mine.control_is_next_ = false;
+        if (mine.is_implicit_ && !is_traced(trace_level::debug)) { // libcurl traces by the same callback.
+            SSL_CTX_set_msg_callback(made, &data_tls::on_record);
+            SSL_CTX_set_msg_callback_arg(made, &mine);
+        }
         return CURLE_OK;
     }
     if (SSL_CTX_set_ex_data(made, data_index(), &mine) == 0) {
@@ -47,6 +54,15 @@ CURLcode data_tls::on_context(CURL* /*handle*/, void* context, void* self) noexc
     mine.context_ = made;
     mine.ended_ = false;
     return CURLE_OK;
+}
+
+void data_tls::on_record(int sent, int /*version*/, int type, const void* data, std::size_t size,
+                         SSL* /*connection*/, void* self) noexcept
+{
+    auto& first = static_cast<data_tls*>(self)->first_bytes_;
+    if (sent == 0 && type == SSL3_RT_HEADER && first.empty()) {
+        first.assign(static_cast<const char*>(data), size); // no more than a string holds by itself
+    }
 }
 
 void data_tls::on_event(const SSL* connection, int where, int value) noexcept

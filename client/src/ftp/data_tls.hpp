@@ -5,6 +5,9 @@
 
 #include <openssl/ssl.h>
 
+#include <cstddef>
+#include <string>
+
 namespace qrftp::ftp {
 
 /// What the encryption of the server's connections goes through: certificates are checked, and it is seen how
@@ -22,6 +25,8 @@ public:
 
     /// A request begins.
     void reset();
+    /// What the server said first where implicit TLS was to begin, up to 5 bytes; not while libcurl is traced.
+    [[nodiscard]] const std::string& first_bytes() const { return first_bytes_; }
     /// A reply came on the control connection: whether the next handshake is there too.
     void take_reply(bool begins_tls) { control_is_next_ = begins_tls; }
 
@@ -33,12 +38,15 @@ public:
 private:
     static CURLcode on_context(CURL* handle, void* context, void* self) noexcept;
     static void on_event(const SSL* connection, int where, int value) noexcept;
+    static void on_record(int sent, int version, int type, const void* data, std::size_t size, SSL* connection,
+                          void* self) noexcept;
 
     certificate_check& check_;
     bool is_implicit_;
     const SSL_CTX* context_ = nullptr; ///< the data connection's; libcurl makes one for each connection
     bool control_is_next_ = false;
     bool ended_ = false;
+    std::string first_bytes_;
 };
 
 } // namespace qrftp::ftp

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <string_view>
 
 namespace qrftp::ftp {
 
@@ -59,12 +60,11 @@ bool is_blocked_data_connection(const request_result& result)
 /// data connection, as a bad answer to PASV (see above).
 void classify_tls_failure(request_result& result, long verified)
 {
-    constexpr long security_accepted = 234; // RFC 2228, 5.1
     const auto says = [&](const char* part) { return result.message.find(part) != std::string::npos; };
     if (result.code == CURLE_SSL_CONNECT_ERROR && says(" routines:") && !says("SSL routines:")) {
         result.code = CURLE_PEER_FAILED_VERIFICATION;
         result.message = "its signature is wrong; " + result.message;
-    } else if (result.code == CURLE_WEIRD_SERVER_REPLY && result.last_reply().code == security_accepted) {
+    } else if (result.code == CURLE_WEIRD_SERVER_REPLY && result.last_reply().code == code::security_accepted) {
         result.code = CURLE_USE_SSL_FAILED;
         result.message = "plaintext received before TLS started: possible man in the middle";
     } else if (result.code == CURLE_FTP_WEIRD_PASV_REPLY && verified != X509_V_OK) {
@@ -100,6 +100,12 @@ void find_missing_end(const request& request, request_result& result)
         result.code = CURLE_PARTIAL_FILE;
         result.message = "the encrypted data connection was cut off (no close_notify)";
     }
+}
+
+bool accepts_tls(const request_result& result)
+{
+    return std::any_of(result.replies.begin(), result.replies.end(),
+                       [](const reply& answer) { return answer.code == code::security_accepted; });
 }
 
 /// What may help where TLS did not begin.
@@ -156,6 +162,20 @@ bool is_refusal(const request_result& result)
     return is_one_of(codes, result.code) && result.last_reply().code != code::service_not_available;
 }
 
+void refuse_other_server(const url& server, std::string_view greeting)
+{
+    const auto refuse = [&server](const char* what, const char* scheme) {
+        throw NoConnection(server.server(), {0, fmt::format("{}; write {}://{}:{}/", what, scheme, server.host,
+                                                            server.effective_port())});
+    };
+    if (greeting.starts_with("SSH-")) {
+        refuse("this is an SSH server", "sftp");
+    }
+    if (greeting.starts_with("220") && server.scheme == url_scheme::ftps) {
+        refuse("this server begins TLS after its greeting", "ftp");
+    }
+}
+
 void throw_failure(const std::string& server, const request& request, const request_result& result,
                    bool logging_in)
 {
@@ -168,6 +188,10 @@ void throw_failure(const std::string& server, const request& request, const requ
     case CURLE_PROXY:
         throw ProxyRefused(server, {0, result.message});
     case CURLE_USE_SSL_FAILED:
+        if (said.code >= 400 && !accepts_tls(result)) {
+            throw NoEncryption(server, "offers no TLS", said);
+        }
+        [[fallthrough]];
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CIPHER:
         throw NoEncryption(server, {said.code, said.message + handshake_hint(server, said.message)});

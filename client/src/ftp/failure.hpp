@@ -2,6 +2,10 @@
 
 #include "request.hpp"
 
+#include <qrftp/url.hpp>
+
+#include <string_view>
+
 /// What a result of libcurl's means.
 namespace qrftp::ftp {
 
@@ -14,6 +18,10 @@ bool is_lost(const request_result& result);
 
 /// The server was reached and said no.
 bool is_refusal(const request_result& result);
+
+/// Throws where the first words of a server are those of another kind than the URL says: libcurl would wait for
+/// what it understands, or say that TLS failed. Where TLS is implicit, `greeting` is what came in place of it.
+void refuse_other_server(const url& server, std::string_view greeting);
 
 /// Throws the error that `result`, which is no refusal, stands for. `logging_in`: the connection was just to be
 /// opened.

@@ -29,19 +29,22 @@ void ftp::set_facts(const std::string& path, const file_facts& facts)
 
 void ftp::require_facts(const std::string& path, const file_facts& facts)
 {
-    const auto check = [&](const std::optional<reply>& answer) {
+    const auto check = [&](const std::optional<reply>& answer, const char* commands) {
+        if (!answer && find(path)) {
+            throw NotSupported(path, {.message = fmt::format("it has neither {}", commands)});
+        }
         if (!answer) {
-            find(path) ? throw NotSupported(path) : throw NotFound(path);
+            throw NotFound(path);
         }
         if (!answer->is_completion()) {
             throw_refusal(*this, path, expected::anything, answer->said());
         }
     };
     if (facts.mode) {
-        check(fact_setter_.set_mode(path, *facts.mode));
+        check(fact_setter_.set_mode(path, *facts.mode), "MFF UNIX.mode nor SITE CHMOD");
     }
     if (facts.modified) {
-        check(fact_setter_.set_time(path, *facts.modified));
+        check(fact_setter_.set_time(path, *facts.modified), "MFMT nor MDTM with a time");
     }
 }
 
@@ -51,7 +54,7 @@ void ftp::make_link(const std::string& target, const std::string& path)
     if (std::none_of(features.begin(), features.end(), [](const std::string& feature) {
             return boost::algorithm::iequals(feature, "SITE SYMLINK");
         })) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "it has no SITE SYMLINK"});
     }
     // The server would see a relative target from its working folder.
     const std::string whole = remote_path::absolute(remote_path::parent(path), target);
@@ -82,7 +85,7 @@ std::optional<std::string> ftp::read_link(const std::string& path)
     }
     std::string target = found->link_target.empty() ? list_link_target(path) : found->link_target;
     if (target.empty()) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "its listings do not tell where links lead"});
     }
     return target;
 }
@@ -106,7 +109,7 @@ std::string ftp::list_link_target(const std::string& path)
 disk_space ftp::space(const std::string& path)
 {
     if (!has_feature(info(), "AVBL")) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "it has no AVBL"});
     }
     const request_result result = send_unchecked(path, {"AVBL " + path}, true);
     const auto available = parse_size(result.last_reply());

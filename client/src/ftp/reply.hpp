@@ -14,6 +14,7 @@ namespace qrftp::ftp {
 /// Reply codes that mean something to the client (RFC 959, 4.2).
 namespace code {
 inline constexpr long file_status = 213;
+inline constexpr long security_accepted = 234; ///< TLS begins (RFC 2228, 5.1)
 inline constexpr long pending_further_information = 350;
 inline constexpr long service_not_available = 421; ///< the server closes the control connection
 inline constexpr long cannot_open_data_connection = 425;

@@ -275,7 +275,8 @@ void download_job::on_checksum(const reply& answer)
     }
     content_ = read_check_file(answer);
     if (!content_) {
-        return fail(std::make_exception_ptr(NotSupported(file_.path())));
+        return fail(std::make_exception_ptr(
+            NotSupported(file_.path(), {.message = "its checksum is of a kind that was not asked for"})));
     }
     finish();
 }

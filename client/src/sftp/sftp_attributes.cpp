@@ -1,6 +1,8 @@
 #include "extensions.hpp"
 #include "perform.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -113,7 +115,7 @@ void sftp_protocol::make_link(const std::string& target, const std::string& path
 void sftp_protocol::make_hard_link(const std::string& existing, const std::string& path)
 {
     if (!connected().has_extension(hard_link.extension, "1")) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = fmt::format("it has no {}", hard_link.extension)});
     }
     if (!find(existing)) {
         throw NotFound(existing);
@@ -125,7 +127,7 @@ disk_space sftp_protocol::space(const std::string& path)
 {
     const auto told = ask(path, [&](pipeline& server) { return ask_space(server, path); });
     if (!told) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "it has no statvfs@openssh.com"});
     }
     return *told;
 }

@@ -285,7 +285,7 @@ void upload_job::on_checksum(const reply& answer)
     const bool is_same = guarded([&] {
         answer.check(file_.target());
         if (!stored) {
-            throw NotSupported(file_.target());
+            throw NotSupported(file_.target(), {.message = "its checksum is of a kind that was not asked for"});
         }
         file_.verify(*stored);
     });

@@ -61,7 +61,7 @@ local_place find_local_place(const fs::path& path, bool follow)
     std::error_code none;
     const bool is_stream = follow && fs::is_symlink(fs::symlink_status(target, none));
     if (!fs::exists(folder, none)) {
-        throw_local(folder, std::errc::no_such_file_or_directory, "there is no such folder; make it first");
+        throw LocalFileError::missing_folder(folder.string(), true);
     }
     return with_local_errors(folder, [&] {
         return local_place{files::open_folder(folder), name.string(), path, is_stream};

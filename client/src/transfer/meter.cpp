@@ -2,6 +2,8 @@
 
 #include <qrftp/error.hpp>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <thread>
 #include <utility>
@@ -11,6 +13,12 @@ namespace qrftp {
 namespace {
 
 using seconds_moved = std::chrono::duration<double>;
+
+std::string in_mebibytes(std::uint64_t bytes)
+{
+    constexpr double mebibyte = 1 << 20;
+    return fmt::format("{:.4g}", static_cast<double>(bytes) / mebibyte);
+}
 
 } // namespace
 
@@ -25,9 +33,10 @@ seconds_moved rate_limiter::count(std::uint64_t bytes)
     return free_at_ - now;
 }
 
-std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second)
+std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second,
+                                                std::chrono::milliseconds longest)
 {
-    return bytes_per_second == 0 ? nullptr : std::make_shared<rate_limiter>(bytes_per_second);
+    return bytes_per_second == 0 ? nullptr : std::make_shared<rate_limiter>(bytes_per_second, longest);
 }
 
 meter::meter(std::string subject, const transfer_options& options, std::shared_ptr<rate_limiter> limiter,
@@ -61,8 +70,26 @@ void meter::add(std::uint64_t bytes)
     const auto until = clock::now() + std::chrono::duration_cast<clock::duration>(limiter_->count(bytes));
     while (clock::now() < until) {
         std::this_thread::sleep_for(std::min(seconds_moved(until - clock::now()), slice));
+        check_time();
         report(false);
     }
+}
+
+/// Nothing that waits for the network sees the limit while a transfer is held back.
+void meter::check_time() const
+{
+    const std::chrono::milliseconds longest = limiter_->longest();
+    if (longest.count() > 0 && clock::now() - started_ >= longest) {
+        throw_unfinished(longest);
+    }
+}
+
+void meter::throw_unfinished(std::chrono::milliseconds limit) const
+{
+    const std::lock_guard lock(mutex_);
+    const std::string total = total_ == 0 ? "" : fmt::format(" of {}", in_mebibytes(total_));
+    throw Timeout(subject_, fmt::format("{:g} s (--timeout): {}{} MiB", seconds_moved(limit).count(),
+                                        in_mebibytes(found_ + moved_), total));
 }
 
 void meter::pause()
@@ -91,12 +118,6 @@ std::uint64_t meter::moved() const
 {
     const std::lock_guard lock(mutex_);
     return moved_;
-}
-
-progress meter::now() const
-{
-    const std::lock_guard lock(mutex_);
-    return {found_ + moved_, total_, 0};
 }
 
 void meter::report(bool final_figures)

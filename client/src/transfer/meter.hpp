@@ -15,24 +15,32 @@ namespace qrftp {
 /// Holds what several transfers move together to a number of bytes per second. Any number of threads.
 class rate_limiter {
 public:
-    explicit rate_limiter(std::uint64_t bytes_per_second) : rate_(bytes_per_second) {}
+    /// None of the transfers may take longer than `longest`; 0 means no limit.
+    rate_limiter(std::uint64_t bytes_per_second, std::chrono::milliseconds longest)
+        : rate_(bytes_per_second), longest_(longest)
+    {
+    }
 
     /// Counts `bytes`; returns how long to wait before more is moved.
     std::chrono::duration<double> count(std::uint64_t bytes);
+    [[nodiscard]] std::chrono::milliseconds longest() const { return longest_; }
 
 private:
     using clock = std::chrono::steady_clock;
 
     std::uint64_t rate_;
+    std::chrono::milliseconds longest_;
     std::mutex mutex_;
     clock::time_point free_at_{}; ///< when what has been counted is within the rate
 };
 
 /// Null where there is no limit.
-std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second);
+std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second,
+                                                std::chrono::milliseconds longest);
 
 /// Counts what one transfer has moved, reports it and holds it back. Throws `Cancelled` about `subject` when
-/// `on_progress` or the stop token asks for the end. Any number of threads.
+/// `on_progress` or the stop token asks for the end, and `Timeout` when it is held back for too long. Any
+/// number of threads.
 class meter {
 public:
     meter(std::string subject, const transfer_options& options, std::shared_ptr<rate_limiter> limiter,
@@ -51,13 +59,14 @@ public:
     void finish();
 
     [[nodiscard]] std::uint64_t moved() const;
-    /// How far the whole is, without a rate.
-    [[nodiscard]] progress now() const;
+    /// Throws the `Timeout` of a transfer that has taken longer than `limit`.
+    [[noreturn]] void throw_unfinished(std::chrono::milliseconds limit) const;
 
 private:
     using clock = std::chrono::steady_clock;
 
     void report(bool final_figures);
+    void check_time() const;
 
     std::string subject_;
     std::function<bool(const progress&)> on_progress_;
@@ -67,6 +76,7 @@ private:
     std::uint64_t total_ = 0;
     std::uint64_t found_ = 0;
     std::uint64_t moved_ = 0;
+    clock::time_point started_ = clock::now();
     clock::time_point began_{}; ///< the first byte: what the connection took before is no part of the rate
     clock::time_point reported_{};
 };

@@ -25,6 +25,16 @@ bool is_refusal(const error& failure)
     }
 }
 
+/// What the server said, with what helps where a transfer goes to a temporary name that is renamed in the end.
+response with_advice(const error& failure, const std::string& from)
+{
+    response said = said_by(failure);
+    if (remote_path::is_temporary_name(remote_path::filename(from))) {
+        said.message += "; if it refuses to rename, --in-place writes to the name itself";
+    }
+    return said;
+}
+
 /// After a failure: puts the old file back under its name, unless `from` has it by now. Returns whether it has.
 bool put_back(protocol& server, const std::string& from, const std::string& aside, const std::string& to,
               const error& why)
@@ -54,10 +64,10 @@ void replace_by_moving_aside(protocol& server, const std::string& from, const st
     try {
         server.rename(to, aside);
     } catch (const error& failure) {
-        if (!is_refusal(failure)) {
-            put_back(server, from, aside, to,
-                     failure); // It may have been carried out before the connection broke.
+        if (is_refusal(failure)) {
+            throw_refusal(server, to, expected::new_file, with_advice(failure, from));
         }
+        put_back(server, from, aside, to, failure); // It may have been carried out before the connection broke.
         throw;
     }
     try {
@@ -85,14 +95,14 @@ void replace_file(protocol& server, const std::string& from, const std::string& 
         if (!is_refusal(failure)) {
             throw;
         }
-        const response said{failure.reply_code(), failure.server_message()};
+        const response said = said_by(failure);
         // No listing of the folder, which may be long, unless something is wrong.
         if (!server.size(from) && !server.find(from)) {
             throw_refusal(server, from, expected::file, said);
         }
         const auto there = server.lstat(to);
         if (!may_replace || !there || there->kind == entry_kind::folder) {
-            throw_refusal(server, to, expected::new_file, said);
+            throw_refusal(server, to, expected::new_file, there ? said : with_advice(failure, from));
         }
         if (there->kind == entry_kind::link) {
             // Some servers would move what the link leads to.
@@ -108,7 +118,7 @@ void replace_link(protocol& server, const std::string& target, const std::string
 {
     server.check_name(target);
     if (!server.keeps_link_targets() && !target.starts_with('/')) {
-        throw NotSupported(path);
+        throw NotSupported(path, {.message = "SITE SYMLINK does not keep a relative target"});
     }
     try {
         return server.make_link(target, path);

@@ -209,7 +209,8 @@ void copy(session& from, const std::string& source, session& to, const std::stri
     protocol& reading = session_access::server(from);
     protocol& writing = session_access::server(to);
     const std::string path = to.absolute(target);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), session_access::options(to).stop);
+    const session_options& limits = session_access::options(to);
+    meter progress(path, options, make_rate_limiter(options.rate_limit, limits.total_timeout), limits.stop);
     server_copier copier(from, &reading == &writing ? nullptr : &reading, writing, is_same_login(from, to));
     copier.copy(find_remote_source(reading, from.absolute(source)), path, options, progress);
 }

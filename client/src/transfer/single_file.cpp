@@ -1,5 +1,6 @@
 #include "single_file.hpp"
 
+#include "../refusal.hpp"
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
@@ -10,8 +11,6 @@
 #include "verify.hpp"
 
 #include <qrftp/tree.hpp>
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -50,14 +49,17 @@ spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size)
     return {connections, is_cheap ? static_cast<unsigned>((size - 1) / small_part + 1) : connections};
 }
 
-std::string in_mebibytes(std::uint64_t bytes)
+meter make_meter(const session& opened, const std::string& path, const transfer_options& options,
+                 const connection_pool& pool)
 {
-    return fmt::format("{:.4g}", static_cast<double>(bytes) / static_cast<double>(mebibyte));
+    const auto longest = session_access::options(opened).total_timeout;
+    return {path, options, make_rate_limiter(options.rate_limit, longest), pool.stop_token()};
 }
 
 /// Runs `work`; a broken connection and a limit of time are thrown with what they mean for this transfer.
 template <class Work>
-void with_consequences(const session& opened, const meter& progress, const std::string& kept, const Work& work)
+void with_consequences(const session& opened, const meter& progress, const std::string& path,
+                       const std::string& kept, const Work& work)
 {
     using std::chrono::steady_clock;
     const auto began = steady_clock::now();
@@ -65,22 +67,12 @@ void with_consequences(const session& opened, const meter& progress, const std::
     try {
         work();
     } catch (const ConnectionLost& failure) {
-        if (kept.empty()) {
-            throw;
-        }
-        const std::string& said = failure.server_message();
-        throw ConnectionLost(failure.path(), {failure.reply_code(),
-                                              said + (said.empty() ? "" : "; ") + kept + "; run it again"});
-    } catch (const Timeout& failure) {
+        throw ConnectionLost(path, kept, said_by(failure));
+    } catch (const Timeout&) {
         if (limit.count() == 0 || steady_clock::now() - began < limit) {
             throw;
         }
-        const qrftp::progress now = progress.now();
-        throw Timeout(failure.path(),
-                      {failure.reply_code(),
-                       fmt::format("not finished within {:g} s, the limit of --timeout: {} of {} MiB",
-                                   std::chrono::duration<double>(limit).count(), in_mebibytes(now.bytes),
-                                   in_mebibytes(now.total))});
+        progress.throw_unfinished(limit);
     }
 }
 
@@ -127,10 +119,10 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     }
     const auto [connections, parts] = spread_file(server, allowed, size);
     connection_pool pool(from.location(), session_access::options(from), connections - 1);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
-    with_consequences(from, progress, kept_by(options), [&, count = parts] {
+    with_consequences(from, progress, path, kept_by(options), [&, count = parts] {
         copy_parts<download>(from, pool, options, file, size, count, &protocol::fetch);
     });
 }
@@ -151,9 +143,9 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
         throw AlreadyExists(path);
     }
     connection_pool pool(to.location(), session_access::options(to), connections - 1);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
-    with_consequences(to, progress, "", [&, count = parts] {
+    with_consequences(to, progress, path, "", [&, count = parts] {
         copy_parts<upload>(to, pool, options, file, size, count, &protocol::send);
     });
 }
@@ -162,7 +154,7 @@ void fetch_data(const session& from, const std::string& path,
                 const std::function<bool(std::string_view)>& on_data, const transfer_options& options)
 {
     connection_pool pool(from.location(), session_access::options(from), 0);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(from, path, options, pool);
     data_download file(path, on_data, options, progress,
                        verification_of(session_access::server(from), from.location().server(), options));
     copy_parts<download>(from, pool, options, file, 0, 1, &protocol::fetch);
@@ -172,7 +164,7 @@ void send_data(const session& to, const std::function<std::size_t(std::span<char
                const std::string& path, const transfer_options& options)
 {
     connection_pool pool(to.location(), session_access::options(to), 0);
-    meter progress(path, options, make_rate_limiter(options.rate_limit), pool.stop_token());
+    meter progress = make_meter(to, path, options, pool);
     data_upload file(read, path, options, progress,
                      verification_of(session_access::server(to), to.location().server(), options));
     copy_parts<upload>(to, pool, options, file, 0, 1, &protocol::send);

@@ -26,7 +26,8 @@ public:
     copy_queue(const std::vector<tree_action>& copies, const tree_options& options,
                const session_options& session, std::stop_token stop, tree_outcome& outcome, maker make)
         : copies_(copies), options_(options), stop_(std::move(stop)), outcome_(outcome), make_(std::move(make)),
-          limiter_(make_rate_limiter(options.transfer.rate_limit)), retries_(options.transfer, session, stop_)
+          limiter_(make_rate_limiter(options.transfer.rate_limit, session.total_timeout)),
+          retries_(options.transfer, session, stop_)
     {
     }
 

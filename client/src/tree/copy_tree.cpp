@@ -25,7 +25,7 @@ public:
     tree_copier(session& from, std::string source, session& to, std::string target, const tree_options& options)
         : from_(from), source_(std::move(source)), to_(to), target_(std::move(target)), options_(options),
           is_same_(is_same_login(from, to)), outcome_(options),
-          limiter_(make_rate_limiter(options.transfer.rate_limit))
+          limiter_(make_rate_limiter(options.transfer.rate_limit, session_access::options(to).total_timeout))
     {
     }
 

@@ -69,7 +69,8 @@ public:
                 if (!folder.path.empty()) {
                     collector_.fail(folder.path, std::current_exception());
                 } else if (missing) {
-                    collector_.root_is_missing(std::current_exception());
+                    collector_.root_is_missing(
+                        std::make_exception_ptr(LocalFileError::missing_folder(failure.path())));
                 } else {
                     throw;
                 }
