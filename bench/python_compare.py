@@ -17,37 +17,28 @@ import tempfile
 import time
 from pathlib import Path
 
-ROOT = Path(__file__).parents[1]
 BUILD = Path(sys.argv[1]).resolve()
 sys.path.insert(0, str(BUILD / "python"))
 
 import qrftp  # noqa: E402
+from servers import FAR, NEAR, Servers  # noqa: E402
 
-LARGE = int(os.environ.get("BENCH_MIB", 512)) << 20
+MIB = int(os.environ.get("BENCH_MIB", 512))
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
-FILES, SMALL, RANGES, PART = 2000, 4096, 1000, 64 << 10
-NEAR, FAR = "127.0.0.1", "127.0.0.2"  # the servers, and the slow line to them
+FILES, RANGES, PART = 2000, 1000, 64 << 10
+LARGE, SMALL = f"{MIB} MiB", f"{FILES} files"
+NAME = LARGE.replace(" ", "_")
 
 
 class Bench:
     def __init__(self, folder):
         self.folder = folder
-        script = [ROOT / "packaging/servers.sh", "start", folder / "servers", "proftpd", "sshd"]
-        subprocess.run(script, check=True)
-        lines = (folder / "servers/env").read_text().splitlines()
-        self.env = dict(line.split("=", 1) for line in lines)
-        self.home = Path(self.env["HOME_DIR"])
+        self.servers = Servers(BUILD, folder)
+        self.env, self.home = self.servers.env, self.servers.home
         self.port = int(self.env["SSHD_PORT"])
-        self.relay = subprocess.Popen([BUILD / "bench/delay_relay", FAR, NEAR, str(self.port)], text=True,
-                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE)  # fmt: skip
-        self.relay.stdout.readline()
-        self.relay.stdin.write("25\n")
-        self.relay.stdin.flush()
-        self.relay.stdout.readline()
-        (folder / "large").write_bytes(os.urandom(1 << 20) * (LARGE >> 20))
-        (folder / "small").mkdir()
-        for number in range(FILES):
-            (folder / f"small/{number}").write_bytes(os.urandom(SMALL))
+        self.servers.set_delay(50)
+        for data in (LARGE, SMALL):
+            self.servers.add(data)
 
     def session(self, host=NEAR):
         return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@{host}:{self.port}", key=self.env["KEY"], ssh_config="",
@@ -91,7 +82,7 @@ class Bench:
     # Jobs: what each client does for it.
 
     def large(self, up):
-        local, remote = str(self.folder / ("large" if up else "fetched")), str(self.home / ("sent" if up else "large"))
+        local, remote = str(self.folder / (NAME if up else "fetched")), str(self.home / ("sent" if up else NAME))
         def own():
             with self.session() as session:
                 session.send(local, remote) if up else session.fetch(remote, local)
@@ -104,7 +95,7 @@ class Bench:
         return {"qrftp": own, "paramiko": by_paramiko, "asyncssh": by_asyncssh}
 
     def many(self):
-        target, remote = self.folder / "many", str(self.home / "small")
+        target, remote = self.folder / "many", str(self.home / SMALL.replace(" ", "_"))
         def own():
             with self.session(FAR) as session:
                 session.fetch_tree(remote, target)
@@ -112,7 +103,7 @@ class Bench:
             client, sftp = self.paramiko(FAR)
             target.mkdir(exist_ok=True)
             for number in range(FILES // 10):
-                sftp.get(f"{remote}/{number}", str(target / str(number)))
+                sftp.get(f"{remote}/file{number:06}", str(target / str(number)))
             client.close()
         def by_asyncssh():
             target.mkdir(exist_ok=True)
@@ -120,7 +111,7 @@ class Bench:
                 limit = asyncio.Semaphore(100)
                 async def get(number):
                     async with limit:
-                        await sftp.get(f"{remote}/{number}", str(target / str(number)))
+                        await sftp.get(f"{remote}/file{number:06}", str(target / str(number)))
                 await asyncio.gather(*map(get, range(FILES)))
             self.asyncssh(work, FAR)
         return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko, "asyncssh, 100 at once": by_asyncssh}
@@ -129,11 +120,11 @@ class Bench:
         options = {"password": self.env["PASSWORD"], "certificate_authorities": self.env["CA_FILE"]}
         def own():
             with qrftp.connect(f"ftp://{self.env['USER']}@127.0.0.1:{self.env['FTP_PORT']}", **options) as session:
-                session.fetch(str(self.home / "large"), self.folder / "fetched")
+                session.fetch(str(self.home / NAME), self.folder / "fetched")
         def by_ftplib():
             client = self.ftp()
             with open(self.folder / "fetched", "wb", buffering=0) as file:
-                client.retrbinary(f"RETR {self.home}/large", file.write, 1 << 18)
+                client.retrbinary(f"RETR {self.home}/{NAME}", file.write, 1 << 18)
             client.quit()
         return {"qrftp": own, "ftplib": by_ftplib}
 
@@ -145,8 +136,8 @@ class Bench:
         def read(protocol, options, count):
             system = fsspec.filesystem(protocol, host=FAR, port=self.port, username=self.env["SSHD_USER"],
                                        skip_instance_cache=True, **options)  # fmt: skip
-            starts = [number * (LARGE // RANGES) for number in range(count)]
-            parts = system.cat_ranges([str(self.home / "large")] * count, starts, [each + PART for each in starts])
+            starts = [number * ((MIB << 20) // RANGES) for number in range(count)]
+            parts = system.cat_ranges([str(self.home / NAME)] * count, starts, [each + PART for each in starts])
             assert all(len(each) == PART for each in parts)
         return {"qrftp": lambda: read("qsftp", own_options, RANGES),
                 "fsspec's sftp (a tenth of the ranges, times 10)": lambda: read("sftp", their_options, RANGES // 10)}  # fmt: skip
@@ -161,13 +152,9 @@ class Bench:
 def main():
     folder = Path(tempfile.mkdtemp(prefix="qrftp-"))
     folder.chmod(0o711)
-    (folder / "servers").mkdir()
     bench = None
     try:
         bench = Bench(folder)
-        shutil.copy(folder / "large", bench.home)
-        shutil.copytree(folder / "small", bench.home / "small")
-        subprocess.run(["chmod", "-R", "a+rX", bench.home], check=True)
         jobs = {"down": lambda: bench.large(False), "up": lambda: bench.large(True), "many": bench.many,
                 "ftp": bench.ftp_large, "ranges": bench.ranges, "import": bench.imports}  # fmt: skip
         for job in sys.argv[2:] or jobs:
@@ -183,9 +170,7 @@ def main():
                 print(f"{job:8} {name:48} {median:9.3f} s {median / medians['qrftp']:8.2f}", flush=True)
     finally:
         if bench:
-            bench.relay.stdin.close()
-            bench.relay.wait()
-        subprocess.run([ROOT / "packaging/servers.sh", "stop", folder / "servers"], check=True)
+            bench.servers.close()
         shutil.rmtree(folder)
 
 

@@ -22,8 +22,7 @@ import time
 
 import picture
 from programs import Curl, Lftp, Place, Qrftp, Rclone, Sftp
-
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+from servers import FAR, NEAR, ROOT, Servers
 
 
 def setting(name, default):
@@ -43,7 +42,6 @@ SLOW_ROUNDS = setting("SLOW_ROUNDS", min(ROUNDS, 3))  # on slow lines, where lit
 PATIENCE = setting("PATIENCE", 10)  # seconds; what takes longer is run once
 LIMIT = setting("LIMIT", 180)  # seconds; what takes longer is ended
 ONLY = re.compile(os.environ.get("ONLY", ""))
-NEAR, FAR = "127.0.0.1", "127.0.0.2"  # the servers, and the slow line to them
 COLUMNS = ["qrftp", "sftp", "lftp", "rclone", "curl"]
 BEGIN, END = "<!-- figures: written by bench/run --store -->", "<!-- end of the figures -->"
 
@@ -150,82 +148,6 @@ def works():
         yield Work(job, f"{BIG} MiB", programs("qrftp", "lftp", "curl"), [Line(f"FTP: {BIG} MiB {way}")], "FTP")
         yield Work(tree, f"{MANY} files", programs("qrftp") | four, [Line(f"FTP: {MANY:,} files {way}, 4 connections")],
                    "FTP")
-
-
-# Servers, files and the slow line -------------------------------------------------------------------------------------
-
-
-def make(path, data):
-    """Makes the file or folder that `data` names: "N MiB", "N files", "N files in folders" or "N entries"."""
-    count, kind = data.split(" ", 1)
-    count = int(count)
-    if kind == "MiB":
-        with open(path, "wb") as file:
-            if count == HUGE:
-                file.truncate(count << 20)  # only its length matters
-            else:
-                for _ in range(count):
-                    file.write(os.urandom(1 << 20))
-        return
-    path.mkdir()
-    if kind == "files":
-        for i in range(count):
-            (path / f"file{i:06}").write_bytes(os.urandom(4096))
-        return
-    folders = max(count // (50 if kind == "entries" else 1000), 1)
-    each = count // folders - (1 if kind == "entries" else 0)
-    for i in range(folders):
-        (path / f"folder{i:04}").mkdir()
-        for j in range(each):
-            (path / f"folder{i:04}" / f"file{j:04}").write_bytes(b"%64d" % j)
-
-
-class Servers:
-    """The servers of packaging/servers.sh, with the same files in their home and here, and the slow line to them."""
-
-    def __init__(self, build, work):
-        self.work = work
-        (work / "servers").mkdir()
-        self.script("start", "proftpd", "sshd")
-        self.env = dict(line.split("=", 1) for line in (work / "servers/env").read_text().splitlines())
-        self.home = pathlib.Path(self.env["HOME_DIR"])
-        key = (work / "servers/host_key.pub").read_text()
-        port = self.env["SSHD_PORT"]
-        (work / "known_hosts").write_text("".join(f"[{host}]:{port} {key}" for host in (NEAR, FAR)))
-        self.relay = subprocess.Popen([build / "bench/delay_relay", FAR, NEAR, port], text=True, stdin=subprocess.PIPE,
-                                      stdout=subprocess.PIPE)
-        if self.relay.stdout.readline() != "ready\n":
-            raise SystemExit("table.py: no slow line")
-
-    def script(self, *arguments):
-        subprocess.run([ROOT / "packaging/servers.sh", arguments[0], self.work / "servers", *arguments[1:]], check=True)
-
-    def set_delay(self, milliseconds):
-        """Sets that of a round trip. Returns the round trips in a row since the last call."""
-        self.relay.stdin.write(f"{milliseconds / 2}\n")
-        self.relay.stdin.flush()
-        return int(self.relay.stdout.readline())
-
-    def add(self, data):
-        local, remote = self.work / data.replace(" ", "_"), self.home / data.replace(" ", "_")
-        if local.exists():
-            return
-        make(local, data)
-        subprocess.run(["cp", "-a", "--sparse=always", local, remote], check=True)
-        subprocess.run(["chmod", "-R", "go+rX", local, remote], check=True)
-
-    def clean(self):
-        for place in (self.work / "got", self.home / "got"):
-            if place.is_dir():
-                shutil.rmtree(place)
-            else:
-                place.unlink(missing_ok=True)
-
-    def close(self):
-        if self.relay:
-            self.relay.stdin.close()
-            self.relay.wait()
-        self.script("stop")
 
 
 # Measuring ------------------------------------------------------------------------------------------------------------
@@ -390,7 +312,7 @@ def main():
     work_folder.chmod(0o711)
     servers, done, began = None, [], time.monotonic()
     try:
-        servers = Servers(build, work_folder)
+        servers = Servers(build, work_folder, max(BIG, HUGE - 1))
         os.environ |= {"LC_ALL": "C", "HOME": str(work_folder), "QRFTP_PASSWORD": servers.env["PASSWORD"]}
         os.environ.pop("SSH_AUTH_SOCK", None)
         bench = Bench(build, servers)

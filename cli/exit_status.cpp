@@ -5,7 +5,6 @@
 #include "output.hpp"
 #include "settings.hpp"
 
-#include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
@@ -18,6 +17,8 @@ namespace qrftp::cli {
 namespace {
 
 bool reports_json = false; // Failures of the command line are reported, too, when nothing has been parsed.
+
+} // namespace
 
 exit_status status_of(error_cause cause)
 {
@@ -53,8 +54,6 @@ exit_status status_of(error_cause cause)
         return other_failure;
     }
 }
-
-} // namespace
 
 int status_of(const std::exception& error)
 {

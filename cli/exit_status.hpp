@@ -1,5 +1,7 @@
 #pragma once
 
+#include <qrftp/error.hpp>
+
 #include <cstddef>
 #include <exception>
 #include <string>
@@ -27,6 +29,9 @@ bool is(const std::exception& error)
 {
     return dynamic_cast<const Error*>(&error) != nullptr;
 }
+
+/// The status for an error of the client.
+exit_status status_of(error_cause cause);
 
 /// The status for an error; 128 and the signal's number when a signal has come.
 int status_of(const std::exception& error);

@@ -196,8 +196,10 @@ CLI::App& add_subcommand(CLI::App& app, command_line& line, const char* name, co
         ->type_name("auto|always|never")
         ->capture_default_str();
     command.add_flag("-q,--quiet", line.options.quiet, "Print nothing but results and errors");
-    command.add_flag("-v,--verbose", line.options.verbose,
-                     "The dialogue with the server, and what is done; -vv: also what the libraries say");
+    command
+        .add_flag("-v,--verbose", line.options.verbose,
+                  "The dialogue with the server, and what is done; -vv: also what the libraries say")
+        ->force_callback(false); // CLI11 2.4 would have every other subcommand set it to 0
     command.option_defaults()->group("Options");
     if (!is_shell(line)) {
         add_login_options(command, line.login);

@@ -1,44 +1,32 @@
-// Prints docs/errors.md with the sentences that the libraries have for their errors: `errors_page
-// docs/errors.md`. The page is where everything else is written, below a heading "### IDENTIFIER" for each
-// error. An error without a heading, and a heading without an error, are a failure.
+// Prints docs/errors.md with the sentences that the libraries have for their errors and the status with which
+// the command ends: `errors_page docs/errors.md`. Each error is a row of a table, under a heading that ends
+// with the prefix of its identifier. An error without a row, and a row without an error, are a failure.
+
+#include "exit_status.hpp"
 
 #include <foundation/core/except/Catalogue.hpp>
 #include <qrftp/error.hpp>
 
+#include <csignal>
 #include <fstream>
 #include <iostream>
 #include <map>
-#include <sstream>
+#include <regex>
 #include <string>
 
 namespace {
 
-constexpr std::size_t columns = 118;
-
-std::map<std::string, std::string> sentences()
+/// The second cell of each error's row, of the client's also the third one.
+std::map<std::string, std::string> cells()
 {
     auto all = foundation::core::except::Catalogue::instance().entries();
     for (int cause = 0; cause <= static_cast<int>(qrftp::error_cause::closed); ++cause) {
         const auto why = static_cast<qrftp::error_cause>(cause);
-        all["qrftp::" + std::string(qrftp::name_of(why))] = qrftp::sentence_of(why);
+        const int status = why == qrftp::error_cause::cancelled ? 128 + SIGINT : qrftp::cli::status_of(why);
+        all["qrftp::" + std::string(qrftp::name_of(why))] =
+            std::string(qrftp::sentence_of(why)) + " | " + std::to_string(status);
     }
     return all;
-}
-
-/// The sentence as a quotation, in lines of the page's width.
-std::string quoted(const std::string& sentence)
-{
-    std::istringstream words(sentence);
-    std::string all;
-    std::string line = ">";
-    for (std::string word; words >> word;) {
-        if (line.size() + 1 + word.size() > columns) {
-            all += line + '\n';
-            line = ">";
-        }
-        line += ' ' + word;
-    }
-    return all + line + "\n\n";
 }
 
 } // namespace
@@ -49,29 +37,29 @@ int main(int count, char** arguments)
         std::cerr << "errors_page PAGE\n";
         return 2;
     }
-    auto missing = sentences();
+    const std::regex heading("##+ .*`(.*:)`");
+    const std::regex row(R"(\| `(\w+)` \|[^|]*\|(.*))");
+    const std::regex row_with_status(R"(\| `(\w+)` \|[^|]*\|[^|]*\|(.*))");
+    auto missing = cells();
     int unknown = 0;
     std::ifstream page(arguments[1]);
+    std::string prefix;
     for (std::string line; std::getline(page, line);) {
-        if (line.starts_with("> ")) {
-            while (line.starts_with("> ") && std::getline(page, line)) {
+        std::smatch found;
+        if (std::regex_match(line, found, heading)) {
+            prefix = found[1];
+        } else if (std::regex_match(line, found, prefix == "qrftp::" ? row_with_status : row)) {
+            const auto known = missing.extract(prefix + found[1].str());
+            if (known) {
+                line = "| `" + found[1].str() + "` | " + known.mapped() + " |" + found[2].str();
+            } else {
+                std::cerr << "no such error: " << prefix << found[1] << '\n';
+                ++unknown;
             }
-            continue; // and without the blank line
         }
         std::cout << line << '\n';
-        if (!line.starts_with("### ")) {
-            continue;
-        }
-        const auto sentence = missing.extract(line.substr(4));
-        if (sentence) {
-            std::getline(page, line);
-            std::cout << '\n' << quoted(sentence.mapped());
-        } else {
-            std::cerr << "no such error: " << line << '\n';
-            ++unknown;
-        }
     }
-    for (const auto& [identifier, sentence] : missing) {
+    for (const auto& [identifier, cell] : missing) {
         std::cerr << "not on the page: " << identifier << '\n';
     }
     return unknown != 0 || !missing.empty() ? 1 : 0;

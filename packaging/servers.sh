@@ -126,6 +126,8 @@ sshd_config() {
         "AuthorizedKeysFile $dir/authorized_keys" "StrictModes no" "PasswordAuthentication no" \
         "KbdInteractiveAuthentication no" "Subsystem sftp internal-sftp" \
         "ForceCommand internal-sftp -d $dir/home" >"$dir/sshd.conf"
+    # OpenSSH 9.8 and later take no connection for a while from where logins failed.
+    [[ $(sshd -G -f /dev/null 2>&1) != *persourcepenalties* ]] || echo "PerSourcePenalties no" >>"$dir/sshd.conf"
     command=("$(command -v sshd)" -D -e -f "$dir/sshd.conf") ready_line="Server listening on"
     greetings=("SSHD_PORT=SSH-2.0-OpenSSH")
 }

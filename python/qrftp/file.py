@@ -106,7 +106,7 @@ class Spool(io.RawIOBase):
     deferred = False
 
     def __init__(self, send: Callable[[io.FileIO], None], name: str, mode: str) -> None:
-        self._local = cast(io.FileIO, tempfile.TemporaryFile(buffering=0))
+        self._local: io.FileIO = cast(Any, tempfile.TemporaryFile(buffering=0))
         self._send = send
         self._discarded = False
         self.name = name

@@ -28,7 +28,7 @@ take_apart() { # PAGE: into script, N.expected, listed, pieces and the files tha
     END { if (kind && !failed) stop("a block without an end") }' "$1"
 }
 
-for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls docs/*.md docs/adr/*.md); do
+for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls docs/*.md); do
     find "$HOME_DIR" -mindepth 1 -maxdepth 1 ! -name denied -exec rm -rf {} + && rm -f "$HOME/.ssh/known_hosts" "$HOME/.netrc"
     mkdir -p "$work/pages/$page/site/images" "$HOME_DIR"/{folder,photos/2024} && cd "$work/pages/$page"
     echo report | tee "$HOME_DIR"/{report.txt,photos/2024/lake.jpg} site/{index.html,images/logo.png} >/dev/null
@@ -37,7 +37,7 @@ for page in README.md CONTRIBUTING.md examples/README.md $(cd "$source" && ls do
     [[ ! -e pieces ]] || sed -i '/^ *\/\/ …$/r pieces' $(grep -l '^ *// …$' ./*.cpp) || fail "$page: no place for its pieces"
     sed -i -e "s#sftp://user@example\.org#$sftp#g; s#ftp://user@ftp\.example\.org#ftp://$USER@localhost:$FTP_PORT#g" \
         -e "s#ftp\.example\.org 21 user#localhost $FTP_PORT $USER#; s#machine ftp\.example\.org login user#machine localhost login $USER#" script
-    bash -euo pipefail script </dev/null || fail "$page: $(tail -n 15 ./*.output)"
+    bash -euo pipefail -c 'trap "[[ ! \${SSH_AGENT_PID-} ]] || ssh-agent -k >/dev/null" EXIT && . ./script' </dev/null || fail "$page: $(tail -n 15 ./*.output)"
     for expected in *.expected; do
         [[ $(<"${expected%.*}.output") == $(sed 's/[^*[:alnum:][:space:]]/\\&/g' "$expected") ]] ||
             fail "$page: $(diff "$expected" "${expected%.*}.output")"

@@ -1,7 +1,7 @@
 #!/bin/bash
 # An interrupted transfer leaves the old file whole and no part of the new one; a killed one at most a part beside it.
 source "$(dirname "$0")/common.sh" "$1" proftpd
-parts() { find "$HOME_DIR" . -name '.*' -type f "$@"; }
+parts() { find "$HOME_DIR" . -maxdepth 1 -name '.*' -type f "$@"; }
 cut_short() { # SIGNAL STATUS ARGUMENT…: as soon as a part has content
     local status=0 process
     touch "$work/mark"

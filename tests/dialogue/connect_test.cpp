@@ -45,11 +45,11 @@ TEST(Connect, SettlesOnTheStartingFolderOrSaysWhyNot)
         SCOPED_TRACE(url + (scripted.empty() ? "" : scripted.front().second));
         texts warnings;
         const auto earlier = zxSetWarningHandler([&](const auto& message) { warnings.push_back(message.key); });
-        scripted_peer peer("/home/u", std::chrono::milliseconds(300));
+        scripted_peer peer("/home/u", std::chrono::seconds(2));
         for (const auto& [line, reply] : scripted)
             peer.on(line, answer::reply(reply));
         core::curl_ptr connection;
-        core::connection_timeout(connection, 500);
+        core::connection_timeout(connection, 3000);
         std::string folder;
         texts result = error_of([&, &to = url] { folder = log_in(connection, to, peer.port()); });
         if (result.front() == "nothing")

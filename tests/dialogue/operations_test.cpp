@@ -74,8 +74,7 @@ TEST_P(Operations, SurvivesEveryFaultAtEveryStep)
     for (const auto& [name, fault] : faults) {
         for (int n = 0;; ++n) {
             SCOPED_TRACE(testing::Message() << name << " at step " << n);
-            stage s(false,
-                    std::chrono::milliseconds(300)); // is_file has its own limit: there the peer gives up
+            stage s(false, std::chrono::seconds(1)); // is_file has its own limit: there the peer gives up
             core::transfer_timeout(s.connection, 150);
             ledger::start();
             s.peer.at(s.next_step + n, fault);

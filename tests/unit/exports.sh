@@ -2,7 +2,7 @@
 # exports.sh LIBRARY…: each library exports the names that the package for Debian lists for it, and no others but those
 # that the list calls optional.
 set -euo pipefail
-list=$(dirname "$0")/../../packaging/debian/libqrftpcore0.1.exports
+list=$(dirname "$0")/../../packaging/debian/libqrftpcore0.2.exports
 optional=$(sed -n 's/^optional: //p' "$list" | head -n 1)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
