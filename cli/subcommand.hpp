@@ -11,7 +11,7 @@
 namespace CLI {
 class App;
 class Option;
-}
+} // namespace CLI
 
 /// What subcommands are made of. One definition serves the command and the shell: the shell adds the same
 /// subcommands to a `command_line` that has an open session. There they have no options about the login, and
