@@ -20,7 +20,8 @@ from .entry import (
 )  # fmt: skip
 from .error import *  # noqa: F403
 from .error import __all__ as _errors
-from .session import LocalPath, RemotePath, Session, set_trace, versions
+from .session import Session, set_trace, versions
+from .types import LocalPath, RemotePath
 
 connect = Session
 """`connect(url, **options)` logs in and returns the `Session`."""

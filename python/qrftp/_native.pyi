@@ -2,7 +2,7 @@
 
 from typing import Any, Callable, Mapping, Sequence
 
-from .session import LocalPath, RemotePath
+from .types import LocalPath, RemotePath
 
 _Fields = tuple[Any, ...]
 _Options = Mapping[str, Any]

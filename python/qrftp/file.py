@@ -14,7 +14,8 @@ from .error import NotFound
 
 if TYPE_CHECKING:
     from . import _native
-    from .session import RemotePath, Session
+    from .session import Session
+    from .types import RemotePath
 
 BUFFER_SIZE = 1 << 20
 """How much a file fetches at once where less is asked for."""
