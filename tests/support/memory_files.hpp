@@ -24,14 +24,14 @@ public:
     qrftp::byte_range begin(const qrftp::file_facts& source) override
     {
         facts = source;
-        return range;
+        return {};
     }
     void write(std::uint64_t offset, std::string_view bytes) override
     {
         if (content.size() + bytes.size() > disk) {
             throw qrftp::LocalFileError(path(), std::make_error_code(std::errc::no_space_on_device));
         }
-        is_in_order = is_in_order && offset == range.begin + content.size();
+        is_in_order = is_in_order && offset == content.size();
         content += bytes;
     }
     [[nodiscard]] bool takes_any_order() const override { return false; }
@@ -47,7 +47,6 @@ public:
         ++finishes;
     }
 
-    qrftp::byte_range range{};
     std::size_t disk = static_cast<std::size_t>(-1); ///< how much can be written
     qrftp::file_facts facts{};
     std::string content{};
@@ -135,9 +134,6 @@ public:
     void failed(const part& lost, std::exception_ptr why) override
     {
         results[lost.file].push_back(name_of(why));
-        if (throws) {
-            std::rethrow_exception(why);
-        }
     }
     /// How the file ended; "several" if that was told more than once.
     std::string result(const File& file)
@@ -146,7 +142,6 @@ public:
         return told.empty() ? "none" : told.size() > 1 ? "several" : told.front();
     }
 
-    bool throws = false; ///< what a file failed with
     std::deque<File> files{};
     std::map<const typename File::base*, std::vector<std::string>> results{};
 
