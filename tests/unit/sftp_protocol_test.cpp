@@ -1,6 +1,7 @@
 #include <sftp/sftp_protocol.hpp>
 
 #include <client_error.hpp>
+#include <local_files.hpp>
 #include <memory_files.hpp>
 #include <sftp_peer.hpp>
 
@@ -15,16 +16,6 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 namespace {
-
-/// `size` bytes of which no two parts are alike.
-std::string text_of(std::size_t size)
-{
-    std::string text;
-    for (std::size_t i = 0; text.size() < size; ++i) {
-        text += std::to_string(i) + ' ';
-    }
-    return text.substr(0, size);
-}
 
 struct SftpProtocol : testing::Test {
     SftpProtocol() { options.stall_timeout = 20ms; }
@@ -94,13 +85,11 @@ TEST_F(SftpProtocol, NamesOwnersOnceWhereTheServerDoes)
         ++asked_for_names;
         EXPECT_EQ(fields.read_string(), "\0\0\3\xe8\0\0\0\7"s); // 1000, 7
         EXPECT_EQ(fields.read_string(), "\0\0\3\xe8"s);
-        byte_queue out;
-        packet_writer packet(out, packet_type::extended_reply);
-        packet.put(asked.id);
-        packet.put("\0\0\0\2me\0\0\0\0"s);
-        packet.put("\0\0\0\5staff"s);
-        packet.finish();
-        return std::string(out.bytes());
+        return make_packet(packet_type::extended_reply, [&](packet_writer& packet) {
+            packet.put(asked.id);
+            packet.put("\0\0\0\2me\0\0\0\0"s);
+            packet.put("\0\0\0\5staff"s);
+        });
     };
     const auto named = [&] {
         std::vector<entry> entries{
@@ -223,7 +212,7 @@ TEST_F(SftpDownload, ManyFilesAtOnce)
     peer.max_handles = 20;
     for (std::size_t i = 0; i < 100; ++i) {
         const std::string path = "/f" + std::to_string(i);
-        peer.nodes[path] = {text_of(i * 997)};
+        peer.nodes[path] = {support::bytes(i * 997)};
         batch.add(path, i % 2 == 0 ? std::optional(i * 997) : std::nullopt);
     }
     server().fetch(batch);
@@ -238,7 +227,7 @@ TEST_F(SftpDownload, ManyFilesAtOnce)
 
 TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
 {
-    peer.nodes["/big"] = {text_of(9'000'000)};
+    peer.nodes["/big"] = {support::bytes(9'000'000)};
     peer.max_read = 20'000;
     peer.reorder = [](auto& answers) { std::reverse(answers.begin(), answers.end()); };
     memory_batch<memory_download> batch;
@@ -251,7 +240,7 @@ TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
 
 TEST_F(SftpDownload, BelievesNoSize)
 {
-    peer.nodes["/f"] = {text_of(50'000)};
+    peer.nodes["/f"] = {support::bytes(50'000)};
     const auto result_with = [&](std::optional<std::uint64_t> listed, std::uint64_t told) {
         peer.intercept = [told](const sftp_peer::request& asked) {
             return asked.type == packet_type::fstat
@@ -276,7 +265,7 @@ TEST_F(SftpDownload, FailsAlone)
 {
     peer.add_folder("/folder");
     for (const char* path : {"/a", "/full", "/z"}) {
-        peer.nodes[path] = {text_of(100'000)};
+        peer.nodes[path] = {support::bytes(100'000)};
     }
     memory_batch<memory_download> batch;
     batch.add("/a");
@@ -296,7 +285,7 @@ TEST_F(SftpDownload, FailsAlone)
 
 TEST_F(SftpDownload, EndsOnceWhateverTheConnectionDoes)
 {
-    peer.nodes["/f"] = {text_of(100'000)};
+    peer.nodes["/f"] = {support::bytes(100'000)};
     for (std::size_t cut = 1; cut < 60; cut += 3) {
         memory_batch<memory_download> batch;
         for (int i = 0; i < 10; ++i) {
@@ -321,7 +310,7 @@ TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
         peer.nodes["/f3"] = {"old", 0100600};
         memory_batch<memory_upload> batch;
         for (std::size_t i = 0; i < 100; ++i) {
-            batch.add("/f" + std::to_string(i), text_of(i * 997), i % 10 != 0);
+            batch.add("/f" + std::to_string(i), support::bytes(i * 997), i % 10 != 0);
         }
         server().send(batch);
         for (const memory_upload& file : batch.files) {
@@ -329,6 +318,18 @@ TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
             EXPECT_EQ(file.confirmed, file.content.size());
         }
         EXPECT_EQ(peer.nodes["/f3"].mode, 0100600U);
+        expect_arrived(batch);
+    }
+}
+
+TEST_F(SftpUpload, CompletesThePartOrTheTarget)
+{
+    for (const std::string at : {"/f.part", "/f"}) {
+        peer.nodes[at] = {support::bytes(40'000)};
+        memory_batch<memory_upload> batch;
+        batch.add("/f", support::bytes(100'000)).resume = true;
+        server().send(batch);
+        EXPECT_EQ(batch.files.front().confirmed, 60'000U) << at;
         expect_arrived(batch);
     }
 }
@@ -355,8 +356,8 @@ TEST_F(SftpUpload, FailsAloneAndLeavesNothing)
     peer.nodes["/there"] = {"old"};
     peer.max_file = 60'000;
     memory_batch<memory_upload> batch;
-    batch.add("/fine", text_of(50'000));
-    batch.add("/large", text_of(200'000));
+    batch.add("/fine", support::bytes(50'000));
+    batch.add("/large", support::bytes(200'000));
     batch.add("/folder", "x");
     batch.add("/no/f", "x");
     batch.add("/there", "new").replace = false;
@@ -379,7 +380,7 @@ TEST_F(SftpUpload, EndsOnceWhateverTheConnectionDoes)
             SCOPED_TRACE(cut);
             memory_batch<memory_upload> batch;
             for (int i = 0; i < 10; ++i) {
-                batch.add("/f" + std::to_string(i), text_of(100'000));
+                batch.add("/f" + std::to_string(i), support::bytes(100'000));
             }
             peer.nodes["/f0"] = {"old", 0100600};
             (void)server();
