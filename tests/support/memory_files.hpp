@@ -134,6 +134,9 @@ public:
     void failed(const part& lost, std::exception_ptr why) override
     {
         results[lost.file].push_back(name_of(why));
+        if (throws) {
+            std::rethrow_exception(why);
+        }
     }
     /// How the file ended; "several" if that was told more than once.
     std::string result(const File& file)
@@ -142,6 +145,7 @@ public:
         return told.empty() ? "none" : told.size() > 1 ? "several" : told.front();
     }
 
+    bool throws = false; ///< what a file failed with
     std::deque<File> files{};
     std::map<const typename File::base*, std::vector<std::string>> results{};
 
