@@ -7,7 +7,7 @@ tells() { # OUTPUT ARGUMENT…: lines in any order
 }
 openssh=sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~ home=$HOME_DIR
 options+=(--key "$KEY" --cacert "$CA_FILE")
-mkdir -p d/e && echo 1 >d/f && echo 22 >d/e/g && ends 0 put -r d "$ftp/"
+mkdir -p d/e && echo 1 >d/f && seq 500000 >d/e/g && ends 0 put -r d "$ftp/"
 for url in "$ftp" "$openssh"; do
     chmod 644 "$home/d/f" && tells "" chmod 600 "$url/d/f" && mode d/f 600
     tells "" chmod u+x,g=u,o-rwx "$url/d/f" && mode d/f 770 && tells "set mode d/f to 0640" chmod --dry-run u-x,g=r "$url/d/f"
@@ -29,5 +29,7 @@ for pair in "$ftp $openssh" "$openssh $ftp" "$openssh $openssh" "$ftp $ftp"; do
     read -r from to <<<"$pair"
     ends 1 cp "$from/d" "$to/copy" && said '*-r copies folders*' && tells "" cp -r -p "$from/d" "$to/copy" && diff -r "$home/d" "$home/copy"
     [[ ! $home/copy/f -nt $home/d/f && ! $home/copy/f -ot $home/d/f ]] && tells "copy d/f" cp --dry-run "$from/d/f" "$to/copy/x"
+    mode copy/f "$(stat -c %a "$home/d/f")" && ends 1 cp --no-replace "$from/d/f" "$to/copy/f" && said '*already*' && ends 5 cp "$from/d/f" "$to/no/f"
     tells "" cp "$from/d/f" "$from/d/e/*" "$to/copy/" && cmp "$home/d/e/g" "$home/copy/g" && ends 0 rm -r "$to/copy"
 done
+ends 2 cp "$ftp/d/f" "$ftp/d/f" && ends 2 cp -r "$ftp/d" "$ftp/d/e" && ends 5 cp "$ftp/no" "$openssh/x" && ends 6 cp "$ftp/d/f" "$openssh/denied/f"

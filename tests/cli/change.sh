@@ -21,4 +21,4 @@ leaves "two x" 8 rm "$c/nope" "$c/two*" && said '*nope*' && [[ $(wc -l <"$work/e
 for top in "$url" "$url/." "$c/.." "$sftp/" "$sftp${HOME_DIR%/*}"; do leaves "two x" 2 rm -r "$top"; done
 # What is percent-encoded is no wildcard.
 touch "$home/foo1" "$home/foo[1]" && leaves "foo1 two x" 0 rm "$c/foo%5B1%5D" && leaves "two x" 0 rm "$c/foo[1]"
-leaves two 0 rm -r "$c/x" && leaves "" 0 rm "$c/?*" && ends 0 rm -r "$c" && [[ $(ls "$HOME_DIR") == denied ]]
+ln -s .. "$home/x/up" && leaves two 0 rm -r "$c/x" && leaves "" 0 rm "$c/?*" && ends 0 rm -r "$c" && [[ $(ls "$HOME_DIR") == denied ]]

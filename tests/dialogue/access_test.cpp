@@ -1,5 +1,5 @@
-// How a server is reached: through a proxy or not at all, and what is said where another kind of server
-// answers.
+// How a server is reached: through a proxy or not at all. tests/cli/access.sh shows what is said where another
+// kind of server answers.
 
 #include "line_server.hpp"
 
@@ -71,17 +71,5 @@ TEST(Access, GoesThroughTheProxyOrNowhere)
         ::setenv("all_proxy", ("http://127.0.0.1:" + std::to_string(proxy.port())).c_str(), 1);
         EXPECT_THAT(failure(url, how), HasSubstr("(407)"));
         ::unsetenv("all_proxy");
-    }
-}
-
-TEST(Access, NamesTheKindOfServerThatAnswers)
-{
-    const std::pair<std::string, std::string> rows[] = {{"ftp://127.0.0.1:", "SSH-2.0-x\r\n"},
-                                                        {"sftp://127.0.0.1:", "220 ready\r\n"}};
-    for (const auto& [url, greeting] : rows) {
-        const line_server server(greeting);
-        const std::string right = rows[url.starts_with("ftp:") ? 1 : 0].first + std::to_string(server.port());
-        EXPECT_THAT(failure(url + std::to_string(server.port()), options()),
-                    HasSubstr("; write " + right + "/)"));
     }
 }

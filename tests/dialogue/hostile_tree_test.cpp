@@ -118,7 +118,7 @@ const tree_row rows[] = {
         .with_options(keep_going)
         .gives(with(mine, {{"a", "new"}}))
         .incomplete(),
-    fetching("Lost", theirs, mine).loses("d").throws("ConnectionLost"),
+    fetching("Lost", theirs, mine).on(subfolder, lost).throws("ConnectionLost"),
     fetching("LostGoingOn", theirs, mine)
         .on(subfolder, lost)
         .with_options(keep_going)
@@ -232,17 +232,6 @@ protected:
 INSTANTIATE_TEST_SUITE_P(, HostileTrees,
                          Combine(Values(direction::fetch, direction::send),
                                  Values(url_scheme::ftp, url_scheme::sftp)));
-
-TEST_P(HostileTrees, AFileDoesNotEmptyAFolderOfItsName)
-{
-    for (const auto& in_the_way : {files{{"n", "/"}, {"n/x", "1"}}, files{{"n", "-> ../outside"}}}) {
-        const files source{{"n", ""}};
-        tree_stage stage(row(source, in_the_way), scheme);
-        const auto error = error_of_client([&] { (void)stage.run(); });
-        EXPECT_EQ(stage.destination(), error.empty() ? source : in_the_way) << error;
-        stage.expect_nothing_outside();
-    }
-}
 
 TEST_P(HostileTrees, EndWhereLinksGoInCircles)
 {

@@ -111,29 +111,6 @@ TEST(Retry, EndsWhenNothingNewArrives)
     }
 }
 
-TEST(Retry, ALaterTransferFindsThePartThatWasKept)
-{
-    const std::string all = content_of(100'000);
-    transfer_options once;
-    once.retries = 0;
-    once.resume = true;
-    retry_stage t(all, {{"RETR", cut_after(100), 1}, {"STOR", cut_after(100), 1}});
-    EXPECT_NE(error_of_client([&] { t.client->fetch("f", t.local / "new", once); }), "");
-    EXPECT_EQ(leftovers_in(t.local).size(), 1U);
-    EXPECT_FALSE(fs::exists(t.local / "new"));
-    t.client->fetch("f", t.local / "new", once);
-    EXPECT_EQ(content(t.local / "new"), all);
-    EXPECT_EQ(t.sent({"REST"}), "REST 100");
-    EXPECT_THAT(leftovers_in(t.local), IsEmpty());
-
-    EXPECT_NE(error_of_client([&] { t.client->send(t.local / "f", "n", once); }), "");
-    EXPECT_FALSE(t.peer.kept().contains("/home/u/n"));
-    t.client->send(t.local / "f", "n", once);
-    EXPECT_EQ(t.peer.kept().at("/home/u/n"), all);
-    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1|APPE ~T1");
-    EXPECT_EQ(t.peer.kept().size(), 4U);
-}
-
 TEST(Retry, SegmentsBecomeOneFileOrNone)
 {
     const std::string all = content_of(20'000'000);

@@ -64,32 +64,6 @@ TEST(Transfer, UploadsAllOrNothing)
     }
 }
 
-TEST(Transfer, PutsTheOldFileBackWhenTheConnectionIsLostOnTheWay)
-{
-    // The server does not replace. Its connection is lost at each of the commands that follow its refusal.
-    struct row {
-        std::string line;
-        int nth;
-        bool carried_out;
-    };
-    for (const auto& [line, nth, carried_out] :
-         {row{"RNFR", 1, false}, row{"RNTO", 1, true}, row{"RNFR", 2, false}, row{"RNTO", 2, false},
-          row{"RNTO", 2, true}, row{"DELE", 1, false}}) {
-        SCOPED_TRACE(line + " " + std::to_string(nth) + (carried_out ? ", carried out" : ""));
-        client_stage t;
-        t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/t", "old"}});
-        t.open();
-        t.peer.on("RNTO /home/u/t", bad_name, 1);
-        t.peer.on(line, carried_out ? answer::drop_after() : answer::drop(),
-                  line == "RNTO" || line == "RNFR" ? nth + 1 : nth);
-        const auto error = error_of_client([&] { t.client->send(t.local / "f", "t"); });
-        const auto kept = t.peer.kept();
-        ASSERT_TRUE(kept.contains("/home/u/t")) << error << PrintToString(kept);
-        EXPECT_EQ(kept.at("/home/u/t"), error.empty() ? "local" : "old") << error;
-        EXPECT_EQ(kept.size(), 3U) << PrintToString(kept) << error;
-    }
-}
-
 TEST(Transfer, FetchesAllOrNothing)
 {
     const auto cut = [](std::size_t limit, const std::string& last) {
@@ -157,75 +131,6 @@ TEST(Transfer, AsksTheServerBeforeItTouchesTheLocalFile)
         EXPECT_EQ(files_in(t.local), (files{{"f", "local"}, {"long", "longer than the remote one"}}))
             << resumes;
     }
-}
-
-TEST(Transfer, KeepsTheModeOfALocalFileThatItReplacesAndShowsNobodyATemporaryOne)
-{
-    const auto mask = umask(022);
-    const auto mode_of = [](const fs::path& file) { return fs::status(file).permissions(); };
-    for (const auto mode : {fs::perms(0600), fs::perms(0755), fs::perms(0444)}) {
-        client_stage t;
-        fs::permissions(t.local / "f", mode);
-        fs::perms on_the_way{};
-        transfer_options options;
-        options.on_progress = [&](const auto&) {
-            for (const auto& [name, _] : leftovers_in(t.local))
-                on_the_way |= mode_of(t.local / name);
-            return true;
-        };
-        t.open().fetch("f", t.local / "f", options);
-        EXPECT_EQ(mode_of(t.local / "f"), mode);
-        EXPECT_EQ(on_the_way & ~fs::perms(0600), fs::perms::none);
-        t.client->fetch("f", t.local / "new");
-        EXPECT_EQ(mode_of(t.local / "new"), fs::perms(0644));
-    }
-    umask(mask);
-}
-
-TEST(Transfer, AlwaysReportsTheFinalProgress)
-{
-    for (const std::uint64_t size : {0, 1, 6, 100'000}) {
-        client_stage t;
-        t.peer.file("/home/u/f", std::string(size, 'x'));
-        write_file(t.local / "f", std::string(size, 'x'));
-        auto& client = t.open();
-        std::vector<qrftp::progress> seen;
-        transfer_options options;
-        options.on_progress = [&](const qrftp::progress& now) {
-            seen.push_back(now);
-            return true;
-        };
-        const std::function<void()> transfers[] = {
-            [&] { client.fetch("f", t.local / "got", options); },
-            [&] { (void)client.fetch_string("f", options); }, [&] { client.send(t.local / "f", "t", options); },
-            [&] { client.send_string(std::string(size, 'x'), "t", options); }};
-        for (const auto& transfer : transfers) {
-            SCOPED_TRACE(std::to_string(&transfer - transfers) + " of " + std::to_string(size));
-            seen.clear();
-            transfer();
-            ASSERT_FALSE(seen.empty());
-            EXPECT_EQ(seen.back().bytes, size);
-            EXPECT_TRUE(seen.back().total == size ||
-                        &transfer == std::end(transfers) - 1); // not known of a reader
-        }
-    }
-}
-
-TEST(Transfer, IsCancelledAndLeavesNothing)
-{
-    client_stage t({{"STOR", answer::silence()}});
-    t.peer.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/t", "old"}});
-    const files before = t.peer.kept();
-    std::stop_source stop;
-    t.options.stop = stop.get_token();
-    auto& client = t.open();
-    const std::jthread asks([&](const std::stop_token& test_ends) {
-        while (t.sent({"STOR"}).empty() && !test_ends.stop_requested())
-            std::this_thread::yield();
-        stop.request_stop();
-    });
-    EXPECT_EQ(error_of_client([&] { client.send(t.local / "f", "t"); }), "Cancelled");
-    EXPECT_EQ(t.peer.kept(), before);
 }
 
 TEST(Transfer, ReportsASecondInWhichNothingComesSoThatItCanBeEnded)

@@ -166,18 +166,3 @@ TEST_P(Navigation, TellsWhyItWasRefused)
     EXPECT_EQ(files_in(there_), there);
     EXPECT_EQ(files_in(here_), here);
 }
-
-TEST_P(Navigation, MakesReplacesAndRemoves)
-{
-    for (const char* const name : {"f", "g", "d/e/x", "t/in"})
-        write_file(there_ / name, name);
-    fs::create_directory_symlink("../d", there_ / "t/ld");
-    auto s = open();
-    s.make_folder("a/b/c", true);
-    s.make_folder("a/b/c", true);
-    EXPECT_TRUE(fs::is_directory(there_ / "a/b/c"));
-    s.remove_folder("a", true);
-    s.rename("f", "g", true);
-    s.remove_folder("t", true); // the link in it, not what it leads to
-    EXPECT_EQ(files_in(there_), (files{{"d", "/"}, {"d/e", "/"}, {"d/e/x", "d/e/x"}, {"g", "f"}}));
-}

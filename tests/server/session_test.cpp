@@ -4,10 +4,7 @@
 #include "servers.hpp"
 
 #include <fl/i18n/ustring_to_utf8.hpp>
-#include <foundation/log/sink.hpp>
 #include <gmock/gmock.h>
-#include <set>
-#include <thread>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zx/warning.hpp>
 
@@ -74,7 +71,6 @@ const way_in ways[] = {
 
 class Session : public testing::TestWithParam<way_in> {
 protected:
-    explicit Session(const std::string& names = "proftpd sshd") : servers_(names) {}
     void SetUp() override
     {
         if (servers_.missing())
@@ -85,7 +81,7 @@ protected:
     void TearDown() override { exchange_file_system(nullptr); }
     fs::path home() const { return servers_["HOME_DIR"]; }
 
-    servers servers_;
+    servers servers_{"proftpd sshd"};
     std::shared_ptr<MemoryFileSystem> local_ = std::make_shared<MemoryFileSystem>();
     core::curl_ptr c_;
 };
@@ -206,20 +202,4 @@ TEST_F(Server, SftpStartsInTheFolderNamedOrWarnsAndStartsAtTheRoot)
         }
         zxSetWarningHandler(earlier);
     }
-}
-
-struct Proxied : Session {
-    Proxied() : Session("proftpd proxy") {}
-};
-
-TEST_F(Proxied, EverythingGoesThroughTheTunnel)
-{
-    setenv("http_proxy", ("http://127.0.0.1:" + servers_["PROXY_PORT"]).c_str(), 1);
-    ftp(c_, servers_, "strict", "CA_FILE", true, true);
-    local_->put(u"f", "through");
-    core::send_file(c_, u"f", u"g", false);
-    unsetenv("http_proxy");
-    EXPECT_EQ(content(home() / "g"), "through");
-    EXPECT_THAT(content(servers_.path() + "/proxy.log"),
-                testing::HasSubstr("CONNECT 127.0.0.1:" + servers_["FTP_PORT"]));
 }

@@ -28,9 +28,16 @@ TEST_P(Transfer, KeepsEveryByte)
     for (const std::size_t size : {all.size(), std::size_t{(2 << 20) + 1}, std::size_t{1}, std::size_t{0}})
         for (const bool in_place : {false, true}) {
             const auto part = all.substr(0, size);
+            progress last;
+            const auto watch = [&](const progress& now) {
+                last = now;
+                return true;
+            };
             write_file(here_ / "up", part);
-            s.send(here_ / "up", "f", {.in_place = in_place});
-            s.fetch("f", here_ / "down", {.in_place = in_place});
+            s.send(here_ / "up", "f", {.in_place = in_place, .on_progress = watch});
+            EXPECT_TRUE(std::exchange(last, {}).total == size) << size << in_place;
+            s.fetch("f", here_ / "down", {.in_place = in_place, .on_progress = watch});
+            EXPECT_TRUE(last.bytes == size && last.total == size) << size << in_place;
             EXPECT_TRUE(content(there_ / "f") == part) << size << in_place;
             EXPECT_TRUE(content(here_ / "down") == part) << size << in_place;
         }
@@ -78,6 +85,8 @@ TEST_P(Transfer, KeepsTimesAndModesWhereItIsAskedTo)
     const auto mode_of = [](const fs::path& file) { return fs::status(file).permissions(); };
     s.send(here_ / "from", "up");
     s.fetch("from", here_ / "down");
+    s.fetch("from", here_ / "new");
+    EXPECT_EQ(mode_of(here_ / "new"), fs::perms(0666)) << "as the mask leaves it";
     for (const auto& to : {there_ / "up", here_ / "down"}) {
         EXPECT_EQ(content(to), "new");
         EXPECT_EQ(mode_of(to), fs::perms(0600)) << to << ": its own";
@@ -107,6 +116,8 @@ TEST_P(Transfer, CanBeWatchedSlowedAndCancelled)
             std::vector<progress> seen;
             const auto watch = [&](const progress& now) {
                 seen.push_back(now);
+                for (const auto& [name, _] : leftovers_in(here_))
+                    EXPECT_EQ(fs::status(here_ / name).permissions(), fs::perms(0600)) << "others may read it";
                 return !cancels || now.bytes == 0;
             };
             const transfer_options slow{.rate_limit = 4 << 20, .on_progress = watch};

@@ -86,20 +86,6 @@ void client_stage::refuse(const std::string& path)
     });
 }
 
-void client_stage::lose(const std::string& path)
-{
-    if (!sftp)
-        return peer.on("MLSD " + path, answer::drop());
-    sftp->script([&](sftp_peer& server) {
-        server.intercept = [path, &server](const sftp_peer::request& asked) {
-            const bool lost = opens(asked, path);
-            if (lost)
-                server.cut();
-            return lost ? std::optional<std::string>("") : std::nullopt;
-        };
-    });
-}
-
 void client_stage::cut_at(int request, bool carried_out, bool is_back)
 {
     if (sftp) {

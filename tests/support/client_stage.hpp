@@ -47,8 +47,6 @@ public:
     [[nodiscard]] files kept() const { return sftp ? sftp->kept() : peer.kept(); }
     /// The server refuses to list the folder, or to send the file.
     void refuse(const std::string& path);
-    /// The same, but it closes the connection, each time.
-    void lose(const std::string& path);
     /// The connection goes at the nth request from now on: before that is carried out, or before its answer is
     /// sent. Whether the server is back at once, or not any more.
     void cut_at(int request, bool carried_out, bool is_back);

@@ -24,14 +24,14 @@ public:
     qrftp::byte_range begin(const qrftp::file_facts& source) override
     {
         facts = source;
-        return range;
+        return {};
     }
     void write(std::uint64_t offset, std::string_view bytes) override
     {
         if (content.size() + bytes.size() > disk) {
             throw qrftp::LocalFileError(path(), std::make_error_code(std::errc::no_space_on_device));
         }
-        is_in_order = is_in_order && offset == range.begin + content.size();
+        is_in_order = is_in_order && offset == content.size();
         content += bytes;
     }
     [[nodiscard]] bool takes_any_order() const override { return false; }
@@ -47,7 +47,6 @@ public:
         ++finishes;
     }
 
-    qrftp::byte_range range{};
     std::size_t disk = static_cast<std::size_t>(-1); ///< how much can be written
     qrftp::file_facts facts{};
     std::string content{};

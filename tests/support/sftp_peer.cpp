@@ -1,6 +1,7 @@
 #include "sftp_peer.hpp"
 
 #include "follow_links.hpp"
+#include "sftp_packets.hpp"
 
 #include <poll.h>
 
@@ -14,32 +15,6 @@ namespace {
 constexpr std::uint32_t type_bits = 0170000;
 constexpr std::uint32_t folder_type = 0040000;
 constexpr std::uint32_t link_type = 0120000;
-
-void add(packet_writer& packet, const attributes& values)
-{
-    put(packet, values);
-}
-
-void add(packet_writer& packet, const auto& field)
-{
-    packet.put(field);
-}
-
-/// A packet whose fields `add_fields` adds.
-std::string make_packet(packet_type type, const auto& add_fields)
-{
-    byte_queue out;
-    packet_writer packet(out, type);
-    add_fields(packet);
-    packet.finish();
-    return std::string(out.bytes());
-}
-
-template <class... Fields>
-std::string encode(packet_type type, const Fields&... fields)
-{
-    return make_packet(type, [&](packet_writer& packet) { (add(packet, fields), ...); });
-}
 
 attributes attributes_of(const sftp_peer::node& node)
 {
@@ -75,40 +50,6 @@ std::string done_if(const sftp_peer::request& asked, bool done)
 }
 
 } // namespace
-
-std::string status_packet(std::uint32_t id, status_code code, std::string_view message)
-{
-    return encode(packet_type::status, id, static_cast<std::uint32_t>(code), message, "en");
-}
-
-std::string handle_packet(std::uint32_t id, std::string_view handle)
-{
-    return encode(packet_type::handle, id, handle);
-}
-
-std::string data_packet(std::uint32_t id, std::string_view data)
-{
-    return encode(packet_type::data, id, data);
-}
-
-std::string attrs_packet(std::uint32_t id, const attributes& values)
-{
-    return encode(packet_type::attrs, id, values);
-}
-
-std::string name_packet(std::uint32_t id, const std::vector<std::pair<std::string, attributes>>& names,
-                        std::string_view long_name)
-{
-    return make_packet(packet_type::name, [&](packet_writer& packet) {
-        packet.put(id);
-        packet.put(static_cast<std::uint32_t>(names.size()));
-        for (const auto& [name, values] : names) {
-            packet.put(name);
-            packet.put(long_name);
-            put(packet, values);
-        }
-    });
-}
 
 void sftp_peer::reconnect()
 {
@@ -393,8 +334,12 @@ std::string sftp_peer::extended(request asked)
         return rename(asked, true);
     }
     if (name == "limits@openssh.com") {
-        return encode(packet_type::extended_reply, asked.id, std::uint64_t{262144}, std::uint64_t{max_read},
-                      std::uint64_t{max_data}, std::uint64_t{max_handles});
+        return make_packet(packet_type::extended_reply, [&](packet_writer& packet) {
+            packet.put(asked.id);
+            for (const std::size_t limit : {std::size_t{262144}, max_read, max_data, max_handles}) {
+                packet.put(std::uint64_t{limit});
+            }
+        });
     }
     return status(asked, status_code::op_unsupported);
 }

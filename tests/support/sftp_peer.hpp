@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sftp_packets.hpp"
+
 #include <sftp/packet.hpp>
 #include <sftp/reply.hpp>
 #include <sftp/transport.hpp>
@@ -44,8 +46,6 @@ public:
     /// out, or before its answer is sent.
     void cut_at(qrftp::sftp::packet_type type, std::size_t count, bool carried_out);
     void cut_after_requests(std::size_t count, bool carried_out = false);
-    /// The same, at once: for `intercept`.
-    void cut() { is_cut_ = true; }
 
     void receive(std::string_view bytes);
     /// What is to be sent to the client; taken off by who sends it.
@@ -95,15 +95,6 @@ private:
     std::uint32_t next_handle_ = 0;
     bool has_init_ = false;
 };
-
-/// Packets for answers by hand.
-std::string status_packet(std::uint32_t id, qrftp::sftp::status_code code, std::string_view message = "");
-std::string handle_packet(std::uint32_t id, std::string_view handle);
-std::string data_packet(std::uint32_t id, std::string_view data);
-std::string attrs_packet(std::uint32_t id, const qrftp::sftp::attributes& values);
-std::string name_packet(std::uint32_t id,
-                        const std::vector<std::pair<std::string, qrftp::sftp::attributes>>& names,
-                        std::string_view long_name = "");
 
 /// The client's side of a peer.
 class peer_transport : public qrftp::sftp::transport {

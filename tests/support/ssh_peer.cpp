@@ -58,7 +58,7 @@ private:
     int interact(ssh_message message);
     int ask(ssh_message message);
     std::string answers();
-    int refuse(std::string tried, bool counts = true);
+    int refuse(std::string tried);
     int accept(std::string tried, int method);
     ssh_channel open_channel();
     int start_subsystem();
@@ -76,7 +76,6 @@ private:
     channel_handler handler_{};
     std::string pending_{};
     std::size_t round_ = 0;
-    unsigned refused_ = 0;
     int accepted_methods_ = 0;
     bool cut_ = false;
 };
@@ -87,7 +86,7 @@ void ssh_peer::connection::serve()
     server_callbacks_.size = sizeof server_callbacks_;
     server_callbacks_.userdata = this;
     server_callbacks_.auth_none_function = [](ssh_session, const char*, void* user) {
-        return self(user).refuse("none", false);
+        return self(user).refuse("none");
     };
     server_callbacks_.auth_password_function = [](ssh_session, const char*, const char* password, void* user) {
         return self(user).check_password(password);
@@ -112,9 +111,6 @@ void ssh_peer::connection::serve()
     const ssh_event event = ssh_event_new();
     ssh_event_add_session(event, session_);
     while (!cut_ && ssh_event_dopoll(event, -1) == SSH_OK && ssh_is_connected(session_) != 0) {
-        if (refused_ >= script_.max_tries) {
-            break;
-        }
         send_pending();
     }
     ssh_event_remove_session(event, session_);
@@ -141,10 +137,9 @@ int ssh_peer::connection::methods() const
     return offered;
 }
 
-int ssh_peer::connection::refuse(std::string tried, bool counts)
+int ssh_peer::connection::refuse(std::string tried)
 {
     peer_.note(std::move(tried));
-    refused_ += counts ? 1 : 0;
     cut_ = cut_ || script_.cut_at == cut::login;
     return SSH_AUTH_DENIED;
 }
@@ -334,7 +329,6 @@ void ssh_peer::accept_all()
             ::close(socket);
             return;
         }
-        ++connections_;
         running_.emplace_back(socket, std::thread([this, socket] { connection(*this, socket).serve(); }));
     }
 }

@@ -2,7 +2,6 @@
 
 #include <utility> // Boost.Asio 1.74 forgets it
 
-#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <cstdint>
@@ -41,7 +40,6 @@ public:
         /// keyboard-interactive: each round of questions, all of which must be answered as they say
         std::vector<std::vector<question>> rounds{};
         bool needs_key_and_password = false;
-        unsigned max_tries = 6; ///< after as many refusals the connection is closed
         bool has_sftp = true;
         cut cut_at = cut::never;
         /// Makes the handler of a new channel; without it, what arrives is sent back.
@@ -54,7 +52,6 @@ public:
     ~ssh_peer();
 
     [[nodiscard]] std::uint16_t port() const { return port_; }
-    [[nodiscard]] unsigned connections() const { return connections_; }
     /// What was tried, in order: "none", "publickey", "password SECRET", "interactive ANSWER, ANSWER".
     [[nodiscard]] std::vector<std::string> tries() const;
     /// The host key of a type, in SSH's encoding.
@@ -73,7 +70,6 @@ private:
     boost::asio::io_context io_;
     boost::asio::ip::tcp::acceptor listener_;
     std::uint16_t port_;
-    std::atomic<unsigned> connections_ = 0;
     mutable std::mutex mutex_;
     std::vector<std::string> tries_;
     std::list<std::pair<int, std::thread>> running_; ///< sockets, not closed before the end

@@ -25,7 +25,6 @@ struct tree_row {
     std::vector<rule> rules{};
     files listings{};
     std::string refused{}; ///< the folder that is not listed, or the file that is not sent, below the root
-    std::string lost{};    ///< the same, but the connection goes
     void (*sftp_script)(sftp_peer&) = nullptr;
     bool is_for_ftp = false; ///< alone
     void (*change)(sync_options&) = nullptr;
@@ -68,10 +67,6 @@ struct tree_row {
     {
         return changed([&](tree_row& of) { of.refused = remote_root + "/" + path; });
     }
-    tree_row loses(const std::string& path) const
-    {
-        return changed([&](tree_row& of) { of.lost = remote_root + "/" + path; });
-    }
     /// An SFTP server that does this.
     tree_row where(void (*script)(sftp_peer&)) const
     {
@@ -107,8 +102,6 @@ public:
         t.keep(there);
         if (!of.refused.empty())
             t.refuse(of.refused);
-        if (!of.lost.empty())
-            t.lose(of.lost);
         if (t.sftp && of.sftp_script != nullptr)
             t.sftp->script(of.sftp_script);
         for (const auto& [line, text] : of.listings)

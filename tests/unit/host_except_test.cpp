@@ -41,35 +41,27 @@ TEST(Catalogue, HoldsExactlyTheKnownMessagesAndRendersAnyArgumentSafely)
     EXPECT_EQ(catalogue.render({"none", "\x1b", {7, "x"s}}), "none:\\x1b 7 x");
 }
 
-TEST(Exception, IsCaughtByEachBaseAndSurvivesCloning)
-{
-    try {
-        raise<ZORBEL::io::common::file::NoSuchFile>(u"a");
-    } catch (const boost::exception&) {
-        const auto copy = [kept = boost::current_exception()] { boost::rethrow_exception(kept); };
-        EXPECT_THAT(copy, ThrowsMessage<std::exception>(StartsWith("There is no local file \"a\".")));
-        EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::identifier, EndsWith("File"))));
-        EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::arguments, ElementsAre(u"a"s))));
-        EXPECT_THROW(std::rethrow_exception(std::current_exception()), ZORBEL::io::common::file::NoSuchFile);
-    }
-}
-
-TEST(Exception, SharesNothingWithItsClones)
+TEST(Exception, IsCaughtByEachBaseAndSharesNothingWithItsClones)
 {
     boost::exception_ptr kept;
     try {
         Exception original{ZORBEL::io::common::file::NoSuchFile(u"a")};
         original << boost::errinfo_errno(1);
         throw original;
-    } catch (...) {
+    } catch (const boost::exception&) {
+        EXPECT_THROW(std::rethrow_exception(std::current_exception()), ZORBEL::io::common::file::NoSuchFile);
         kept = boost::current_exception();
     }
+    const auto copy = [&] { boost::rethrow_exception(kept); };
+    EXPECT_THAT(copy, ThrowsMessage<std::exception>(StartsWith("There is no local file \"a\".")));
+    EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::identifier, EndsWith("File"))));
+    EXPECT_THAT(copy, Throws<IMsgIDException>(Property(&IMsgIDException::arguments, ElementsAre(u"a"s))));
     for (const int number : {2, 0}) {
         try {
-            boost::rethrow_exception(kept);
-        } catch (boost::exception& copy) {
-            EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(copy), 1);
-            copy << boost::errinfo_errno(number);
+            copy();
+        } catch (boost::exception& caught) {
+            EXPECT_EQ(*boost::get_error_info<boost::errinfo_errno>(caught), 1);
+            caught << boost::errinfo_errno(number);
         }
     }
 }

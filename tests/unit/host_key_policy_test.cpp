@@ -86,14 +86,3 @@ TEST_F(HostKeyPolicy, AcceptsNothingNewWhereItMayNot)
     fs::create_directory(user);
     EXPECT_EQ(refusal(ed25519), "LocalFileError") << "what cannot be read may know another key";
 }
-
-TEST_F(HostKeyPolicy, WarnsWhereAKeyCannotBeRemembered)
-{
-    std::ofstream(folder / "file");
-    settings.user_files = {folder / "file" / "known_hosts"};
-    EXPECT_EQ(refusal(ed25519), "");
-    EXPECT_THAT(warnings, ElementsAre(HasSubstr("Could not add the key of host")));
-    settings.user_files.clear();
-    EXPECT_EQ(refusal(ed25519), "");
-    EXPECT_EQ(warnings.size(), 2U);
-}

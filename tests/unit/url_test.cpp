@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <qrftp/error.hpp>
 #include <qrftp/url.hpp>
+#include <sstream>
 
 using namespace qrftp;
 using namespace std::literals;
@@ -56,36 +57,20 @@ TEST(Url, IsTakenApartAsPeopleWriteIt)
 
 TEST(Url, IsRefusedWithoutShowingItsPassword)
 {
-    for (const std::string_view text : {""sv,
-                                        "u:secret@h"sv,
-                                        "http://h/"sv,
-                                        "ftpx://u:secret@h/"sv,
-                                        "file:///a"sv,
-                                        "ftp://"sv,
-                                        "ftp:///a"sv,
-                                        "ftp://u:secret@/a"sv,
-                                        "ftp://h:0x/"sv,
-                                        "ftp://h:99999/"sv,
-                                        "ftp://h:0/"sv,
-                                        "ftp://u:secret%0d@h/"sv,
-                                        "ftp://u%0a@h/"sv,
-                                        "ftp://h/%00"sv,
-                                        "sftp://h/a\n"sv,
-                                        "ftp://h/a\0b"sv,
-                                        "ftp://h/%7f"sv,
-                                        "ftp://u:sec/secret@h/"sv,
-                                        "ftp://ho st/"sv,
-                                        "ftp://-oProxyCommand/"sv,
-                                        "ftp://2130706433/"sv,
-                                        "ftp://0x7f.1/"sv,
-                                        "ftp://127.1./"sv,
-                                        "ftp://127.0.0.256/"sv,
-                                        "ftp://0177.0.0.1/"sv,
-                                        "ftp://%31/"sv,
-                                        "ftp://[::1/"sv,
-                                        "ftp://[::g]/"sv,
-                                        "ftp://[::1]x/"sv}) {
+    const auto expect_refused = [](std::string_view text) {
         EXPECT_THAT(parsed(text), AllOf(StartsWith("refused: "), Not(HasSubstr("secret")))) << text;
+    };
+    for (const auto text : {""sv, "sftp://h/a\n"sv, "ftp://h/a\0b"sv, "ftp://ho st/"sv}) {
+        expect_refused(text);
+    }
+    std::istringstream words(
+        "u:secret@h http://h/ ftpx://u:secret@h/ file:///a ftp:// ftp:///a ftp://u:secret@/a "
+        "ftp://h:0x/ ftp://h:99999/ ftp://h:0/ ftp://u:secret%0d@h/ ftp://u%0a@h/ "
+        "ftp://h/%00 ftp://h/%7f ftp://u:sec/secret@h/ ftp://-oProxyCommand/ "
+        "ftp://2130706433/ ftp://0x7f.1/ ftp://127.1./ ftp://127.0.0.256/ ftp://0177.0.0.1/ "
+        "ftp://%31/ ftp://[::1/ ftp://[::g]/ ftp://[::1]x/");
+    for (std::string text; words >> text;) {
+        expect_refused(text);
     }
 }
 
