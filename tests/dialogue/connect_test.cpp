@@ -7,6 +7,7 @@
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <foundation/httpproxy/ProxySelector.hpp>
+#include <foundation/log/sink.hpp>
 #include <foundation/services/bundle_context.hpp>
 #include <gmock/gmock.h>
 #include <zx/warning.hpp>
@@ -105,6 +106,26 @@ TEST(Connect, OfSftpLeavesTheStatedOptionsAndTriesTheRoot)
                                        "URL=sftp://127.0.0.1|NOBODY=1|perform|NOBODY=0");
 }
 
+TEST(Connect, OfSftpEncodesTheStartingFolderForEachUseAndLogsItsResult)
+{
+    texts records;
+    foundation::log::set_entry_handler([&](const auto& entry) { records.emplace_back(entry.text); });
+    core::getLogger().enable_levels(core::level::info | core::level::entry);
+    core::curl_ptr connection;
+    const auto connect = [&] {
+        core::connect_with_password(connection, "127.0.0.1", "u", 1, "p", false, "a b", "", true, true, 1, 60,
+                                    false);
+    };
+    EXPECT_EQ(error_of(connect), (texts{"NoConnection", "sftp://127.0.0.1", "1"}));
+    core::getLogger().enable_levels(0);
+    foundation::log::set_entry_handler({});
+    const auto encoded = [](const std::string& text) {
+        return text.find("::percent_encode_path(") != text.npos;
+    };
+    EXPECT_EQ(std::ranges::count_if(records, encoded), 2 * 2) << "entered and left twice";
+    EXPECT_THAT(records, testing::Contains("Response from request to connect to login folder: 7 "));
+}
+
 TEST(Proxy, OfTheFirstListThatIsNotEmptyIsSet)
 {
     struct selector : foundation::httpproxy::ProxySelector {
@@ -138,4 +159,24 @@ TEST(Proxy, OfTheFirstListThatIsNotEmptyIsSet)
         EXPECT_EQ(joined(ledger::lines()), want);
     }
     foundation::services::exchange_bundle_context(real);
+}
+
+TEST(Log, HoldsTheDialogueButNoSecret)
+{
+    std::string all;
+    foundation::log::set_entry_handler([&](const auto& entry) { all.append(entry.text).append("\n"); });
+    core::getLogger().enable_levels(core::level::message | core::level::info);
+    {
+        scripted_peer peer;
+        core::curl_ptr connection;
+        core::connect(connection, scripted_peer::host_url, "u", "hunter2", peer.port(), "", "none", false, "",
+                      true, true, 1, 60);
+    }
+    core::getLogger().enable_levels(0);
+    foundation::log::set_entry_handler({});
+    for (const char* text :
+         {"[HEADER OUT] USER u\n", "[HEADER OUT] PASS ", "PWD response code: 0\n", "PWD parsed as: /home/u\n",
+          "unsafe_cd on path \"ftp://127.0.0.1//home/u/\" returned curl code: 0 and reply code: 250\n"})
+        EXPECT_THAT(all, testing::HasSubstr(text));
+    EXPECT_THAT(all, testing::Not(testing::HasSubstr("hunter2")));
 }

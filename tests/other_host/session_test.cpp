@@ -4,6 +4,7 @@
 #include "scripted_peer.hpp"
 
 #include <curl/curl.h>
+#include <foundation/httpproxy/ProxySelector.hpp>
 #include <foundation/services/bundle_context.hpp>
 #include <gmock/gmock.h>
 #include <zorbel/io/common/file.hpp>
@@ -51,12 +52,12 @@ TEST(OtherHost, ServesASession)
     const zxArray array(&object);
     const zxArray other_array(&other_object);
     auto& connection = core::get_curl_ptr(&array);
-    const auto log_in = [&](core::curl_ptr& with) {
+    const auto log_in = [&](core::curl_ptr& with, bool use_proxy) {
         return core::connect(with, std::string(scripted_peer::host_url) + "/missing", "u", "p", peer.port(),
-                             "passive", "none", false, "", true, true, 1, 60);
+                             "passive", "none", use_proxy, "", true, true, 1, 60);
     };
     core::getLogger().enabled = core::level::entry | core::level::message;
-    EXPECT_EQ(log_in(connection), "/home/u/missing");
+    EXPECT_EQ(log_in(connection, false), "/home/u/missing");
     core::receive_file(connection, u"f", u"copy", false);
     EXPECT_EQ(*files()[u"copy"], "remote");
     core::send_file(connection, u"copy", u"\u00e4", false);
@@ -77,8 +78,12 @@ TEST(OtherHost, ServesASession)
     const zxArray nothing(nullptr);
     message_of<ftp::curl::CurlHandleUnwrapFailed>([&] { core::get_curl_ptr(&nothing); });
 
-    // It is warned.
+    // It may refuse proxies, and is warned.
+    service(typeid(foundation::httpproxy::ProxySelector)) =
+        std::make_shared<foundation::httpproxy::ProxySelector>();
+    auto& fresh = core::get_curl_ptr(&other_array);
+    EXPECT_THROW(log_in(fresh, true), std::runtime_error);
     peer.on("CWD missing", answer::reply("550 no"));
-    message_of<ftp::ftp::NoSuchDirectory>([&] { log_in(core::get_curl_ptr(&other_array)); });
+    message_of<ftp::ftp::NoSuchDirectory>([&] { log_in(fresh, false); });
     EXPECT_THAT(warnings(), testing::ElementsAre("ZORBEL:io:ftp:ftp:CouldNotLoginToRemoteFolder"));
 }

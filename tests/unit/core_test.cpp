@@ -6,6 +6,7 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <foundation/log/sink.hpp>
 #include <foundation/services/bundle_context.hpp>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <zorbel/io/ftp/core.hpp>
 
@@ -73,6 +74,36 @@ TEST(Replies, AreSplitMatchedAndParsed)
         EXPECT_EQ(error_of([&, text = line] { parse_pwd_response(text); }), internal("PWD", why));
 }
 
+TEST(Errors, AreCaughtByEveryBaseAcrossTheLibrary)
+{
+    curl_ptr empty(false);
+    const curl_ptr taken(std::move(empty));
+    EXPECT_THROW(current_remote_url(empty), std::exception);
+    EXPECT_THROW(last_response_code(empty), Exception<InvalidCurlHandle>);
+    EXPECT_THROW(scoped_request(empty).setopt(CURLOPT_NOBODY, 1L, 0), boost::exception);
+    EXPECT_EQ(error_of([&] { support::log_in(empty, "ftp://127.0.0.1", 1); }),
+              support::texts{"InvalidCurlHandle"});
+}
+
+TEST(Requests, MakeTheirCommandsBeforeTheUrl)
+{
+    const std::pair<const char*, std::function<void(curl_ptr&)>> operations[] = {
+        {"MKD", [](auto& c) { create_folder(c, "/d"); }},
+        {"RMD", [](auto& c) { delete_folder(c, "/d"); }},
+        {"rmdir", [](auto& c) { sftp_delete_folder(c, "/d"); }},
+        {"DELE", [](auto& c) { delete_remote_file(c, u"/f"); }},
+        {"rm", [](auto& c) { sftp_delete_remote_file(c, u"/f"); }},
+    };
+    for (const auto& [command, operation] : operations) {
+        curl_ptr stands_nowhere(false);
+        ledger::start();
+        const auto error = error_of([&, &call = operation] { call(stands_nowhere); });
+        EXPECT_EQ(error, internal("URL Generation", "Couldn't find URL scheme")) << command;
+        EXPECT_EQ(ledger::appended, 1) << command;
+        EXPECT_THAT(ledger::lines(), ElementsAre()) << command << " sets an option before it has a URL";
+    }
+}
+
 TEST(Handle, IsOwnedByOneRestoresInReverseAndNeedsAnInitialiserUnlessTold)
 {
     ledger::start();
@@ -114,9 +145,21 @@ struct Trace : testing::Test {
             const auto text = boost::replace_all_copy(boost::replace_all_copy(std::string(e.text), " &", "&"),
                                                       "long int ", "long ");
             records.push_back(std::to_string(e.level) + ":" + std::to_string(e.nesting_depth) + " " + text);
+            file = e.file;
+            line = e.line;
             if (on_record)
                 on_record();
         });
+    }
+    /// The file that the last record names, and the text of its line there.
+    std::string place() const
+    {
+        std::ifstream source(QRFTP_SOURCE_DIR "/" + file);
+        std::string text;
+        for (unsigned i = 0; i < line; ++i) {
+            std::getline(source, text);
+        }
+        return file + ": " + text;
     }
     void TearDown() override
     {
@@ -124,6 +167,8 @@ struct Trace : testing::Test {
         foundation::log::set_entry_handler({});
     }
     std::vector<std::string> records;
+    std::string file;
+    unsigned line = 0;
     std::function<void()> on_record;
 };
 
@@ -134,15 +179,23 @@ TEST_F(Trace, WritesTheSignatureAtEntryAndExitAndTheExceptionThatLeaves)
     last_response_code(c);
     const std::string queried = "long zorbel::io::ftp::core::last_response_code(curl_ptr&)";
     EXPECT_THAT(records, ElementsAre("32:1 " + queried, "128:0 response_code=0", "64:0 " + queried));
+    EXPECT_EQ(place(), "src/folder.cpp: long last_response_code(curl_ptr& connection)");
     records.clear();
     EXPECT_THROW(parse_pwd_response("x"), InternalError);
     const std::string parser = "std::string zorbel::io::ftp::core::parse_pwd_response(const std::string&)";
     EXPECT_THAT(records, ElementsAre("32:1 " + parser, "64:0 " + parser + " [throw]"));
+    EXPECT_EQ(place(), "src/pwd.cpp: std::string parse_pwd_response(const std::string& line)");
     EXPECT_EQ(getLogger().channel(), "zorbel::io::ftp::core");
     records.clear();
     const curl_ptr taken(std::move(c));
     EXPECT_THROW(last_response_code(c), InvalidCurlHandle);
     EXPECT_THAT(records, testing::Not(testing::Contains(testing::HasSubstr("response_code="))));
+    EXPECT_THROW(get_curl_ptr(nullptr), CurlHandleUnwrapFailed);
+    EXPECT_EQ(place(), "src/types.cpp: curl_ptr& get_curl_ptr(const zxArray* array)");
+    getLogger().enable_levels(level::info);
+    curl_ptr fresh(false);
+    unsafe_cd(fresh, "none://");
+    EXPECT_THAT(place(), testing::StartsWith("src/cd.cpp:     log(level::info, \"unsafe_cd on path"));
 }
 
 TEST_F(Trace, EntryDecidesExitWhateverTheMaskSaysThen)
