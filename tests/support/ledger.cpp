@@ -73,6 +73,7 @@ extern "C" char* curl_easy_escape(CURL* handle, const char* text, int length)
 extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text)
 {
     const within appending;
+    ++ledger::appended;
     return ledger::append_fails-- == 1 ? nullptr : REAL(curl_slist_append)(list, text);
 }
 extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...)

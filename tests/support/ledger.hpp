@@ -22,7 +22,7 @@ public:
         const void* pointer = nullptr; ///< of a pointer or function, which is a name, "ptr" or "fn" in the text
         friend void PrintTo(const event& what, std::ostream* out) { *out << what.text; }
     };
-    static void start() { record->clear(); } ///< Forgets what was recorded so far.
+    static void start() { record->clear(), appended = 0; } ///< Forgets what was recorded so far.
     static std::vector<event> events() { return record.copy(); }
     static std::vector<std::string> lines(); ///< The texts of the events.
     static void fail_append(int nth)
@@ -35,7 +35,8 @@ public:
     static inline std::atomic<bool> init_fails = false;
     static inline std::atomic<bool> escape_fails = false; ///< Makes the next curl_easy_escape return null.
     static inline std::atomic<int> append_fails = 0;
-    static inline thread_local int inside = 0; ///< raised while the ledger records, makes a setting or a list
+    static inline std::atomic<int> appended = 0; ///< commands put into lists
+    static inline thread_local int inside = 0;   ///< raised while the ledger records, makes a setting or a list
 };
 
 } // namespace support
