@@ -211,7 +211,7 @@ TEST_F(TlsTrust, EncryptsFromTheFirstByteOn)
         {{.plain_data = true, .implicit = true}, "NoEncryption", true},
         {{.cuts_data = true, .implicit = true, .size = "550 no\r\n"}, "SizeMismatch", true},
         {{.control = self_signed, .implicit = true}, "CertificateRefused", false},
-        {{}, "; write ftp:// for a server", false},
+        {{}, "begins TLS after its greeting; write ftp://127.0.0.1", false},
     };
     for (const tls_mode mode : {tls_mode::strict, tls_mode::opportunistic}) {
         options.tls = mode;
