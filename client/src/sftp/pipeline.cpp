@@ -12,8 +12,8 @@ namespace {
 
 /// How often a request to stop is looked for.
 constexpr pipeline::duration stop_interval{50};
-/// A transport may want to be asked for much at once: an SSH channel sizes its window by that.
-constexpr std::size_t read_size = std::size_t{1024} * 1024;
+/// What one packet of SSH carries: libssh then holds no more than that, and what it copies stays in the cache.
+constexpr std::size_t read_size = std::size_t{32} * 1024;
 /// An id is the index of a slot and, above it, how often that was used: a repeated answer is then not taken for
 /// that to the slot's next request.
 constexpr std::uint32_t index_bits = 16;
