@@ -40,6 +40,14 @@ class Servers:
     def __init__(self, build, work, sparse=1024):
         self.work, self.sparse, self.relay = work, sparse, None
         (work / "servers").mkdir()
+        try:
+            self.start(build)
+        except BaseException:
+            self.close()
+            raise
+
+    def start(self, build):
+        work = self.work
         self.script("start", "proftpd", "sshd")
         self.env = dict(line.split("=", 1) for line in (work / "servers/env").read_text().splitlines())
         self.home = pathlib.Path(self.env["HOME_DIR"])

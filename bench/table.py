@@ -312,7 +312,7 @@ def main():
     work_folder.chmod(0o711)
     servers, done, began = None, [], time.monotonic()
     try:
-        servers = Servers(build, work_folder, max(BIG, HUGE - 1))
+        servers = Servers(build, work_folder, BIG)
         os.environ |= {"LC_ALL": "C", "HOME": str(work_folder), "QRFTP_PASSWORD": servers.env["PASSWORD"]}
         os.environ.pop("SSH_AUTH_SOCK", None)
         bench = Bench(build, servers)

@@ -5,7 +5,7 @@
 
 namespace qrftp::sftp {
 
-std::optional<checksum> read_check_file(const reply& answer)
+checksum read_check_file(const reply& answer, const std::string& subject)
 {
     packet_reader fields = answer.body();
     std::string_view algorithm = fields.read_string();
@@ -15,10 +15,10 @@ std::optional<checksum> read_check_file(const reply& answer)
     static constexpr std::array<std::string_view, 4> names{"sha256", "sha1", "md5", "crc32"};
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (names.at(i) == algorithm) {
-            return checksum{static_cast<hash_algorithm>(i), hex_of(fields.rest())};
+            return {static_cast<hash_algorithm>(i), hex_of(fields.rest())};
         }
     }
-    return std::nullopt;
+    throw NotSupported(subject, {.message = "its checksum is of a kind that was not asked for"});
 }
 
 } // namespace qrftp::sftp

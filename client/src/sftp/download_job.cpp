@@ -273,12 +273,9 @@ void download_job::on_checksum(const reply& answer)
     if (answer.is_status()) {
         return fail_refused(file_.path(), answer);
     }
-    content_ = read_check_file(answer);
-    if (!content_) {
-        return fail(std::make_exception_ptr(
-            NotSupported(file_.path(), {.message = "its checksum is of a kind that was not asked for"})));
+    if (guarded([&] { content_ = read_check_file(answer, file_.path()); })) {
+        finish();
     }
-    finish();
 }
 
 bool download_job::reset()

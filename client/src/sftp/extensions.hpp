@@ -4,7 +4,7 @@
 
 #include <qrftp/checksum.hpp>
 
-#include <optional>
+#include <string>
 
 namespace qrftp::sftp {
 
@@ -15,8 +15,9 @@ inline const request posix_rename("posix-rename@openssh.com", packet_type::statu
 inline const request check_file("check-file-name", packet_type::extended_reply);
 /// What is asked for, the strongest first.
 inline constexpr const char* check_file_algorithms = "sha256,sha1,md5,crc32";
-/// The checksum of the whole file in the answer; nothing for an algorithm that was not asked for.
-[[nodiscard]] std::optional<checksum> read_check_file(const reply& answer);
+/// The checksum of the whole file in an answer that is no status. Throws `NotSupported` for an algorithm that
+/// was not asked for.
+[[nodiscard]] checksum read_check_file(const reply& answer, const std::string& subject);
 /// link(2).
 inline const request hard_link("hardlink@openssh.com", packet_type::status);
 /// statvfs(3).

@@ -218,11 +218,7 @@ checksum sftp_protocol::ask_checksum(const std::string& path)
                           {static_cast<long>(answer.code()), std::string(answer.message())});
         }
         answer.check(path);
-        auto told = answer.is_status() ? std::nullopt : read_check_file(answer);
-        if (!told) {
-            throw NotSupported(path, {.message = "its checksum is of a kind that was not asked for"});
-        }
-        return *std::move(told);
+        return read_check_file(answer, path);
     });
 }
 

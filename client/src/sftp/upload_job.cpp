@@ -281,13 +281,9 @@ void upload_job::on_stored()
 
 void upload_job::on_checksum(const reply& answer)
 {
-    const auto stored = answer.is_status() ? std::nullopt : read_check_file(answer);
     const bool is_same = guarded([&] {
         answer.check(file_.target());
-        if (!stored) {
-            throw NotSupported(file_.target(), {.message = "its checksum is of a kind that was not asked for"});
-        }
-        file_.verify(*stored);
+        file_.verify(read_check_file(answer, file_.target()));
     });
     if (is_same) {
         on_stored();
