@@ -92,35 +92,31 @@ private:
 
 /// One class for each cause. The constructors take the subject, where the sentence has a place for it a reason,
 /// and what the server said. With detail: a reason, where there is one, makes another sentence.
+#define QRFTP_ERROR_ABOUT(name, why)                                                                           \
+    explicit name(std::string subject, response said = {})                                                     \
+        : error(error_cause::why, std::move(subject), {}, std::move(said))                                     \
+    {                                                                                                          \
+    }
+#define QRFTP_ERROR_BECAUSE(name, why)                                                                         \
+    name(std::string subject, const std::string& reason, response said = {})                                   \
+        : error(error_cause::why, std::move(subject), reason, std::move(said))                                 \
+    {                                                                                                          \
+    }
 #define QRFTP_ERROR(name, why)                                                                                 \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
-        explicit name(std::string subject, response said = {})                                                 \
-            : error(error_cause::why, std::move(subject), {}, std::move(said))                                 \
-        {                                                                                                      \
-        }                                                                                                      \
+        QRFTP_ERROR_ABOUT(name, why)                                                                           \
     }
-
 #define QRFTP_ERROR_WITH_REASON(name, why)                                                                     \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
-        name(std::string subject, const std::string& reason, response said = {})                               \
-            : error(error_cause::why, std::move(subject), reason, std::move(said))                             \
-        {                                                                                                      \
-        }                                                                                                      \
+        QRFTP_ERROR_BECAUSE(name, why)                                                                         \
     }
-
 #define QRFTP_ERROR_WITH_DETAIL(name, why)                                                                     \
     class QRFTPCLIENT_EXPORT name : public error {                                                             \
     public:                                                                                                    \
-        explicit name(std::string subject, response said = {})                                                 \
-            : error(error_cause::why, std::move(subject), {}, std::move(said))                                 \
-        {                                                                                                      \
-        }                                                                                                      \
-        name(std::string subject, const std::string& reason, response said = {})                               \
-            : error(error_cause::why, std::move(subject), reason, std::move(said))                             \
-        {                                                                                                      \
-        }                                                                                                      \
+        QRFTP_ERROR_ABOUT(name, why)                                                                           \
+        QRFTP_ERROR_BECAUSE(name, why)                                                                         \
     }
 
 /// The text is not the URL of an FTP or SFTP server. Nothing was sent.
@@ -220,5 +216,7 @@ private:
 #undef QRFTP_ERROR
 #undef QRFTP_ERROR_WITH_REASON
 #undef QRFTP_ERROR_WITH_DETAIL
+#undef QRFTP_ERROR_ABOUT
+#undef QRFTP_ERROR_BECAUSE
 
 } // namespace qrftp
