@@ -194,7 +194,7 @@ struct client_stage {
         exchange_file_system(faults);
         client.emplace(peer.url(), options);
     }
-    ~client_stage() { fs::remove_all(local), exchange_file_system(nullptr); }
+    ~client_stage() { exchange_file_system(nullptr); }
     void prepare(bool files)
     {
         peer.clear_commands(), fine = true;
@@ -255,7 +255,8 @@ struct client_stage {
     std::shared_ptr<FaultyFileSystem> faults =
         std::make_shared<FaultyFileSystem>(exchange_file_system(nullptr));
     scripted_peer peer{};
-    fs::path local = fs::path(TempDir()) / ("fault_test." + std::to_string(peer.port()));
+    temporary_folder folder{};
+    fs::path local = folder / "local";
     qrftp::session_options options{};
     std::optional<qrftp::session> client{};
 };

@@ -248,6 +248,7 @@ TEST(OneHostileTree, NothingIsRemovedWhenALocalFolderCannotBeRead)
 {
     const tree_row of = sending("", theirs, mine).with_options(keep_going);
     tree_stage stage(of);
+    fs::permissions(stage.t.local, fs::perms(0755));
     fs::permissions(stage.local() / "d", fs::perms::none);
     const bool root = geteuid() == 0;
     EXPECT_EQ(root ? seteuid(65534) : 0, 0); // whom permissions hold back

@@ -1,5 +1,6 @@
 #include "client_error.hpp"
 #include "line_server.hpp"
+#include "local_files.hpp"
 #include "scripted_peer.hpp"
 #include "ssh_peer.hpp"
 
@@ -50,7 +51,6 @@ class Ssh : public testing::Test {
 protected:
     Ssh()
     {
-        fs::create_directories(folder);
         options.known_hosts_file = folder / "known_hosts";
         options.global_known_hosts_file.clear();
         options.ssh_config.only = fs::path();
@@ -59,7 +59,6 @@ protected:
         options.private_keys = {folder / "key"};
         key = support::make_key_file(folder / "key");
     }
-    ~Ssh() override { fs::remove_all(folder); }
 
     std::unique_ptr<sftp::transport> connect(std::uint16_t port)
     {
@@ -78,7 +77,7 @@ protected:
         });
     }
 
-    fs::path folder = fs::path(testing::TempDir()) / ("ssh_" + std::to_string(::getpid()));
+    support::temporary_folder folder;
     std::string key;
     session_options options;
     server_info info;

@@ -35,13 +35,11 @@ class TlsTrust : public testing::Test {
 protected:
     TlsTrust()
     {
-        fs::create_directory(folder);
         options.user = "u";
         options.password = "s3cret";
         options.known_tls_file = folder / "made" / "known_tls";
         options.on_warning = [this](const std::string& sentence) { warnings.push_back(sentence); };
     }
-    ~TlsTrust() override { fs::remove_all(folder); }
 
     /// What fails when a session fetches a file, "CertificateRefused: …"; nothing when it got it.
     std::string failure(const tls_peer& server, const std::string& scheme = "ftp")
@@ -73,7 +71,7 @@ protected:
                              const_cast<char*>("phrase"));
     }
 
-    fs::path folder = fs::path(testing::TempDir()) / ("tls_trust_" + std::to_string(getpid()));
+    support::temporary_folder folder;
     session_options options;
     std::vector<std::string> warnings;
 };

@@ -48,8 +48,6 @@ protected:
         if (agent_ > 0) {
             ::kill(agent_, SIGTERM);
         }
-        std::error_code ended; // The agent removes its socket by itself.
-        fs::remove_all(folder, ended);
     }
 
     fs::path make_key(const std::string& name, const std::string& options_of_keygen)
@@ -97,7 +95,7 @@ protected:
     }
 
     static inline support::servers* running = nullptr;
-    fs::path folder = fs::path(testing::TempDir()) / ("authentication_" + std::to_string(::getpid()));
+    support::temporary_folder folder;
     session_options options;
     pid_t agent_ = 0;
 };

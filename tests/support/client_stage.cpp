@@ -29,7 +29,6 @@ bool opens(sftp_peer::request asked, const std::string& path)
 } // namespace
 
 client_stage::client_stage(const std::vector<rule>& rules, qrftp::url_scheme scheme)
-    : local(fs::path(testing::TempDir()) / ("client_stage." + std::to_string(peer.port())))
 {
     options.user = "u";
     options.password = "p";
@@ -47,12 +46,6 @@ client_stage::client_stage(const std::vector<rule>& rules, qrftp::url_scheme sch
         options.ssh_config.only = fs::path();
         options.use_agent = false;
     }
-}
-
-client_stage::~client_stage()
-{
-    client.reset();
-    fs::remove_all(local);
 }
 
 qrftp::session& client_stage::open()

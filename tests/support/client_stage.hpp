@@ -34,7 +34,6 @@ public:
     explicit client_stage(const std::vector<rule>& rules = {},
                           qrftp::url_scheme scheme = qrftp::url_scheme::ftp);
     client_stage(const client_stage&) = delete;
-    ~client_stage();
 
     qrftp::session& open();
 
@@ -57,7 +56,7 @@ public:
 
     scripted_peer peer{};
     std::optional<sftp_server> sftp{};
-    std::filesystem::path local;
+    temporary_folder local{};
     qrftp::session_options options{};
     std::optional<qrftp::session> client{};
 

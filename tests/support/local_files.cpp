@@ -1,8 +1,11 @@
 #include "local_files.hpp"
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace support {
 
@@ -46,6 +49,20 @@ void write_file(const fs::path& file, const std::string& content)
 {
     fs::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << content;
+}
+
+temporary_folder::temporary_folder()
+{
+    std::string name = fs::temp_directory_path() / "qrftp-XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr)
+        throw fs::filesystem_error("mkdtemp", name, std::error_code(errno, std::generic_category()));
+    assign(name);
+}
+
+temporary_folder::~temporary_folder()
+{
+    std::error_code gone; // Programs that are about to end may still remove something in it.
+    fs::remove_all(*this, gone);
 }
 
 } // namespace support

@@ -22,4 +22,11 @@ std::string content(const std::filesystem::path& file);
 /// Writes a local file, and makes the folders above it.
 void write_file(const std::filesystem::path& file, const std::string& content);
 
+/// A new folder, which goes with all that is in it.
+struct temporary_folder : std::filesystem::path {
+    temporary_folder();
+    temporary_folder(const temporary_folder&) = delete;
+    ~temporary_folder();
+};
+
 } // namespace support

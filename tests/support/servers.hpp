@@ -9,7 +9,6 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace support {
 
@@ -17,8 +16,9 @@ namespace support {
 /// servers.sh).
 class servers {
 public:
-    explicit servers(const std::string& names) : folder_(make_folder())
+    explicit servers(const std::string& names)
     {
+        std::filesystem::create_directory(path());
         std::filesystem::permissions(folder_,
                                      std::filesystem::perms(0711)); // the servers are another user for root
         status_ = std::system((script + " start " + path() + " " + names).c_str());
@@ -27,18 +27,14 @@ public:
             env_[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
     }
     servers(const servers&) = delete;
-    ~servers()
-    {
-        EXPECT_EQ(std::system((script + " stop " + path()).c_str()), 0);
-        std::filesystem::remove_all(folder_);
-    }
+    ~servers() { EXPECT_EQ(std::system((script + " stop " + path()).c_str()), 0); }
 
     /// Whether all serve. If a server is not installed: a skip at home, a failure where CI is set.
     bool serve() const { return status_ == 0; }
     bool missing() const { return WEXITSTATUS(status_) == 77 && std::getenv("CI") == nullptr; }
     const std::string& operator[](const std::string& name) const { return env_.at(name); }
     long port(const std::string& name) const { return std::stol(env_.at(name)); }
-    std::string path() const { return (folder_ / "servers").string(); }
+    std::string path() const { return folder_ / "servers"; }
     /// Login with user name and password, where nobody looks at keys and certificates.
     template <class Options>
     Options login() const
@@ -54,15 +50,8 @@ public:
     }
 
 private:
-    static std::filesystem::path make_folder()
-    {
-        std::string name = std::filesystem::temp_directory_path() / "qrftp-XXXXXX";
-        const std::filesystem::path made(mkdtemp(name.data()));
-        std::filesystem::create_directory(made / "servers");
-        return made;
-    }
     static inline const std::string script = QRFTP_SOURCE_DIR "/packaging/servers.sh";
-    std::filesystem::path folder_;
+    temporary_folder folder_;
     std::map<std::string, std::string> env_;
     int status_ = 1;
 };

@@ -1,5 +1,6 @@
 #pragma once
 #include "guarded.hpp"
+#include "local_files.hpp"
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -9,7 +10,6 @@
 #include <openssl/x509v3.h>
 #include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 namespace support {
 enum owner { authority, stranger, peer };
@@ -22,13 +22,11 @@ struct certificate {
 /// What all peers share. The process's OpenSSL is to allow any version, so that it is the client that refuses
 /// an old one.
 inline const struct tls_peers {
-    std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ("tls_peer." + std::to_string(getpid()));
+    support::temporary_folder folder{};
     std::shared_ptr<EVP_PKEY> keys[3];
     tls_peers()
     {
-        std::signal(SIGPIPE, SIG_IGN), std::filesystem::create_directory(folder),
-            setenv("OPENSSL_CONF", (folder / "conf").c_str(), 1);
+        std::signal(SIGPIPE, SIG_IGN), setenv("OPENSSL_CONF", (folder / "conf").c_str(), 1);
         std::ofstream(folder / "conf") << "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n"
                                           "[c]\nMinProtocol=TLSv1\nCipherString=DEFAULT@SECLEVEL=0\n";
         for (auto& key : keys)
@@ -36,7 +34,6 @@ inline const struct tls_peers {
         const std::shared_ptr<FILE> file(std::fopen((folder / "authority").c_str(), "w"), &std::fclose);
         PEM_write_X509(file.get(), sign(authority, {}).get());
     }
-    ~tls_peers() { std::filesystem::remove_all(folder); }
     std::shared_ptr<X509> sign(owner subject, const certificate& how) const
     {
         const std::shared_ptr<X509> made(X509_new(), X509_free);

@@ -1,8 +1,8 @@
 #include "faulty_file_system.hpp"
+#include "local_files.hpp"
 
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
@@ -30,7 +30,8 @@ static void check_round_trip(const fl::ustring& path)
 
 TEST(LocalFile, IsWrittenReadAndTellsItsFailuresApartWhereverItLives)
 {
-    const std::filesystem::path root = testing::TempDir() + "host_file_\u00e9_" + std::to_string(::getpid());
+    const support::temporary_folder folder;
+    const std::filesystem::path root = folder / u"\u00e9";
     std::filesystem::create_directories(root);
     const auto plain = (root / "plain").u16string();
     check_round_trip(plain);
@@ -46,7 +47,6 @@ TEST(LocalFile, IsWrittenReadAndTellsItsFailuresApartWhereverItLives)
     EXPECT_THROW(handle_exception(full, {}, {}), DiskFull);
     std::filesystem::resize_file(root / "plain", 5ULL << 30U);
     EXPECT_EQ(make_vfs_file(plain).getAttributes().getSize(), 5ULL << 30U);
-    std::filesystem::remove_all(root);
     // From here on in memory, and with writes that are short on order.
     const auto faulty = std::make_shared<FaultyFileSystem>(std::make_shared<MemoryFileSystem>());
     const auto earlier = exchange_file_system(faulty);

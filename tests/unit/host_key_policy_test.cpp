@@ -2,10 +2,11 @@
 
 #include <client_error.hpp>
 
+#include "local_files.hpp"
+
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace qrftp;
 using enum host_key_check;
@@ -27,16 +28,13 @@ const host_key rsa = make_key("ssh-rsa", "one");
 
 class HostKeyPolicy : public testing::Test {
 protected:
-    HostKeyPolicy() { fs::create_directories(folder); }
-    ~HostKeyPolicy() override { fs::remove_all(folder); }
-
     /// Why the key is refused; empty when it is accepted.
     std::string refusal(const host_key& shown)
     {
         return support::error_of_client([&] { host_key_policy("host", settings).check(shown); });
     }
 
-    fs::path folder = fs::path(testing::TempDir()) / ("host_key_policy_" + std::to_string(::getpid()));
+    support::temporary_folder folder;
     fs::path user = folder / "user";
     fs::path second = folder / "second";
     fs::path global = folder / "global";

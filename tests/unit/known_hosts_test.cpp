@@ -1,10 +1,11 @@
 #include <qrftp/error.hpp>
 #include <qrftp/known_hosts.hpp>
 
+#include "local_files.hpp"
+
 #include <fstream>
 #include <future>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace qrftp;
 using namespace std::string_literals;
@@ -123,7 +124,8 @@ TEST(KnownHosts, PassOverWhatIsAboutOthersOrCannotBeRead)
 
 TEST(KnownHosts, AreReadAndAppendedToWithoutALineLost)
 {
-    const fs::path root = testing::TempDir() + "known_hosts_\xff_" + std::to_string(::getpid());
+    const support::temporary_folder folder;
+    const fs::path root = folder / "\xff";
     const fs::path file = root / "ssh/known";
     const host_key shown = key(ed25519_key);
     EXPECT_EQ(known_hosts::read(file).match(shown), unknown);
@@ -149,5 +151,4 @@ TEST(KnownHosts, AreReadAndAppendedToWithoutALineLost)
     for (const fs::path& bad : {root, file / "x", fs::path()}) {
         EXPECT_THROW(known_hosts::append(bad, shown), LocalFileError) << bad;
     }
-    fs::remove_all(root);
 }

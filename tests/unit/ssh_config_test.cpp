@@ -3,10 +3,11 @@
 
 #include <qrftp/error.hpp>
 
+#include "local_files.hpp"
+
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace qrftp;
 using namespace std::chrono_literals;
@@ -121,7 +122,7 @@ TEST(SshConfig, IncludesFilesToABoundedDepth)
 
 TEST(SshConfig, IsReadFromFilesThatOthersCannotWriteTo)
 {
-    const fs::path home = fs::path(testing::TempDir()) / ("ssh_config_" + std::to_string(::getpid()));
+    const support::temporary_folder home;
     fs::create_directories(home / ".ssh/conf.d");
     const sftp::ssh_config_query about{"h", "", "me", home};
     std::ofstream(home / ".ssh/conf.d/1") << "Port 11\n";
@@ -133,12 +134,12 @@ TEST(SshConfig, IsReadFromFilesThatOthersCannotWriteTo)
     EXPECT_THROW(sftp::load_ssh_config({}, about), LocalFileError);
     EXPECT_EQ(sftp::load_ssh_config({fs::path()}, about).user, "");
     EXPECT_THROW(sftp::load_ssh_config({home / "none"}, about), LocalFileError);
-    fs::remove_all(home);
 }
 
 TEST(SshSettings, PreferTheOptionsToTheUrlToTheConfiguration)
 {
-    const fs::path file = fs::path(testing::TempDir()) / ("ssh_settings_" + std::to_string(::getpid()));
+    const support::temporary_folder folder;
+    const fs::path file = folder / "config";
     std::ofstream(file) << "HostName real\nUser conf\nPort 7\nStrictHostKeyChecking yes\nProxyJump a,me@b:9\n"
                            "UserKnownHostsFile /known\nConnectTimeout 5\n";
     session_options options;
