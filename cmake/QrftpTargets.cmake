@@ -6,6 +6,7 @@ if(QRFTP_CCACHE AND PROJECT_IS_TOP_LEVEL)
 endif()
 
 include(cmake/QrftpHardening.cmake)
+file(RELATIVE_PATH source_from_build "${CMAKE_BINARY_DIR}" "${PROJECT_SOURCE_DIR}")
 
 function(qrftp_target target)
     target_compile_features(${target} PUBLIC cxx_std_20)
@@ -16,8 +17,9 @@ function(qrftp_target target)
     # The presets of developers make errors of them. A compiler that people have may warn of more.
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-        # Trace records name their source file as the project knows it, wherever it was built.
-        "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+        # Trace records name their source file as the project knows it, wherever it was built. A compiler's cache
+        # may give paths as the build folder sees them.
+        "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${source_from_build}/=")
     # One source made of many sees names of the others.
     if(CMAKE_UNITY_BUILD)
         target_compile_options(${target} PRIVATE -Wno-shadow)

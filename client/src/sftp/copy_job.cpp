@@ -124,7 +124,7 @@ void copy_job::note_sent(std::uint32_t bytes) noexcept
 
 void copy_job::note_answered(std::uint32_t bytes) noexcept
 {
-    state_->bytes.on_answered(bytes);
+    state_->bytes.on_answered(bytes, server().window());
     bytes_in_flight_ -= bytes;
 }
 

@@ -12,7 +12,6 @@ constexpr std::uint64_t fewest_handles = 32;
 constexpr std::uint64_t handles_per_millisecond = 10;
 constexpr std::uint64_t most_handles = 512;
 constexpr std::uint64_t handles_for_others = 4; ///< single requests open folders meanwhile
-constexpr std::uint64_t largest_byte_window = std::uint64_t{4} << 20;
 
 /// Each remote file that is open has a local one: a quarter of what the process may have is left to a
 /// connection.
@@ -60,11 +59,11 @@ void handle_window::on_closed(bool was_opened) noexcept
     opened_ -= was_opened ? 1 : 0;
 }
 
-void byte_window::on_answered(std::uint64_t bytes) noexcept
+void byte_window::on_answered(std::uint64_t bytes, std::uint64_t largest) noexcept
 {
     in_flight_ -= bytes;
     answered_ += bytes;
-    size_ = std::min(size_ + bytes, largest_byte_window);
+    size_ = std::max(size_, std::min(size_ + bytes, largest));
 }
 
 } // namespace qrftp::sftp

@@ -30,13 +30,14 @@ private:
 };
 
 /// How many bytes may be asked for or sent without having been answered. It begins at 1 MiB, so that a short
-/// file is not over-asked, and grows to 4 MiB with what has been answered.
+/// file is not over-asked, and grows with what has been answered.
 class byte_window {
 public:
     [[nodiscard]] bool has_room() const noexcept { return in_flight_ < size_; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
     void on_sent(std::uint64_t bytes) noexcept { in_flight_ += bytes; }
-    void on_answered(std::uint64_t bytes) noexcept;
+    /// `largest` is what the window may grow to.
+    void on_answered(std::uint64_t bytes, std::uint64_t largest) noexcept;
     /// How many have been answered.
     [[nodiscard]] std::uint64_t answered() const noexcept { return answered_; }
     /// No answer will come.

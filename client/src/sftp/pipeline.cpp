@@ -14,6 +14,8 @@ namespace {
 constexpr pipeline::duration stop_interval{50};
 /// What one packet of SSH carries: libssh then holds no more than that, and what it copies stays in the cache.
 constexpr std::size_t read_size = std::size_t{32} * 1024;
+/// What a line should be able to carry: as fast as one core decrypts.
+constexpr double bytes_per_second = 400.0 * 1024 * 1024;
 /// An id is the index of a slot and, above it, how often that was used: a repeated answer is then not taken for
 /// that to the slot's next request.
 constexpr std::uint32_t index_bits = 16;
@@ -332,7 +334,15 @@ void pipeline::note_round_trip(std::uint32_t id)
     if (timed_id_ == id) {
         round_trip_ = std::min(round_trip_, clock::now() - timed_since_);
         timed_id_.reset();
+        connection_->set_window(window());
     }
+}
+
+std::size_t pipeline::window() const noexcept
+{
+    constexpr std::size_t least = std::size_t{4} << 20;
+    const auto trip = std::chrono::duration<double>(round_trip_).count();
+    return static_cast<std::size_t>(std::clamp(trip * bytes_per_second, 1.0 * least, 4.0 * least));
 }
 
 void pipeline::drop(const reply& answer)

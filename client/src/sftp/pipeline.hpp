@@ -91,6 +91,8 @@ public:
     [[nodiscard]] bool has_extension(std::string_view name, std::string_view version) const;
     /// The shortest time that an answer took while nothing else was on its way.
     [[nodiscard]] clock::duration round_trip() const noexcept { return round_trip_; }
+    /// How many bytes may be on their way: more on longer lines, 4 to 16 MiB.
+    [[nodiscard]] std::size_t window() const noexcept;
 
     void set_stall_timeout(duration longest) noexcept { settings_.stall_timeout = longest; }
     void set_stop(std::stop_token stop) noexcept { settings_.stop = std::move(stop); }

@@ -16,7 +16,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr std::size_t window = std::size_t{4} * 1024 * 1024;
 constexpr std::size_t most_written = std::size_t{256} * 1024; ///< libssh keeps what the socket does not take
 
 /// libssh 0.10 opens the window of a channel only as far as a read asks for; 0.11 keeps it at 2 MiB by itself.
@@ -62,7 +61,7 @@ std::size_t channel_transport::take_ahead(std::span<char> buffer)
 
 std::size_t channel_transport::read_channel(char* buffer, std::size_t size)
 {
-    const auto most = static_cast<std::uint32_t>(std::min(size, window));
+    const auto most = static_cast<std::uint32_t>(std::min(size, window_));
     const int got = ssh_channel_read_timeout(channel_, buffer, most, 0, 0);
     if (got > 0) {
         const auto count = static_cast<std::size_t>(got);
@@ -81,10 +80,10 @@ std::size_t channel_transport::read(std::span<char> buffer)
     while (done < buffer.size()) {
         std::size_t got = 0;
         if (until_window_ == 0) {
-            until_window_ = window / 4;
-            ahead_.resize(window);
+            until_window_ = window_ / 4;
+            ahead_.resize(window_);
             ahead_begin_ = 0;
-            ahead_end_ = read_channel(ahead_.data(), window);
+            ahead_end_ = read_channel(ahead_.data(), window_);
             got = take_ahead(buffer.subspan(done));
         } else {
             got = read_channel(buffer.data() + done, buffer.size() - done);

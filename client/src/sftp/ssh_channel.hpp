@@ -26,6 +26,7 @@ public:
     std::size_t read(std::span<char> buffer) override;
     std::size_t write(std::string_view bytes) override;
     void wait(bool to_write, std::chrono::milliseconds longest) override;
+    void set_window(std::size_t bytes) override { window_ = bytes; }
 
 private:
     using clock = std::chrono::steady_clock;
@@ -43,6 +44,7 @@ private:
     std::unique_ptr<ssh_connection> connection_;
     ssh_channel channel_; ///< the session frees it
 
+    std::size_t window_ = std::size_t{4} * 1024 * 1024;
     std::size_t until_window_; ///< bytes to read until the window is opened again
     std::vector<char> ahead_;  ///< what a read that opened the window got, and nobody took yet
     std::size_t ahead_begin_ = 0;

@@ -26,6 +26,9 @@ public:
 
     /// Returns when something can be read, when something can be written if `to_write`, or after `longest`.
     virtual void wait(bool to_write, std::chrono::milliseconds longest) = 0;
+
+    /// How much the other side may send before it is read: where that is this side's to say.
+    virtual void set_window(std::size_t /*bytes*/) {}
 };
 
 } // namespace qrftp::sftp
