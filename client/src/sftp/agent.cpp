@@ -7,6 +7,9 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <functional>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <system_error>
@@ -22,11 +25,26 @@ constexpr char sign_request = 13;
 constexpr std::size_t longest_message = std::size_t{256} * 1024;
 constexpr std::uint32_t most_keys = 256;
 
-bool send_all(int fd, std::string_view bytes)
+/// Waits until a socket has one of the events; throws when that takes too long.
+using waiter = std::function<void(int fd, short events)>;
+
+/// After a call that failed: waits for what it lacked, if it was only that.
+bool is_worth_another_call(int fd, short events, const waiter& wait)
 {
-    while (!bytes.empty()) {
-        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR) {
+    if (errno == EAGAIN) {
+        wait(fd, events);
+        return true;
+    }
+    return errno == EINTR;
+}
+
+bool send_message(int fd, std::string_view message, const waiter& wait)
+{
+    std::string framed;
+    wire::put_string(framed, message);
+    for (std::string_view bytes = framed; !bytes.empty();) {
+        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && !is_worth_another_call(fd, POLLOUT, wait)) {
             return false;
         }
         bytes.remove_prefix(static_cast<std::size_t>(sent > 0 ? sent : 0));
@@ -34,12 +52,12 @@ bool send_all(int fd, std::string_view bytes)
     return true;
 }
 
-std::optional<std::string> receive(int fd, std::size_t size)
+std::optional<std::string> receive(int fd, std::size_t size, const waiter& wait)
 {
     std::string bytes(size, '\0');
     for (std::size_t done = 0; done < size;) {
-        const ssize_t got = ::recv(fd, bytes.data() + done, size - done, 0);
-        if (got == 0 || (got < 0 && errno != EINTR)) {
+        const ssize_t got = ::recv(fd, bytes.data() + done, size - done, MSG_DONTWAIT);
+        if (got == 0 || (got < 0 && !is_worth_another_call(fd, POLLIN, wait))) {
             return std::nullopt;
         }
         done += static_cast<std::size_t>(got > 0 ? got : 0);
@@ -47,27 +65,20 @@ std::optional<std::string> receive(int fd, std::size_t size)
     return bytes;
 }
 
-bool send_message(int fd, std::string_view message)
+std::optional<std::string> receive_message(int fd, const waiter& wait)
 {
-    std::string framed;
-    wire::put_string(framed, message);
-    return send_all(fd, framed);
-}
-
-std::optional<std::string> receive_message(int fd)
-{
-    const auto prefix = receive(fd, 4);
+    const auto prefix = receive(fd, 4, wait);
     if (!prefix) {
         return std::nullopt;
     }
     std::string_view rest = *prefix;
     const std::uint32_t size = wire::take_u32(rest).value_or(0);
-    return size == 0 || size > longest_message ? std::nullopt : receive(fd, size);
+    return size == 0 || size > longest_message ? std::nullopt : receive(fd, size, wait);
 }
 
 } // namespace
 
-std::optional<agent> agent::open()
+std::optional<agent> agent::open(std::unique_ptr<interruptible_wait> wait)
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): read only
     const char* const path = std::getenv("SSH_AUTH_SOCK");
@@ -77,16 +88,18 @@ std::optional<agent> agent::open()
     }
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, std::strlen(path));
-    unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return std::nullopt;
     }
-    return agent(std::move(socket));
+    return agent(std::move(socket), std::move(wait));
 }
 
 std::optional<std::string> agent::ask(std::string_view request)
 {
-    return send_message(socket_.get(), request) ? receive_message(socket_.get()) : std::nullopt;
+    const waiter wait = [this](int fd, short events) { wait_->wait(fd, events); };
+    wait_->restart();
+    return send_message(socket_.get(), request, wait) ? receive_message(socket_.get(), wait) : std::nullopt;
 }
 
 std::vector<std::string> agent::keys()
@@ -110,7 +123,7 @@ std::vector<std::string> agent::keys()
     return result;
 }
 
-agent_bridge::agent_bridge(agent real, std::stop_token stop) : real_(std::move(real)), stop_(std::move(stop))
+agent_bridge::agent_bridge(agent real) : real_(std::move(real))
 {
 }
 
@@ -147,16 +160,36 @@ void agent_bridge::offer(std::string shown, std::string key)
     key_ = std::move(key);
 }
 
-/// libssh waits for each answer without a limit: a stop request ends the agent's connection, and the answer is
-/// a failure.
+bool agent_bridge::is_silent()
+{
+    const std::lock_guard lock(mutex_);
+    return silent_;
+}
+
 void agent_bridge::serve(int socket)
 {
-    const std::stop_callback on_stop(stop_, [this] { ::shutdown(real_.socket(), SHUT_RDWR); });
-    while (const auto request = receive_message(socket)) {
-        if (!send_message(socket, answer(*request))) {
+    const waiter wait = [](int fd, short events) {
+        pollfd one{fd, events, 0};
+        ::poll(&one, 1, -1);
+    };
+    while (const auto request = receive_message(socket, wait)) {
+        if (!send_message(socket, answer(*request), wait)) {
             return;
         }
     }
+}
+
+/// libssh waits for each answer without a limit: where none comes in time, it is told of a failure.
+std::string agent_bridge::sign(std::string_view request)
+{
+    try {
+        if (auto answer = silent_ ? std::nullopt : real_.ask(request)) {
+            return *std::move(answer);
+        }
+    } catch (const std::exception&) { // `Timeout`, `Cancelled`: what comes later answers no other request.
+        silent_ = true;
+    }
+    return {failure_answer};
 }
 
 std::string agent_bridge::answer(std::string_view request)
@@ -175,7 +208,7 @@ std::string agent_bridge::answer(std::string_view request)
             std::string forwarded(1, sign_request);
             wire::put_string(forwarded, key_);
             forwarded += rest;
-            return real_.ask(forwarded).value_or(std::string(1, failure_answer));
+            return sign(forwarded);
         }
     }
     return {failure_answer};

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "interruptible_wait.hpp"
 #include "unique_fd.hpp"
 
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -15,28 +16,32 @@ namespace qrftp::sftp {
 /// A connection to the user's SSH agent (draft-ietf-sshm-ssh-agent). One thread at a time.
 class agent {
 public:
-    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none.
-    static std::optional<agent> open();
+    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none. Each answer may take what
+    /// `wait` allows.
+    static std::optional<agent> open(std::unique_ptr<interruptible_wait> wait);
 
-    /// The public keys that the agent has, in its order; none where it fails.
+    /// The public keys that the agent has, in its order; none where it fails. Throws `Timeout`, `Cancelled`.
     [[nodiscard]] std::vector<std::string> keys();
 
-    /// Sends a request and returns the answer, both without their length; none where the agent fails.
+    /// Sends a request and returns the answer, both without their length; none where the agent fails. Throws
+    /// `Timeout`, `Cancelled`.
     std::optional<std::string> ask(std::string_view request);
 
-    [[nodiscard]] int socket() const { return socket_.get(); }
-
 private:
-    explicit agent(unique_fd socket) : socket_(std::move(socket)) {}
+    agent(unique_fd socket, std::unique_ptr<interruptible_wait> wait)
+        : socket_(std::move(socket)), wait_(std::move(wait))
+    {
+    }
 
     unique_fd socket_;
+    std::unique_ptr<interruptible_wait> wait_;
 };
 
 /// Stands between libssh and the agent, so that libssh sees one key at a time: the one that is offered. A stop
-/// request ends what the agent is asked, such as to wait for a touch.
+/// request or the end of the time allowed ends what the agent is asked, such as to wait for a touch.
 class agent_bridge {
 public:
-    agent_bridge(agent real, std::stop_token stop);
+    explicit agent_bridge(agent real);
     agent_bridge(const agent_bridge&) = delete;
     agent_bridge& operator=(const agent_bridge&) = delete;
     ~agent_bridge();
@@ -47,13 +52,17 @@ public:
     /// From now on the only key of the agent is `shown`, a public key or a certificate, for which `key` signs.
     void offer(std::string shown, std::string key);
 
+    /// Whether the agent did not answer in time; it is not asked any more.
+    [[nodiscard]] bool is_silent();
+
 private:
     void serve(int socket);
     std::string answer(std::string_view request);
+    std::string sign(std::string_view request);
     void end_thread();
 
     agent real_;
-    std::stop_token stop_;
+    bool silent_ = false;
     std::mutex mutex_;
     std::string shown_;
     std::string key_;

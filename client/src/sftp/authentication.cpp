@@ -35,16 +35,34 @@ std::string names_of(unsigned methods)
 authentication::authentication(const ssh_settings& settings, const session_options& options)
     : settings_(settings), options_(options)
 {
-    std::vector<std::string> agent_keys;
-    if (options.use_agent) {
-        if (auto real = agent::open()) {
-            agent_keys = real->keys();
-            agent_ = std::make_unique<agent_bridge>(std::move(*real), options.stop);
-        }
-    }
-    identities_ = list_identities(settings, agent_keys);
+    identities_ = list_identities(settings, options.use_agent ? open_agent() : std::vector<std::string>());
     mask_secret(settings.password.value_or(""));
     mask_secret(options.pass_phrase.value_or(""));
+}
+
+/// Returns the agent's keys. Goes on without an agent that does not answer.
+std::vector<std::string> authentication::open_agent()
+{
+    auto real = agent::open(
+        std::make_unique<interruptible_wait>(settings_.server, options_.stop, settings_.connect_timeout));
+    if (!real) {
+        return {};
+    }
+    try {
+        auto keys = real->keys();
+        agent_ = std::make_unique<agent_bridge>(std::move(*real));
+        return keys;
+    } catch (const Timeout&) {
+        warn_of_silent_agent();
+        return {};
+    }
+}
+
+void authentication::warn_of_silent_agent() const
+{
+    if (options_.on_warning) {
+        options_.on_warning("The SSH agent (SSH_AUTH_SOCK) does not answer; going on without its keys.");
+    }
 }
 
 bool authentication::log_in(ssh_connection& connection)
@@ -172,8 +190,15 @@ authentication::result authentication::try_key(const identity& one)
 
 authentication::result authentication::try_agent_key(const identity& one)
 {
+    if (agent_->is_silent()) {
+        return result::refused;
+    }
     agent_->offer(one.certificate.empty() ? one.key : one.certificate, one.key);
-    return judge(request([&] { return ssh_userauth_agent(connection_->get(), nullptr); }));
+    const result outcome = judge(request([&] { return ssh_userauth_agent(connection_->get(), nullptr); }));
+    if (agent_->is_silent()) {
+        warn_of_silent_agent();
+    }
+    return outcome;
 }
 
 authentication::result authentication::try_file_key(const identity& one)

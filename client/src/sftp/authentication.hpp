@@ -29,6 +29,8 @@ public:
 private:
     enum class result { accepted, partly, refused, closed };
 
+    std::vector<std::string> open_agent();
+    void warn_of_silent_agent() const;
     result try_keys();
     result try_key(const identity& one);
     result try_agent_key(const identity& one);
