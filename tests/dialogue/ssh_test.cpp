@@ -175,8 +175,10 @@ TEST_F(Ssh, TriesPasswordsUntilOneIsRight)
     options.password = "other";
     EXPECT_EQ(refusal(peer), "LoginRefused");
     options.password = std::nullopt;
-    options.ask_password = [](unsigned) { return std::nullopt; };
+    options.ask_password = [](unsigned attempt) { return attempt == 0 ? std::optional("bad") : std::nullopt; };
     EXPECT_EQ(refusal(peer), "LoginRefused");
+    EXPECT_THAT(sentence, testing::HasSubstr("key: refused; password: refused; no other password"))
+        << "all of it";
 }
 
 TEST_F(Ssh, AnswersTheServersOwnPrompts)

@@ -1,11 +1,14 @@
 #include "authentication.hpp"
 
+#include "../trace.hpp"
+
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace qrftp::sftp {
@@ -14,6 +17,8 @@ namespace {
 
 constexpr unsigned most_questions = 3; // as ssh_config(5), NumberOfPasswordPrompts
 constexpr unsigned most_steps = 16;    // of a login that takes several methods
+constexpr const char* wrong_pass_phrase = "the pass phrase is wrong";
+constexpr const char* no_pass_phrase = "it needs a pass phrase, and none was given";
 
 std::string names_of(unsigned methods)
 {
@@ -28,6 +33,15 @@ std::string names_of(unsigned methods)
         }
     }
     return names;
+}
+
+std::string name_of(const identity& one)
+{
+    const std::string key = one.file.empty()
+                                ? host_key{{}, std::string(type_of_key(one.key)), one.key}.fingerprint()
+                                : one.file.string();
+    return fmt::format("{}key {}{}", one.in_agent ? "the agent's " : "", key,
+                       one.certificate.empty() ? "" : " with its certificate");
 }
 
 } // namespace
@@ -89,7 +103,7 @@ bool authentication::log_in(ssh_connection& connection)
         if (!refused_) {
             throw ConnectionLost(settings_.server, {0, closing_words_});
         }
-        throw LoginRefused(settings_.server, {0, closing_words_});
+        refuse(closing_words_);
     }
     return last == result::accepted;
 }
@@ -123,11 +137,28 @@ authentication::result authentication::judge(int libssh_result)
             closing_words_ = connection_->last_words();
             return result::closed;
         }
+        reason_ = connection_->last_words();
         return result::refused; // by libssh or the agent: the server was not asked
     default:
         refused_ = true;
         return result::refused;
     }
+}
+
+authentication::result authentication::note(const std::string& tried, result outcome)
+{
+    static constexpr std::array words{"accepted", "accepted, but not enough", "refused",
+                                      "the connection ended"};
+    const std::string reason = std::exchange(reason_, {});
+    const std::string line = fmt::format(
+        "{}: {}", tried, reason.empty() ? words.at(static_cast<std::size_t>(outcome)) : reason.c_str());
+    if (is_traced(trace_level::dialogue)) {
+        trace_line(fmt::format("< LOGIN {}", line));
+    }
+    if (outcome == result::refused && std::find(refusals_.begin(), refusals_.end(), line) == refusals_.end()) {
+        refusals_.push_back(line);
+    }
+    return outcome;
 }
 
 authentication::result authentication::try_none()
@@ -157,12 +188,22 @@ authentication::result authentication::try_next_method()
         used_methods_ |= SSH_AUTH_METHOD_PASSWORD;
         return try_passwords();
     }
-    refuse(fmt::format("it accepts {}; keys tried: {}", names_of(offered), next_));
+    refuse(fmt::format("it accepts {}{}", names_of(offered), next_ == 0 ? "; no key was tried" : ""));
 }
 
+/// With what was refused before, of many keys the first and the last.
 void authentication::refuse(const std::string& why) const
 {
-    throw LoginRefused(settings_.server, {0, why});
+    constexpr std::size_t most = 4;
+    std::string text;
+    for (std::size_t i = 0; i < refusals_.size(); ++i) {
+        if (i + 1 == most && refusals_.size() > most) {
+            text += fmt::format("{} more; ", refusals_.size() - most);
+            i = refusals_.size() - 1;
+        }
+        text += refusals_[i] + "; ";
+    }
+    throw LoginRefused(settings_.server, {0, text + why});
 }
 
 authentication::result authentication::try_keys()
@@ -172,7 +213,8 @@ authentication::result authentication::try_keys()
         if (offered != 0 && (offered & SSH_AUTH_METHOD_PUBLICKEY) == 0) {
             break;
         }
-        const result outcome = try_key(identities_[next_++]);
+        const identity& one = identities_[next_++];
+        const result outcome = note(name_of(one), try_key(one));
         if (outcome == result::closed && refused_) {
             --next_; // Some servers close after the last refusal, some in its place.
         }
@@ -191,6 +233,7 @@ authentication::result authentication::try_key(const identity& one)
 authentication::result authentication::try_agent_key(const identity& one)
 {
     if (agent_->is_silent()) {
+        reason_ = "the agent does not answer";
         return result::refused;
     }
     agent_->offer(one.certificate.empty() ? one.key : one.certificate, one.key);
@@ -221,10 +264,11 @@ authentication::result authentication::try_file_key(const identity& one)
     return judge(request([&] { return ssh_userauth_publickey(connection_->get(), nullptr, key.get()); }));
 }
 
-key_ptr authentication::unlock(const identity& one) const
+key_ptr authentication::unlock(const identity& one)
 {
     const private_key_file content(one.file);
     const auto fail = [&](const char* why) {
+        reason_ = why;
         return one.is_explicit ? throw InvalidOption(one.file.string(), why) : key_ptr();
     };
     if (!content.is_encrypted()) {
@@ -239,6 +283,7 @@ key_ptr authentication::unlock(const identity& one) const
     for (unsigned asked = 0; options_.ask_pass_phrase && asked < most_questions; ++asked) {
         const auto pass_phrase = options_.ask_pass_phrase(one.file);
         if (!pass_phrase) {
+            reason_ = options_.pass_phrase || asked > 0 ? wrong_pass_phrase : no_pass_phrase;
             return nullptr;
         }
         mask_secret(*pass_phrase);
@@ -246,9 +291,7 @@ key_ptr authentication::unlock(const identity& one) const
             return key;
         }
     }
-    return fail(options_.pass_phrase || options_.ask_pass_phrase
-                    ? "the pass phrase is wrong"
-                    : "it needs a pass phrase, and none was given");
+    return fail(options_.pass_phrase || options_.ask_pass_phrase ? wrong_pass_phrase : no_pass_phrase);
 }
 
 login_prompts authentication::prompts() const
@@ -275,7 +318,7 @@ std::string authentication::ask_password()
 {
     auto password = options_.ask_password(asked_++);
     if (!password) {
-        refuse("no password was given");
+        refuse(asked_ > 1 ? "no other password was given" : "no password was given");
     }
     mask_secret(*password);
     return *password;
@@ -294,7 +337,7 @@ std::optional<std::vector<std::string>> authentication::answers(const login_prom
     if (options_.answer_prompts) {
         auto given = options_.answer_prompts(asked);
         if (!given) {
-            refuse("its questions were not answered");
+            refuse("the server's questions were not answered");
         }
         given->resize(asked.prompts.size());
         return given;
@@ -322,7 +365,7 @@ authentication::result authentication::try_interactive()
             }
             got = send();
         }
-        outcome = judge(got);
+        outcome = note("keyboard-interactive", judge(got));
     }
     return outcome;
 }
@@ -330,8 +373,9 @@ authentication::result authentication::try_interactive()
 authentication::result authentication::try_passwords()
 {
     const auto send = [&](const std::string& password) {
-        return judge(
-            request([&] { return ssh_userauth_password(connection_->get(), nullptr, password.c_str()); }));
+        return note("password", judge(request([&] {
+                        return ssh_userauth_password(connection_->get(), nullptr, password.c_str());
+                    })));
     };
     if (settings_.password) {
         return send(*settings_.password);

@@ -44,10 +44,12 @@ private:
     template <class Call>
     int request(Call call);
     result judge(int libssh_result);
+    /// Traces what was tried, and remembers a refusal.
+    result note(const std::string& tried, result outcome);
     bool can_go_on_with_another_connection() const;
 
     /// The private key; null where the user does not unlock it.
-    key_ptr unlock(const identity& one) const;
+    key_ptr unlock(const identity& one);
     /// What the server asks for now.
     [[nodiscard]] login_prompts prompts() const;
     /// None where nobody knows the answers.
@@ -68,6 +70,8 @@ private:
     unsigned used_methods_ = 0;
     bool refused_ = false; ///< the server refused something over this connection
     std::string closing_words_;
+    std::string reason_; ///< why a key was not shown to the server
+    std::vector<std::string> refusals_;
 };
 
 } // namespace qrftp::sftp
