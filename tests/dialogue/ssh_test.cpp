@@ -254,8 +254,12 @@ TEST_F(Ssh, WaitsNoLongerThanAllowed)
 {
     support::scripted_peer silent;
     silent.on("greeting", support::answer::silence());
-    options.connect_timeout = 50ms;
-    EXPECT_EQ(refusal(silent), "Timeout");
+    for (const auto limit : {&session_options::connect_timeout, &session_options::total_timeout}) {
+        options.connect_timeout = 1h;
+        options.*limit = 50ms;
+        EXPECT_EQ(refusal(silent), "Timeout");
+        EXPECT_THAT(sentence, testing::HasSubstr("no answer within 0.05 s while connecting"));
+    }
 }
 
 TEST_F(Ssh, GoesOnWithoutAnAgentThatDoesNotAnswer)

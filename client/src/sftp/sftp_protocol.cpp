@@ -6,6 +6,7 @@
 #include "extensions.hpp"
 #include "file_reader.hpp"
 #include "perform.hpp"
+#include "ssh_settings.hpp"
 
 #include <fmt/format.h>
 
@@ -37,8 +38,9 @@ void sftp_protocol::connect()
     if (is_cleaning_up()) {
         options.stop = {};
     }
-    pipeline::settings settings{
-        .server = server_, .stall_timeout = options.stall_timeout, .stop = options.stop};
+    pipeline::settings settings{.server = server_,
+                                .stall_timeout = shorter_limit(options.stall_timeout, options.total_timeout),
+                                .stop = options.stop};
     server_info info;
     auto stream = connect_(options, info);
     auto opened = std::make_shared<pipeline>(std::move(stream), std::move(settings));
@@ -48,6 +50,7 @@ void sftp_protocol::connect()
     const reply folder = opened->call(packet_type::realpath, ".");
     folder.check(".");
     info.login_folder = folder.single_name();
+    opened->set_stall_timeout(options.stall_timeout);
     info.round_trip = opened->round_trip();
     info_ = std::move(info);
     pipeline_ = std::move(opened);
