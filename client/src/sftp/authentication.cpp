@@ -84,6 +84,8 @@ bool authentication::log_in(ssh_connection& connection)
     connection_ = &connection;
     used_methods_ = 0;
     refused_ = false;
+    password_answered_ = false;
+    first_ = next_;
     if (agent_) {
         ssh_set_agent_socket(connection.get(), agent_->connect());
     }
@@ -108,10 +110,11 @@ bool authentication::log_in(ssh_connection& connection)
     return last == result::accepted;
 }
 
-/// A server closes the connection after some number of refused keys; after as many passwords it means it.
+/// A server closes the connection after some number of refused keys, which may be in place of its answer to the
+/// right password; after as many passwords it means it.
 bool authentication::can_go_on_with_another_connection() const
 {
-    const bool in_keys = used_methods_ == 0 || used_methods_ == SSH_AUTH_METHOD_PUBLICKEY;
+    const bool in_keys = next_ > first_ || used_methods_ == 0 || used_methods_ == SSH_AUTH_METHOD_PUBLICKEY;
     const bool has_more =
         next_ < identities_.size() || settings_.password || can_ask_password() || options_.answer_prompts;
     return refused_ && in_keys && has_more;
@@ -384,6 +387,7 @@ authentication::result authentication::try_passwords()
     while (outcome == result::refused && can_ask_password()) {
         outcome = send(ask_password());
     }
+    asked_ -= outcome == result::closed && asked_ > 0 ? 1 : 0; // It was not answered, and is asked for again.
     return outcome;
 }
 

@@ -62,8 +62,9 @@ private:
     const session_options& options_;
     std::unique_ptr<agent_bridge> agent_;
     std::vector<identity> identities_;
-    std::size_t next_ = 0; ///< of `identities_`
-    unsigned asked_ = 0;   ///< how often the user was asked for a password
+    std::size_t next_ = 0;  ///< of `identities_`
+    std::size_t first_ = 0; ///< of this connection
+    unsigned asked_ = 0;    ///< how often the user was asked for a password
     bool password_answered_ = false;
 
     ssh_connection* connection_ = nullptr;
