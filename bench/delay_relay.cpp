@@ -7,6 +7,8 @@
 //
 // The kernel connects a client at once. To make it pay for the round trip of the handshake, the server sees the
 // connection, and its first bytes, as late as on a line of that length.
+#include <utility> // Asio 1.74 needs it and does not include it
+
 #include <boost/asio.hpp>
 
 #include <algorithm>
@@ -122,7 +124,7 @@ try {
         std::cerr << "delay_relay ADDRESS TARGET_ADDRESS PORT\n";
         return 2;
     }
-    const auto port = static_cast<asio::ip::port_type>(std::atoi(arguments[3]));
+    const auto port = static_cast<std::uint16_t>(std::atoi(arguments[3]));
     const tcp::endpoint target(asio::ip::make_address(arguments[2]), port);
     asio::io_context io;
     tcp::acceptor listener(io, tcp::endpoint(asio::ip::make_address(arguments[1]), port));
