@@ -7,10 +7,8 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
-#include <functional>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <system_error>
 
@@ -25,26 +23,11 @@ constexpr char sign_request = 13;
 constexpr std::size_t longest_message = std::size_t{256} * 1024;
 constexpr std::uint32_t most_keys = 256;
 
-/// Waits until a socket has one of the events; throws when that takes too long.
-using waiter = std::function<void(int fd, short events)>;
-
-/// After a call that failed: waits for what it lacked, if it was only that.
-bool is_worth_another_call(int fd, short events, const waiter& wait)
+bool send_all(int fd, std::string_view bytes)
 {
-    if (errno == EAGAIN) {
-        wait(fd, events);
-        return true;
-    }
-    return errno == EINTR;
-}
-
-bool send_message(int fd, std::string_view message, const waiter& wait)
-{
-    std::string framed;
-    wire::put_string(framed, message);
-    for (std::string_view bytes = framed; !bytes.empty();) {
-        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent < 0 && !is_worth_another_call(fd, POLLOUT, wait)) {
+    while (!bytes.empty()) {
+        const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR) {
             return false;
         }
         bytes.remove_prefix(static_cast<std::size_t>(sent > 0 ? sent : 0));
@@ -52,12 +35,12 @@ bool send_message(int fd, std::string_view message, const waiter& wait)
     return true;
 }
 
-std::optional<std::string> receive(int fd, std::size_t size, const waiter& wait)
+std::optional<std::string> receive(int fd, std::size_t size)
 {
     std::string bytes(size, '\0');
     for (std::size_t done = 0; done < size;) {
-        const ssize_t got = ::recv(fd, bytes.data() + done, size - done, MSG_DONTWAIT);
-        if (got == 0 || (got < 0 && !is_worth_another_call(fd, POLLIN, wait))) {
+        const ssize_t got = ::recv(fd, bytes.data() + done, size - done, 0);
+        if (got == 0 || (got < 0 && errno != EINTR)) {
             return std::nullopt;
         }
         done += static_cast<std::size_t>(got > 0 ? got : 0);
@@ -65,20 +48,38 @@ std::optional<std::string> receive(int fd, std::size_t size, const waiter& wait)
     return bytes;
 }
 
-std::optional<std::string> receive_message(int fd, const waiter& wait)
+bool send_message(int fd, std::string_view message)
 {
-    const auto prefix = receive(fd, 4, wait);
+    std::string framed;
+    wire::put_string(framed, message);
+    return send_all(fd, framed);
+}
+
+std::optional<std::string> receive_message(int fd)
+{
+    const auto prefix = receive(fd, 4);
     if (!prefix) {
         return std::nullopt;
     }
     std::string_view rest = *prefix;
     const std::uint32_t size = wire::take_u32(rest).value_or(0);
-    return size == 0 || size > longest_message ? std::nullopt : receive(fd, size, wait);
+    return size == 0 || size > longest_message ? std::nullopt : receive(fd, size);
+}
+
+/// What takes longer fails with EAGAIN; connecting too. 0 means no limit.
+void limit_time(int fd, std::chrono::milliseconds limit)
+{
+    const timeval time{limit.count() / 1000, limit.count() % 1000 * 1000};
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        if (::setsockopt(fd, SOL_SOCKET, option, &time, sizeof time) != 0) {
+            throw std::system_error(errno, std::generic_category(), "setsockopt");
+        }
+    }
 }
 
 } // namespace
 
-std::optional<agent> agent::open(std::unique_ptr<interruptible_wait> wait)
+std::optional<agent> agent::open(std::stop_token stop, std::chrono::milliseconds limit)
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): read only
     const char* const path = std::getenv("SSH_AUTH_SOCK");
@@ -88,18 +89,28 @@ std::optional<agent> agent::open(std::unique_ptr<interruptible_wait> wait)
     }
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, std::strlen(path));
-    unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket) {
         return std::nullopt;
     }
-    return agent(std::move(socket), std::move(wait));
+    limit_time(socket.get(), limit);
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return std::nullopt;
+    }
+    return agent(std::move(socket), std::move(stop));
 }
 
 std::optional<std::string> agent::ask(std::string_view request)
 {
-    const waiter wait = [this](int fd, short events) { wait_->wait(fd, events); };
-    wait_->restart();
-    return send_message(socket_.get(), request, wait) ? receive_message(socket_.get(), wait) : std::nullopt;
+    const auto end = [fd = socket_.get()] { ::shutdown(fd, SHUT_RDWR); };
+    const std::stop_callback on_stop(stop_, end);
+    errno = 0;
+    auto answer = send_message(socket_.get(), request) ? receive_message(socket_.get()) : std::nullopt;
+    if (!answer) {
+        silent_ = silent_ || errno == EAGAIN;
+        end(); // What comes later answers no other request.
+    }
+    return answer;
 }
 
 std::vector<std::string> agent::keys()
@@ -163,33 +174,17 @@ void agent_bridge::offer(std::string shown, std::string key)
 bool agent_bridge::is_silent()
 {
     const std::lock_guard lock(mutex_);
-    return silent_;
+    return real_.is_silent();
 }
 
+/// libssh waits for each answer without a limit: where the agent gives none, the answer is a failure.
 void agent_bridge::serve(int socket)
 {
-    const waiter wait = [](int fd, short events) {
-        pollfd one{fd, events, 0};
-        ::poll(&one, 1, -1);
-    };
-    while (const auto request = receive_message(socket, wait)) {
-        if (!send_message(socket, answer(*request), wait)) {
+    while (const auto request = receive_message(socket)) {
+        if (!send_message(socket, answer(*request))) {
             return;
         }
     }
-}
-
-/// libssh waits for each answer without a limit: where none comes in time, it is told of a failure.
-std::string agent_bridge::sign(std::string_view request)
-{
-    try {
-        if (auto answer = silent_ ? std::nullopt : real_.ask(request)) {
-            return *std::move(answer);
-        }
-    } catch (const std::exception&) { // `Timeout`, `Cancelled`: what comes later answers no other request.
-        silent_ = true;
-    }
-    return {failure_answer};
 }
 
 std::string agent_bridge::answer(std::string_view request)
@@ -208,7 +203,7 @@ std::string agent_bridge::answer(std::string_view request)
             std::string forwarded(1, sign_request);
             wire::put_string(forwarded, key_);
             forwarded += rest;
-            return sign(forwarded);
+            return real_.ask(forwarded).value_or(std::string(1, failure_answer));
         }
     }
     return {failure_answer};

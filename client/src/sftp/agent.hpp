@@ -1,11 +1,11 @@
 #pragma once
 
-#include "interruptible_wait.hpp"
 #include "unique_fd.hpp"
 
-#include <memory>
+#include <chrono>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -16,29 +16,28 @@ namespace qrftp::sftp {
 /// A connection to the user's SSH agent (draft-ietf-sshm-ssh-agent). One thread at a time.
 class agent {
 public:
-    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none. Each answer may take what
-    /// `wait` allows.
-    static std::optional<agent> open(std::unique_ptr<interruptible_wait> wait);
+    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none. A stop request, and an answer
+    /// that takes longer than `limit`, end the connection.
+    static std::optional<agent> open(std::stop_token stop, std::chrono::milliseconds limit);
 
-    /// The public keys that the agent has, in its order; none where it fails. Throws `Timeout`, `Cancelled`.
+    /// The public keys that the agent has, in its order; none where it fails.
     [[nodiscard]] std::vector<std::string> keys();
 
-    /// Sends a request and returns the answer, both without their length; none where the agent fails. Throws
-    /// `Timeout`, `Cancelled`.
+    /// Sends a request and returns the answer, both without their length; none where the agent fails.
     std::optional<std::string> ask(std::string_view request);
 
+    /// Whether an answer took too long.
+    [[nodiscard]] bool is_silent() const { return silent_; }
+
 private:
-    agent(unique_fd socket, std::unique_ptr<interruptible_wait> wait)
-        : socket_(std::move(socket)), wait_(std::move(wait))
-    {
-    }
+    agent(unique_fd socket, std::stop_token stop) : socket_(std::move(socket)), stop_(std::move(stop)) {}
 
     unique_fd socket_;
-    std::unique_ptr<interruptible_wait> wait_;
+    std::stop_token stop_;
+    bool silent_ = false;
 };
 
-/// Stands between libssh and the agent, so that libssh sees one key at a time: the one that is offered. A stop
-/// request or the end of the time allowed ends what the agent is asked, such as to wait for a touch.
+/// Stands between libssh and the agent, so that libssh sees one key at a time: the one that is offered.
 class agent_bridge {
 public:
     explicit agent_bridge(agent real);
@@ -58,11 +57,9 @@ public:
 private:
     void serve(int socket);
     std::string answer(std::string_view request);
-    std::string sign(std::string_view request);
     void end_thread();
 
     agent real_;
-    bool silent_ = false;
     std::mutex mutex_;
     std::string shown_;
     std::string key_;

@@ -35,15 +35,6 @@ std::string names_of(unsigned methods)
     return names;
 }
 
-std::string name_of(const identity& one)
-{
-    const std::string key = one.file.empty()
-                                ? host_key{{}, std::string(type_of_key(one.key)), one.key}.fingerprint()
-                                : one.file.string();
-    return fmt::format("{}key {}{}", one.in_agent ? "the agent's " : "", key,
-                       one.certificate.empty() ? "" : " with its certificate");
-}
-
 } // namespace
 
 authentication::authentication(const ssh_settings& settings, const session_options& options)
@@ -57,19 +48,17 @@ authentication::authentication(const ssh_settings& settings, const session_optio
 /// Returns the agent's keys. Goes on without an agent that does not answer.
 std::vector<std::string> authentication::open_agent()
 {
-    auto real = agent::open(
-        std::make_unique<interruptible_wait>(settings_.server, options_.stop, settings_.connect_timeout));
-    if (!real) {
-        return {};
+    auto real = agent::open(options_.stop, settings_.connect_timeout);
+    auto keys = real ? real->keys() : std::vector<std::string>();
+    if (options_.stop.stop_requested()) {
+        throw Cancelled(settings_.server);
     }
-    try {
-        auto keys = real->keys();
-        agent_ = std::make_unique<agent_bridge>(std::move(*real));
-        return keys;
-    } catch (const Timeout&) {
+    if (real && real->is_silent()) {
         warn_of_silent_agent();
-        return {};
+    } else if (real) {
+        agent_ = std::make_unique<agent_bridge>(std::move(*real));
     }
+    return keys;
 }
 
 void authentication::warn_of_silent_agent() const
@@ -148,7 +137,7 @@ authentication::result authentication::judge(int libssh_result)
     }
 }
 
-authentication::result authentication::note(const std::string& tried, result outcome)
+authentication::result authentication::note(const std::string& tried, result outcome, const std::string& which)
 {
     static constexpr std::array words{"accepted", "accepted, but not enough", "refused",
                                       "the connection ended"};
@@ -156,10 +145,10 @@ authentication::result authentication::note(const std::string& tried, result out
     const std::string line = fmt::format(
         "{}: {}", tried, reason.empty() ? words.at(static_cast<std::size_t>(outcome)) : reason.c_str());
     if (is_traced(trace_level::dialogue)) {
-        trace_line(fmt::format("< LOGIN {}", line));
+        trace_line(fmt::format("< LOGIN {}{}", line, which));
     }
-    if (outcome == result::refused && std::find(refusals_.begin(), refusals_.end(), line) == refusals_.end()) {
-        refusals_.push_back(line);
+    if (outcome == result::refused && refusals_.find(line) == std::string::npos) {
+        refusals_ += line + "; ";
     }
     return outcome;
 }
@@ -194,19 +183,9 @@ authentication::result authentication::try_next_method()
     refuse(fmt::format("it accepts {}{}", names_of(offered), next_ == 0 ? "; no key was tried" : ""));
 }
 
-/// With what was refused before, of many keys the first and the last.
 void authentication::refuse(const std::string& why) const
 {
-    constexpr std::size_t most = 4;
-    std::string text;
-    for (std::size_t i = 0; i < refusals_.size(); ++i) {
-        if (i + 1 == most && refusals_.size() > most) {
-            text += fmt::format("{} more; ", refusals_.size() - most);
-            i = refusals_.size() - 1;
-        }
-        text += refusals_[i] + "; ";
-    }
-    throw LoginRefused(settings_.server, {0, text + why});
+    throw LoginRefused(settings_.server, {0, refusals_ + why});
 }
 
 authentication::result authentication::try_keys()
@@ -217,7 +196,10 @@ authentication::result authentication::try_keys()
             break;
         }
         const identity& one = identities_[next_++];
-        const result outcome = note(name_of(one), try_key(one));
+        const std::string print = host_key{{}, {}, one.key}.fingerprint();
+        const result outcome = one.in_agent
+                                   ? note("keys of the agent", try_agent_key(one), fmt::format(" ({})", print))
+                                   : note("key " + one.file.string(), try_file_key(one));
         if (outcome == result::closed && refused_) {
             --next_; // Some servers close after the last refusal, some in its place.
         }
@@ -228,11 +210,6 @@ authentication::result authentication::try_keys()
     return result::refused;
 }
 
-authentication::result authentication::try_key(const identity& one)
-{
-    return one.in_agent ? try_agent_key(one) : try_file_key(one);
-}
-
 authentication::result authentication::try_agent_key(const identity& one)
 {
     if (agent_->is_silent()) {
@@ -241,6 +218,7 @@ authentication::result authentication::try_agent_key(const identity& one)
     }
     agent_->offer(one.certificate.empty() ? one.key : one.certificate, one.key);
     const result outcome = judge(request([&] { return ssh_userauth_agent(connection_->get(), nullptr); }));
+    reason_ = reason_.empty() ? "" : "the agent did not sign"; // libssh's words: out of memory
     if (agent_->is_silent()) {
         warn_of_silent_agent();
     }

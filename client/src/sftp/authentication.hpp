@@ -32,7 +32,6 @@ private:
     std::vector<std::string> open_agent();
     void warn_of_silent_agent() const;
     result try_keys();
-    result try_key(const identity& one);
     result try_agent_key(const identity& one);
     result try_file_key(const identity& one);
     result try_interactive();
@@ -45,7 +44,7 @@ private:
     int request(Call call);
     result judge(int libssh_result);
     /// Traces what was tried, and remembers a refusal.
-    result note(const std::string& tried, result outcome);
+    result note(const std::string& tried, result outcome, const std::string& which = {});
     bool can_go_on_with_another_connection() const;
 
     /// The private key; null where the user does not unlock it.
@@ -72,7 +71,7 @@ private:
     bool refused_ = false; ///< the server refused something over this connection
     std::string closing_words_;
     std::string reason_; ///< why a key was not shown to the server
-    std::vector<std::string> refusals_;
+    std::string refusals_;
 };
 
 } // namespace qrftp::sftp
