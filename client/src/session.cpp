@@ -1,3 +1,4 @@
+#include "login_callbacks.hpp"
 #include "protocol.hpp"
 #include "random_reader.hpp"
 #include "refusal.hpp"
@@ -14,32 +15,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <utility>
 
 namespace qrftp {
 
 namespace {
-
-/// Makes the answers of the user good for further connections of the session: what was asked once is not asked
-/// again.
-void remember_answers(session_options& options)
-{
-    if (options.ask_password) {
-        struct memory {
-            std::mutex mutex;
-            std::optional<std::string> password;
-        };
-        options.ask_password = [ask = std::move(options.ask_password),
-                                known = std::make_shared<memory>()](unsigned attempt) {
-            const std::lock_guard lock(known->mutex);
-            if (attempt > 0 || !known->password) {
-                known->password = ask(attempt);
-            }
-            return known->password;
-        };
-    }
-}
 
 listing list_all(protocol& server, const std::string& path)
 {
@@ -94,7 +74,7 @@ const session_options& session_access::options(const session& opened)
 
 session::session(const url& server, session_options options) : state_(std::make_unique<state>())
 {
-    remember_answers(options);
+    share_callbacks(options);
     state_->location = server;
     state_->options = std::move(options);
     state_->server = protocol::open(state_->location, state_->options);

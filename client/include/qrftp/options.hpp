@@ -61,7 +61,11 @@ struct ssh_config_files {
     std::optional<std::filesystem::path> only{};
 };
 
-/// How to reach a server and log in. Callbacks run on the thread that uses the session.
+/// How to reach a server and log in.
+///
+/// Callbacks are called one at a time, on the thread that uses the session or, when a transfer opens further
+/// connections, on those of the library. They must not use the session. A password or pass phrase that was
+/// asked for once serves the session's other connections too.
 struct session_options {
     /// Else the URL's; else SFTP: that of ssh_config or the account's name, FTP: "anonymous".
     std::string user{};
