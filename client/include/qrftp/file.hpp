@@ -25,8 +25,8 @@ struct file_range {
 ///
 /// SFTP: READs over the connection of the session, of which many may be under way. FTP: a login of its own,
 /// which fetches ahead of what is read and begins anew (REST) where another place is asked for. One thread at a
-/// time, the one that uses the session; the session must outlive it. A file that was closed or moved from
-/// throws `Closed`.
+/// time, the one that uses the session. A file that was closed or moved from throws `Closed`, and so does one
+/// over SFTP whose session was closed.
 class QRFTPCLIENT_EXPORT remote_file {
 public:
     explicit remote_file(std::unique_ptr<random_reader> reader);

@@ -97,27 +97,27 @@ private:
 file_reader::file_reader(connection_function connected, std::string path)
     : connected_(std::move(connected)), path_(std::move(path))
 {
-    open(connected_());
+    open(connected_(true));
 }
 
 file_reader::~file_reader()
 {
     try {
-        const connection at = connected_();
-        if (at.number == number_) {
-            at.server.call(packet_type::close, handle_);
+        const auto server = connected_(false);
+        if (server && server == opened_at_.lock()) {
+            server->call(packet_type::close, handle_);
         }
     } catch (...) { // NOLINT(bugprone-empty-catch): the server closes what a connection had open
     }
 }
 
-void file_reader::open(const connection& at)
+void file_reader::open(const std::shared_ptr<pipeline>& server)
 {
-    const reply opened = at.server.call(packet_type::open, path_, open_flag::read, attributes());
+    const reply opened = server->call(packet_type::open, path_, open_flag::read, attributes());
     opened.check(path_);
     handle_ = opened.handle();
-    number_ = at.number;
-    const reply status = at.server.call(packet_type::fstat, handle_);
+    opened_at_ = server;
+    const reply status = server->call(packet_type::fstat, handle_);
     if (status.is_status()) {
         return; // A server may tell nothing about open files.
     }
@@ -158,12 +158,12 @@ std::vector<std::string> file_reader::read(std::span<const file_range> ranges)
 void file_reader::read_all(range_reads& wanted)
 {
     for (bool again = false;; again = true) {
-        const connection at = connected_();
+        const auto server = connected_(true);
         try {
-            if (at.number != number_) {
-                open(at);
+            if (server != opened_at_.lock()) {
+                open(server);
             }
-            wanted.run(at.server, handle_);
+            wanted.run(*server, handle_);
             return;
         } catch (const ConnectionLost&) {
             if (again) {
