@@ -219,6 +219,16 @@ TEST(Transfer, AsksForNothingThatTheTreeKnows)
     EXPECT_EQ(looks(again), 1U) << "only what is replaced may have a mode to keep";
 }
 
+TEST(Transfer, ReadsOnWhereReadingFailedOnce)
+{
+    client_stage t({{"RETR", denied, 1}});
+    auto file = t.open().open("f");
+    std::string bytes(6, '?');
+    EXPECT_EQ(error_of_client([&] { (void)file.read(0, bytes); }), "PermissionDenied");
+    EXPECT_EQ(file.read(0, bytes), 6U);
+    EXPECT_EQ(bytes, "remote");
+}
+
 TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)
 {
     using qrftp::hash_algorithm;
