@@ -118,8 +118,8 @@ error::error(std::string_view sentence, error_cause why, std::string subject, co
              response said)
 {
     // A server may repeat what it was sent, the password included. Without a code the words are our own.
-    const std::string message = said.code == 0 ? said.message : masked(said.message);
-    const std::string words = message.empty() ? "" : fmt::format(" ({})", escape(message));
+    said.message = said.code == 0 ? std::move(said.message) : masked(said.message);
+    const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(said.message));
     std::string text = fmt::format(fmt::runtime(sentence), escape(subject), escape(reason), words);
     details_ =
         std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(text)});

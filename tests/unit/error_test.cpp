@@ -33,6 +33,7 @@ TEST(Error, FillsItsSentenceOnceAndHidesSecrets)
                  R"(The connection broke while fetching "f"; nothing was kept. Run it again.)");
     mask_secret("hush-hush");
     EXPECT_STREQ(IsFolder("d", {550, "hush-hush?"}).what(), "\"d\" is a folder (****?).");
+    EXPECT_EQ(IsFolder("d", {550, "hush-hush?"}).server_message(), "****?");
     EXPECT_STREQ(IsFolder("hush-hush", {0, "our words: hush-hush"}).what(),
                  "\"hush-hush\" is a folder (our words: hush-hush).");
 }

@@ -71,7 +71,8 @@ public:
     [[nodiscard]] const std::string& path() const noexcept;
     /// FTP: the server's reply code. SFTP: its status code. 0 when the server said nothing.
     [[nodiscard]] long reply_code() const noexcept;
-    /// The server's own words, else those of the library that met the failure; may be empty.
+    /// The server's own words, byte for byte but for secrets (`masked`), else those of the library that met the
+    /// failure; may be empty.
     [[nodiscard]] const std::string& server_message() const noexcept;
 
 protected:
