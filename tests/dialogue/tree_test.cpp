@@ -2,10 +2,13 @@
 
 #include "client_stage.hpp"
 
+#include <array>
 #include <atomic>
+#include <ctime>
 #include <gmock/gmock.h>
 
 using namespace support;
+using namespace std::literals;
 using namespace testing;
 
 namespace {
@@ -156,5 +159,23 @@ TEST(Tree, IsCancelledByItsProgress)
         EXPECT_LT(files_in(tree.t.local / "tree").size(), static_cast<std::size_t>(number_of_files));
         EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
         EXPECT_EQ(client.list("tree").entries.size(), number_of_files / 2 + 1U); // the session serves on
+    }
+}
+
+TEST(Tree, CleaningUpLeavesWhatMayBeUnderWayWhateverClockTheServerHas)
+{
+    const auto ago = [](const char* format, std::chrono::seconds age) {
+        const std::time_t then = std::time(nullptr) - age.count();
+        std::array<char, 40> text{};
+        return std::string(text.data(), std::strftime(text.data(), text.size(), format, std::gmtime(&then)));
+    };
+    for (const auto& [age, sent] : {std::pair(1min, ""), {61min, "DELE ~T1"}}) {
+        client_stage t(
+            {{"FEAT", answer::reply("211 none")}, {"MDTM", answer::reply(ago("213 %Y%m%d%H%M%S", age))}});
+        const std::string west = ago("-rw-r--r-- 1 u u 1 %b %d %H:%M", age + 10h);
+        t.peer.body("LIST", west + " .qrftp-0123456789abcdef.part\r\n");
+        EXPECT_THAT(clean_up(t.open(), ".", std::chrono::seconds::max()), IsEmpty());
+        clean_up(*t.client, ".", 1h);
+        EXPECT_EQ(t.sent({"DELE"}), sent);
     }
 }
