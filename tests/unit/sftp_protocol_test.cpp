@@ -147,6 +147,16 @@ TEST_F(SftpProtocol, CarriesOutManyChangesAcrossABreak)
     EXPECT_THAT(peer.nodes, SizeIs(301));
 }
 
+TEST_F(SftpProtocol, SetsNoTimeThatCannotBeSaid)
+{
+    peer.nodes["/f"] = {"x"};
+    for (const auto time : {-1s, 4294967296s}) {
+        const file_facts facts{.modified = std::chrono::sys_seconds(time)};
+        EXPECT_EQ(support::error_of_client([&] { server().require_facts("/f", facts); }), "NotSupported");
+    }
+    EXPECT_EQ(peer.nodes["/f"].modified, 0U);
+}
+
 TEST_F(SftpProtocol, OpensNoConnectionToCloseAFileAndOutlivesNoSession)
 {
     std::array<char, 3> buffer{};

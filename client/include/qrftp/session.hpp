@@ -137,7 +137,7 @@ public:
     void set_permissions(const std::string& path, std::filesystem::perms mode);
     /// Gives a file or folder this modification time; a link is followed. FTP: MFMT, else MDTM with the time
     /// before the name. SFTP: SETSTAT, which sets the access time too. Throws `NotFound`, `PermissionDenied`,
-    /// `NotSupported`.
+    /// `NotSupported` (also for times that cannot be sent: FTP before 1970 and after 9999, SFTP after 2106).
     void set_modification_time(const std::string& path, std::chrono::sys_seconds time);
 
     /// Makes a symbolic link at `path` that says `target`, which is seen from the link's folder. SFTP: SYMLINK,
