@@ -21,6 +21,20 @@ namespace qrftp {
 
 namespace {
 
+/// Longer limits than clocks can count are as good as a hundred years.
+void check_limits_of_time(session_options& options)
+{
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24) * 365 * 100;
+    for (const auto& [name, limit] : {std::pair("connect_timeout", &options.connect_timeout),
+                                      {"stall_timeout", &options.stall_timeout},
+                                      {"total_timeout", &options.total_timeout}}) {
+        if (limit->count() < 0) {
+            throw InvalidOption(name, "it is negative");
+        }
+        *limit = std::min(*limit, longest);
+    }
+}
+
 listing list_all(protocol& server, const std::string& path)
 {
     listing result;
@@ -74,6 +88,7 @@ const session_options& session_access::options(const session& opened)
 
 session::session(const url& server, session_options options) : state_(std::make_unique<state>())
 {
+    check_limits_of_time(options);
     share_callbacks(options);
     state_->location = server;
     state_->options = std::move(options);

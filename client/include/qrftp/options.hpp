@@ -134,6 +134,9 @@ struct session_options {
     /// Told what is worth knowing and no failure: a key was added, a file could not be written.
     std::function<void(const std::string& sentence)> on_warning{};
 
+    /// Limits each step of connecting and logging in; 0 means no limit over SFTP and libcurl's own over FTP.
+    /// SFTP: these 30 s give way to ConnectTimeout of ssh_config. A negative limit of time is an
+    /// `InvalidOption`.
     std::chrono::milliseconds connect_timeout = std::chrono::seconds(30);
     /// Gives up a request when nothing moves for so long; 0 means never.
     std::chrono::milliseconds stall_timeout = std::chrono::seconds(60);
