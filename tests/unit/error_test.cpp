@@ -14,6 +14,9 @@ TEST(Error, IsCaughtByItsClassAndByItsRoot)
     try {
         thrown();
     } catch (const error& caught) {
+        NotFound source("f");
+        const NotFound moved = std::move(source);
+        EXPECT_STREQ(source.what(), moved.what());
         const error copy = caught;
         EXPECT_EQ(copy.cause(), error_cause::not_found);
         EXPECT_EQ(copy.name(), "NotFound");
