@@ -67,7 +67,7 @@ constexpr std::array<description, 33> descriptions{{
      R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
     {error_cause::local_file, "LocalFileError", R"(The local file "{0}" cannot be used: {1}.)"},
     {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
-    {error_cause::closed, "Closed", R"(The session is closed.)"},
+    {error_cause::closed, "Closed", R"(The {0} is closed.)"},
 }};
 
 constexpr bool is_in_order()

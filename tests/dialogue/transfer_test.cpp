@@ -227,6 +227,9 @@ TEST(Transfer, ReadsOnWhereReadingFailedOnce)
     EXPECT_EQ(error_of_client([&] { (void)file.read(0, bytes); }), "PermissionDenied");
     EXPECT_EQ(file.read(0, bytes), 6U);
     EXPECT_EQ(bytes, "remote");
+    EXPECT_THAT(file.read(std::vector<qrftp::file_range>{{1, ~0ULL}}), ElementsAre("emote"));
+    file.close();
+    EXPECT_THAT([&] { (void)file.size(); }, ThrowsMessage<qrftp::Closed>("The file is closed."));
 }
 
 TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)

@@ -169,6 +169,8 @@ TEST_F(SftpProtocol, OpensNoConnectionToCloseAFileAndOutlivesNoSession)
     peer.intercept = nullptr;
     file = server().open_reader("/f");
     EXPECT_EQ(file->read(0, buffer), 3U);
+    const std::uint64_t most = ~std::uint64_t{0};
+    EXPECT_THAT(file->read(std::vector<file_range>{{1, most}, {most, 9}}), ElementsAre("emote", ""));
     opened.reset();
     EXPECT_EQ(support::error_of_client([&] { (void)file->read(0, buffer); }), "Closed");
 }

@@ -197,7 +197,7 @@ QRFTP_ERROR(EmptySource, empty_source);
 QRFTP_ERROR_WITH_REASON(TooManyRemovals, too_many_removals);
 /// The caller asked for the end: by the stop token or by a callback that returned false.
 QRFTP_ERROR(Cancelled, cancelled);
-/// The session was closed, or moved from.
+/// The session or the open file was closed, or moved from.
 QRFTP_ERROR(Closed, closed);
 
 /// A local file or folder could not be opened, read or written.

@@ -41,7 +41,8 @@ public:
     /// Fills `buffer` from `offset` on, as far as the file goes; returns how much that was. Throws
     /// `ConnectionLost`, `Timeout`, `Cancelled`, `Refused`.
     [[nodiscard]] std::size_t read(std::uint64_t offset, std::span<char> buffer);
-    /// Several parts, each as far as the file goes, in the order in which they were asked for.
+    /// Several parts, each as far as the file goes, in the order in which they were asked for. Only what there
+    /// is takes memory, however long a part is said to be.
     [[nodiscard]] std::vector<std::string> read(std::span<const file_range> ranges);
     void close() noexcept;
 

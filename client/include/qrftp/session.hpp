@@ -35,8 +35,9 @@ enum class list_order { as_sent, by_name };
 /// Remote names are bytes. A relative one is seen from the working folder, which this object keeps: the server
 /// only ever gets absolute names. "." and ".." segments are resolved before anything is sent.
 ///
-/// One thread at a time; several objects side by side. A session that was closed or moved from throws `Closed`
-/// from every member but `close`, assignment and destruction.
+/// One thread at a time; several objects side by side. Callbacks must not use the session that calls them. A
+/// session that was closed or moved from throws `Closed` from every member but `close`, assignment and
+/// destruction.
 ///
 /// Every member that names something throws `InvalidName`, before anything is sent, for a name that the
 /// protocol cannot carry: with NUL; over FTP with CR, LF or the byte 255. Every request may throw
@@ -121,8 +122,9 @@ public:
     /// nobody can say after a break whose folder is there.
     void make_folder(const std::string& path, bool parents = false);
     /// RMD (SFTP: RMDIR). With `recursive`, removes what is in it first; links are removed, not followed.
-    /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; `PermissionDenied`, before anything is
-    /// sent, for the root folder with `recursive`.
+    /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; the last one, before anything is sent,
+    /// for `recursive` with the folder of the login, the working folder, or one that holds either, as the root
+    /// does.
     void remove_folder(const std::string& path, bool recursive = false);
     /// DELE (SFTP: REMOVE). Throws `NotFound`, `IsFolder`, `PermissionDenied`.
     void remove_file(const std::string& path);

@@ -144,13 +144,20 @@ std::vector<std::string> file_reader::read(std::span<const file_range> ranges)
     std::vector<range_reads::range> parts;
     results.reserve(ranges.size());
     for (const file_range& each : ranges) {
-        std::string& bytes = results.emplace_back(each.length, '\0');
+        const std::uint64_t known = std::max(size_.value_or(0), each.offset) - each.offset;
+        const std::uint64_t countable = std::numeric_limits<std::uint64_t>::max() - each.offset;
+        std::string& bytes =
+            results.emplace_back(std::min({each.length, std::max(known, read_step), countable}), '\0');
         parts.push_back({each.offset, bytes, bytes.size()});
     }
     range_reads wanted(std::move(parts), path_);
     read_all(wanted);
     for (std::size_t i = 0; i < results.size(); ++i) {
+        const std::uint64_t room = results[i].size();
         results[i].resize(wanted.length(i));
+        if (results[i].size() == room && room < ranges[i].length) {
+            results[i] += read_on(ranges[i].offset + room, ranges[i].length - room);
+        }
     }
     return results;
 }
