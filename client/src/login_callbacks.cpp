@@ -10,38 +10,30 @@ namespace qrftp {
 
 namespace {
 
-namespace fs = std::filesystem;
+using std::filesystem::path;
 using secret = std::optional<std::string>;
 
-std::function<secret(unsigned)> remember_password(std::function<secret(unsigned)> ask)
+std::function<secret(unsigned)> remembering(std::function<secret(unsigned)> ask)
 {
     return [ask = std::move(ask), known = std::make_shared<secret>()](unsigned attempt) {
-        if (attempt > 0 || !*known) {
-            *known = ask(attempt);
-        }
-        return *known;
+        return attempt > 0 || !*known ? *known = ask(attempt) : *known;
     };
 }
 
-std::function<secret(const fs::path&)> remember_pass_phrases(std::function<secret(const fs::path&)> ask)
+/// Each connection has a copy of its own: what that asks for once more was wrong.
+std::function<secret(const path&)> remembering(std::function<secret(const path&)> ask)
 {
-    using known_phrases = std::map<fs::path, secret>;
-    // Each connection has a copy of its own: what that asks for once more was wrong.
-    return [ask = std::move(ask), known = std::make_shared<known_phrases>(),
-            asked = std::set<fs::path>()](const fs::path& key) mutable {
+    return [ask = std::move(ask), known = std::make_shared<std::map<path, secret>>(),
+            asked = std::set<path>()](const path& key) mutable {
         secret& phrase = (*known)[key];
-        if (!asked.insert(key).second || !phrase) {
-            phrase = ask(key);
-        }
-        return phrase;
+        return !asked.insert(key).second || !phrase ? phrase = ask(key) : phrase;
     };
 }
 
-/// Recursive, since a callback may log in once more (`session::clone`).
-using lock_ptr = std::shared_ptr<std::recursive_mutex>;
-
+/// The lock is recursive, since a callback may log in once more (`session::clone`).
 template <class Result, class... Arguments>
-void serialise(std::function<Result(Arguments...)>& callback, const lock_ptr& one_at_a_time)
+void serialise(std::function<Result(Arguments...)>& callback,
+               const std::shared_ptr<std::recursive_mutex>& one_at_a_time)
 {
     if (callback) {
         callback = [call = std::move(callback), one_at_a_time](Arguments... arguments) {
@@ -55,19 +47,16 @@ void serialise(std::function<Result(Arguments...)>& callback, const lock_ptr& on
 
 void share_callbacks(session_options& options)
 {
+    const auto one_at_a_time = std::make_shared<std::recursive_mutex>();
+    const auto share = [&](auto&... callbacks) { (serialise(callbacks, one_at_a_time), ...); };
     if (options.ask_password) {
-        options.ask_password = remember_password(std::move(options.ask_password));
+        options.ask_password = remembering(std::move(options.ask_password));
     }
     if (options.ask_pass_phrase) {
-        options.ask_pass_phrase = remember_pass_phrases(std::move(options.ask_pass_phrase));
+        options.ask_pass_phrase = remembering(std::move(options.ask_pass_phrase));
     }
-    const auto one_at_a_time = std::make_shared<std::recursive_mutex>();
-    serialise(options.ask_password, one_at_a_time);
-    serialise(options.ask_pass_phrase, one_at_a_time);
-    serialise(options.answer_prompts, one_at_a_time);
-    serialise(options.confirm_certificate, one_at_a_time);
-    serialise(options.confirm_host_key, one_at_a_time);
-    serialise(options.on_warning, one_at_a_time);
+    share(options.ask_password, options.ask_pass_phrase, options.answer_prompts, options.confirm_certificate,
+          options.confirm_host_key, options.on_warning);
 }
 
 } // namespace qrftp

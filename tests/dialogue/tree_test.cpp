@@ -2,9 +2,8 @@
 
 #include "client_stage.hpp"
 
-#include <array>
 #include <atomic>
-#include <ctime>
+#include <fmt/chrono.h>
 #include <gmock/gmock.h>
 
 using namespace support;
@@ -164,15 +163,11 @@ TEST(Tree, IsCancelledByItsProgress)
 
 TEST(Tree, CleaningUpLeavesWhatMayBeUnderWayWhateverClockTheServerHas)
 {
-    const auto ago = [](const char* format, std::chrono::seconds age) {
-        const std::time_t then = std::time(nullptr) - age.count();
-        std::array<char, 40> text{};
-        return std::string(text.data(), std::strftime(text.data(), text.size(), format, std::gmtime(&then)));
-    };
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
     for (const auto& [age, sent] : {std::pair(1min, ""), {61min, "DELE ~T1"}}) {
-        client_stage t(
-            {{"FEAT", answer::reply("211 none")}, {"MDTM", answer::reply(ago("213 %Y%m%d%H%M%S", age))}});
-        const std::string west = ago("-rw-r--r-- 1 u u 1 %b %d %H:%M", age + 10h);
+        const auto exact = answer::reply(fmt::format("213 {:%Y%m%d%H%M%S}", now - age));
+        client_stage t({{"FEAT", answer::reply("211 none")}, {"MDTM", exact}});
+        const std::string west = fmt::format("-rw-r--r-- 1 u u 1 {:%b %d %H:%M}", now - age - 10h);
         t.peer.body("LIST", west + " .qrftp-0123456789abcdef.part\r\n");
         EXPECT_THAT(clean_up(t.open(), ".", std::chrono::seconds::max()), IsEmpty());
         clean_up(*t.client, ".", 1h);

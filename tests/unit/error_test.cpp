@@ -1,6 +1,4 @@
 #include <gmock/gmock.h>
-#include <openssl/evp.h>
-#include <qrftp/checksum.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
@@ -41,13 +39,6 @@ TEST(Error, FillsItsSentenceOnceAndHidesSecrets)
     EXPECT_EQ(IsFolder("d", {550, "hush-hush?"}).server_message(), "****?");
     EXPECT_STREQ(IsFolder("hush-hush", {0, "our words: hush-hush"}).what(),
                  "\"hush-hush\" is a folder (our words: hush-hush).");
-}
-
-TEST(Error, OfAForbiddenChecksumIsNoLackOfMemory)
-{
-    EVP_default_properties_enable_fips(nullptr, 1);
-    EXPECT_THROW((void)checksum_of("/etc/passwd", hash_algorithm::md5), InvalidOption);
-    EVP_default_properties_enable_fips(nullptr, 0);
 }
 
 TEST(Error, OfLocalFilesSaysWhatTheSystemSaid)

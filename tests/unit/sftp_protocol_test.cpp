@@ -3,13 +3,11 @@
 #include <client_error.hpp>
 #include <local_files.hpp>
 #include <memory_files.hpp>
-#include <random_reader.hpp>
 #include <sftp_peer.hpp>
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <array>
 
 using namespace qrftp;
 using namespace qrftp::sftp;
@@ -145,34 +143,6 @@ TEST_F(SftpProtocol, CarriesOutManyChangesAcrossABreak)
     EXPECT_EQ(std::unique(ended.begin(), ended.end()) - ended.begin(), 300) << "each is told of once";
     EXPECT_THAT(ended, SizeIs(300));
     EXPECT_THAT(peer.nodes, SizeIs(301));
-}
-
-TEST_F(SftpProtocol, SetsNoTimeThatCannotBeSaid)
-{
-    peer.nodes["/f"] = {"x"};
-    for (const auto time : {-1s, 4294967296s}) {
-        const file_facts facts{.modified = std::chrono::sys_seconds(time)};
-        EXPECT_EQ(support::error_of_client([&] { server().require_facts("/f", facts); }), "NotSupported");
-    }
-    EXPECT_EQ(peer.nodes["/f"].modified, 0U);
-}
-
-TEST_F(SftpProtocol, OpensNoConnectionToCloseAFileAndOutlivesNoSession)
-{
-    std::array<char, 3> buffer{};
-    peer.nodes["/f"] = {"remote"};
-    auto file = server().open_reader("/f");
-    peer.intercept = [](const sftp_peer::request&) { return std::optional<std::string>(""); };
-    EXPECT_EQ(support::error_of_client([&] { server().ping(); }), "Timeout");
-    file.reset();
-    EXPECT_EQ(connections, 1);
-    peer.intercept = nullptr;
-    file = server().open_reader("/f");
-    EXPECT_EQ(file->read(0, buffer), 3U);
-    const std::uint64_t most = ~std::uint64_t{0};
-    EXPECT_THAT(file->read(std::vector<file_range>{{1, most}, {most, 9}}), ElementsAre("emote", ""));
-    opened.reset();
-    EXPECT_EQ(support::error_of_client([&] { (void)file->read(0, buffer); }), "Closed");
 }
 
 TEST_F(SftpFolders, AreListedManyAtOnce)

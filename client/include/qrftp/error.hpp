@@ -64,7 +64,6 @@ public:
     error(error_cause why, std::string subject, const std::string& reason = {}, response said = {});
     error(const error&) noexcept = default; // Moves are copies: what was moved from still says what happened.
     error& operator=(const error&) noexcept = default;
-    ~error() override = default;
 
     [[nodiscard]] const char* what() const noexcept override;
     [[nodiscard]] error_cause cause() const noexcept;

@@ -29,7 +29,6 @@ struct file_range {
 /// over SFTP whose session was closed.
 class QRFTPCLIENT_EXPORT remote_file {
 public:
-    explicit remote_file(std::unique_ptr<random_reader> reader);
     remote_file(remote_file&& other) noexcept;
     remote_file& operator=(remote_file&& other) noexcept;
     remote_file(const remote_file&) = delete;
@@ -47,6 +46,9 @@ public:
     void close() noexcept;
 
 private:
+    friend class session;
+
+    explicit remote_file(std::unique_ptr<random_reader> reader);
     [[nodiscard]] random_reader& opened() const;
 
     std::unique_ptr<random_reader> reader_;

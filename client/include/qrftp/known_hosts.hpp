@@ -50,7 +50,6 @@ public:
     explicit known_hosts(std::string_view text);
     known_hosts(const known_hosts&) noexcept = default; // Moves are copies.
     known_hosts& operator=(const known_hosts&) noexcept = default;
-    ~known_hosts() = default;
 
     /// A missing file is an empty one. Throws `LocalFileError`.
     [[nodiscard]] static known_hosts read(const std::filesystem::path& file);

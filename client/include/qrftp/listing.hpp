@@ -9,8 +9,17 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qrftp {
+
+/// The entries of a folder.
+struct listing {
+    std::vector<entry> entries{};
+    std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
+};
+
+enum class list_order { as_sent, by_name };
 
 enum class listing_format {
     mlsd, ///< the facts of RFC 3659, 7.2

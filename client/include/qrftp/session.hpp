@@ -5,6 +5,7 @@
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
+#include <qrftp/listing.hpp>
 #include <qrftp/options.hpp>
 #include <qrftp/server_info.hpp>
 #include <qrftp/transfer.hpp>
@@ -21,14 +22,6 @@
 #include <vector>
 
 namespace qrftp {
-
-/// The entries of a folder.
-struct listing {
-    std::vector<entry> entries{};
-    std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
-};
-
-enum class list_order { as_sent, by_name };
 
 /// A login on one FTP or SFTP server, with a working folder.
 ///

@@ -67,9 +67,7 @@ void trace_libraries(bool on)
 {
     static foundation::log::level_mask before = 0;
     auto& logger = zorbel::io::ftp::core::getLogger();
-    if (on) {
-        before = logger.enabled_levels();
-    }
+    before = on ? logger.enabled_levels() : before;
     logger.enable_levels(on ? before | level::info : before);
 }
 

@@ -28,10 +28,8 @@ void trace_libraries(bool on)
 {
     static ssh_logging_callback callback_before = nullptr;
     static int level_before = SSH_LOG_NONE;
-    if (on) {
-        callback_before = ssh_get_log_callback();
-        level_before = ssh_get_log_level();
-    }
+    callback_before = on ? ssh_get_log_callback() : callback_before;
+    level_before = on ? ssh_get_log_level() : level_before;
     ssh_set_log_callback(on ? &log : callback_before);
     ssh_set_log_level(on ? SSH_LOG_PROTOCOL : level_before);
 }
