@@ -1,9 +1,10 @@
+#include "login_callbacks.hpp"
 #include "protocol.hpp"
 #include "random_reader.hpp"
 #include "refusal.hpp"
 #include "remote_path.hpp"
+#include "replace.hpp"
 #include "session_access.hpp"
-#include "transfer/replace.hpp"
 #include "transfer/single_file.hpp"
 #include "transfer/stream_reader.hpp"
 #include "transfer/verify.hpp"
@@ -14,30 +15,23 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <utility>
 
 namespace qrftp {
 
 namespace {
 
-/// Makes the answers of the user good for further connections of the session: what was asked once is not asked
-/// again.
-void remember_answers(session_options& options)
+/// Longer limits than clocks can count are as good as a hundred years.
+void check_limits_of_time(session_options& options)
 {
-    if (options.ask_password) {
-        struct memory {
-            std::mutex mutex;
-            std::optional<std::string> password;
-        };
-        options.ask_password = [ask = std::move(options.ask_password),
-                                known = std::make_shared<memory>()](unsigned attempt) {
-            const std::lock_guard lock(known->mutex);
-            if (attempt > 0 || !known->password) {
-                known->password = ask(attempt);
-            }
-            return known->password;
-        };
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24) * 365 * 100;
+    for (const auto& [name, limit] : {std::pair("connect_timeout", &options.connect_timeout),
+                                      {"stall_timeout", &options.stall_timeout},
+                                      {"total_timeout", &options.total_timeout}}) {
+        if (limit->count() < 0) {
+            throw InvalidOption(name, "it is negative");
+        }
+        *limit = std::min(*limit, longest);
     }
 }
 
@@ -101,7 +95,8 @@ const session_options& session_access::options(const session& opened)
 
 session::session(const url& server, session_options options) : state_(std::make_unique<state>())
 {
-    remember_answers(options);
+    check_limits_of_time(options);
+    share_callbacks(options);
     state_->location = server;
     state_->options = std::move(options);
     state_->server = protocol::open(state_->location, state_->options);

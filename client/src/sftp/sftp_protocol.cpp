@@ -48,7 +48,6 @@ void sftp_protocol::connect()
     info.login_folder = std::move(info_.login_folder); // the same for every connection of one login
     info_ = std::move(info);
     pipeline_ = std::move(opened);
-    ++connections_;
 }
 
 std::string sftp_protocol::login_folder()
@@ -123,9 +122,15 @@ std::optional<attributes> sftp_protocol::attributes_of(packet_type request, cons
 
 std::unique_ptr<random_reader> sftp_protocol::open_reader(const std::string& path)
 {
-    const auto current = [this] {
-        pipeline& server = connected();
-        return file_reader::connection{server, connections_};
+    const auto current = [owner = std::weak_ptr(self_)](bool may_connect) {
+        const auto self = owner.lock();
+        if (!self) {
+            throw Closed("session");
+        }
+        if (may_connect || ((*self)->pipeline_ && (*self)->pipeline_->is_open())) {
+            (*self)->connected();
+        }
+        return (*self)->pipeline_;
     };
     return ask(path, [&](pipeline& /*server*/) -> std::unique_ptr<random_reader> {
         try {

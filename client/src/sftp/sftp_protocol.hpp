@@ -106,9 +106,10 @@ private:
     server_info info_{};
     std::shared_ptr<pipeline> pipeline_{};
     owner_names owner_names_{};
-    unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
     std::optional<bool> checks_files_{};
+    std::shared_ptr<sftp_protocol*> self_ =
+        std::make_shared<sftp_protocol*>(this); ///< open files may outlive it
 };
 
 } // namespace qrftp::sftp
