@@ -91,14 +91,14 @@ protected:
 std::future<void> run_silent_agent(const fs::path& path, const std::string& key,
                                    std::function<void()> on_silence)
 {
-    sftp::unique_fd listener(::socket(AF_UNIX, SOCK_STREAM, 0));
+    unique_fd listener(::socket(AF_UNIX, SOCK_STREAM, 0));
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     path.string().copy(address.sun_path, sizeof address.sun_path - 1);
     ::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     ::listen(listener.get(), 1);
     ::setenv("SSH_AUTH_SOCK", path.c_str(), 1);
     return std::async(std::launch::async, [listener = std::move(listener), key, on_silence] {
-        const sftp::unique_fd client(::accept(listener.get(), nullptr, nullptr));
+        const unique_fd client(::accept(listener.get(), nullptr, nullptr));
         std::array<char, 4096> request{};
         const auto receive = [&] { return ::recv(client.get(), request.data(), request.size(), 0); };
         receive();
