@@ -121,8 +121,10 @@ TEST_P(Transfer, CanBeWatchedSlowedAndCancelled)
             std::vector<progress> seen;
             const auto watch = [&](const progress& now) {
                 seen.push_back(now);
-                for (const auto& [name, _] : leftovers_in(here_))
-                    EXPECT_EQ(fs::status(here_ / name).permissions(), fs::perms(0600)) << "others may read it";
+                for (const auto& file : fs::directory_iterator(here_))
+                    EXPECT_TRUE(file.path().filename().string().starts_with(".qrftp-") == false ||
+                                file.status().permissions() == fs::perms(0600))
+                        << "others may read it";
                 return !cancels || now.bytes == 0;
             };
             const transfer_options slow{.rate_limit = 4 << 20, .on_progress = watch};
