@@ -76,7 +76,7 @@ std::optional<std::vector<std::string>> login_dialogue::answers(const login_prom
         const std::string question = escape(prompt.text);
         std::optional<std::string> answer = prompt.echo ? ask(question, true) : ask_hidden(question);
         if (!answer) {
-            lacks_terminal_ = !has_terminal();
+            lacks_terminal_ = !password_ && !has_terminal();
             return std::nullopt;
         }
         given.push_back(*std::move(answer));
@@ -131,7 +131,7 @@ std::optional<std::string> login_dialogue::ask_hidden(const std::string& questio
     if (answer) {
         mask_secret(*answer);
     } else {
-        lacks_terminal_ = !has_terminal();
+        lacks_terminal_ = !password_ && !has_terminal();
     }
     return answer;
 }

@@ -30,7 +30,7 @@ public:
     /// Without a terminal, every new certificate is accepted.
     bool accepts(const server_certificate& shown);
 
-    /// Whether a secret was wanted and there was no terminal to ask at.
+    /// Whether a secret was wanted, there was no password and no terminal to ask at.
     [[nodiscard]] bool lacks_terminal() const;
 
 private:

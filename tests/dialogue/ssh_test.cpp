@@ -6,6 +6,7 @@
 
 #include <sftp/proxy_connection.hpp>
 #include <sftp/ssh_transport.hpp>
+#include <sftp/ssh_wire.hpp>
 #include <sftp/tcp_connection.hpp>
 
 #include <qrftp/error.hpp>
@@ -13,6 +14,7 @@
 #include <array>
 #include <chrono>
 #include <dlfcn.h>
+#include <fmt/format.h>
 #include <fstream>
 #include <future>
 #include <gmock/gmock.h>
@@ -20,6 +22,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace qrftp;
@@ -84,6 +87,35 @@ protected:
     std::string sentence;
 };
 
+/// Runs an SSH agent that tells its key, if it has one, and calls `on_silence` when it is asked for more.
+std::future<void> run_silent_agent(const fs::path& path, const std::string& key,
+                                   std::function<void()> on_silence)
+{
+    sftp::unique_fd listener(::socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+    ::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::listen(listener.get(), 1);
+    ::setenv("SSH_AUTH_SOCK", path.c_str(), 1);
+    return std::async(std::launch::async, [listener = std::move(listener), key, on_silence] {
+        const sftp::unique_fd client(::accept(listener.get(), nullptr, nullptr));
+        std::array<char, 4096> request{};
+        const auto receive = [&] { return ::recv(client.get(), request.data(), request.size(), 0); };
+        receive();
+        if (!key.empty()) {
+            std::string keys("\x0c\0\0\0\1", 5);
+            sftp::wire::put_string(keys, key);
+            sftp::wire::put_string(keys, "comment");
+            std::string answer;
+            sftp::wire::put_string(answer, keys);
+            ::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+            receive();
+        }
+        on_silence();
+        receive();
+    });
+}
+
 /// Sends `sent` and reads until as much came back.
 std::string echo(sftp::transport& channel, std::string_view sent)
 {
@@ -143,8 +175,10 @@ TEST_F(Ssh, TriesPasswordsUntilOneIsRight)
     options.password = "other";
     EXPECT_EQ(refusal(peer), "LoginRefused");
     options.password = std::nullopt;
-    options.ask_password = [](unsigned) { return std::nullopt; };
+    options.ask_password = [](unsigned attempt) { return attempt == 0 ? std::optional("bad") : std::nullopt; };
     EXPECT_EQ(refusal(peer), "LoginRefused");
+    EXPECT_THAT(sentence, testing::HasSubstr("key: refused; password: refused; no other password"))
+        << "all of it";
 }
 
 TEST_F(Ssh, AnswersTheServersOwnPrompts)
@@ -220,8 +254,32 @@ TEST_F(Ssh, WaitsNoLongerThanAllowed)
 {
     support::scripted_peer silent;
     silent.on("greeting", support::answer::silence());
-    options.connect_timeout = 50ms;
-    EXPECT_EQ(refusal(silent), "Timeout");
+    for (const auto limit : {&session_options::connect_timeout, &session_options::total_timeout}) {
+        options.connect_timeout = 1h;
+        options.*limit = 50ms;
+        EXPECT_EQ(refusal(silent), "Timeout");
+        EXPECT_THAT(sentence, testing::HasSubstr("no answer within 0.05 s while connecting"));
+    }
+}
+
+TEST_F(Ssh, GoesOnWithoutAnAgentThatDoesNotAnswer)
+{
+    const ssh_peer peer({.password = "right", .public_key = key});
+    options.use_agent = true;
+    options.private_keys.clear();
+    options.password = "right";
+    options.on_warning = [&](const std::string& said) { sentence += said; };
+    for (const auto& [agent_key, stops] : {std::pair(""s, false), {""s, true}, {key, false}, {key, true}}) {
+        std::stop_source stop;
+        options.stop = stop.get_token();
+        options.connect_timeout = stops ? 1h : 1s;
+        const fs::path socket = folder / fmt::format("agent {} {}", agent_key.size(), stops);
+        const auto agent =
+            run_silent_agent(socket, agent_key, [&, stops = stops] { stops ? stop.request_stop() : false; });
+        sentence.clear();
+        EXPECT_EQ(refusal(peer), stops ? "Cancelled" : "") << socket;
+        EXPECT_THAT(sentence, testing::HasSubstr(stops ? "Interrupted" : "agent")) << socket;
+    }
 }
 
 TEST_F(Ssh, TriesEachAddressOfAName)

@@ -182,6 +182,9 @@ TEST_F(TlsTrust, ShowsTheCertificateOfTheClient)
         return next;
     };
     EXPECT_EQ(failure(server), "");
+    options.pass_phrase = "wrong";
+    options.ask_pass_phrase = [](const fs::path&) { return std::nullopt; };
+    EXPECT_THAT(failure(server), HasSubstr("the pass phrase is wrong"));
     options.ask_pass_phrase = nullptr;
     options.pass_phrase = "phrase";
     EXPECT_EQ(failure(server), "");

@@ -130,6 +130,8 @@ TEST_P(Navigation, TellsWhyItWasRefused)
     EXPECT_REFUSED("NotFolder f", s.list("f"));
     EXPECT_REFUSED("PermissionDenied ~/denied", s.list("../denied"));
     EXPECT_REFUSED("NotFound no", s.stat("no"));
+    EXPECT_REFUSED("NotFound no/x", s.stat("no/x"));
+    EXPECT_REFUSED("PermissionDenied ~/denied/x", s.stat("../denied/x"));
     EXPECT_REFUSED("NotFound no", s.make_folder("no/x"));
     EXPECT_REFUSED("AlreadyExists d", s.make_folder("d"));
     EXPECT_REFUSED("PermissionDenied ~/denied/x", s.make_folder("../denied/x"));

@@ -42,7 +42,7 @@ TEST(SshConfig, UnderstandsItsSettings)
                                  "CertificateFile ~/c-cert.pub\n"
                                  "ProxyCommand nc \"%h\" %p # not a comment\n"
                                  "ProxyJump ignored\n"
-                                 "UserKnownHostsFile ~/one /two\n"
+                                 "UserKnownHostsFile ~/one /two/%k\n"
                                  "GlobalKnownHostsFile none\n"
                                  "StrictHostKeyChecking YES\n"
                                  "HostKeyAlias alias\n"
@@ -58,7 +58,7 @@ TEST(SshConfig, UnderstandsItsSettings)
     EXPECT_THAT(all.certificate_files, ElementsAre("/home/me/c-cert.pub"));
     EXPECT_EQ(all.proxy_command, "nc \"%h\" %p # not a comment");
     EXPECT_EQ(all.proxy_jump, std::nullopt);
-    EXPECT_THAT(all.user_known_hosts_files, Optional(ElementsAre("/home/me/one", "/two")));
+    EXPECT_THAT(all.user_known_hosts_files, Optional(ElementsAre("/home/me/one", "/two/alias")));
     EXPECT_THAT(all.global_known_hosts_files, Optional(testing::IsEmpty()));
     EXPECT_EQ(all.strict_host_key_checking, "yes");
     EXPECT_EQ(all.host_key_alias, "alias");

@@ -3,6 +3,7 @@
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
+#include <fmt/format.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -19,6 +20,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr unsigned most_questions = 3; // as for the keys of SSH
+constexpr const char* wrong_pass_phrase = "the pass phrase is wrong";
+constexpr const char* no_pass_phrase = "it needs a pass phrase, and none was given";
 
 using certificate_ptr = std::unique_ptr<X509, decltype(&X509_free)>;
 using key_ptr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
@@ -79,15 +82,16 @@ key_ptr read_key(const fs::path& file, pass_phrase& phrase, const session_option
          ++asked) {
         phrase.text = options.ask_pass_phrase(file);
         if (!phrase.text) {
-            throw LoginRefused(server, {0, "no pass phrase was given"});
+            const char* const why = options.pass_phrase || asked > 0 ? wrong_pass_phrase : no_pass_phrase;
+            throw LoginRefused(server, {0, fmt::format("key {}: {}", file.string(), why)});
         }
         mask_secret(*phrase.text);
         key = pem_file(file).key(&pass_phrase::give, &phrase);
     }
     if (!key) {
         throw InvalidOption(file.string(), !phrase.is_needed ? "it holds no private key that can be read"
-                                           : phrase.text     ? "the pass phrase is wrong"
-                                                             : "it needs a pass phrase, and none was given");
+                                           : phrase.text     ? wrong_pass_phrase
+                                                             : no_pass_phrase);
     }
     return key;
 }

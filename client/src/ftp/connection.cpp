@@ -100,14 +100,18 @@ connection::connection(const url& server, const session_options& options)
     data_tls_.set_up(handle_);
     callbacks_.set_up(handle_);
     setopt(handle_, CURLOPT_ERRORBUFFER, message_.data());
+    LoginRefused refusal(server_, {0, "no password was given"});
     for (unsigned attempt = 0; !logged_in_; ++attempt) {
-        login_.provide_password(handle_, attempt);
+        if (!login_.provide_password(handle_, attempt)) {
+            throw refusal;
+        }
         try {
             log_in();
-        } catch (const LoginRefused&) {
+        } catch (const LoginRefused& refused) {
             if (!login_.may_ask_again(attempt + 1)) {
                 throw;
             }
+            refusal = refused;
         }
     }
 }

@@ -177,7 +177,7 @@ std::optional<entry> ftp::find_replaced(const std::string& path)
     return told;
 }
 
-/// A parent folder that cannot be listed holds nothing.
+/// A parent folder that cannot be listed holds nothing; `parent_refusal_` says why.
 std::optional<entry> ftp::find_in_parent(const std::string& path)
 {
     const std::string name = remote_path::filename(path);
@@ -185,13 +185,14 @@ std::optional<entry> ftp::find_in_parent(const std::string& path)
         return entry{.name = name, .kind = entry_kind::folder};
     }
     std::optional<entry> result;
-    try_list(remote_path::parent(path), {.on_entry =
-                                             [&](entry&& found) {
-                                                 if (found.name == name) {
-                                                     result = std::move(found);
-                                                 }
-                                             },
-                                         .on_restart = [&] { result.reset(); }});
+    const auto on_entry = [&](entry&& found) {
+        if (found.name == name) {
+            result = std::move(found);
+        }
+    };
+    const request_result listed =
+        try_list(remote_path::parent(path), {.on_entry = on_entry, .on_restart = [&] { result.reset(); }});
+    parent_refusal_ = listed.is_done() ? std::nullopt : std::optional(listed.said());
     return result;
 }
 

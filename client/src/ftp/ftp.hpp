@@ -73,6 +73,7 @@ private:
     std::optional<entry> ask_mlst(const std::string& path);
     std::optional<entry> find_in_parent(const std::string& path);
     std::optional<entry> find_without_mlst(const std::string& path);
+    void refuse_unreadable_parent(const std::string& path);
 
     std::string list_link_target(const std::string& path);
 
@@ -87,6 +88,7 @@ private:
     checksum_commands checksums_;
     bool has_mlst_;
     support lists_hidden_ = support::unknown; ///< `LIST -a`
+    std::optional<response> parent_refusal_;  ///< of the last `find_in_parent`
 };
 
 } // namespace qrftp::ftp

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 /// What `ftp` asks and sets of files besides their names and their content.
 namespace qrftp::ftp {
@@ -68,10 +69,28 @@ void ftp::make_link(const std::string& target, const std::string& path)
     }
 }
 
+/// Throws where nothing of that name was found in a folder that is there and cannot be listed.
+void ftp::refuse_unreadable_parent(const std::string& path)
+{
+    const auto refusal = std::exchange(parent_refusal_, std::nullopt);
+    // Some servers refuse to list an empty folder.
+    const auto says = [&](const char* words) { return boost::algorithm::icontains(refusal->message, words); };
+    if (!refusal || says("no such") || says("not found") || says("no files")) {
+        return;
+    }
+    const auto parent = find(remote_path::parent(path));
+    if (parent && parent->kind != entry_kind::file) {
+        refusal->code < code::file_unavailable ? throw Refused(path, *refusal)
+                                               : throw PermissionDenied(path, *refusal);
+    }
+}
+
 std::optional<entry> ftp::stat(const std::string& path)
 {
     std::optional<entry> found = find(path);
-    if (found && found->kind == entry_kind::link && found->link_target.empty()) {
+    if (!found) {
+        refuse_unreadable_parent(path);
+    } else if (found->kind == entry_kind::link && found->link_target.empty()) {
         found->link_target = list_link_target(path);
     }
     return found;

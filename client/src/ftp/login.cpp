@@ -161,18 +161,18 @@ bool login::may_ask_again(unsigned attempts) const
     return asks() && attempts < most;
 }
 
-void login::provide_password(const curl_ptr& handle, unsigned attempt)
+bool login::provide_password(const curl_ptr& handle, unsigned attempt)
 {
     if (!asks()) {
-        return;
+        return true;
     }
     const auto given = options_.ask_password(attempt);
-    if (!given) {
-        throw LoginRefused(server_.server(), {0, "no password was given"});
+    if (given) {
+        check_text(*given, "the password");
+        mask_secret(*given);
+        setopt(handle, CURLOPT_PASSWORD, *given);
     }
-    check_text(*given, "the password");
-    mask_secret(*given);
-    setopt(handle, CURLOPT_PASSWORD, *given);
+    return given.has_value();
 }
 
 } // namespace qrftp::ftp

@@ -26,8 +26,8 @@ public:
     void set_up(const curl_ptr& handle, const certificate_policy& policy);
 
     /// Asks for the password where one is needed and none is given, and tells libcurl. `attempt` counts from 0.
-    /// Throws `LoginRefused` when the user gives none.
-    void provide_password(const curl_ptr& handle, unsigned attempt);
+    /// False when the user gives none.
+    [[nodiscard]] bool provide_password(const curl_ptr& handle, unsigned attempt);
     /// Whether another password may be asked for after this many were refused.
     [[nodiscard]] bool may_ask_again(unsigned attempts) const;
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <system_error>
 
@@ -65,9 +66,20 @@ std::optional<std::string> receive_message(int fd)
     return size == 0 || size > longest_message ? std::nullopt : receive(fd, size);
 }
 
+/// What takes longer fails with EAGAIN; connecting too. 0 means no limit.
+void limit_time(int fd, std::chrono::milliseconds limit)
+{
+    const timeval time{limit.count() / 1000, limit.count() % 1000 * 1000};
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+        if (::setsockopt(fd, SOL_SOCKET, option, &time, sizeof time) != 0) {
+            throw std::system_error(errno, std::generic_category(), "setsockopt");
+        }
+    }
+}
+
 } // namespace
 
-std::optional<agent> agent::open()
+std::optional<agent> agent::open(std::stop_token stop, std::chrono::milliseconds limit)
 {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): read only
     const char* const path = std::getenv("SSH_AUTH_SOCK");
@@ -78,15 +90,27 @@ std::optional<agent> agent::open()
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, std::strlen(path));
     unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (!socket) {
         return std::nullopt;
     }
-    return agent(std::move(socket));
+    limit_time(socket.get(), limit);
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return std::nullopt;
+    }
+    return agent(std::move(socket), std::move(stop));
 }
 
 std::optional<std::string> agent::ask(std::string_view request)
 {
-    return send_message(socket_.get(), request) ? receive_message(socket_.get()) : std::nullopt;
+    const auto end = [fd = socket_.get()] { ::shutdown(fd, SHUT_RDWR); };
+    const std::stop_callback on_stop(stop_, end);
+    errno = 0;
+    auto answer = send_message(socket_.get(), request) ? receive_message(socket_.get()) : std::nullopt;
+    if (!answer) {
+        silent_ = silent_ || errno == EAGAIN;
+        end(); // What comes later answers no other request.
+    }
+    return answer;
 }
 
 std::vector<std::string> agent::keys()
@@ -110,7 +134,7 @@ std::vector<std::string> agent::keys()
     return result;
 }
 
-agent_bridge::agent_bridge(agent real, std::stop_token stop) : real_(std::move(real)), stop_(std::move(stop))
+agent_bridge::agent_bridge(agent real) : real_(std::move(real))
 {
 }
 
@@ -147,11 +171,15 @@ void agent_bridge::offer(std::string shown, std::string key)
     key_ = std::move(key);
 }
 
-/// libssh waits for each answer without a limit: a stop request ends the agent's connection, and the answer is
-/// a failure.
+bool agent_bridge::is_silent()
+{
+    const std::lock_guard lock(mutex_);
+    return real_.is_silent();
+}
+
+/// libssh waits for each answer without a limit: where the agent gives none, the answer is a failure.
 void agent_bridge::serve(int socket)
 {
-    const std::stop_callback on_stop(stop_, [this] { ::shutdown(real_.socket(), SHUT_RDWR); });
     while (const auto request = receive_message(socket)) {
         if (!send_message(socket, answer(*request))) {
             return;

@@ -2,6 +2,7 @@
 
 #include "../unique_fd.hpp"
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <stop_token>
@@ -15,8 +16,9 @@ namespace qrftp::sftp {
 /// A connection to the user's SSH agent (draft-ietf-sshm-ssh-agent). One thread at a time.
 class agent {
 public:
-    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none.
-    static std::optional<agent> open();
+    /// Connects to the agent that SSH_AUTH_SOCK names; none where there is none. A stop request, and an answer
+    /// that takes longer than `limit`, end the connection.
+    static std::optional<agent> open(std::stop_token stop, std::chrono::milliseconds limit);
 
     /// The public keys that the agent has, in its order; none where it fails.
     [[nodiscard]] std::vector<std::string> keys();
@@ -24,19 +26,21 @@ public:
     /// Sends a request and returns the answer, both without their length; none where the agent fails.
     std::optional<std::string> ask(std::string_view request);
 
-    [[nodiscard]] int socket() const { return socket_.get(); }
+    /// Whether an answer took too long.
+    [[nodiscard]] bool is_silent() const { return silent_; }
 
 private:
-    explicit agent(unique_fd socket) : socket_(std::move(socket)) {}
+    agent(unique_fd socket, std::stop_token stop) : socket_(std::move(socket)), stop_(std::move(stop)) {}
 
     unique_fd socket_;
+    std::stop_token stop_;
+    bool silent_ = false;
 };
 
-/// Stands between libssh and the agent, so that libssh sees one key at a time: the one that is offered. A stop
-/// request ends what the agent is asked, such as to wait for a touch.
+/// Stands between libssh and the agent, so that libssh sees one key at a time: the one that is offered.
 class agent_bridge {
 public:
-    agent_bridge(agent real, std::stop_token stop);
+    explicit agent_bridge(agent real);
     agent_bridge(const agent_bridge&) = delete;
     agent_bridge& operator=(const agent_bridge&) = delete;
     ~agent_bridge();
@@ -47,13 +51,15 @@ public:
     /// From now on the only key of the agent is `shown`, a public key or a certificate, for which `key` signs.
     void offer(std::string shown, std::string key);
 
+    /// Whether the agent did not answer in time; it is not asked any more.
+    [[nodiscard]] bool is_silent();
+
 private:
     void serve(int socket);
     std::string answer(std::string_view request);
     void end_thread();
 
     agent real_;
-    std::stop_token stop_;
     std::mutex mutex_;
     std::string shown_;
     std::string key_;

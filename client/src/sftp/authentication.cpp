@@ -1,11 +1,14 @@
 #include "authentication.hpp"
 
+#include "../trace.hpp"
+
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace qrftp::sftp {
@@ -14,6 +17,8 @@ namespace {
 
 constexpr unsigned most_questions = 3; // as ssh_config(5), NumberOfPasswordPrompts
 constexpr unsigned most_steps = 16;    // of a login that takes several methods
+constexpr const char* wrong_pass_phrase = "the pass phrase is wrong";
+constexpr const char* no_pass_phrase = "it needs a pass phrase, and none was given";
 
 std::string names_of(unsigned methods)
 {
@@ -35,16 +40,32 @@ std::string names_of(unsigned methods)
 authentication::authentication(const ssh_settings& settings, const session_options& options)
     : settings_(settings), options_(options)
 {
-    std::vector<std::string> agent_keys;
-    if (options.use_agent) {
-        if (auto real = agent::open()) {
-            agent_keys = real->keys();
-            agent_ = std::make_unique<agent_bridge>(std::move(*real), options.stop);
-        }
-    }
-    identities_ = list_identities(settings, agent_keys);
+    identities_ = list_identities(settings, options.use_agent ? open_agent() : std::vector<std::string>());
     mask_secret(settings.password.value_or(""));
     mask_secret(options.pass_phrase.value_or(""));
+}
+
+/// Returns the agent's keys. Goes on without an agent that does not answer.
+std::vector<std::string> authentication::open_agent()
+{
+    auto real = agent::open(options_.stop, settings_.connect_timeout);
+    auto keys = real ? real->keys() : std::vector<std::string>();
+    if (options_.stop.stop_requested()) {
+        throw Cancelled(settings_.server);
+    }
+    if (real && real->is_silent()) {
+        warn_of_silent_agent();
+    } else if (real) {
+        agent_ = std::make_unique<agent_bridge>(std::move(*real));
+    }
+    return keys;
+}
+
+void authentication::warn_of_silent_agent() const
+{
+    if (options_.on_warning) {
+        options_.on_warning("The SSH agent (SSH_AUTH_SOCK) does not answer; going on without its keys.");
+    }
 }
 
 bool authentication::log_in(ssh_connection& connection)
@@ -52,6 +73,8 @@ bool authentication::log_in(ssh_connection& connection)
     connection_ = &connection;
     used_methods_ = 0;
     refused_ = false;
+    password_answered_ = false;
+    first_ = next_;
     if (agent_) {
         ssh_set_agent_socket(connection.get(), agent_->connect());
     }
@@ -71,15 +94,16 @@ bool authentication::log_in(ssh_connection& connection)
         if (!refused_) {
             throw ConnectionLost(settings_.server, {0, closing_words_});
         }
-        throw LoginRefused(settings_.server, {0, closing_words_});
+        refuse(closing_words_);
     }
     return last == result::accepted;
 }
 
-/// A server closes the connection after some number of refused keys; after as many passwords it means it.
+/// A server closes the connection after some number of refused keys, which may be in place of its answer to the
+/// right password; after as many passwords it means it.
 bool authentication::can_go_on_with_another_connection() const
 {
-    const bool in_keys = used_methods_ == 0 || used_methods_ == SSH_AUTH_METHOD_PUBLICKEY;
+    const bool in_keys = next_ > first_ || used_methods_ == 0 || used_methods_ == SSH_AUTH_METHOD_PUBLICKEY;
     const bool has_more =
         next_ < identities_.size() || settings_.password || can_ask_password() || options_.answer_prompts;
     return refused_ && in_keys && has_more;
@@ -105,11 +129,28 @@ authentication::result authentication::judge(int libssh_result)
             closing_words_ = connection_->last_words();
             return result::closed;
         }
+        reason_ = connection_->last_words();
         return result::refused; // by libssh or the agent: the server was not asked
     default:
         refused_ = true;
         return result::refused;
     }
+}
+
+authentication::result authentication::note(const std::string& tried, result outcome, const std::string& which)
+{
+    static constexpr std::array words{"accepted", "accepted, but not enough", "refused",
+                                      "the connection ended"};
+    const std::string reason = std::exchange(reason_, {});
+    const std::string line = fmt::format(
+        "{}: {}", tried, reason.empty() ? words.at(static_cast<std::size_t>(outcome)) : reason.c_str());
+    if (is_traced(trace_level::dialogue)) {
+        trace_line(fmt::format("< LOGIN {}{}", line, which));
+    }
+    if (outcome == result::refused && refusals_.find(line) == std::string::npos) {
+        refusals_ += line + "; ";
+    }
+    return outcome;
 }
 
 authentication::result authentication::try_none()
@@ -139,12 +180,12 @@ authentication::result authentication::try_next_method()
         used_methods_ |= SSH_AUTH_METHOD_PASSWORD;
         return try_passwords();
     }
-    refuse(fmt::format("it accepts {}; keys tried: {}", names_of(offered), next_));
+    refuse(fmt::format("it accepts {}{}", names_of(offered), next_ == 0 ? "; no key was tried" : ""));
 }
 
 void authentication::refuse(const std::string& why) const
 {
-    throw LoginRefused(settings_.server, {0, why});
+    throw LoginRefused(settings_.server, {0, refusals_ + why});
 }
 
 authentication::result authentication::try_keys()
@@ -154,7 +195,11 @@ authentication::result authentication::try_keys()
         if (offered != 0 && (offered & SSH_AUTH_METHOD_PUBLICKEY) == 0) {
             break;
         }
-        const result outcome = try_key(identities_[next_++]);
+        const identity& one = identities_[next_++];
+        const std::string print = host_key{{}, {}, one.key}.fingerprint();
+        const result outcome = one.in_agent
+                                   ? note("keys of the agent", try_agent_key(one), fmt::format(" ({})", print))
+                                   : note("key " + one.file.string(), try_file_key(one));
         if (outcome == result::closed && refused_) {
             --next_; // Some servers close after the last refusal, some in its place.
         }
@@ -165,15 +210,19 @@ authentication::result authentication::try_keys()
     return result::refused;
 }
 
-authentication::result authentication::try_key(const identity& one)
-{
-    return one.in_agent ? try_agent_key(one) : try_file_key(one);
-}
-
 authentication::result authentication::try_agent_key(const identity& one)
 {
+    if (agent_->is_silent()) {
+        reason_ = "the agent does not answer";
+        return result::refused;
+    }
     agent_->offer(one.certificate.empty() ? one.key : one.certificate, one.key);
-    return judge(request([&] { return ssh_userauth_agent(connection_->get(), nullptr); }));
+    const result outcome = judge(request([&] { return ssh_userauth_agent(connection_->get(), nullptr); }));
+    reason_ = reason_.empty() ? "" : "the agent did not sign"; // libssh's words: out of memory
+    if (agent_->is_silent()) {
+        warn_of_silent_agent();
+    }
+    return outcome;
 }
 
 authentication::result authentication::try_file_key(const identity& one)
@@ -196,10 +245,11 @@ authentication::result authentication::try_file_key(const identity& one)
     return judge(request([&] { return ssh_userauth_publickey(connection_->get(), nullptr, key.get()); }));
 }
 
-key_ptr authentication::unlock(const identity& one) const
+key_ptr authentication::unlock(const identity& one)
 {
     const private_key_file content(one.file);
     const auto fail = [&](const char* why) {
+        reason_ = why;
         return one.is_explicit ? throw InvalidOption(one.file.string(), why) : key_ptr();
     };
     if (!content.is_encrypted()) {
@@ -214,6 +264,7 @@ key_ptr authentication::unlock(const identity& one) const
     for (unsigned asked = 0; options_.ask_pass_phrase && asked < most_questions; ++asked) {
         const auto pass_phrase = options_.ask_pass_phrase(one.file);
         if (!pass_phrase) {
+            reason_ = options_.pass_phrase || asked > 0 ? wrong_pass_phrase : no_pass_phrase;
             return nullptr;
         }
         mask_secret(*pass_phrase);
@@ -221,9 +272,7 @@ key_ptr authentication::unlock(const identity& one) const
             return key;
         }
     }
-    return fail(options_.pass_phrase || options_.ask_pass_phrase
-                    ? "the pass phrase is wrong"
-                    : "it needs a pass phrase, and none was given");
+    return fail(options_.pass_phrase || options_.ask_pass_phrase ? wrong_pass_phrase : no_pass_phrase);
 }
 
 login_prompts authentication::prompts() const
@@ -250,7 +299,7 @@ std::string authentication::ask_password()
 {
     auto password = options_.ask_password(asked_++);
     if (!password) {
-        refuse("no password was given");
+        refuse(asked_ > 1 ? "no other password was given" : "no password was given");
     }
     mask_secret(*password);
     return *password;
@@ -269,7 +318,7 @@ std::optional<std::vector<std::string>> authentication::answers(const login_prom
     if (options_.answer_prompts) {
         auto given = options_.answer_prompts(asked);
         if (!given) {
-            refuse("its questions were not answered");
+            refuse("the server's questions were not answered");
         }
         given->resize(asked.prompts.size());
         return given;
@@ -297,7 +346,7 @@ authentication::result authentication::try_interactive()
             }
             got = send();
         }
-        outcome = judge(got);
+        outcome = note("keyboard-interactive", judge(got));
     }
     return outcome;
 }
@@ -305,8 +354,9 @@ authentication::result authentication::try_interactive()
 authentication::result authentication::try_passwords()
 {
     const auto send = [&](const std::string& password) {
-        return judge(
-            request([&] { return ssh_userauth_password(connection_->get(), nullptr, password.c_str()); }));
+        return note("password", judge(request([&] {
+                        return ssh_userauth_password(connection_->get(), nullptr, password.c_str());
+                    })));
     };
     if (settings_.password) {
         return send(*settings_.password);
@@ -315,6 +365,7 @@ authentication::result authentication::try_passwords()
     while (outcome == result::refused && can_ask_password()) {
         outcome = send(ask_password());
     }
+    asked_ -= outcome == result::closed && asked_ > 0 ? 1 : 0; // It was not answered, and is asked for again.
     return outcome;
 }
 

@@ -29,8 +29,9 @@ public:
 private:
     enum class result { accepted, partly, refused, closed };
 
+    std::vector<std::string> open_agent();
+    void warn_of_silent_agent() const;
     result try_keys();
-    result try_key(const identity& one);
     result try_agent_key(const identity& one);
     result try_file_key(const identity& one);
     result try_interactive();
@@ -42,10 +43,12 @@ private:
     template <class Call>
     int request(Call call);
     result judge(int libssh_result);
+    /// Traces what was tried, and remembers a refusal.
+    result note(const std::string& tried, result outcome, const std::string& which = {});
     bool can_go_on_with_another_connection() const;
 
     /// The private key; null where the user does not unlock it.
-    key_ptr unlock(const identity& one) const;
+    key_ptr unlock(const identity& one);
     /// What the server asks for now.
     [[nodiscard]] login_prompts prompts() const;
     /// None where nobody knows the answers.
@@ -58,14 +61,17 @@ private:
     const session_options& options_;
     std::unique_ptr<agent_bridge> agent_;
     std::vector<identity> identities_;
-    std::size_t next_ = 0; ///< of `identities_`
-    unsigned asked_ = 0;   ///< how often the user was asked for a password
+    std::size_t next_ = 0;  ///< of `identities_`
+    std::size_t first_ = 0; ///< of this connection
+    unsigned asked_ = 0;    ///< how often the user was asked for a password
     bool password_answered_ = false;
 
     ssh_connection* connection_ = nullptr;
     unsigned used_methods_ = 0;
     bool refused_ = false; ///< the server refused something over this connection
     std::string closing_words_;
+    std::string reason_; ///< why a key was not shown to the server
+    std::string refusals_;
 };
 
 } // namespace qrftp::sftp

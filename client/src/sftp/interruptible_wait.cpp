@@ -2,6 +2,8 @@
 
 #include <qrftp/error.hpp>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -86,7 +88,9 @@ bool interruptible_wait::wait(std::span<pollfd> polled, milliseconds longest)
         throw_if_stopped();
         const auto now = clock::now();
         if (limited && now >= deadline_) {
-            throw Timeout(subject_);
+            throw Timeout(subject_, {0, fmt::format("no answer within {} s while connecting; --connect-timeout "
+                                                    "and --timeout allow more",
+                                                    static_cast<double>(limit_.count()) / 1000)});
         }
         if (now >= until) {
             return false;

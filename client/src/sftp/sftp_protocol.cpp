@@ -6,6 +6,7 @@
 #include "extensions.hpp"
 #include "file_reader.hpp"
 #include "perform.hpp"
+#include "ssh_settings.hpp"
 
 #include <fmt/format.h>
 
@@ -37,14 +38,16 @@ void sftp_protocol::connect()
     if (is_cleaning_up()) {
         options.stop = {};
     }
-    pipeline::settings settings{
-        .server = server_, .stall_timeout = options.stall_timeout, .stop = options.stop};
+    pipeline::settings settings{.server = server_,
+                                .stall_timeout = shorter_limit(options.stall_timeout, options.total_timeout),
+                                .stop = options.stop};
     server_info info;
     auto stream = connect_(options, info);
     auto opened = std::make_shared<pipeline>(std::move(stream), std::move(settings));
     for (const auto& [name, version] : opened->extensions()) {
         info.features.push_back(fmt::format("{} {}", name, version));
     }
+    opened->set_stall_timeout(options.stall_timeout);
     info.login_folder = std::move(info_.login_folder); // the same for every connection of one login
     info_ = std::move(info);
     pipeline_ = std::move(opened);

@@ -227,9 +227,11 @@ std::string parser::user() const
 
 std::string parser::expand(const std::string& text) const
 {
+    const std::string& key_name = config_.host_key_alias.empty() ? query_.host : config_.host_key_alias;
     return replace_tokens(expand_home(text, query_.home), {{'%', "%"},
                                                            {'d', query_.home.string()},
                                                            {'h', host_name()},
+                                                           {'k', key_name},
                                                            {'n', query_.host},
                                                            {'r', user()},
                                                            {'u', query_.local_user}});

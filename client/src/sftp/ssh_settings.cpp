@@ -179,6 +179,7 @@ ssh_settings resolve_settings(const url& server, const session_options& options)
     if (usual_timeout && config.connect_timeout) {
         settings.connect_timeout = *config.connect_timeout;
     }
+    settings.connect_timeout = shorter_limit(settings.connect_timeout, options.total_timeout);
     settings.alive_interval = config.server_alive_interval.value_or(settings.alive_interval);
     settings.alive_count_max = config.server_alive_count_max.value_or(settings.alive_count_max);
     return settings;

@@ -3,6 +3,7 @@
 #include <qrftp/options.hpp>
 #include <qrftp/url.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -35,10 +36,16 @@ struct ssh_settings {
     /// The program that carries the connection; empty where there is none.
     std::vector<std::string> proxy_command{};
 
-    std::chrono::milliseconds connect_timeout{};
-    std::chrono::seconds alive_interval{0}; ///< 0: the server is not asked whether it is still there
+    std::chrono::milliseconds connect_timeout{}; ///< of each step until SFTP begins
+    std::chrono::seconds alive_interval{0};      ///< 0: the server is not asked whether it is still there
     unsigned alive_count_max = 3;
 };
+
+/// The shorter of two limits of time, of which 0 means none.
+inline std::chrono::milliseconds shorter_limit(std::chrono::milliseconds one, std::chrono::milliseconds other)
+{
+    return one.count() == 0 || other.count() == 0 ? one + other : std::min(one, other);
+}
 
 /// Reads the configuration files. Throws `InvalidName`, `InvalidOption` and `LocalFileError`.
 ssh_settings resolve_settings(const url& server, const session_options& options);
