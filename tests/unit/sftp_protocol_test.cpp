@@ -334,6 +334,50 @@ TEST_F(SftpUpload, CompletesThePartOrTheTarget)
     }
 }
 
+TEST_F(SftpUpload, LeavesNothingOfWhatWasLonger)
+{
+    for (const std::size_t size : {0U, 40'000U}) {
+        for (const bool temporary : {false, true}) {
+            peer.nodes["/f"] = {support::bytes(200'000)};
+            memory_batch<memory_upload> batch;
+            batch.add("/f", support::bytes(100'000), temporary).size_after_break = size;
+            (void)server();
+            peer.cut_at(packet_type::close, 1, false);
+            server().send(batch);
+            EXPECT_EQ(peer.nodes["/f"].content.size(), size);
+            expect_arrived(batch);
+        }
+        peer.nodes["/f"] = {support::bytes(200'000)};
+        memory_batch<memory_upload> batch;
+        batch.add("/f", support::bytes(size), false);
+        server().send(batch);
+        expect_arrived(batch);
+    }
+}
+
+TEST_F(SftpUpload, ReplacesNothingByWhatIsNotWhole)
+{
+    peer.nodes["/f"] = {"old"};
+    for (const bool resumes : {true, false}) {
+        memory_batch<memory_upload> batch;
+        batch.add("/f", support::bytes(100'000)).resume = resumes;
+        if (resumes) {
+            peer.nodes["/f.part"] = {""};
+        }
+        peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+            if (asked.type == packet_type::close) {
+                peer.nodes["/f.part"].content += "of somebody else";
+            }
+            return {};
+        };
+        server().send(batch);
+        server().ping();
+        EXPECT_EQ(batch.result(batch.files.front()), "SizeMismatch");
+        EXPECT_EQ(peer.nodes["/f"].content, "old");
+        expect_nothing_left();
+    }
+}
+
 TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)
 {
     std::vector<std::uint32_t> modes;
