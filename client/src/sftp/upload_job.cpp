@@ -75,7 +75,8 @@ void upload_job::take_up()
 void upload_job::on_look(const reply& answer)
 {
     if (answer.is_status(status_code::no_such_file)) {
-        return file_.is_temporary() ? ask(packet_type::stat, step::look_in_place, file_.target()) : begin({});
+        const bool may_complete = file_.is_temporary() && file_.completes_target();
+        return may_complete ? ask(packet_type::stat, step::look_in_place, file_.target()) : begin({});
     }
     if (answer.is_status()) {
         return fail_refused(file_.target(), answer);

@@ -68,8 +68,8 @@ local_place find_local_place(const fs::path& path, bool follow)
     });
 }
 
-local_target::local_target(local_place place, transfer_options options)
-    : place_(std::move(place)), options_(std::move(options))
+local_target::local_target(local_place place, transfer_options options, bool is_in_tree)
+    : place_(std::move(place)), options_(std::move(options)), completes_(options_.resume && !is_in_tree)
 {
     existing_ =
         with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, place_.links()); });
@@ -83,7 +83,7 @@ local_target::local_target(local_place place, transfer_options options)
     const bool replaceable = !place_.is_stream && (existing_->type == fs::file_type::regular ||
                                                    existing_->type == fs::file_type::symlink);
     has_places_ = replaceable;
-    direct_ = !replaceable || options_.in_place || options_.resume;
+    direct_ = !replaceable || options_.in_place || completes_;
     if (direct_ && existing_->type == fs::file_type::symlink) {
         throw UnsafeName(place_.shown.string(), "it is a symbolic link");
     }
@@ -109,7 +109,7 @@ local_target::~local_target()
 
 void local_target::refuse_existing() const
 {
-    if (!options_.replace && !options_.resume) {
+    if (!options_.replace && !completes_) {
         throw AlreadyExists(place_.shown.string());
     }
 }
@@ -125,7 +125,7 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
             "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));
         part_ = with_local_errors(place_.shown, [&] { return place_.folder->status(name); });
         const bool is_ours = part_ && part_->type == fs::file_type::regular && part_->mode == own;
-        if (is_ours || (!part_ && !existing_)) {
+        if (is_ours || (!part_ && !(existing_ && completes_))) {
             direct_ = false;
             keeps_part_ = true;
             temporary_ = name;
@@ -133,7 +133,7 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
         }
     }
     part_.reset();
-    return existing_ ? existing_->size : 0;
+    return existing_ && completes_ ? existing_->size : 0;
 }
 
 bool local_target::open(std::uint64_t kept)

@@ -55,8 +55,8 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
 }
 
 basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress,
-                           const std::string& identity, bool is_new)
-    : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
+                           const std::string& identity, target_facts known)
+    : upload(std::move(target)), options_(options), meter_(progress), known_(known)
 {
     if (options.in_place) {
         path_ = this->target();
@@ -96,9 +96,9 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 }
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, const std::string& target,
-                         const transfer_options& options, meter& progress, unsigned parts, bool is_new)
+                         const transfer_options& options, meter& progress, unsigned parts, target_facts known)
     : basic_upload(target, options, progress,
-                   options.resume ? identity_of(*source, shown, target) : std::string(), is_new),
+                   options.resume ? identity_of(*source, shown, target) : std::string(), known),
       source_(std::move(source)), shown_(std::move(shown)),
       status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
       parts_left_(parts)
