@@ -99,6 +99,29 @@ TEST(Retry, UploadsGoOnWhereTheServerIs)
     }
 }
 
+TEST(Retry, OneUploadAtATimeGoesOnFromWhatIsLeft)
+{
+    retry_stage t(content_of(100'000));
+    std::string second;
+    t.at_once.resume = true;
+    transfer_options watched = t.at_once;
+    watched.on_progress = [&](const auto&) {
+        const auto send = [&] { t.client->clone().send(t.local / "f", "n", t.at_once); };
+        second = second.empty() ? error_of_client(send) : second;
+        return true;
+    };
+    t.client->send(t.local / "f", "n", watched);
+    EXPECT_EQ(second, "LocalFileError");
+    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1");
+    client_stage many({}, qrftp::url_scheme::sftp);
+    many.keep({{"/home", "/"}, {"/home/u", "/"}});
+    fs::create_directory(many.local / "tree");
+    for (const char* const name : {"a", "b"}) // two names of one file are sent side by side
+        fs::create_hard_link(many.local / "f", many.local / "tree" / name);
+    send_tree(many.open(), many.local / "tree", "/home/u/tree", {.transfer = t.at_once});
+    EXPECT_EQ(many.kept().at("/home/u/tree/a") + many.kept().at("/home/u/tree/b"), "locallocal");
+}
+
 TEST(Retry, EndsWhenNothingNewArrives)
 {
     for (const unsigned retries : {0U, 2U}) {
