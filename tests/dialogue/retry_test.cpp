@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <qrftp/tree.hpp>
+#include <unistd.h>
 
 using namespace support;
 using namespace std::literals;
@@ -96,6 +97,30 @@ TEST(Retry, UploadsGoOnWhereTheServerIs)
         EXPECT_EQ(kept.contains("/home/u/n"), error.empty());
         EXPECT_TRUE(!error.empty() || kept.at("/home/u/n") == all);
         EXPECT_EQ(kept.size(), error.empty() ? 4U : 3U) << "a part is left";
+    }
+}
+
+TEST(Retry, DownloadsGoOnFromWhatThisUserLeftAlone)
+{
+    const std::string all = content_of(1000);
+    for (const std::string change : {"none", "second name", "owner"}) {
+        if (change == "owner" && geteuid() != 0)
+            continue; // only root gives files away
+        retry_stage t(all, {{"RETR", cut_after(100), 1}});
+        t.at_once.resume = true;
+        t.at_once.retries = 0;
+        fs::create_directory(t.local / "tree");
+        write_file(t.local / "tree/f", "older");
+        const auto fetch = [&] { fetch_tree(*t.client, "/home/u", t.local / "tree", {.transfer = t.at_once}); };
+        EXPECT_NE(error_of_client(fetch), "");
+        ASSERT_EQ(leftovers_in(t.local).size(), 1U);
+        const fs::path part = t.local / leftovers_in(t.local).begin()->first;
+        if (change == "second name")
+            fs::create_hard_link(part, t.local / "other");
+        EXPECT_EQ(change == "owner" ? chown(part.c_str(), 65534, 65534) : 0, 0);
+        EXPECT_EQ(error_of_client(fetch), "");
+        EXPECT_EQ(t.sent({"REST"}), change == "none" ? "REST 100" : "") << change;
+        EXPECT_EQ(content(t.local / "tree/f"), all);
     }
 }
 

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -46,6 +48,14 @@ fs::path follow_links(fs::path path)
         path = target.is_absolute() ? target : path.parent_path() / target;
     }
     return path;
+}
+
+/// Whether an earlier transfer of this user's has left it: the name can be computed by others too.
+bool is_own_part(const files::Status& found)
+{
+    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
+    return found.type == fs::file_type::regular && found.mode == own && found.owner == ::geteuid() &&
+           found.names == 1;
 }
 
 } // namespace
@@ -116,7 +126,6 @@ void local_target::refuse_existing() const
 
 std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
 {
-    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
     if (!options_.resume || !has_places_) {
         return 0;
     }
@@ -124,7 +133,7 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
         const std::string name = remote_path::temporary_name(fmt::format(
             "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));
         part_ = with_local_errors(place_.shown, [&] { return place_.folder->status(name); });
-        const bool is_ours = part_ && part_->type == fs::file_type::regular && part_->mode == own;
+        const bool is_ours = part_ && is_own_part(*part_);
         if (is_ours || (!part_ && !(existing_ && completes_))) {
             direct_ = false;
             keeps_part_ = true;
@@ -158,8 +167,9 @@ void local_target::open_part()
     file_ = place_.folder->open_file(temporary_, part_ ? how::update : how::create);
     if (keeps_part_) {
         lock();
-        if (file_->status().size < kept_) {
-            throw CannotResume(place_.shown.string(), "what was left became shorter meanwhile");
+        const files::Status opened = file_->status();
+        if (part_ && (!is_own_part(opened) || opened.size < kept_)) {
+            throw CannotResume(place_.shown.string(), "what was left was changed meanwhile");
         }
         file_->truncate(kept_);
     }
