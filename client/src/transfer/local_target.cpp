@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +35,19 @@ bool leads_to_stream(const fs::path& link)
     return is_descriptor || (fs::is_other(found) && fs::exists(found));
 }
 
+/// Whether `link` is somebody else's in a folder where everybody can make some (/tmp): the kernel refuses to
+/// follow it (fs.protected_symlinks), but is not asked. What is gone meanwhile may be back as such a link.
+bool is_strangers_link(const fs::path& link)
+{
+    constexpr mode_t shared = S_ISVTX | S_IWOTH;
+    const fs::path above = link.parent_path().empty() ? "." : link.parent_path();
+    struct stat found = {};
+    struct stat folder = {};
+    return ::lstat(link.c_str(), &found) == -1 || ::stat(above.c_str(), &folder) == -1 ||
+           ((folder.st_mode & shared) == shared && found.st_uid != ::geteuid() &&
+            found.st_uid != folder.st_uid);
+}
+
 /// What the links at `path` lead to in the end, or the last one before a stream.
 fs::path follow_links(fs::path path)
 {
@@ -43,6 +57,10 @@ fs::path follow_links(fs::path path)
          ++followed) {
         if (followed == most_links) {
             throw_local(path, std::errc::too_many_symbolic_link_levels);
+        }
+        if (is_strangers_link(path)) {
+            throw_local(path, std::errc::permission_denied,
+                        "it is a symbolic link of another user in a folder that everybody can write to");
         }
         const fs::path target = fs::read_symlink(path, none);
         path = target.is_absolute() ? target : path.parent_path() / target;
