@@ -155,3 +155,15 @@ TEST(Ftp, IsCancelledAtOnceWhateverItWaitsFor)
         EXPECT_EQ(error_of_client([&] { (void)t.open(); }), "Cancelled") << "and every later request";
     }
 }
+
+TEST(Ftp, ReadsALongReplyAtOnce)
+{
+    std::string lines = "213-\r\n";
+    for (int i = 0; i < 20'000; ++i)
+        lines += "150-\r\n";
+    client_stage t({{"SIZE", answer::reply(lines + "213 6")}});
+    t.open();
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_EQ(t.client->fetch_string("f"), "remote");
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 10s);
+}
