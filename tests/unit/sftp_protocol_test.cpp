@@ -238,6 +238,25 @@ TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
     EXPECT_EQ(file.facts.size, 9'000'000U);
 }
 
+TEST_F(SftpDownload, KeepsLittleForAReadThatIsNotAnswered)
+{
+    peer.nodes["/big"] = {support::bytes(24'000'000)};
+    std::uint64_t sent = 0;
+    peer.intercept = [&](sftp_peer::request asked) -> std::optional<std::string> {
+        if (asked.type != packet_type::read) {
+            return {};
+        }
+        (void)asked.fields.read_string();
+        const bool is_late = asked.fields.read_u64() == 32'768;
+        sent += is_late ? 0 : asked.fields.read_u32();
+        return is_late ? std::optional(""s) : std::nullopt;
+    };
+    memory_batch<memory_download> batch;
+    batch.add("/big");
+    EXPECT_EQ(support::error_of_client([&] { server().fetch(batch); }), "Timeout");
+    EXPECT_LT(sent, 20'000'000U);
+}
+
 TEST_F(SftpDownload, BelievesNoSize)
 {
     peer.nodes["/f"] = {support::bytes(50'000)};

@@ -29,8 +29,8 @@ private:
     std::size_t opened_ = 0; ///< of these, those with a handle
 };
 
-/// How many bytes may be asked for or sent without having been answered. It begins at 1 MiB, so that a short
-/// file is not over-asked, and grows with what has been answered.
+/// How many bytes may be asked for or sent without having been answered, or wait for others before them. It
+/// begins at 1 MiB, so that a short file is not over-asked, and grows with what has been answered.
 class byte_window {
 public:
     [[nodiscard]] bool has_room() const noexcept { return in_flight_ < size_; }
@@ -40,7 +40,7 @@ public:
     void on_answered(std::uint64_t bytes, std::uint64_t largest) noexcept;
     /// How many have been answered.
     [[nodiscard]] std::uint64_t answered() const noexcept { return answered_; }
-    /// No answer will come.
+    /// No answer will come, or what waited has been given away.
     void forget(std::uint64_t bytes) noexcept { in_flight_ -= bytes; }
 
 private:
