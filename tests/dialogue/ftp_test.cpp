@@ -105,10 +105,12 @@ TEST(Ftp, SetsTimesAsTheServerCanAndSaysOnceThatItCannot)
 
 TEST(Ftp, EndsListingsThatAreTooLong)
 {
-    client_stage t;
-    t.options.listing_limit = 10;
-    EXPECT_THAT([&] { (void)t.open().list(); },
-                ThrowsMessage<qrftp::IncompleteListing>(HasSubstr("listing_limit")));
+    for (const auto scheme : {qrftp::url_scheme::ftp, qrftp::url_scheme::sftp}) {
+        client_stage t({}, scheme);
+        t.options.listing_limit = 10;
+        EXPECT_THAT([&] { (void)t.open().list("/"); },
+                    ThrowsMessage<qrftp::IncompleteListing>(HasSubstr("listing_limit")));
+    }
 }
 
 TEST(Ftp, AsksForThePasswordThreeTimesAtMost)

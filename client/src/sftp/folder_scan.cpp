@@ -2,6 +2,8 @@
 
 #include "bulk_copy.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -10,8 +12,6 @@ namespace qrftp::sftp {
 
 namespace {
 
-/// A server whose listing does not end is not to take all memory.
-constexpr std::size_t max_entries = 10'000'000;
 /// How often a folder is refused before it is opened alone.
 constexpr unsigned max_folder_refusals = 2;
 /// How many READDIR of one folder are in flight at most.
@@ -64,7 +64,7 @@ public:
         unanswered_ = 0;
         handle_.reset();
         unknown_.clear();
-        if (std::exchange(count_, 0) > 0) {
+        if (std::exchange(size_, 0) > 0) {
             scan_.folders_.restarted(path_);
         }
         return ++interruptions_ <= 1;
@@ -134,9 +134,10 @@ private:
     {
         name_reader names(answer.body());
         is_complete_ = is_complete_ || names.remaining() == 0; // as some servers say that there are no more
-        count_ += names.remaining();
-        if (count_ > max_entries) {
-            failure_ = std::make_exception_ptr(IncompleteListing(path_, "it has too many entries"));
+        size_ += answer.body().rest().size();
+        if (size_ > scan_.limit_) {
+            failure_ = std::make_exception_ptr(IncompleteListing(
+                path_, fmt::format("it is longer than {} bytes (listing_limit)", scan_.limit_)));
             return give_up();
         }
         if (++answers_ > 1) { // A short folder has ended with the second answer.
@@ -227,8 +228,8 @@ private:
     handle_window* handles_ = nullptr;
     std::optional<file_handle> handle_{};
     std::vector<std::string> unknown_{}; ///< names whose kind is asked for
-    std::size_t count_ = 0;
-    std::size_t answers_ = 0; ///< with names
+    std::uint64_t size_ = 0;             ///< of the answers with names, in bytes
+    std::size_t answers_ = 0;            ///< with names
     std::size_t in_flight_ = 0;
     std::size_t wanted_ = 2; ///< READDIRs in flight: a short folder and its end come together
     std::size_t unanswered_ = 0;
@@ -240,8 +241,8 @@ private:
     std::exception_ptr failure_{};
 };
 
-folder_scan::folder_scan(folder_queue& folders, explain_function explain)
-    : folders_(folders), explain_(std::move(explain))
+folder_scan::folder_scan(folder_queue& folders, std::uint64_t limit, explain_function explain)
+    : folders_(folders), limit_(limit), explain_(std::move(explain))
 {
 }
 
