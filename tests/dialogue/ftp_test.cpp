@@ -108,7 +108,7 @@ TEST(Ftp, EndsListingsThatAreTooLong)
     for (const auto scheme : {qrftp::url_scheme::ftp, qrftp::url_scheme::sftp}) {
         client_stage t({}, scheme);
         t.options.listing_limit = 10;
-        EXPECT_THAT([&] { (void)t.open().list("/"); },
+        EXPECT_THAT([&] { (void)t.open().list(); },
                     ThrowsMessage<qrftp::IncompleteListing>(HasSubstr("listing_limit")));
     }
 }

@@ -206,6 +206,23 @@ TEST_F(SftpFolders, TakeNamesAsBytesAndKindsFromTheMode)
     EXPECT_THAT(folders.left_out, ElementsAre("a/b", "", std::string("a\0b", 3)));
 }
 
+TEST_F(SftpFolders, MayHaveMoreNamesOfUnknownKindsThanAConnectionCarriesRequests)
+{
+    int answers = 0;
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        if (asked.type == packet_type::lstat) {
+            return status_packet(asked.id, status_code::no_such_file);
+        }
+        if (asked.type != packet_type::readdir || answers++ >= 14) {
+            return {};
+        }
+        return name_packet(asked.id, std::vector<std::pair<std::string, attributes>>(12'000, {"gone", {}}));
+    };
+    memory_queue folders("/");
+    server().list(folders);
+    EXPECT_EQ(folders.results["/"], "");
+}
+
 TEST_F(SftpDownload, ManyFilesAtOnce)
 {
     memory_batch<memory_download> batch;

@@ -16,6 +16,8 @@ namespace {
 constexpr unsigned max_folder_refusals = 2;
 /// How many READDIR of one folder are in flight at most.
 constexpr std::size_t max_requests = 16;
+/// How many names of one folder are looked at at a time: a connection carries 65,536 requests, for all folders.
+constexpr std::size_t max_looks = 64;
 
 /// What a name of a listing may be: a part of a path that is no other folder.
 bool is_usable(std::string_view name)
@@ -64,6 +66,8 @@ public:
         unanswered_ = 0;
         handle_.reset();
         unknown_.clear();
+        looked_ = 0;
+        looking_ = 0;
         if (std::exchange(size_, 0) > 0) {
             scan_.folders_.restarted(path_);
         }
@@ -160,13 +164,22 @@ private:
             return scan_.folders_.found(path_, make_entry(found.name, found.values));
         }
         unknown_.emplace_back(found.name);
-        ask(packet_type::lstat, step::look, unknown_.size() - 1, join(unknown_.back()));
+        look_more();
+    }
+
+    void look_more()
+    {
+        for (; looking_ < max_looks && looked_ < unknown_.size(); ++looking_, ++looked_) {
+            ask(packet_type::lstat, step::look, looked_, join(unknown_[looked_]));
+        }
     }
 
     /// A server that does not tell kinds in its listings.
     void on_looked_at(const request_tag& tag, const reply& answer)
     {
         const std::string& name = unknown_[tag.offset];
+        --looking_;
+        look_more();
         if (answer.is_status(status_code::no_such_file)) {
             return end_if_done(); // It is gone by now.
         }
@@ -228,6 +241,8 @@ private:
     handle_window* handles_ = nullptr;
     std::optional<file_handle> handle_{};
     std::vector<std::string> unknown_{}; ///< names whose kind is asked for
+    std::size_t looked_ = 0;             ///< of these, for how many it has been
+    std::size_t looking_ = 0;            ///< of these, how many are not answered
     std::uint64_t size_ = 0;             ///< of the answers with names, in bytes
     std::size_t answers_ = 0;            ///< with names
     std::size_t in_flight_ = 0;
