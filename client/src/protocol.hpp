@@ -231,7 +231,10 @@ public:
     protocol& operator=(const protocol&) = delete;
     virtual ~protocol() = default;
 
+    /// Without the login folder, as long as nobody asked for it.
     [[nodiscard]] virtual const server_info& info() const = 0;
+    /// Where relative names begin.
+    virtual std::string login_folder() { return info().login_folder; }
     /// Throws `InvalidName` for a name that the protocol cannot carry.
     virtual void check_name(std::string_view path) const = 0;
 

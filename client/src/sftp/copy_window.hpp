@@ -30,9 +30,11 @@ private:
 };
 
 /// How many bytes may be asked for or sent without having been answered, or wait for others before them. It
-/// begins at 1 MiB, so that a short file is not over-asked, and grows with what has been answered.
+/// grows with what has been answered.
 class byte_window {
 public:
+    explicit byte_window(std::uint64_t size) : size_(size) {}
+
     [[nodiscard]] bool has_room() const noexcept { return in_flight_ < size_; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
     void on_sent(std::uint64_t bytes) noexcept { in_flight_ += bytes; }
@@ -44,7 +46,7 @@ public:
     void forget(std::uint64_t bytes) noexcept { in_flight_ -= bytes; }
 
 private:
-    std::uint64_t size_ = std::uint64_t{1} << 20;
+    std::uint64_t size_;
     std::uint64_t in_flight_ = 0;
     std::uint64_t answered_ = 0;
 };

@@ -2,6 +2,8 @@
 
 #include "../protocol.hpp"
 
+#include <qrftp/session.hpp>
+
 #include <condition_variable>
 #include <exception>
 #include <functional>
@@ -20,8 +22,8 @@ class connection_pool {
 public:
     using work = std::function<void(protocol& server, unsigned job)>;
 
-    /// Opens `further` connections.
-    connection_pool(const url& server, const session_options& options, unsigned further);
+    /// Opens `further` connections like that of `first`.
+    connection_pool(const session& first, unsigned further);
     connection_pool(const connection_pool&) = delete;
     connection_pool& operator=(const connection_pool&) = delete;
     ~connection_pool();

@@ -1,7 +1,7 @@
 #include "../remote_path.hpp"
+#include "../replace.hpp"
 #include "../session_access.hpp"
 #include "../transfer/connection_pool.hpp"
-#include "../transfer/replace.hpp"
 #include "../transfer/server_copy.hpp"
 #include "make_parents.hpp"
 #include "outcome.hpp"
@@ -77,7 +77,7 @@ private:
         }
         const auto most = static_cast<unsigned>(std::min<std::size_t>(copies_.size(), usual_jobs));
         const unsigned jobs = options_.jobs == 0 ? most : options_.jobs;
-        connection_pool pool(to_.location(), session_access::options(to_), jobs - 1);
+        connection_pool pool(to_, jobs - 1);
         protocol& reading = session_access::server(from_);
         pool.run(session_access::server(to_), [&](protocol& writing, unsigned job) {
             server_copier copier(from_, job == 0 && &reading != &writing ? &reading : nullptr, writing,
