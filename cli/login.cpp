@@ -79,7 +79,7 @@ std::optional<netrc_entry> look_up_netrc(const login_options& options, const cre
 
 credentials find_credentials(const url& server, const login_options& options, const settings& settings)
 {
-    credential_sources sources{server, options.user, std::nullopt, environment(password_variable),
+    credential_sources sources{server, options.user, std::nullopt, secret(password_variable),
                                std::nullopt};
     if (!options.password_file.empty()) {
         sources.password_file = first_line(expand_home(options.password_file));
@@ -94,7 +94,7 @@ credentials find_credentials(const url& server, const login_options& options, co
 
 std::optional<std::string> find_pass_phrase(const login_options& options)
 {
-    return masked_secret(options.pass_phrase_file.empty() ? environment(pass_phrase_variable)
+    return masked_secret(options.pass_phrase_file.empty() ? secret(pass_phrase_variable)
                                                           : first_line(expand_home(options.pass_phrase_file)));
 }
 

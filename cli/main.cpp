@@ -1,4 +1,5 @@
 #include "command_completion.hpp"
+#include "environment.hpp"
 #include "exit_status.hpp"
 #include "help.hpp"
 #include "interrupt.hpp"
@@ -58,6 +59,7 @@ int run_subcommand(const std::vector<std::string>& arguments)
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what reporting throws ends the process
 try {
     occupy_closed_streams();
+    take_secrets();
     (void)std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): one thread
     install_interrupt_handlers();
     const std::span<char*> words(argv, static_cast<std::size_t>(argc));
