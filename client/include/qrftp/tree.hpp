@@ -133,12 +133,14 @@ QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem:
                                                  entry_kind kind);
 
 /// Removes files of transfers that broke off (".qrftp-….part") and are older than `age` from a remote folder
-/// and all below it; returns their paths. Throws what `list` throws.
+/// and all below it; returns their paths. With `dry_run`, nothing is removed. Throws what `list` throws.
 QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
-                                                     std::chrono::seconds age = std::chrono::hours(24));
+                                                     std::chrono::seconds age = std::chrono::hours(24),
+                                                     bool dry_run = false);
 /// The same in a local folder; links in it are not followed. Throws `LocalFileError`.
 QRFTPCLIENT_EXPORT std::vector<std::filesystem::path>
-clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age = std::chrono::hours(24));
+clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age = std::chrono::hours(24),
+         bool dry_run = false);
 
 /// A remote and a local file.
 struct file_pair {

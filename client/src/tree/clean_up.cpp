@@ -19,7 +19,8 @@ bool is_left_over(const std::string& name, std::chrono::sys_seconds modified, st
 
 } // namespace
 
-std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age)
+std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age,
+                                  bool dry_run)
 {
     std::vector<std::string> left_over;
     walk(server, server.absolute(remote_folder), [&](remote_entry&& found) {
@@ -29,13 +30,14 @@ std::vector<std::string> clean_up(session& server, const std::string& remote_fol
             left_over.push_back(std::move(found.path));
         }
     });
-    for (const std::string& path : left_over) {
-        server.remove_file(path);
+    for (std::size_t i = 0; !dry_run && i < left_over.size(); ++i) {
+        server.remove_file(left_over[i]);
     }
     return left_over;
 }
 
-std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age)
+std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age,
+                                            bool dry_run)
 {
     local_tree tree(local_folder);
     std::vector<std::string> folders{""};
@@ -51,7 +53,9 @@ std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_f
                     folders.push_back(remote_path::join(path, name));
                 } else if (found && found->type == std::filesystem::file_type::regular &&
                            is_left_over(name, found->modified, age)) {
-                    folder->remove_file(name);
+                    if (!dry_run) {
+                        folder->remove_file(name);
+                    }
                     removed.push_back(tree.shown(remote_path::join(path, name)));
                 }
             }
