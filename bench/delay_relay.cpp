@@ -7,14 +7,12 @@
 //
 // The kernel connects a client at once. To make it pay for the round trip of the handshake, the server sees the
 // connection, and its first bytes, as late as on a line of that length.
-#include <arpa/inet.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <utility> // Asio 1.74 needs it and does not include it
+
+#include <boost/asio.hpp>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -23,12 +21,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
-#include <system_error>
 #include <thread>
 
 namespace {
 
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
 using steady = std::chrono::steady_clock;
 
 /// What a delay was set to, and what was counted since: shared by the connections that were opened then.
@@ -50,45 +49,34 @@ void raise_to(std::atomic<int>& counter, int value)
     }
 }
 
-bool send_all(int socket, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    return true;
-}
-
 /// One direction of a connection: one thread reads, another one writes.
 class pipe {
 public:
     /// Reads to the end; nothing of it is due before `connected`.
-    void read(int from, steady::duration delay, steady::time_point connected, const std::atomic<int>& trips,
-              int more)
+    void read(tcp::socket& from, steady::duration delay, steady::time_point connected,
+              const std::atomic<int>& trips, int more)
     {
         std::string buffer(std::size_t{256} * 1024, '\0');
-        for (ssize_t got = 1; got > 0;) {
-            got = ::recv(from, buffer.data(), buffer.size(), 0);
-            chunk next{std::max(steady::now() + delay, connected), {}, trips + more};
-            next.bytes.assign(buffer, 0, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        for (error_code ended; !ended;) {
+            const std::size_t got = from.read_some(asio::buffer(buffer), ended);
+            chunk next{std::max(steady::now() + delay, connected), buffer.substr(0, got), trips + more};
             const std::lock_guard lock(mutex_);
             chunks_.push_back(std::move(next));
             ready_.notify_one();
         }
     }
 
-    void write(int to, std::atomic<int>& trips)
+    void write(tcp::socket& to, std::atomic<int>& trips)
     {
+        error_code ended;
         for (bool open = true; open;) {
             const chunk next = take();
             std::this_thread::sleep_until(next.due);
-            open = !next.bytes.empty() && send_all(to, next.bytes);
+            asio::write(to, asio::buffer(next.bytes), ended);
+            open = !next.bytes.empty() && !ended;
             raise_to(trips, open ? next.trips : 0);
         }
-        ::shutdown(to, SHUT_WR);
+        to.shutdown(tcp::socket::shutdown_send, ended);
     }
 
 private:
@@ -106,33 +94,7 @@ private:
     std::deque<chunk> chunks_;
 };
 
-[[noreturn]] void fail(const char* what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-sockaddr_in address(const char* host, const char* port)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(static_cast<std::uint16_t>(std::atoi(port)));
-    if (::inet_pton(AF_INET, host, &result.sin_addr) != 1) {
-        fail(host);
-    }
-    return result;
-}
-
-int stream_socket()
-{
-    const int result = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    if (result < 0 || ::setsockopt(result, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
-        fail("socket");
-    }
-    return result;
-}
-
-void forward(int client, const sockaddr_in& target, const std::shared_ptr<epoch>& now)
+void forward(tcp::socket client, const tcp::endpoint& target, const std::shared_ptr<epoch>& now)
 {
     const auto connected = steady::now() + 3 * now->delay;
     const int handshake = now->client_trips + 1;
@@ -141,27 +103,17 @@ void forward(int client, const sockaddr_in& target, const std::shared_ptr<epoch>
     pipe down;
     std::jthread up_reader([&] { up.read(client, now->delay, connected, now->client_trips, 0); });
     std::this_thread::sleep_until(connected);
-    const int server = stream_socket();
-    if (::connect(server, reinterpret_cast<const sockaddr*>(&target), sizeof target) == 0) {
+    tcp::socket server(client.get_executor());
+    error_code failure;
+    server.connect(target, failure);
+    if (!failure) {
+        server.set_option(tcp::no_delay(true));
         raise_to(now->server_trips, handshake);
         std::jthread up_writer([&] { up.write(server, now->server_trips); });
         std::jthread down_reader([&] { down.read(server, now->delay, connected, now->server_trips, 1); });
         down.write(client, now->client_trips);
     }
-    ::shutdown(client, SHUT_RD); // an end of what is still read
-    up_reader.join();
-    ::close(server);
-    ::close(client);
-}
-
-void accept_all(int listener, const sockaddr_in& target, std::mutex& mutex, std::shared_ptr<epoch>& current)
-{
-    for (int client = 0; (client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-        const int on = 1;
-        ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const std::lock_guard lock(mutex);
-        std::thread(forward, client, target, current).detach();
-    }
+    client.shutdown(tcp::socket::shutdown_receive, failure); // an end of what is still read
 }
 
 } // namespace
@@ -172,16 +124,20 @@ try {
         std::cerr << "delay_relay ADDRESS TARGET_ADDRESS PORT\n";
         return 2;
     }
-    const sockaddr_in here = address(arguments[1], arguments[3]);
-    const sockaddr_in target = address(arguments[2], arguments[3]);
-    const int listener = stream_socket();
-    if (::bind(listener, reinterpret_cast<const sockaddr*>(&here), sizeof here) != 0 ||
-        ::listen(listener, SOMAXCONN) != 0) {
-        fail(arguments[1]);
-    }
+    const auto port = static_cast<std::uint16_t>(std::atoi(arguments[3]));
+    const tcp::endpoint target(asio::ip::make_address(arguments[2]), port);
+    asio::io_context io;
+    tcp::acceptor listener(io, tcp::endpoint(asio::ip::make_address(arguments[1]), port));
     std::mutex mutex;
     auto current = std::make_shared<epoch>();
-    std::thread([&] { accept_all(listener, target, mutex, current); }).detach();
+    std::thread([&] {
+        for (;;) {
+            tcp::socket client = listener.accept();
+            client.set_option(tcp::no_delay(true));
+            const std::lock_guard lock(mutex);
+            std::thread(forward, std::move(client), target, current).detach();
+        }
+    }).detach();
     std::cout << "ready" << std::endl;
     for (double milliseconds = 0; std::cin >> milliseconds;) {
         auto next = std::make_shared<epoch>();

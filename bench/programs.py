@@ -20,6 +20,8 @@ class Place:
         self.known_hosts = self.work / "known_hosts"
         self.key = self.env["KEY"]
         self.server = f"{self.protocol.lower()}://{self.host}:{self.port}"
+        self.ssh_options = ["-F", "none", "-i", self.key, "-o", "IdentitiesOnly=yes", "-o",
+                            f"UserKnownHostsFile={self.known_hosts}"]  # fmt: skip
 
     def path(self, name):
         return f"{self.env['HOME_DIR']}/{name}" if self.sftp else name
@@ -31,140 +33,81 @@ class Place:
 class Program:
     """Fetched files and folders get the local name "got", sent ones the remote name "got"."""
 
+    jobs_as = {}  # by job: the arguments, or the command that the program reads
+
     def __init__(self, *options, jobs=0):
         self.options = list(options)
         self.jobs = jobs  # connections; 0 for the program's own choice
 
+    def command(self, job, at, name):
+        """`name` is what the job is about on both sides."""
+        words = {"name": name, "path": at.path(name), "url": at.url(name), "got": at.path("got"),
+                 "got_url": at.url("got"), "jobs": self.jobs or 1}  # fmt: skip
+        return [str(word) for word in self.line(at, self.jobs_as[job].format(**words))]
+
 
 class Qrftp(Program):
-    command = "qrftp"
+    program = "qrftp"
+    jobs_as = {"get": "get {url} got", "put": "put {name} {got_url}", "get_tree": "get -r {url} got",
+               "put_tree": "put -r {name} {got_url}", "sync": "sync {name} {url}", "list": "ls -l {url}"}  # fmt: skip
 
-    def line(self, at, *arguments):
+    def line(self, at, arguments):
         login = ["--key", at.key, "--known-hosts", at.known_hosts] if at.sftp else ["--tls", "none"]
-        return [self.command, *arguments, "-q", *login, *self.options]
-
-    def copy(self, at, *arguments):
-        return self.line(at, *arguments, *(["-j", self.jobs] if self.jobs else []))
-
-    def get(self, at, name):
-        return self.copy(at, "get", at.url(name), "got")
-
-    def put(self, at, name):
-        return self.copy(at, "put", name, at.url("got"))
-
-    def get_tree(self, at, name):
-        return self.copy(at, "get", "-r", at.url(name), "got")
-
-    def put_tree(self, at, name):
-        return self.copy(at, "put", "-r", name, at.url("got"))
-
-    def sync(self, at, name):
-        return self.copy(at, "sync", name, at.url(name))
-
-    def list(self, at, name):
-        return self.line(at, "ls", "-l", at.url(name))
+        jobs = ["-j", self.jobs] if self.jobs else []
+        return [self.program, *arguments.split(), "-q", *login, *self.options, *jobs]
 
 
 class Sftp(Program):
+    jobs_as = {"get": "get {path} got", "put": "put {name} {got}", "get_tree": "get -r {path} got",
+               "put_tree": "put -r {name} {got}", "list": "ls -l {path}"}  # fmt: skip
+
     def line(self, at, command):
         (at.work / "sftp.batch").write_text(command + "\n")
-        options = [*ssh_options(at), *self.options, "-P", at.port]
+        options = [*at.ssh_options, *self.options, "-P", at.port]
         return ["sftp", "-q", "-b", "sftp.batch", *options, f"{at.user}@{at.host}"]
-
-    def get(self, at, name):
-        return self.line(at, f"get {at.path(name)} got")
-
-    def put(self, at, name):
-        return self.line(at, f"put {name} {at.path('got')}")
-
-    def get_tree(self, at, name):
-        return self.line(at, f"get -r {at.path(name)} got")
-
-    def put_tree(self, at, name):
-        return self.line(at, f"put -r {name} {at.path('got')}")
-
-    def list(self, at, name):
-        return self.line(at, f"ls -l {at.path(name)}")
 
 
 class Lftp(Program):
+    jobs_as = {"get": "get {path} -o got", "put": "put {name} -o {got}", "get_tree": "mirror -P {jobs} {path} got",
+               "put_tree": "mirror -R -P {jobs} {name} {got}", "sync": "mirror -R -P {jobs} {name} {path}",
+               "list": "ls {path}"}  # fmt: skip
+
     def line(self, at, command):
-        ssh = shlex.quote(shlex.join(["ssh", "-a", "-x", *map(str, ssh_options(at))]))
+        ssh = shlex.quote(shlex.join(["ssh", "-a", "-x", *map(str, at.ssh_options)]))
         setup = f"set cmd:fail-exit yes; set ftp:ssl-allow no; set sftp:connect-program {ssh}"
         password = "" if at.sftp else at.env["PASSWORD"]
         return ["lftp", "--norc", "-c", f"{setup}; open -u {at.user},{password} {at.server}; {command}"]
 
-    def get(self, at, name):
-        return self.line(at, f"get {at.path(name)} -o got")
-
-    def put(self, at, name):
-        return self.line(at, f"put {name} -o {at.path('got')}")
-
-    def get_tree(self, at, name):
-        return self.line(at, f"mirror -P {self.jobs or 1} {at.path(name)} got")
-
-    def put_tree(self, at, name):
-        return self.line(at, f"mirror -R -P {self.jobs or 1} {name} {at.path('got')}")
-
-    def sync(self, at, name):
-        return self.line(at, f"mirror -R -P {self.jobs or 1} {name} {at.path(name)}")
-
-    def list(self, at, name):
-        return self.line(at, f"ls {at.path(name)}")
-
 
 class Rclone(Program):
-    def line(self, at, *arguments):
+    jobs_as = {"get": "copyto :sftp:{path} got", "put": "copyto {name} :sftp:{got}", "sync": "sync {name} :sftp:{path}",
+               "get_tree": "copyto :sftp:{path} got", "put_tree": "copyto {name} :sftp:{got}",
+               "list": "lsl :sftp:{path}"}  # fmt: skip
+
+    def line(self, at, arguments):
         jobs = ["--transfers", self.jobs, "--checkers", self.jobs] if self.jobs else []
-        return ["rclone", "--config", "/dev/null", *arguments, "--sftp-host", at.host, "--sftp-port", at.port,
+        return ["rclone", "--config", "/dev/null", *arguments.split(), "--sftp-host", at.host, "--sftp-port", at.port,
                 "--sftp-user", at.user, "--sftp-key-file", at.key, "--sftp-known-hosts-file", at.known_hosts,
                 "--sftp-disable-hashcheck", *jobs]  # a check of hashes would need a shell on the server
 
-    def get(self, at, name):
-        return self.line(at, "copyto", f":sftp:{at.path(name)}", "got")
-
-    def put(self, at, name):
-        return self.line(at, "copyto", name, f":sftp:{at.path('got')}")
-
-    get_tree = get
-    put_tree = put
-
-    def sync(self, at, name):
-        return self.line(at, "sync", name, f":sftp:{at.path(name)}")
-
-    def list(self, at, name):
-        return self.line(at, "lsl", f":sftp:{at.path(name)}")
-
 
 class Curl(Program):
-    def line(self, at, *arguments):
+    jobs_as = {"get": "-o got {url}", "put": "-T {name} {got_url}", "list": "{url}/"}
+
+    def line(self, at, arguments):
         login = ["-u", f"{at.user}:", "--key", at.key, "--pubkey", at.env["KEY_PUB"]]
         if not at.sftp:
             login = ["-u", f"{at.user}:{at.env['PASSWORD']}"]
-        return ["curl", "--disable", "-sS", *login, *arguments]
+        return ["curl", "--disable", "-sS", *login, *arguments.split()]
 
-    def get(self, at, name):
-        return self.line(at, "-o", "got", at.url(name))
-
-    def put(self, at, name):
-        return self.line(at, "-T", name, at.url("got"))
-
-    def files(self, at, name, entry):
-        """One run with a list of URLs, which is what curl has for folders."""
-        names = sorted(path.name for path in (at.work / name).iterdir())
-        (at.work / "curl.list").write_text("".join(entry(each) for each in names))
-        parallel = ["-Z", "--parallel-max", self.jobs] if self.jobs else []
-        return self.line(at, "-K", "curl.list", "--create-dirs", "--ftp-create-dirs", *parallel)
-
-    def get_tree(self, at, name):
-        return self.files(at, name, lambda each: f'url = "{at.url(name)}/{each}"\noutput = "got/{each}"\n')
-
-    def put_tree(self, at, name):
-        return self.files(at, name, lambda each: f'url = "{at.url("got")}/{each}"\nupload-file = "{name}/{each}"\n')
-
-    def list(self, at, name):
-        return self.line(at, at.url(name) + "/")
-
-
-def ssh_options(at):
-    return ["-F", "none", "-i", at.key, "-o", "IdentitiesOnly=yes", "-o", f"UserKnownHostsFile={at.known_hosts}"]
+    def command(self, job, at, name):
+        """A folder is one run with a list of URLs."""
+        entry = {"get_tree": 'url = "{url}/{file}"\noutput = "got/{file}"\n',
+                 "put_tree": 'url = "{got_url}/{file}"\nupload-file = "{name}/{file}"\n'}.get(job)  # fmt: skip
+        if not entry:
+            return super().command(job, at, name)
+        files = [entry.format(url=at.url(name), got_url=at.url("got"), name=name, file=path.name)
+                 for path in sorted((at.work / name).iterdir())]  # fmt: skip
+        (at.work / "curl.list").write_text("".join(files))
+        options = f"-K curl.list --create-dirs --ftp-create-dirs -Z --parallel-max {self.jobs or 1}"
+        return [str(word) for word in self.line(at, options)]

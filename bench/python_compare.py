@@ -8,7 +8,6 @@ and client: seconds, and how many times as long as the package."""
 import asyncio
 import ftplib
 import os
-import shutil
 import ssl
 import statistics
 import subprocess
@@ -96,24 +95,25 @@ class Bench:
 
     def many(self):
         target, remote = self.folder / "many", str(self.home / SMALL.replace(" ", "_"))
+        files = [(f"{remote}/file{number:06}", str(target / str(number))) for number in range(FILES)]
         def own():
             with self.session(FAR) as session:
                 session.fetch_tree(remote, target)
         def by_paramiko():  # one tenth, since it takes minutes
             client, sftp = self.paramiko(FAR)
             target.mkdir(exist_ok=True)
-            for number in range(FILES // 10):
-                sftp.get(f"{remote}/file{number:06}", str(target / str(number)))
+            for each in files[:FILES // 10]:
+                sftp.get(*each)
             client.close()
+        async def get_all(sftp):
+            limit = asyncio.Semaphore(100)
+            async def get(one):
+                async with limit:
+                    await sftp.get(*one)
+            await asyncio.gather(*map(get, files))
         def by_asyncssh():
             target.mkdir(exist_ok=True)
-            async def work(sftp):
-                limit = asyncio.Semaphore(100)
-                async def get(number):
-                    async with limit:
-                        await sftp.get(f"{remote}/file{number:06}", str(target / str(number)))
-                await asyncio.gather(*map(get, range(FILES)))
-            self.asyncssh(work, FAR)
+            self.asyncssh(get_all, FAR)
         return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko, "asyncssh, 100 at once": by_asyncssh}
 
     def ftp_large(self):
@@ -149,29 +149,25 @@ class Bench:
         return {"qrftp": load("qrftp"), "paramiko": load("paramiko"), "no module": load("sys")}
 
 
-def main():
-    folder = Path(tempfile.mkdtemp(prefix="qrftp-"))
-    folder.chmod(0o711)
-    bench = None
+def measure(job, clients):
+    seconds = {name: [] for name in clients}
+    for _ in range(ROUNDS):
+        for name, work in clients.items():
+            began = time.monotonic()
+            work()
+            seconds[name].append((time.monotonic() - began) * (10 if "times 10" in name else 1))
+    for name, each in seconds.items():
+        median, own = statistics.median(each), statistics.median(seconds["qrftp"])
+        print(f"{job:8} {name:48} {median:9.3f} s {median / own:8.2f}", flush=True)
+
+
+with tempfile.TemporaryDirectory(prefix="qrftp-") as made:
+    os.chmod(made, 0o711)
+    bench = Bench(Path(made))
     try:
-        bench = Bench(folder)
         jobs = {"down": lambda: bench.large(False), "up": lambda: bench.large(True), "many": bench.many,
                 "ftp": bench.ftp_large, "ranges": bench.ranges, "import": bench.imports}  # fmt: skip
         for job in sys.argv[2:] or jobs:
-            clients, seconds = jobs[job](), {}
-            for _ in range(ROUNDS):
-                for name, work in clients.items():
-                    began = time.monotonic()
-                    work()
-                    scale = 10 if "times 10" in name else 1
-                    seconds.setdefault(name, []).append((time.monotonic() - began) * scale)
-            medians = {name: statistics.median(each) for name, each in seconds.items()}
-            for name, median in medians.items():
-                print(f"{job:8} {name:48} {median:9.3f} s {median / medians['qrftp']:8.2f}", flush=True)
+            measure(job, jobs[job]())
     finally:
-        if bench:
-            bench.servers.close()
-        shutil.rmtree(folder)
-
-
-main()
+        bench.servers.close()

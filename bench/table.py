@@ -12,6 +12,7 @@ import os
 import pathlib
 import platform
 import re
+import resource
 import shutil
 import signal
 import statistics
@@ -170,12 +171,14 @@ class Bench:
         place, delay = self.servers.work, work.delay
         at = Place(self.servers.env, place, work.protocol, FAR if delay else NEAR)
         name = (run.data or work.data).replace(" ", "_")
-        command = [str(word) for word in getattr(run.program, work.job)(at, name)]
+        command = run.program.command(work.job, at, name)
         self.servers.set_delay(delay)
+        # A process starts with the peak of memory of the one that it was forked from: not with this one's.
+        stopwatch = ["/usr/bin/time", "--quiet", "-f", "%M", "-o", place / "report"]
         with open(place / "errors", "wb") as errors:
-            process = subprocess.Popen([self.build / "bench/measure", place / "report", *command], cwd=place,
-                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors,
-                                       start_new_session=True)
+            used, began = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
+            process = subprocess.Popen([*stopwatch, *command], cwd=place, stdin=subprocess.DEVNULL,
+                                       stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True)
             try:
                 process.wait(LIMIT)
             except BaseException as error:  # the whole session of the command goes, on an interrupt too
@@ -184,6 +187,8 @@ class Bench:
                 if isinstance(error, subprocess.TimeoutExpired):
                     raise Cannot(f"more than {LIMIT} s") from None
                 raise
+        seconds, now = time.monotonic() - began, resource.getrusage(resource.RUSAGE_CHILDREN)
+        cpu = now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime
         trips = self.servers.set_delay(0)
         if process.returncode:
             said = (place / "errors").read_text(errors="replace").strip().splitlines()
@@ -192,8 +197,8 @@ class Bench:
             got = self.servers.home / "got" if work.job.startswith("put") else place / "got"
             if not same(place / name, got):
                 raise Cannot("failed: what arrived differs")
-        seconds, cpu, memory = map(float, (place / "report").read_text().split())
-        return {"seconds": seconds, "cpu": cpu, "memory": memory / 1024, "trips": trips}
+        memory = int((place / "report").read_text()) / 1024
+        return {"seconds": seconds, "cpu": cpu, "memory": memory, "trips": trips}
 
     def measure(self, work):
         for data in {work.data} | {run.data for run in work.runs.values() if run.data}:
@@ -276,14 +281,10 @@ def points(done):
 
 
 def versions():
-    def first(pattern, *command):
-        said = subprocess.run(command, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
-        return re.search(pattern, said)[1]
-
-    return ", ".join([datetime.date.today().isoformat(), first("([^,]*)", "ssh", "-V"),
-                      "lftp " + first(r"Version (\S+)", "lftp", "--version"), first(r"(.*)", "rclone", "version"),
-                      first(r"(curl \S+)", "curl", "-V"), "ProFTPD " + first(r"Version (\S+)", "proftpd", "-v"),
-                      "kernel " + platform.release().split("-")[0], f"{os.cpu_count()} processors"])
+    packages = subprocess.check_output(["dpkg-query", "-W", "-f", "${Package} ${Version}, ", "openssh-server", "lftp",
+                                        "rclone", "curl", "proftpd-core"], text=True)
+    kernel = platform.release().split("-")[0]
+    return f"{datetime.date.today()}, {packages}kernel {kernel}, {os.cpu_count()} processors"
 
 
 def report(done, minutes):
@@ -301,7 +302,7 @@ def store(text, drawing):
 
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
-    out, Qrftp.command = build / "bench", build / "cli/qrftp"
+    out, Qrftp.program = build / "bench", build / "cli/qrftp"
     wanted = [work for work in works() if any(ONLY.search(line.title) for line in work.lines)]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     os.environ["PATH"] += ":/usr/sbin:/sbin"

@@ -37,9 +37,10 @@ set(built_as_installed
     BUILD_WITH_INSTALL_RPATH ON
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 
-# qrftp_library(TARGET INCLUDE DIR… EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header,
-# a version and a soname, the names that cmake/TARGET.map lets out, its headers installed below one folder that no other package shares. Every one of them
-# compiles alone: all_verify_interface_header_sets builds that (CMAKE_VERIFY_INTERFACE_HEADER_SETS).
+# qrftp_library(TARGET INCLUDE DIR… EXPORT_NAME NAME): the library qrftpcore::NAME with a generated export header, a
+# version and a soname, the names that cmake/TARGET.map lets out, and its headers, installed below a folder that no
+# other package shares. Every one of them compiles alone: all_verify_interface_header_sets builds that
+# (CMAKE_VERIFY_INTERFACE_HEADER_SETS).
 function(qrftp_library target)
     cmake_parse_arguments(arg "" "EXPORT_NAME" "INCLUDE" ${ARGN})
     qrftp_target(${target})

@@ -21,7 +21,7 @@ declare -A package_list=(
     [docs]="doxygen"
     [package]="git build-essential debhelper dh-python dpkg-dev lintian pybind11-dev python3-dev"
     [system]="git debootstrap"
-    [bench]="openssh-server openssh-client curl lftp rclone python3"
+    [bench]="time openssh-server openssh-client curl lftp rclone python3"
 )
 
 need_packages() {

@@ -221,8 +221,9 @@ struct path_change {
 /// is opened again, and a request that can be repeated is, once. One thread at a time.
 class protocol {
 public:
-    /// Connects and logs in.
-    static std::unique_ptr<protocol> open(const url& server, const session_options& options);
+    /// Connects and logs in. `login_folder` is where that of another connection with the same login was told.
+    static std::unique_ptr<protocol> open(const url& server, const session_options& options,
+                                          const std::string& login_folder = {});
 
     protocol() = default;
     protocol(const protocol&) = delete;
@@ -319,6 +320,7 @@ private:
 
 /// Defined in ftp/ and sftp/.
 std::unique_ptr<protocol> open_ftp(const url& server, const session_options& options);
-std::unique_ptr<protocol> open_sftp(const url& server, const session_options& options);
+std::unique_ptr<protocol> open_sftp(const url& server, const session_options& options,
+                                    const std::string& login_folder);
 
 } // namespace qrftp

@@ -131,7 +131,7 @@ session session::clone() const
 {
     const state& mine = opened();
     auto copy = std::make_unique<state>(state{mine.location, mine.options, nullptr, mine.folder});
-    copy->server = protocol::open(copy->location, copy->options);
+    copy->server = protocol::open(copy->location, copy->options, mine.server->info().login_folder);
     return session(std::move(copy));
 }
 

@@ -1,4 +1,4 @@
-#include "../../cli/credentials.hpp"
+#include "credentials.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "../../cli/format.hpp"
+#include "format.hpp"
 
-#include "../../cli/json.hpp"
+#include "json.hpp"
 
 #include <gtest/gtest.h>
 

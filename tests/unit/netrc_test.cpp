@@ -1,4 +1,4 @@
-#include "../../cli/netrc.hpp"
+#include "netrc.hpp"
 
 #include <array>
 #include <gtest/gtest.h>

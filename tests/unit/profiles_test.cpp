@@ -1,5 +1,5 @@
-#include "../../cli/profile_edit.hpp"
-#include "../../cli/settings.hpp"
+#include "profile_edit.hpp"
+#include "settings.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "../../cli/table.hpp"
+#include "table.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "../../cli/tokenize.hpp"
+#include "tokenize.hpp"
 
 #include <gtest/gtest.h>
 

@@ -3,6 +3,7 @@
 #include "copy_job.hpp"
 #include "pipeline.hpp"
 
+#include <algorithm>
 #include <deque>
 #include <exception>
 #include <memory>
@@ -34,7 +35,7 @@ public:
     /// `Cancelled`, and what the batch throws, nothing is left open on the server, nor under a temporary name.
     void run(pipeline& server)
     {
-        copy_state state(server);
+        copy_state state(server, Job::first_window);
         try {
             while (start_files(state), send_requests(state), report(state), !active_.empty()) {
                 server.pump();
@@ -77,7 +78,8 @@ private:
 
     void start_files(copy_state& state)
     {
-        while (state.handles.has_room() && state.planned < state.bytes.size() && state.ended.empty()) {
+        while (state.handles.has_room() && state.planned <= std::min(state.bytes.size(), Job::lead) &&
+               state.ended.empty()) {
             std::optional<active_job> next = next_job();
             if (!next) {
                 return;

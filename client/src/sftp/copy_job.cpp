@@ -28,8 +28,8 @@ attributes to_attributes(const file_facts& facts)
     return values;
 }
 
-copy_state::copy_state(pipeline& connection)
-    : server(connection), handles(connection.round_trip(), connection.limits().handles),
+copy_state::copy_state(pipeline& connection, std::uint64_t first_window)
+    : server(connection), handles(connection.round_trip(), connection.limits().handles), bytes(first_window),
       read_size(connection.limits().read)
 {
 }
@@ -122,9 +122,9 @@ void copy_job::note_sent(std::uint32_t bytes) noexcept
     ++unanswered_;
 }
 
-void copy_job::note_answered(std::uint32_t bytes) noexcept
+void copy_job::note_answered(std::uint32_t bytes, std::uint64_t largest) noexcept
 {
-    state_->bytes.on_answered(bytes, server().window());
+    state_->bytes.on_answered(bytes, largest);
     bytes_in_flight_ -= bytes;
 }
 

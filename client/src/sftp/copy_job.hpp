@@ -17,11 +17,11 @@ class copy_job;
 
 /// What the files of a batch share while they are copied over one connection.
 struct copy_state {
-    explicit copy_state(pipeline& connection);
+    copy_state(pipeline& connection, std::uint64_t first_window);
 
     pipeline& server;
     handle_window handles;
-    byte_window bytes{};
+    byte_window bytes;
     std::uint32_t read_size;       ///< of one READ
     std::uint64_t planned = 0;     ///< bytes that the open files have still to ask for
     std::deque<copy_job*> ready{}; ///< those that have something to send, in the order in which they get on
@@ -100,7 +100,8 @@ protected:
         note_sent(part.length);
     }
     void note_sent(std::uint32_t bytes) noexcept;
-    void note_answered(std::uint32_t bytes) noexcept;
+    /// `largest` is what the window may grow to.
+    void note_answered(std::uint32_t bytes, std::uint64_t largest) noexcept;
     /// How many answers are owed.
     [[nodiscard]] std::uint64_t unanswered() const noexcept { return unanswered_; }
 

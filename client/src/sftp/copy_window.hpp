@@ -29,10 +29,11 @@ private:
     std::size_t opened_ = 0; ///< of these, those with a handle
 };
 
-/// How many bytes may be asked for or sent without having been answered. It begins at 1 MiB, so that a short
-/// file is not over-asked, and grows with what has been answered.
+/// How many bytes may be asked for or sent without having been answered. It grows with what has been answered.
 class byte_window {
 public:
+    explicit byte_window(std::uint64_t size) : size_(size) {}
+
     [[nodiscard]] bool has_room() const noexcept { return in_flight_ < size_; }
     [[nodiscard]] std::uint64_t size() const noexcept { return size_; }
     void on_sent(std::uint64_t bytes) noexcept { in_flight_ += bytes; }
@@ -44,7 +45,7 @@ public:
     void forget(std::uint64_t bytes) noexcept { in_flight_ -= bytes; }
 
 private:
-    std::uint64_t size_ = std::uint64_t{1} << 20;
+    std::uint64_t size_;
     std::uint64_t in_flight_ = 0;
     std::uint64_t answered_ = 0;
 };

@@ -51,11 +51,15 @@ void download_job::on_opened()
         return begin();
     }
     ask(packet_type::fstat, step::fstat, handle());
-    if (!file_.needs_size() && !is_retry()) {
-        // All of a small file comes with its attributes.
-        const std::uint64_t length =
-            std::min<std::uint64_t>(std::min(state().read_size, smallest_read), part_.end - part_.begin);
-        ask_for(step::read, part_.begin, static_cast<std::uint32_t>(length));
+    if (file_.needs_size() || is_retry()) {
+        return;
+    }
+    if (part_.end != byte_range::to_the_end) {
+        next_ = part_.begin;
+        get_ready();
+    } else { // All of a small file comes with its attributes.
+        const std::uint32_t length = std::min(state().read_size, smallest_read);
+        ask_for(step::read, part_.begin, length);
         ahead_ = part_.begin + length;
     }
 }
@@ -129,6 +133,9 @@ std::uint64_t download_job::expected_end() const
 
 std::uint64_t download_job::limit() const
 {
+    if (!is_reading_ && part_.end != byte_range::to_the_end) {
+        return part_.end;
+    }
     const std::uint64_t come = position_ - range_.begin;
     const std::uint64_t last =
         size_ ? *size_ + (is_listed_ ? 1 : 0) : position_ + std::max<std::uint64_t>(come, state().read_size);
@@ -144,6 +151,7 @@ bool download_job::send_more()
     const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(last - next_, state().read_size));
     ask_for(step::read, next_, length);
     next_ += length;
+    ahead_ = is_reading_ ? 0 : next_;
     plan(planned() - std::min<std::uint64_t>(planned(), length));
     return true;
 }
@@ -155,7 +163,7 @@ void download_job::ask_for(step reason, std::uint64_t offset, std::uint32_t leng
 
 void download_job::on_read(const request_tag& tag, const reply& answer)
 {
-    note_answered(tag.length);
+    note_answered(tag.length, server().window());
     if (answer.is_status(status_code::eof)) {
         end_ = std::min(end_, tag.offset);
     } else if (answer.is_status()) {

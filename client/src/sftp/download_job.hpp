@@ -16,6 +16,9 @@ namespace qrftp::sftp {
 class download_job final : public copy_job {
 public:
     using batch_type = download_batch;
+    /// A short file is not over-asked.
+    static constexpr std::uint64_t first_window = std::uint64_t{1} << 20;
+    static constexpr std::uint64_t lead = std::numeric_limits<std::uint64_t>::max();
 
     explicit download_job(const download_batch::part& what) : file_(*what.file), part_(what.range) {}
 

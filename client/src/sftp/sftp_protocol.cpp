@@ -24,9 +24,11 @@ reply call_check_file(pipeline& server, const std::string& path)
 
 } // namespace
 
-sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
+sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options,
+                             std::string login_folder)
     : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
 {
+    info_.login_folder = std::move(login_folder);
     this->connect();
 }
 
@@ -45,10 +47,14 @@ void sftp_protocol::connect()
     for (const auto& [name, version] : opened->extensions()) {
         info.features.push_back(fmt::format("{} {}", name, version));
     }
-    const reply folder = opened->call(packet_type::realpath, ".");
-    folder.check(".");
-    info.login_folder = folder.single_name();
-    info.round_trip = opened->round_trip();
+    info.login_folder = info_.login_folder;
+    info.round_trip = info_.round_trip;
+    if (info.login_folder.empty()) { // the same for every connection of one login
+        const reply folder = opened->call(packet_type::realpath, ".");
+        folder.check(".");
+        info.login_folder = folder.single_name();
+        info.round_trip = opened->round_trip();
+    }
     info_ = std::move(info);
     pipeline_ = std::move(opened);
     ++connections_;

@@ -21,7 +21,8 @@ public:
     using connect_function = std::function<std::unique_ptr<transport>(const session_options&, server_info&)>;
 
     /// `server` is the subject of errors that concern no file.
-    sftp_protocol(connect_function connect, std::string server, session_options options);
+    sftp_protocol(connect_function connect, std::string server, session_options options,
+                  std::string login_folder = {});
 
     [[nodiscard]] const server_info& info() const override { return info_; }
     void check_name(std::string_view path) const override;

@@ -226,7 +226,7 @@ void upload_job::send_facts()
 
 void upload_job::on_written(const request_tag& tag, const reply& answer)
 {
-    note_answered(tag.length);
+    note_answered(tag.length, first_window);
     if (answer.is_failure()) {
         return fail_refused(file_.target(), answer);
     }

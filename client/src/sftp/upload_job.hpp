@@ -13,6 +13,9 @@ namespace qrftp::sftp {
 class upload_job final : public copy_job {
 public:
     using batch_type = upload_batch;
+    static constexpr std::uint64_t first_window = std::uint64_t{4} << 20;
+    /// What most servers let come in a round trip: the rest is left to other connections.
+    static constexpr std::uint64_t lead = std::uint64_t{2} << 20;
 
     explicit upload_job(const upload_batch::part& what) : file_(*what.file), part_(what.range) {}
 

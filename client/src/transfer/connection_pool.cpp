@@ -1,18 +1,21 @@
 #include "connection_pool.hpp"
 
+#include "../session_access.hpp"
+
 #include <utility>
 
 namespace qrftp {
 
-connection_pool::connection_pool(const url& server, const session_options& options, unsigned further)
-    : on_stop_(options.stop, [this] { stop_.request_stop(); })
+connection_pool::connection_pool(const session& first, unsigned further)
+    : on_stop_(session_access::options(first).stop, [this] { stop_.request_stop(); })
 {
     for (unsigned job = 1; job <= further; ++job) {
         worker& self = *workers_.emplace_back(std::make_unique<worker>());
-        session_options own = options;
+        session_options own = session_access::options(first);
         own.stop = self.stop.get_token();
-        self.thread =
-            std::jthread([this, server, own = std::move(own), &self, job] { serve(server, own, self, job); });
+        self.thread = std::jthread([this, server = first.location(), own = std::move(own),
+                                    folder = session_access::server(first).info().login_folder, &self,
+                                    job] { serve(server, own, folder, self, job); });
     }
 }
 
@@ -49,14 +52,14 @@ void connection_pool::run(protocol& first, const work& task)
     }
 }
 
-void connection_pool::serve(const url& server, const session_options& options, worker& self,
-                            unsigned job) noexcept
+void connection_pool::serve(const url& server, const session_options& options, const std::string& login_folder,
+                            worker& self, unsigned job) noexcept
 {
     // What asks for the end of all ends this connection's requests, too.
     const std::stop_callback follow(stop_.get_token(), [&self] { self.stop.request_stop(); });
     std::unique_ptr<protocol> opened;
     try {
-        opened = protocol::open(server, options);
+        opened = protocol::open(server, options, login_folder);
     } catch (...) {
         return; // The other connections do the work.
     }

@@ -2,12 +2,15 @@
 
 #include "../protocol.hpp"
 
+#include <qrftp/session.hpp>
+
 #include <condition_variable>
 #include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,8 +23,8 @@ class connection_pool {
 public:
     using work = std::function<void(protocol& server, unsigned job)>;
 
-    /// Opens `further` connections.
-    connection_pool(const url& server, const session_options& options, unsigned further);
+    /// Opens `further` connections like that of `first`.
+    connection_pool(const session& first, unsigned further);
     connection_pool(const connection_pool&) = delete;
     connection_pool& operator=(const connection_pool&) = delete;
     ~connection_pool();
@@ -40,7 +43,8 @@ private:
         std::jthread thread;
     };
 
-    void serve(const url& server, const session_options& options, worker& self, unsigned job) noexcept;
+    void serve(const url& server, const session_options& options, const std::string& login_folder, worker& self,
+               unsigned job) noexcept;
     const work* wait_for_work(worker& self);
     void fail(std::exception_ptr why);
     void stop_idle_workers();

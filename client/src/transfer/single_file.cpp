@@ -23,7 +23,7 @@ constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 /// What is less comes sooner over the connection that is there than over a further one.
 constexpr std::uint64_t smallest_share = 8 * mebibyte;
 /// Where a part costs no round trip: a connection that comes late, or is slow, then carries fewer of them.
-constexpr std::uint64_t small_part = 4 * mebibyte;
+constexpr std::uint64_t small_part = 2 * mebibyte;
 
 /// Over how many connections a file goes, in how many parts.
 struct spread {
@@ -118,7 +118,7 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
         size = options.listed_size ? *options.listed_size : server.size(path).value_or(0);
     }
     const auto [connections, parts] = spread_file(server, allowed, size);
-    connection_pool pool(from.location(), session_access::options(from), connections - 1);
+    connection_pool pool(from, connections - 1);
     meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
@@ -142,7 +142,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
     }
-    connection_pool pool(to.location(), session_access::options(to), connections - 1);
+    connection_pool pool(to, connections - 1);
     meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
     with_consequences(to, progress, path, "", [&, count = parts] {
@@ -153,7 +153,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
 void fetch_data(const session& from, const std::string& path,
                 const std::function<bool(std::string_view)>& on_data, const transfer_options& options)
 {
-    connection_pool pool(from.location(), session_access::options(from), 0);
+    connection_pool pool(from, 0);
     meter progress = make_meter(from, path, options, pool);
     data_download file(path, on_data, options, progress,
                        verification_of(session_access::server(from), from.location().server(), options));
@@ -163,7 +163,7 @@ void fetch_data(const session& from, const std::string& path,
 void send_data(const session& to, const std::function<std::size_t(std::span<char>)>& read,
                const std::string& path, const transfer_options& options)
 {
-    connection_pool pool(to.location(), session_access::options(to), 0);
+    connection_pool pool(to, 0);
     meter progress = make_meter(to, path, options, pool);
     data_upload file(read, path, options, progress,
                      verification_of(session_access::server(to), to.location().server(), options));

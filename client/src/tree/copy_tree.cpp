@@ -77,7 +77,7 @@ private:
         }
         const auto most = static_cast<unsigned>(std::min<std::size_t>(copies_.size(), usual_jobs));
         const unsigned jobs = options_.jobs == 0 ? most : options_.jobs;
-        connection_pool pool(to_.location(), session_access::options(to_), jobs - 1);
+        connection_pool pool(to_, jobs - 1);
         protocol& reading = session_access::server(from_);
         pool.run(session_access::server(to_), [&](protocol& writing, unsigned job) {
             server_copier copier(from_, job == 0 && &reading != &writing ? &reading : nullptr, writing,

@@ -97,8 +97,7 @@ tree_result bring_over(session& opened, const tree_sides& sides, const sync_opti
     if (options.transfer.verify || options.comparison == sync_comparison::checksum) {
         require_checksums(server, opened.location().server());
     }
-    connection_pool pool(opened.location(), session_access::options(opened),
-                         further_connections(server, options));
+    connection_pool pool(opened, further_connections(server, options));
     const bool fetching = sides.way == direction::fetch;
     const auto scan_side = [&](bool remote_side, tree_role role) {
         return remote_side ? scan_remote(server, sides.remote, options, role)
@@ -176,8 +175,7 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
         return outcome.take();
     }
     const auto most = static_cast<unsigned>(std::max<std::size_t>(copies.size(), 1) - 1);
-    connection_pool pool(opened.location(), session_access::options(opened),
-                         std::min(further_connections(server, options), most));
+    connection_pool pool(opened, std::min(further_connections(server, options), most));
     outcome.expect(copies);
     copy_queue<File> queue(copies, options, session_access::options(opened), pool.stop_token(), outcome,
                            std::move(make));
