@@ -36,7 +36,8 @@ try {
     remote.fetch(where.path, argv[2], {.keep_time = true, .on_progress = show});
     std::cerr << '\n';
 } catch (const qrftp::NotFound& error) { // one of the errors, told apart by its class
-    std::cerr << "Nothing there: " << error.reply_code() << ' ' << error.server_message() << '\n';
+    std::cerr << "Nothing there: " << error.reply_code() << ' ' << qrftp::escape(error.server_message())
+              << '\n';
     return 5;
 } catch (const std::exception& error) {
     std::cerr << error.what() << '\n';

@@ -69,7 +69,7 @@ constexpr std::array<description, 33> descriptions{{
      R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
     {error_cause::local_file, "LocalFileError", R"(The local file "{0}" cannot be used: {1}.)"},
     {error_cause::cancelled, "Cancelled", R"(Interrupted: "{0}".)"},
-    {error_cause::closed, "Closed", R"(The session is closed.)"},
+    {error_cause::closed, "Closed", R"(The {0} is closed.)"},
 }};
 
 constexpr bool is_in_order()
@@ -120,8 +120,8 @@ error::error(std::string_view sentence, error_cause why, std::string subject, co
              response said)
 {
     // A server may repeat what it was sent, the password included. Without a code the words are our own.
-    const std::string message = said.code == 0 ? said.message : masked(said.message);
-    const std::string words = message.empty() ? "" : fmt::format(" ({})", escape(message));
+    said.message = said.code == 0 ? std::move(said.message) : masked(said.message);
+    const std::string words = said.message.empty() ? "" : fmt::format(" ({})", escape(said.message));
     std::string text = fmt::format(fmt::runtime(sentence), escape(subject), escape(reason), words);
     details_ =
         std::make_shared<const details>(details{why, std::move(subject), std::move(said), std::move(text)});

@@ -3,6 +3,7 @@
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
 
+#include <algorithm>
 #include <utility>
 
 namespace qrftp {
@@ -12,10 +13,23 @@ std::vector<std::string> random_reader::read(std::span<const file_range> ranges)
     std::vector<std::string> results;
     results.reserve(ranges.size());
     for (const file_range& each : ranges) {
-        std::string& bytes = results.emplace_back(each.length, '\0');
-        bytes.resize(read(each.offset, bytes));
+        results.push_back(read_on(each.offset, each.length));
     }
     return results;
+}
+
+std::string random_reader::read_on(std::uint64_t offset, std::uint64_t length)
+{
+    std::string bytes;
+    for (bool at_end = false; !at_end && bytes.size() < length;) {
+        const std::size_t before = bytes.size();
+        bytes.resize(before + std::min(length - before, read_step));
+        const std::span<char> room = std::span(bytes).subspan(before);
+        const std::size_t got = read(offset + before, room);
+        at_end = got < room.size();
+        bytes.resize(before + got);
+    }
+    return bytes;
 }
 
 remote_file::remote_file(std::unique_ptr<random_reader> reader) : reader_(std::move(reader))

@@ -2,7 +2,9 @@
 
 #include <boost/crc.hpp>
 #include <fmt/format.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
+#include <qrftp/error.hpp>
 
 #include <array>
 #include <new>
@@ -32,10 +34,13 @@ class hasher::state {
 public:
     explicit state(hash_algorithm algorithm) : algorithm_(algorithm)
     {
+        if (context_ == nullptr) {
+            throw std::bad_alloc();
+        }
         const EVP_MD* const digest = message_digest(algorithm);
-        if (digest != nullptr &&
-            (context_ == nullptr || EVP_DigestInit_ex(context_.get(), digest, nullptr) != 1)) {
-            throw std::bad_alloc(); // or a system whose policy forbids the algorithm
+        if (digest != nullptr && EVP_DigestInit_ex(context_.get(), digest, nullptr) != 1) {
+            ERR_clear_error();
+            throw InvalidOption(std::string(name_of(algorithm)), "OpenSSL does not allow it on this system");
         }
     }
 

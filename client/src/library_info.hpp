@@ -9,7 +9,7 @@ namespace ftp {
 
 /// "libcurl/7.88.1 OpenSSL/3.0.17"
 std::string library_versions();
-/// Whether libcurl's own words go to the host's log.
+/// Sends libcurl's own words to the host's log; and no more than before.
 void trace_libraries(bool on);
 
 } // namespace ftp
@@ -18,7 +18,7 @@ namespace sftp {
 
 /// "libssh/0.10.6"
 std::string library_versions();
-/// Whether libssh's own words go to the trace.
+/// Sends libssh's own words to the trace; and back to where they went before.
 void trace_libraries(bool on);
 
 } // namespace sftp

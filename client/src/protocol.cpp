@@ -5,11 +5,9 @@
 
 namespace qrftp {
 
-std::unique_ptr<protocol> protocol::open(const url& server, const session_options& options,
-                                         const std::string& login_folder)
+std::unique_ptr<protocol> protocol::open(const url& server, const session_options& options)
 {
-    return server.scheme == url_scheme::sftp ? open_sftp(server, options, login_folder)
-                                             : open_ftp(server, options);
+    return server.scheme == url_scheme::sftp ? open_sftp(server, options) : open_ftp(server, options);
 }
 
 std::optional<entry> protocol::follow(const std::string& path)

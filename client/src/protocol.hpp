@@ -221,16 +221,18 @@ struct path_change {
 /// is opened again, and a request that can be repeated is, once. One thread at a time.
 class protocol {
 public:
-    /// Connects and logs in. `login_folder` is where that of another connection with the same login was told.
-    static std::unique_ptr<protocol> open(const url& server, const session_options& options,
-                                          const std::string& login_folder = {});
+    /// Connects and logs in.
+    static std::unique_ptr<protocol> open(const url& server, const session_options& options);
 
     protocol() = default;
     protocol(const protocol&) = delete;
     protocol& operator=(const protocol&) = delete;
     virtual ~protocol() = default;
 
+    /// Without the login folder, as long as nobody asked for it.
     [[nodiscard]] virtual const server_info& info() const = 0;
+    /// Where relative names begin.
+    virtual std::string login_folder() { return info().login_folder; }
     /// Throws `InvalidName` for a name that the protocol cannot carry.
     virtual void check_name(std::string_view path) const = 0;
 
@@ -320,7 +322,6 @@ private:
 
 /// Defined in ftp/ and sftp/.
 std::unique_ptr<protocol> open_ftp(const url& server, const session_options& options);
-std::unique_ptr<protocol> open_sftp(const url& server, const session_options& options,
-                                    const std::string& login_folder);
+std::unique_ptr<protocol> open_sftp(const url& server, const session_options& options);
 
 } // namespace qrftp

@@ -11,6 +11,9 @@
 
 namespace qrftp {
 
+/// How much room is made for a part of a file that may be shorter than it is said to be.
+constexpr std::uint64_t read_step = std::uint64_t{4} << 20;
+
 /// How a protocol reads a file at any place.
 class random_reader {
 public:
@@ -24,6 +27,10 @@ public:
     virtual std::size_t read(std::uint64_t offset, std::span<char> buffer) = 0;
     /// One after the other, unless the protocol knows better.
     virtual std::vector<std::string> read(std::span<const file_range> ranges);
+
+protected:
+    /// What is from `offset` on of the file, up to `length` bytes; makes room for it as it comes.
+    std::string read_on(std::uint64_t offset, std::uint64_t length);
 };
 
 } // namespace qrftp

@@ -1,9 +1,10 @@
+#include "login_callbacks.hpp"
 #include "protocol.hpp"
 #include "random_reader.hpp"
 #include "refusal.hpp"
 #include "remote_path.hpp"
+#include "replace.hpp"
 #include "session_access.hpp"
-#include "transfer/replace.hpp"
 #include "transfer/single_file.hpp"
 #include "transfer/stream_reader.hpp"
 #include "transfer/verify.hpp"
@@ -14,30 +15,23 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <utility>
 
 namespace qrftp {
 
 namespace {
 
-/// Makes the answers of the user good for further connections of the session: what was asked once is not asked
-/// again.
-void remember_answers(session_options& options)
+/// Longer limits than clocks can count are as good as a hundred years.
+void check_limits_of_time(session_options& options)
 {
-    if (options.ask_password) {
-        struct memory {
-            std::mutex mutex;
-            std::optional<std::string> password;
-        };
-        options.ask_password = [ask = std::move(options.ask_password),
-                                known = std::make_shared<memory>()](unsigned attempt) {
-            const std::lock_guard lock(known->mutex);
-            if (attempt > 0 || !known->password) {
-                known->password = ask(attempt);
-            }
-            return known->password;
-        };
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24) * 365 * 100;
+    for (const auto& [name, limit] : {std::pair("connect_timeout", &options.connect_timeout),
+                                      {"stall_timeout", &options.stall_timeout},
+                                      {"total_timeout", &options.total_timeout}}) {
+        if (limit->count() < 0) {
+            throw InvalidOption(name, "it is negative");
+        }
+        *limit = std::min(*limit, longest);
     }
 }
 
@@ -72,13 +66,20 @@ struct session::state {
     url location;
     session_options options;
     std::unique_ptr<protocol> server;
-    std::string folder;
+    std::string folder{}; ///< empty as long as it is that of the login and nobody needed it
 
+    const std::string& working_folder()
+    {
+        if (folder.empty()) {
+            folder = server->login_folder();
+        }
+        return folder;
+    }
     /// The absolute form of `path`, which the protocol can carry.
-    [[nodiscard]] std::string absolute(const std::string& path) const
+    [[nodiscard]] std::string absolute(const std::string& path)
     {
         server->check_name(path);
-        return remote_path::absolute(folder, path);
+        return remote_path::absolute(path.starts_with('/') ? "" : working_folder(), path);
     }
 };
 
@@ -94,11 +95,11 @@ const session_options& session_access::options(const session& opened)
 
 session::session(const url& server, session_options options) : state_(std::make_unique<state>())
 {
-    remember_answers(options);
+    check_limits_of_time(options);
+    share_callbacks(options);
     state_->location = server;
     state_->options = std::move(options);
     state_->server = protocol::open(state_->location, state_->options);
-    state_->folder = state_->server->info().login_folder;
 }
 
 session::session(std::string_view server, session_options options)
@@ -129,9 +130,9 @@ void session::close() noexcept
 
 session session::clone() const
 {
-    const state& mine = opened();
+    state& mine = opened();
     auto copy = std::make_unique<state>(state{mine.location, mine.options, nullptr, mine.folder});
-    copy->server = protocol::open(copy->location, copy->options, mine.server->info().login_folder);
+    copy->server = protocol::open(copy->location, copy->options);
     return session(std::move(copy));
 }
 
@@ -143,6 +144,7 @@ const url& session::location() const
 server_info session::server_info()
 {
     state& mine = opened();
+    mine.server->login_folder();
     const auto began = std::chrono::steady_clock::now();
     mine.server->ping();
     qrftp::server_info result = mine.server->info();
@@ -152,7 +154,7 @@ server_info session::server_info()
 
 const std::string& session::working_folder() const
 {
-    return opened().folder;
+    return opened().working_folder();
 }
 
 std::string session::absolute(const std::string& path) const
@@ -170,13 +172,13 @@ std::string session::change_folder(const std::string& path)
 
 std::optional<entry> session::find(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     return mine.server->find(mine.absolute(path));
 }
 
 entry session::stat(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     const std::string whole = mine.absolute(path);
     auto found = mine.server->stat(whole);
     if (!found) {
@@ -192,7 +194,7 @@ bool session::exists(const std::string& path)
 
 bool session::is_folder(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     return mine.server->is_folder(mine.absolute(path));
 }
 
@@ -207,25 +209,25 @@ bool session::is_file(const std::string& path)
 
 std::optional<std::uint64_t> session::file_size(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     return mine.server->size(mine.absolute(path));
 }
 
 std::optional<timestamp> session::modification_time(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     return mine.server->modification_time(mine.absolute(path));
 }
 
 checksum_method session::checksum_support()
 {
-    const state& mine = opened();
+    state& mine = opened();
     return require_checksums(*mine.server, mine.location.server());
 }
 
 checksum session::checksum(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     require_checksums(*mine.server, mine.location.server());
     return mine.server->ask_checksum(mine.absolute(path));
 }
@@ -233,13 +235,13 @@ checksum session::checksum(const std::string& path)
 void session::list(const std::string& path, const std::function<void(entry&&)>& on_entry,
                    const std::function<void(std::string_view)>& on_skipped)
 {
-    const state& mine = opened();
+    state& mine = opened();
     mine.server->list(mine.absolute(path), {.on_entry = on_entry, .on_skipped = on_skipped});
 }
 
 listing session::list(const std::string& path, list_order order)
 {
-    const state& mine = opened();
+    state& mine = opened();
     listing result = list_all(*mine.server, mine.absolute(path));
     if (order == list_order::by_name) {
         std::sort(result.entries.begin(), result.entries.end(),
@@ -255,7 +257,7 @@ void session::name_owners(std::span<entry> entries)
 
 void session::make_folder(const std::string& path, bool parents)
 {
-    const state& mine = opened();
+    state& mine = opened();
     const std::string whole = mine.absolute(path);
     if (parents) {
         make_with_parents(*mine.server, whole);
@@ -266,13 +268,13 @@ void session::make_folder(const std::string& path, bool parents)
 
 void session::remove_folder(const std::string& path, bool recursive)
 {
-    const state& mine = opened();
+    state& mine = opened();
     const std::string whole = mine.absolute(path);
     if (!recursive) {
         mine.server->remove_folder(whole);
         return;
     }
-    for (const std::string& kept : {mine.server->info().login_folder, mine.folder}) {
+    for (const std::string& kept : {mine.server->login_folder(), mine.working_folder()}) {
         if (remote_path::is_or_contains(whole, kept)) {
             throw PermissionDenied(
                 whole, {.message = "refusing to remove the folder of the login, the working folder, "
@@ -284,13 +286,13 @@ void session::remove_folder(const std::string& path, bool recursive)
 
 void session::remove_file(const std::string& path)
 {
-    const state& mine = opened();
+    state& mine = opened();
     mine.server->remove_file(mine.absolute(path));
 }
 
 void session::rename(const std::string& from, const std::string& to, bool replace)
 {
-    const state& mine = opened();
+    state& mine = opened();
     const std::string source = mine.absolute(from);
     const std::string target = mine.absolute(to);
     if (const auto there = mine.server->find(target); there && there->kind == entry_kind::folder) {
@@ -302,7 +304,7 @@ void session::rename(const std::string& from, const std::string& to, bool replac
 void session::fetch(const std::string& remote_path, const std::filesystem::path& local_path,
                     const transfer_options& options)
 {
-    const state& mine = opened();
+    state& mine = opened();
     fetch_file(*this, mine.absolute(remote_path), local_path, options);
 }
 
@@ -327,7 +329,7 @@ std::string session::fetch_string(const std::string& remote_path, const transfer
 
 remote_file session::open(const std::string& remote_path) const
 {
-    const state& mine = opened();
+    state& mine = opened();
     const std::string path = mine.absolute(remote_path);
     if (auto reader = mine.server->open_reader(path)) {
         return remote_file(std::move(reader));
@@ -346,7 +348,7 @@ remote_file session::open(const std::string& remote_path) const
 void session::send(const std::filesystem::path& local_path, const std::string& remote_path,
                    const transfer_options& options)
 {
-    const state& mine = opened();
+    state& mine = opened();
     send_file(*this, local_path, mine.absolute(remote_path), options);
 }
 

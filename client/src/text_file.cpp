@@ -1,5 +1,7 @@
 #include "text_file.hpp"
 
+#include "unique_fd.hpp"
+
 #include <qrftp/error.hpp>
 
 #include <cerrno>
@@ -22,30 +24,21 @@ constexpr std::size_t longest_file = std::size_t{16} * 1024 * 1024;
     throw LocalFileError(file.string(), std::error_code(errno, std::generic_category()), reason);
 }
 
-class descriptor {
-public:
-    descriptor(const fs::path& file, int flags, mode_t mode = 0)
-    {
-        if (file.native().find('\0') != std::string::npos) {
-            errno = EINVAL;
-            throw_errno(file);
-        }
-        fd_ = ::open(file.c_str(), flags | O_CLOEXEC, mode); // NOLINT(cppcoreguidelines-pro-type-vararg)
-        if (fd_ < 0) {
-            throw_errno(file);
-        }
+unique_fd open_file(const fs::path& file, int flags, mode_t mode = 0)
+{
+    if (file.native().find('\0') != std::string::npos) {
+        errno = EINVAL;
+        throw_errno(file);
     }
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() { ::close(fd_); }
+    unique_fd opened(
+        ::open(file.c_str(), flags | O_CLOEXEC, mode)); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    if (!opened) {
+        throw_errno(file);
+    }
+    return opened;
+}
 
-    [[nodiscard]] int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-void check_writers(const fs::path& file, const descriptor& opened)
+void check_writers(const fs::path& file, const unique_fd& opened)
 {
     struct stat status {};
     if (::fstat(opened.get(), &status) != 0) {
@@ -73,7 +66,7 @@ void make_folder_of(const fs::path& file)
     }
 }
 
-bool ends_with_line_end(const descriptor& opened)
+bool ends_with_line_end(const unique_fd& opened)
 {
     const off_t size = ::lseek(opened.get(), 0, SEEK_END);
     char last = '\n';
@@ -84,7 +77,7 @@ bool ends_with_line_end(const descriptor& opened)
 
 std::string read_text_file(const fs::path& file, file_writers writers)
 {
-    const descriptor opened(file, O_RDONLY);
+    const unique_fd opened = open_file(file, O_RDONLY);
     if (writers == file_writers::this_user_or_root) {
         check_writers(file, opened);
     }
@@ -111,7 +104,7 @@ std::string read_text_file(const fs::path& file, file_writers writers)
 void append_line(const fs::path& file, std::string_view line)
 {
     make_folder_of(file);
-    const descriptor opened(file, O_RDWR | O_APPEND | O_CREAT, S_IRUSR | S_IWUSR);
+    const unique_fd opened = open_file(file, O_RDWR | O_APPEND | O_CREAT, S_IRUSR | S_IWUSR);
     std::string text = ends_with_line_end(opened) ? std::string() : "\n";
     text.append(line) += '\n';
     const ssize_t written = ::write(opened.get(), text.data(), text.size());

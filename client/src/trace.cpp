@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -18,10 +19,18 @@ namespace {
 
 std::atomic<trace_level> wanted_level = trace_level::off; // NOLINT(*-avoid-non-const-global-variables)
 
-/// Who gets the lines, and the lock that lets one in at a time.
+using line_function = std::function<void(std::string_view)>;
+
+void print(std::string_view line)
+{
+    std::cerr << line << '\n';
+}
+
+/// Who gets the lines, and the lock that lets one in at a time. Recursive, for `on_line` may set another one.
 struct receiver {
-    std::mutex mutex;
-    std::function<void(std::string_view)> on_line;
+    std::recursive_mutex mutex;
+    std::shared_ptr<const line_function> on_line = std::make_shared<line_function>(print);
+    bool is_called = false;
 };
 
 receiver& the_receiver()
@@ -30,21 +39,34 @@ receiver& the_receiver()
     return instance;
 }
 
+/// The host's log goes to the trace; and back to where it went before.
+void trace_host(bool on)
+{
+    static foundation::log::entry_handler before;
+    if (on) {
+        before = foundation::log::set_entry_handler([](const auto& each) { trace_line(each.text); });
+    } else {
+        foundation::log::set_entry_handler(std::exchange(before, nullptr));
+    }
+}
+
 } // namespace
 
-void set_trace(trace_level level, std::function<void(std::string_view)> on_line)
+void set_trace(trace_level level, line_function on_line)
 {
+    auto next = std::make_shared<const line_function>(on_line ? std::move(on_line) : print);
     {
         receiver& lines = the_receiver();
         const std::lock_guard lock(lines.mutex);
-        lines.on_line = std::move(on_line);
+        lines.on_line = std::move(next);
     }
-    wanted_level.store(level, std::memory_order_relaxed);
     const bool debug = level == trace_level::debug;
-    foundation::log::set_entry_handler(debug ? [](const foundation::log::entry& each) { trace_line(each.text); }
-                                             : foundation::log::entry_handler());
-    ftp::trace_libraries(debug);
-    sftp::trace_libraries(debug);
+    const bool was_debug = wanted_level.exchange(level, std::memory_order_relaxed) == trace_level::debug;
+    if (debug != was_debug) { // Otherwise these are the program's own.
+        trace_host(debug);
+        ftp::trace_libraries(debug);
+        sftp::trace_libraries(debug);
+    }
 }
 
 bool is_traced(trace_level level) noexcept
@@ -57,11 +79,15 @@ try {
     const std::string shown = escape(masked(line));
     receiver& lines = the_receiver();
     const std::lock_guard lock(lines.mutex);
-    if (lines.on_line) {
-        lines.on_line(shown);
-    } else {
-        std::cerr << shown << '\n';
+    if (std::exchange(lines.is_called, true)) {
+        return; // a line that `on_line` itself caused would call it without end
     }
+    const auto on_line = lines.on_line; // outlives a change made by itself
+    try {
+        (*on_line)(shown);
+    } catch (...) { // NOLINT(bugprone-empty-catch): below
+    }
+    lines.is_called = false;
 } catch (...) { // NOLINT(bugprone-empty-catch): the trace is no reason for a request to fail
 }
 

@@ -119,13 +119,13 @@ void install_sink()
     (void)installed;
 }
 
-void set_entry_handler(entry_handler handler)
+entry_handler set_entry_handler(entry_handler handler)
 {
     install_sink();
     auto next = std::make_shared<const entry_handler>(handler ? std::move(handler) : entry_handler(print));
     auto& settings = in_place();
     const std::lock_guard lock(settings.mutex);
-    settings.handler = std::move(next);
+    return *std::exchange(settings.handler, std::move(next));
 }
 
 void mask_secret(std::string secret)

@@ -237,6 +237,18 @@ TEST(Session, EndsWhenNothingHappens)
     EXPECT_EQ(error_of_client([&] { t.open().remove_file("f"); }), "Timeout");
 }
 
+TEST(Session, TakesAnyLimitOfTimeAndNoTimeThatCannotBe)
+{
+    for (const auto scheme : {qrftp::url_scheme::ftp, qrftp::url_scheme::sftp})
+        for (const auto limit : {std::chrono::milliseconds::max(), -1ms}) {
+            client_stage t({}, scheme);
+            t.options.connect_timeout = t.options.stall_timeout = t.options.total_timeout = limit;
+            EXPECT_EQ(error_of_client([&] { (void)t.open().exists("f"); }), limit < 0ms ? "InvalidOption" : "");
+            const auto set_time = [&] { t.client->set_modification_time("f", std::chrono::sys_seconds(-1s)); };
+            EXPECT_TRUE(!t.sftp || !t.client || error_of_client(set_time) == "NotSupported");
+        }
+}
+
 TEST(Session, ThrowsClosedWhenItWasClosedOrMovedFrom)
 {
     client_stage t;

@@ -219,6 +219,19 @@ TEST(Transfer, AsksForNothingThatTheTreeKnows)
     EXPECT_EQ(looks(again), 1U) << "only what is replaced may have a mode to keep";
 }
 
+TEST(Transfer, ReadsOnWhereReadingFailedOnce)
+{
+    client_stage t({{"RETR", denied, 1}});
+    auto file = t.open().open("f");
+    std::string bytes(6, '?');
+    EXPECT_EQ(error_of_client([&] { (void)file.read(0, bytes); }), "PermissionDenied");
+    EXPECT_EQ(file.read(0, bytes), 6U);
+    EXPECT_EQ(bytes, "remote");
+    EXPECT_THAT(file.read(std::vector<qrftp::file_range>{{1, ~0ULL}}), ElementsAre("emote"));
+    file.close();
+    EXPECT_THAT([&] { (void)file.size(); }, ThrowsMessage<qrftp::Closed>("The file is closed."));
+}
+
 TEST(Transfer, ReplacesNothingByWhatHasAnotherChecksum)
 {
     using qrftp::hash_algorithm;

@@ -3,9 +3,11 @@
 #include "client_stage.hpp"
 
 #include <atomic>
+#include <fmt/chrono.h>
 #include <gmock/gmock.h>
 
 using namespace support;
+using namespace std::literals;
 using namespace testing;
 
 namespace {
@@ -156,5 +158,19 @@ TEST(Tree, IsCancelledByItsProgress)
         EXPECT_LT(files_in(tree.t.local / "tree").size(), static_cast<std::size_t>(number_of_files));
         EXPECT_THAT(leftovers_in(tree.t.local), IsEmpty());
         EXPECT_EQ(client.list("tree").entries.size(), number_of_files / 2 + 1U); // the session serves on
+    }
+}
+
+TEST(Tree, CleaningUpLeavesWhatMayBeUnderWayWhateverClockTheServerHas)
+{
+    const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    for (const auto& [age, sent] : {std::pair(1min, ""), {61min, "DELE ~T1"}}) {
+        const auto exact = answer::reply(fmt::format("213 {:%Y%m%d%H%M%S}", now - age));
+        client_stage t({{"FEAT", answer::reply("211 none")}, {"MDTM", exact}});
+        const std::string west = fmt::format("-rw-r--r-- 1 u u 1 {:%b %d %H:%M}", now - age - 10h);
+        t.peer.body("LIST", west + " .qrftp-0123456789abcdef.part\r\n");
+        EXPECT_THAT(clean_up(t.open(), ".", std::chrono::seconds::max()), IsEmpty());
+        clean_up(*t.client, ".", 1h);
+        EXPECT_EQ(t.sent({"DELE"}), sent);
     }
 }

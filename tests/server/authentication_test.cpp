@@ -3,7 +3,7 @@
 
 #include <sftp/ssh_transport.hpp>
 
-#include <qrftp/error.hpp>
+#include <qrftp/tree.hpp>
 
 #include <cerrno>
 #include <csignal>
@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,6 +120,28 @@ TEST_F(Authentication, TakesPrivateKeysOfEveryTypeAndFormat)
     }
     options.private_keys = {make_key("stranger", "-t ed25519 -N ''")};
     EXPECT_EQ(failure(), "LoginRefused");
+}
+
+TEST_F(Authentication, AsksOnceAndOneAtATimeForAllConnections)
+{
+    std::mutex calls;
+    unsigned asked = 0;
+    options.user = (*running)["SSHD_USER"];
+    options.private_keys = {make_authorized_key("locked", "-t ed25519 -N secret")};
+    options.ask_pass_phrase = [&](const fs::path&) { return ++asked == 1 ? "wrong" : "secret"; };
+    options.host_keys = host_key_check::accept_new;
+    options.known_hosts_file = "/proc/known_hosts"; // cannot be written: every connection asks
+    options.confirm_host_key = [&](const host_key&) {
+        const std::unique_lock alone(calls, std::try_to_lock);
+        EXPECT_TRUE(alone);
+        return true;
+    };
+    session first("sftp://127.0.0.1:" + (*running)["SSHD_PORT"], options);
+    const session second = first.clone();
+    tree_options four;
+    four.jobs = 4;
+    send_tree(first, folder, (*running)["HOME_DIR"] + "/sent", four);
+    EXPECT_EQ(asked, 2U);
 }
 
 TEST_F(Authentication, TakesCertificates)

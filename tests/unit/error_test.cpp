@@ -14,6 +14,9 @@ TEST(Error, IsCaughtByItsClassAndByItsRoot)
     try {
         thrown();
     } catch (const error& caught) {
+        NotFound source("f");
+        const NotFound moved = std::move(source);
+        EXPECT_STREQ(source.what(), moved.what());
         const error copy = caught;
         EXPECT_EQ(copy.cause(), error_cause::not_found);
         EXPECT_EQ(copy.name(), "NotFound");
@@ -33,6 +36,7 @@ TEST(Error, FillsItsSentenceOnceAndHidesSecrets)
                  R"(The connection broke while fetching "f"; nothing was kept. Run it again.)");
     mask_secret("hush-hush");
     EXPECT_STREQ(IsFolder("d", {550, "hush-hush?"}).what(), "\"d\" is a folder (****?).");
+    EXPECT_EQ(IsFolder("d", {550, "hush-hush?"}).server_message(), "****?");
     EXPECT_STREQ(IsFolder("hush-hush", {0, "our words: hush-hush"}).what(),
                  "\"hush-hush\" is a folder (our words: hush-hush).");
 }

@@ -62,6 +62,9 @@ TEST(KnownHosts, AreNamedAsOpenSshDoes)
     EXPECT_EQ((host_key{"h", "rsa-sha2-256", "b"}).line(), "h ssh-rsa Yg==");
     EXPECT_EQ(known_hosts_name("A", 22), "a");
     EXPECT_EQ(known_hosts_name("[B]", 21), "[b]:21");
+    known_hosts source(known_line);
+    const known_hosts moved = std::move(source);
+    EXPECT_EQ(source.keys_of("a"), moved.keys_of("a"));
 }
 
 TEST(KnownHosts, FindAKeyOnAnyLine)

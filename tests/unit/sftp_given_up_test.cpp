@@ -3,9 +3,10 @@
 #include <client_error.hpp>
 #include <local_files.hpp>
 #include <memory_files.hpp>
+#include <random_reader.hpp>
 #include <sftp_peer.hpp>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 using namespace qrftp;
 using namespace qrftp::sftp;
@@ -28,7 +29,7 @@ TEST(SftpGivenUp, LeavesNothingWhetherCancelledOrAtTheFirstFailure)
         };
         memory_batch<memory_upload> batch;
         batch.throws = true;
-        for (const std::string name : {"/a", "/b", "/no/c", "/d"}) {
+        for (const std::string name : {"/a", "/b", is_cancelled ? "/c" : "/no/c", "/d"}) {
             batch.add(name, support::bytes(1'000'000));
         }
         EXPECT_EQ(support::error_of_client([&] { server.send(batch); }),
@@ -38,4 +39,27 @@ TEST(SftpGivenUp, LeavesNothingWhetherCancelledOrAtTheFirstFailure)
             EXPECT_FALSE(path.ends_with(".part")) << path;
         }
     }
+}
+
+TEST(SftpGivenUp, OpenFilesCloseWithoutAConnectionAndOutliveTheSession)
+{
+    sftp_peer peer;
+    peer.nodes["/f"] = {"remote"};
+    int connections = 0;
+    auto server = std::make_unique<sftp_protocol>(
+        [&](const session_options&, server_info&) {
+            return ++connections, std::make_unique<peer_transport>(peer);
+        },
+        "host", session_options{.stall_timeout = std::chrono::milliseconds(20)});
+    const auto kept = server->open_reader("/f");
+    auto file = server->open_reader("/f");
+    const std::uint64_t most = ~std::uint64_t{0};
+    const std::vector<file_range> parts{{1, most}, {most, 9}};
+    EXPECT_THAT(file->read(parts), testing::ElementsAre("emote", ""));
+    peer.intercept = [](const sftp_peer::request&) { return std::optional<std::string>(""); };
+    EXPECT_EQ(support::error_of_client([&] { server->ping(); }), "Timeout");
+    file.reset();
+    EXPECT_EQ(connections, 1);
+    server.reset();
+    EXPECT_EQ(support::error_of_client([&] { (void)kept->read(parts); }), "Closed");
 }

@@ -3,7 +3,9 @@
 
 #include <sftp_peer.hpp>
 
+#include <foundation/log/sink.hpp>
 #include <gmock/gmock.h>
+#include <zorbel/io/ftp/core/logger.hpp>
 
 #include <algorithm>
 
@@ -139,12 +141,30 @@ TEST_F(SftpPipeline, TracesRequestsAndAnswersFromWhenItIsAskedTo)
     std::vector<std::string> lines;
     const auto server = connect();
     peer.nodes["/a b"] = {"x"};
-    set_trace(trace_level::dialogue, [&](std::string_view line) { lines.emplace_back(line); });
+    set_trace(trace_level::dialogue, [&](std::string_view line) {
+        if (lines.emplace_back(line) == "< STATUS 2 No such file") {
+            set_trace(trace_level::off);
+        }
+    });
     const file_handle file = server->call(packet_type::open, "/a b", open_flag::read, attributes{}).handle();
     server->call(packet_type::read, file, std::uint64_t{7}, std::uint32_t{1});
     server->call(request("posix-rename@openssh.com", packet_type::status), "/c", "/d");
-    set_trace(trace_level::off);
     server->call(packet_type::lstat, "/");
     EXPECT_THAT(lines, ElementsAre("> OPEN /a b", "< HANDLE", "> READ at 7", "< STATUS 1 End of file",
                                    "> posix-rename@openssh.com /c /d", "< STATUS 2 No such file"));
+}
+
+TEST(Trace, GivesTheProgramsOwnLogBack)
+{
+    std::vector<std::string> records;
+    foundation::log::set_entry_handler([&](const auto& entry) { records.emplace_back(entry.text); });
+    auto& logger = zorbel::io::ftp::core::getLogger();
+    logger.enable_levels(4);
+    set_trace(trace_level::debug);
+    set_trace(trace_level::off);
+    foundation::log::record(logger, 4).stream() << "own";
+    EXPECT_EQ(logger.enabled_levels(), 4U);
+    EXPECT_THAT(records, ElementsAre("own"));
+    logger.enable_levels(0);
+    foundation::log::set_entry_handler({});
 }

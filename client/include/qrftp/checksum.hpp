@@ -27,7 +27,8 @@ struct checksum_method {
     hash_algorithm algorithm = hash_algorithm::sha256;
 };
 
-/// The checksum of a local file. Throws `LocalFileError`.
+/// The checksum of a local file. Throws `LocalFileError`, and `InvalidOption` for an algorithm that the policy
+/// of the system forbids (MD5 with FIPS).
 [[nodiscard]] QRFTPCLIENT_EXPORT checksum checksum_of(const std::filesystem::path& file,
                                                       hash_algorithm algorithm);
 

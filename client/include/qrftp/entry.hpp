@@ -41,4 +41,10 @@ struct entry {
     bool operator==(const entry&) const = default;
 };
 
+/// A remote path, with what is there.
+struct remote_entry {
+    std::string path{};
+    entry what{};
+};
+
 } // namespace qrftp

@@ -62,6 +62,8 @@ public:
     /// `subject` is what the error is about: a remote name, a local path, a URL, a host. `reason` completes the
     /// sentence where the class has a place for it.
     error(error_cause why, std::string subject, const std::string& reason = {}, response said = {});
+    error(const error&) noexcept = default; // Moves are copies: what was moved from still says what happened.
+    error& operator=(const error&) noexcept = default;
 
     [[nodiscard]] const char* what() const noexcept override;
     [[nodiscard]] error_cause cause() const noexcept;
@@ -71,7 +73,8 @@ public:
     [[nodiscard]] const std::string& path() const noexcept;
     /// FTP: the server's reply code. SFTP: its status code. 0 when the server said nothing.
     [[nodiscard]] long reply_code() const noexcept;
-    /// The server's own words, else those of the library that met the failure; may be empty.
+    /// The server's own words, byte for byte but for secrets (`masked`), else those of the library that met the
+    /// failure; may be empty.
     [[nodiscard]] const std::string& server_message() const noexcept;
 
 protected:
@@ -193,7 +196,7 @@ QRFTP_ERROR(EmptySource, empty_source);
 QRFTP_ERROR_WITH_REASON(TooManyRemovals, too_many_removals);
 /// The caller asked for the end: by the stop token or by a callback that returned false.
 QRFTP_ERROR(Cancelled, cancelled);
-/// The session was closed, or moved from.
+/// The session or the open file was closed, or moved from.
 QRFTP_ERROR(Closed, closed);
 
 /// A local file or folder could not be opened, read or written.

@@ -8,12 +8,6 @@
 
 namespace qrftp {
 
-/// A remote path, with what is there.
-struct remote_entry {
-    std::string path{};
-    entry what{};
-};
-
 /// Whether `path` matches the glob `pattern`: "*" and "?" stop at "/", "**" does not, "[…]" is a set, and a
 /// backslash takes the next byte as it is.
 [[nodiscard]] QRFTPCLIENT_EXPORT bool glob_match(std::string_view pattern, std::string_view path);

@@ -41,13 +41,15 @@ enum class host_key_match {
 };
 
 /// The content of a known-hosts file in OpenSSH's format (sshd(8), SSH_KNOWN_HOSTS FILE FORMAT): lists of
-/// patterns with
-/// "*", "?" and "!", hashed names, the markers "@revoked" and "@cert-authority" (whose lines are no host keys
-/// and are passed over), comments. Lines that cannot be read are passed over. Copies share their content.
+/// patterns with "*", "?" and "!", hashed names, the markers "@revoked" and "@cert-authority" (whose lines are
+/// no host keys and are passed over), comments. Lines that cannot be read are passed over. Copies share their
+/// content.
 class QRFTPCLIENT_EXPORT known_hosts {
 public:
     known_hosts();
     explicit known_hosts(std::string_view text);
+    known_hosts(const known_hosts&) noexcept = default; // Moves are copies.
+    known_hosts& operator=(const known_hosts&) noexcept = default;
 
     /// A missing file is an empty one. Throws `LocalFileError`.
     [[nodiscard]] static known_hosts read(const std::filesystem::path& file);

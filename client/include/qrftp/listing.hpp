@@ -9,8 +9,17 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qrftp {
+
+/// The entries of a folder.
+struct listing {
+    std::vector<entry> entries{};
+    std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
+};
+
+enum class list_order { as_sent, by_name };
 
 enum class listing_format {
     mlsd, ///< the facts of RFC 3659, 7.2
@@ -22,6 +31,7 @@ enum class listing_format {
 /// "." and "..", a "total" line, blank lines and what MLSD calls cdir and pdir are dropped. Every other line
 /// becomes one entry or is skipped: one that cannot be read, one whose name holds "/" or NUL, and
 /// one of more than 64 KiB, of which the sink is shown only the first 1024 bytes. One thread at a time.
+/// A parser that was moved from can only be assigned to or destroyed.
 class QRFTPCLIENT_EXPORT listing_parser {
 public:
     using entry_sink = std::function<void(entry&&)>;

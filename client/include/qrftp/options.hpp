@@ -61,7 +61,11 @@ struct ssh_config_files {
     std::optional<std::filesystem::path> only{};
 };
 
-/// How to reach a server and log in. Callbacks run on the thread that uses the session.
+/// How to reach a server and log in.
+///
+/// Callbacks are called one at a time, on the thread that uses the session or, when a transfer opens further
+/// connections, on those of the library. They must not use the session. A password or pass phrase that was
+/// asked for once serves the session's other connections too.
 struct session_options {
     /// Else the URL's; else SFTP: that of ssh_config or the account's name, FTP: "anonymous".
     std::string user{};
@@ -130,6 +134,9 @@ struct session_options {
     /// Told what is worth knowing and no failure: a key was added, a file could not be written.
     std::function<void(const std::string& sentence)> on_warning{};
 
+    /// Limits each step of connecting and logging in; 0 means no limit over SFTP and libcurl's own over FTP.
+    /// SFTP: these 30 s give way to ConnectTimeout of ssh_config. A negative limit of time is an
+    /// `InvalidOption`.
     std::chrono::milliseconds connect_timeout = std::chrono::seconds(30);
     /// Gives up a request when nothing moves for so long; 0 means never.
     std::chrono::milliseconds stall_timeout = std::chrono::seconds(60);

@@ -5,6 +5,7 @@
 #include <qrftp/entry.hpp>
 #include <qrftp/error.hpp>
 #include <qrftp/file.hpp>
+#include <qrftp/listing.hpp>
 #include <qrftp/options.hpp>
 #include <qrftp/server_info.hpp>
 #include <qrftp/transfer.hpp>
@@ -22,21 +23,14 @@
 
 namespace qrftp {
 
-/// The entries of a folder.
-struct listing {
-    std::vector<entry> entries{};
-    std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
-};
-
-enum class list_order { as_sent, by_name };
-
 /// A login on one FTP or SFTP server, with a working folder.
 ///
 /// Remote names are bytes. A relative one is seen from the working folder, which this object keeps: the server
 /// only ever gets absolute names. "." and ".." segments are resolved before anything is sent.
 ///
-/// One thread at a time; several objects side by side. A session that was closed or moved from throws `Closed`
-/// from every member but `close`, assignment and destruction.
+/// One thread at a time; several objects side by side. Callbacks must not use the session that calls them. A
+/// session that was closed or moved from throws `Closed` from every member but `close`, assignment and
+/// destruction.
 ///
 /// Every member that names something throws `InvalidName`, before anything is sent, for a name that the
 /// protocol cannot carry: with NUL; over FTP with CR, LF or the byte 255. Every request may throw
@@ -121,8 +115,9 @@ public:
     /// nobody can say after a break whose folder is there.
     void make_folder(const std::string& path, bool parents = false);
     /// RMD (SFTP: RMDIR). With `recursive`, removes what is in it first; links are removed, not followed.
-    /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; `PermissionDenied`, before anything is
-    /// sent, for the root folder with `recursive`.
+    /// Throws `NotEmpty`, `NotFound`, `NotFolder`, `PermissionDenied`; the last one, before anything is sent,
+    /// for `recursive` with the folder of the login, the working folder, or one that holds either, as the root
+    /// does.
     void remove_folder(const std::string& path, bool recursive = false);
     /// DELE (SFTP: REMOVE). Throws `NotFound`, `IsFolder`, `PermissionDenied`.
     void remove_file(const std::string& path);
@@ -137,7 +132,7 @@ public:
     void set_permissions(const std::string& path, std::filesystem::perms mode);
     /// Gives a file or folder this modification time; a link is followed. FTP: MFMT, else MDTM with the time
     /// before the name. SFTP: SETSTAT, which sets the access time too. Throws `NotFound`, `PermissionDenied`,
-    /// `NotSupported`.
+    /// `NotSupported` (also for times that cannot be sent: FTP before 1970 and after 9999, SFTP after 2106).
     void set_modification_time(const std::string& path, std::chrono::sys_seconds time);
 
     /// Makes a symbolic link at `path` that says `target`, which is seen from the link's folder. SFTP: SYMLINK,

@@ -14,8 +14,11 @@ enum class trace_level {
     debug,    ///< also what libcurl and libssh say
 };
 
-/// Sends what the sessions of the process do to `on_line`, a line at a time, one call at a time; without it, to
-/// standard error. Secrets are masked.
+/// Sends what the sessions of the process do to `on_line`, a line at a time, one call at a time, on the thread
+/// that does it; without `on_line`, to standard error. Secrets are masked. `on_line` may call `set_trace` but
+/// use no session. While the level is `debug`, the program's own handler of the host's log gets nothing.
+///
+/// To be called by one thread at a time.
 QRFTPCLIENT_EXPORT void set_trace(trace_level level, std::function<void(std::string_view line)> on_line = {});
 
 /// The libraries in use with their versions: "libcurl/7.88.1 OpenSSL/3.0.17 libssh/0.10.6".

@@ -68,7 +68,8 @@ struct transfer_options {
     /// The pause before the second of them; it doubles from one to the next. The first one comes at once.
     std::chrono::milliseconds retry_delay = std::chrono::seconds(1);
     /// Called several times a second, about every second while nothing moves, and at the end with the final
-    /// figures, on the thread of the transfer; false ends it with `Cancelled`.
+    /// figures; false ends the transfer with `Cancelled`. Calls come one at a time, with several connections
+    /// (`jobs`, `segments`) on threads of the library too. It must not use the session.
     std::function<bool(const progress&)> on_progress{};
 };
 

@@ -43,6 +43,8 @@ struct tree_result {
     std::uint64_t bytes = 0; ///< copied
 };
 
+/// Callbacks are called one at a time, with several connections on threads of the library too. They must not
+/// use the session.
 struct tree_options {
     transfer_options transfer{}; ///< of each file; its `on_progress` is not used
     /// Globs: "*" and "?" stop at "/", "**" does not, "[…]" is a set. One without "/" is compared with names,
@@ -70,10 +72,9 @@ struct tree_options {
     bool keep_going = false;
     /// Only says what would be done.
     bool dry_run = false;
-    /// Called when a step has been done, or would be. Calls come one at a time.
+    /// Called when a step has been done, or would be.
     std::function<void(const tree_action&)> on_action{};
-    /// Called several times a second and at the end of each file, one call at a time; false ends it all with
-    /// `Cancelled`.
+    /// Called several times a second and at the end of each file; false ends it all with `Cancelled`.
     std::function<bool(const tree_progress&)> on_progress{};
 };
 
@@ -132,8 +133,9 @@ QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem:
 [[nodiscard]] QRFTPCLIENT_EXPORT bool leaves_out(const tree_options& options, const std::string& path,
                                                  entry_kind kind);
 
-/// Removes files of transfers that broke off (".qrftp-….part") and are older than `age` from a remote folder
-/// and all below it; returns their paths. With `dry_run`, nothing is removed. Throws what `list` throws.
+/// Removes files of transfers that broke off (".qrftp-….part") and are certainly older than `age` from a remote
+/// folder and all below it; returns their paths. Where the listing's time does not tell, asks for the exact one
+/// (FTP: MDTM). With `dry_run`, nothing is removed. Throws what `list` throws.
 QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
                                                      std::chrono::seconds age = std::chrono::hours(24),
                                                      bool dry_run = false);

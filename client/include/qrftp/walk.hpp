@@ -1,6 +1,6 @@
 #pragma once
 
-#include <qrftp/glob.hpp>
+#include <qrftp/session.hpp>
 
 #include <exception>
 #include <functional>

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace qrftp::ftp {
 
@@ -147,7 +148,9 @@ request_result file_fetch::receive(size_is source)
 
 request_result file_fetch::receive_part(size_is source)
 {
-    if (range_.begin + received_ >= range_.end || (begun_ && range_.begin + received_ == source_.size)) {
+    constexpr std::uint64_t longest_file = std::numeric_limits<std::int64_t>::max(); // that servers know
+    const std::uint64_t size = begun_ ? source_.size.value_or(longest_file) : longest_file;
+    if (range_.begin + received_ >= std::min({range_.end, size, longest_file})) {
         return {};
     }
     request_result result = server_.run(make_request(source));

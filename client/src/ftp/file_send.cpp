@@ -1,6 +1,6 @@
 #include "file_send.hpp"
 
-#include "../transfer/replace.hpp"
+#include "../replace.hpp"
 
 #include <fmt/format.h>
 

@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <limits>
+
 namespace qrftp::ftp {
 
 namespace {
@@ -15,14 +18,17 @@ namespace {
 constexpr const char* anonymous = "anonymous";
 
 /// libcurl counts some limits in whole seconds.
+/// At most what libcurl takes.
 long seconds_of(std::chrono::milliseconds time)
 {
-    return static_cast<long>(std::chrono::ceil<std::chrono::seconds>(time).count());
+    constexpr std::int64_t most = std::numeric_limits<unsigned short>::max();
+    return static_cast<long>(std::min(std::chrono::ceil<std::chrono::seconds>(time).count(), most));
 }
 
 long milliseconds_of(std::chrono::milliseconds time)
 {
-    return static_cast<long>(time.count());
+    constexpr std::int64_t most = std::numeric_limits<int>::max();
+    return static_cast<long>(std::min(time.count(), most));
 }
 
 } // namespace

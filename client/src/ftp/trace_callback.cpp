@@ -65,7 +65,10 @@ std::string library_versions()
 
 void trace_libraries(bool on)
 {
-    zorbel::io::ftp::core::getLogger().enable_levels(on ? level::info : 0);
+    static foundation::log::level_mask before = 0;
+    auto& logger = zorbel::io::ftp::core::getLogger();
+    before = on ? logger.enabled_levels() : before;
+    logger.enable_levels(on ? before | level::info : before);
 }
 
 } // namespace qrftp::ftp

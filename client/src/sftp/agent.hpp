@@ -1,6 +1,6 @@
 #pragma once
 
-#include "unique_fd.hpp"
+#include "../unique_fd.hpp"
 
 #include <mutex>
 #include <optional>

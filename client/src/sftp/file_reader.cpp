@@ -97,27 +97,27 @@ private:
 file_reader::file_reader(connection_function connected, std::string path)
     : connected_(std::move(connected)), path_(std::move(path))
 {
-    open(connected_());
+    open(connected_(true));
 }
 
 file_reader::~file_reader()
 {
     try {
-        const connection at = connected_();
-        if (at.number == number_) {
-            at.server.call(packet_type::close, handle_);
+        const auto server = connected_(false);
+        if (server && server == opened_at_.lock()) {
+            server->call(packet_type::close, handle_);
         }
     } catch (...) { // NOLINT(bugprone-empty-catch): the server closes what a connection had open
     }
 }
 
-void file_reader::open(const connection& at)
+void file_reader::open(const std::shared_ptr<pipeline>& server)
 {
-    const reply opened = at.server.call(packet_type::open, path_, open_flag::read, attributes());
+    const reply opened = server->call(packet_type::open, path_, open_flag::read, attributes());
     opened.check(path_);
     handle_ = opened.handle();
-    number_ = at.number;
-    const reply status = at.server.call(packet_type::fstat, handle_);
+    opened_at_ = server;
+    const reply status = server->call(packet_type::fstat, handle_);
     if (status.is_status()) {
         return; // A server may tell nothing about open files.
     }
@@ -144,13 +144,20 @@ std::vector<std::string> file_reader::read(std::span<const file_range> ranges)
     std::vector<range_reads::range> parts;
     results.reserve(ranges.size());
     for (const file_range& each : ranges) {
-        std::string& bytes = results.emplace_back(each.length, '\0');
+        const std::uint64_t known = std::max(size_.value_or(0), each.offset) - each.offset;
+        const std::uint64_t countable = std::numeric_limits<std::uint64_t>::max() - each.offset;
+        std::string& bytes =
+            results.emplace_back(std::min({each.length, std::max(known, read_step), countable}), '\0');
         parts.push_back({each.offset, bytes, bytes.size()});
     }
     range_reads wanted(std::move(parts), path_);
     read_all(wanted);
     for (std::size_t i = 0; i < results.size(); ++i) {
+        const std::uint64_t room = results[i].size();
         results[i].resize(wanted.length(i));
+        if (results[i].size() == room && room < ranges[i].length) {
+            results[i] += read_on(ranges[i].offset + room, ranges[i].length - room);
+        }
     }
     return results;
 }
@@ -158,12 +165,12 @@ std::vector<std::string> file_reader::read(std::span<const file_range> ranges)
 void file_reader::read_all(range_reads& wanted)
 {
     for (bool again = false;; again = true) {
-        const connection at = connected_();
+        const auto server = connected_(true);
         try {
-            if (at.number != number_) {
-                open(at);
+            if (server != opened_at_.lock()) {
+                open(server);
             }
-            wanted.run(at.server, handle_);
+            wanted.run(*server, handle_);
             return;
         } catch (const ConnectionLost&) {
             if (again) {

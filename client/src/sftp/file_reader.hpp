@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,12 +16,9 @@ namespace qrftp::sftp {
 /// by the owner of the pipeline, and the file with it.
 class file_reader final : public random_reader {
 public:
-    /// The connection as it is now, and which one of the session it is.
-    struct connection {
-        pipeline& server;
-        unsigned number;
-    };
-    using connection_function = std::function<connection()>;
+    /// The connection, opened again where it was lost and that is allowed; else it may be null. Throws `Closed`
+    /// when the session has ended.
+    using connection_function = std::function<std::shared_ptr<pipeline>(bool may_connect)>;
 
     file_reader(connection_function connected, std::string path);
     ~file_reader() override;
@@ -32,14 +30,14 @@ public:
 private:
     class range_reads;
 
-    void open(const connection& at);
+    void open(const std::shared_ptr<pipeline>& server);
     void read_all(range_reads& wanted);
 
     connection_function connected_;
     std::string path_;
     std::optional<std::uint64_t> size_{};
     file_handle handle_{};
-    unsigned number_ = 0; ///< of the connection that the handle belongs to
+    std::weak_ptr<pipeline> opened_at_{}; ///< the connection that the handle belongs to
 };
 
 } // namespace qrftp::sftp

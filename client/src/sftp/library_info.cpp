@@ -12,7 +12,9 @@ namespace {
 
 void log(int /*priority*/, const char* /*function*/, const char* buffer, void* /*user*/)
 {
-    trace_line(buffer);
+    if (is_traced(trace_level::debug)) { // libssh keeps its first callback where there was none before
+        trace_line(buffer);
+    }
 }
 
 } // namespace
@@ -24,8 +26,12 @@ std::string library_versions()
 
 void trace_libraries(bool on)
 {
-    ssh_set_log_callback(&log);
-    ssh_set_log_level(on ? SSH_LOG_PROTOCOL : SSH_LOG_NONE);
+    static ssh_logging_callback callback_before = nullptr;
+    static int level_before = SSH_LOG_NONE;
+    callback_before = on ? ssh_get_log_callback() : callback_before;
+    level_before = on ? ssh_get_log_level() : level_before;
+    ssh_set_log_callback(on ? &log : callback_before);
+    ssh_set_log_level(on ? SSH_LOG_PROTOCOL : level_before);
 }
 
 } // namespace qrftp::sftp

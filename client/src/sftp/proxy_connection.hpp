@@ -1,8 +1,8 @@
 #pragma once
 
 #include "../proxy_selection.hpp"
+#include "../unique_fd.hpp"
 #include "interruptible_wait.hpp"
-#include "unique_fd.hpp"
 
 #include <cstdint>
 #include <string>

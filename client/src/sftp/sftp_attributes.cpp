@@ -72,8 +72,12 @@ void sftp_protocol::set_facts(const std::string& path, const file_facts& facts)
 
 void sftp_protocol::require_facts(const std::string& path, const file_facts& facts)
 {
+    const attributes values = to_attributes(facts);
+    if (facts.modified && facts.modified->time_since_epoch().count() != values.time->modified) {
+        throw NotSupported(path, {0, "SFTP has times from 1970 to 2106"});
+    }
     ask(path, [&](pipeline& server) {
-        const reply answer = server.call(packet_type::setstat, path, to_attributes(facts));
+        const reply answer = server.call(packet_type::setstat, path, values);
         if (answer.is_status(status_code::failure)) {
             throw_refusal(*this, path, expected::anything, said_in(answer));
         }

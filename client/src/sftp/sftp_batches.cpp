@@ -1,6 +1,6 @@
 #include "../refusal.hpp"
 #include "../remote_path.hpp"
-#include "../transfer/replace.hpp"
+#include "../replace.hpp"
 #include "bulk_copy.hpp"
 #include "change_batch.hpp"
 #include "download_job.hpp"

@@ -24,11 +24,9 @@ reply call_check_file(pipeline& server, const std::string& path)
 
 } // namespace
 
-sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options,
-                             std::string login_folder)
+sftp_protocol::sftp_protocol(connect_function connect, std::string server, session_options options)
     : connect_(std::move(connect)), server_(std::move(server)), options_(std::move(options))
 {
-    info_.login_folder = std::move(login_folder);
     this->connect();
 }
 
@@ -47,17 +45,21 @@ void sftp_protocol::connect()
     for (const auto& [name, version] : opened->extensions()) {
         info.features.push_back(fmt::format("{} {}", name, version));
     }
-    info.login_folder = info_.login_folder;
-    info.round_trip = info_.round_trip;
-    if (info.login_folder.empty()) { // the same for every connection of one login
-        const reply folder = opened->call(packet_type::realpath, ".");
-        folder.check(".");
-        info.login_folder = folder.single_name();
-        info.round_trip = opened->round_trip();
-    }
+    info.login_folder = std::move(info_.login_folder); // the same for every connection of one login
     info_ = std::move(info);
     pipeline_ = std::move(opened);
-    ++connections_;
+}
+
+std::string sftp_protocol::login_folder()
+{
+    if (info_.login_folder.empty()) {
+        info_.login_folder = ask(server_, [](pipeline& server) {
+            const reply answer = server.call(packet_type::realpath, ".");
+            answer.check(".");
+            return answer.single_name();
+        });
+    }
+    return info_.login_folder;
 }
 
 /// The connection, limited as the next request is to be.
@@ -120,9 +122,15 @@ std::optional<attributes> sftp_protocol::attributes_of(packet_type request, cons
 
 std::unique_ptr<random_reader> sftp_protocol::open_reader(const std::string& path)
 {
-    const auto current = [this] {
-        pipeline& server = connected();
-        return file_reader::connection{server, connections_};
+    const auto current = [owner = std::weak_ptr(self_)](bool may_connect) {
+        const auto self = owner.lock();
+        if (!self) {
+            throw Closed("session");
+        }
+        if (may_connect || ((*self)->pipeline_ && (*self)->pipeline_->is_open())) {
+            (*self)->connected();
+        }
+        return (*self)->pipeline_;
     };
     return ask(path, [&](pipeline& /*server*/) -> std::unique_ptr<random_reader> {
         try {
@@ -207,8 +215,8 @@ std::optional<timestamp> sftp_protocol::modification_time(const std::string& pat
 std::optional<checksum_method> sftp_protocol::find_checksum_method()
 {
     if (!checks_files_) {
-        checks_files_ = ask(server_, [this](pipeline& server) {
-            const reply answer = call_check_file(server, info_.login_folder);
+        checks_files_ = ask(server_, [folder = login_folder()](pipeline& server) {
+            const reply answer = call_check_file(server, folder);
             return !answer.is_status(status_code::op_unsupported);
         });
     }

@@ -21,10 +21,10 @@ public:
     using connect_function = std::function<std::unique_ptr<transport>(const session_options&, server_info&)>;
 
     /// `server` is the subject of errors that concern no file.
-    sftp_protocol(connect_function connect, std::string server, session_options options,
-                  std::string login_folder = {});
+    sftp_protocol(connect_function connect, std::string server, session_options options);
 
     [[nodiscard]] const server_info& info() const override { return info_; }
+    std::string login_folder() override;
     void check_name(std::string_view path) const override;
     void ping() override;
     void enter(const std::string& path) override;
@@ -106,9 +106,10 @@ private:
     server_info info_{};
     std::shared_ptr<pipeline> pipeline_{};
     owner_names owner_names_{};
-    unsigned connections_ = 0; ///< opened so far
     bool is_carrying_ = false; ///< a batch is under way
     std::optional<bool> checks_files_{};
+    std::shared_ptr<sftp_protocol*> self_ =
+        std::make_shared<sftp_protocol*>(this); ///< open files may outlive it
 };
 
 } // namespace qrftp::sftp

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "../unique_fd.hpp"
 #include "interruptible_wait.hpp"
 #include "proxy_command.hpp"
 #include "ssh_settings.hpp"
-#include "unique_fd.hpp"
 
 #include <qrftp/known_hosts.hpp>
 

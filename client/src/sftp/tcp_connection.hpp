@@ -1,7 +1,7 @@
 #pragma once
 
+#include "../unique_fd.hpp"
 #include "interruptible_wait.hpp"
-#include "unique_fd.hpp"
 
 #include <cstdint>
 #include <string>

@@ -13,9 +13,9 @@ connection_pool::connection_pool(const session& first, unsigned further)
         worker& self = *workers_.emplace_back(std::make_unique<worker>());
         session_options own = session_access::options(first);
         own.stop = self.stop.get_token();
-        self.thread = std::jthread([this, server = first.location(), own = std::move(own),
-                                    folder = session_access::server(first).info().login_folder, &self,
-                                    job] { serve(server, own, folder, self, job); });
+        self.thread = std::jthread([this, server = first.location(), own = std::move(own), &self, job] {
+            serve(server, own, self, job);
+        });
     }
 }
 
@@ -52,14 +52,14 @@ void connection_pool::run(protocol& first, const work& task)
     }
 }
 
-void connection_pool::serve(const url& server, const session_options& options, const std::string& login_folder,
-                            worker& self, unsigned job) noexcept
+void connection_pool::serve(const url& server, const session_options& options, worker& self,
+                            unsigned job) noexcept
 {
     // What asks for the end of all ends this connection's requests, too.
     const std::stop_callback follow(stop_.get_token(), [&self] { self.stop.request_stop(); });
     std::unique_ptr<protocol> opened;
     try {
-        opened = protocol::open(server, options, login_folder);
+        opened = protocol::open(server, options);
     } catch (...) {
         return; // The other connections do the work.
     }

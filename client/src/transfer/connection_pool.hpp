@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -43,8 +42,7 @@ private:
         std::jthread thread;
     };
 
-    void serve(const url& server, const session_options& options, const std::string& login_folder, worker& self,
-               unsigned job) noexcept;
+    void serve(const url& server, const session_options& options, worker& self, unsigned job) noexcept;
     const work* wait_for_work(worker& self);
     void fail(std::exception_ptr why);
     void stop_idle_workers();

@@ -34,21 +34,16 @@ local_stream::local_stream(fs::path path, std::stop_token stop)
     : path_(std::move(path)), stop_(std::move(stop)),
       descriptor_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY))
 {
-    if (descriptor_ == -1) {
+    if (!descriptor_) {
         fail(path_);
     }
-}
-
-local_stream::~local_stream()
-{
-    ::close(descriptor_);
 }
 
 std::size_t local_stream::read(std::span<char> buffer)
 {
     for (;;) {
         wait();
-        const ssize_t got = ::read(descriptor_, buffer.data(), buffer.size());
+        const ssize_t got = ::read(descriptor_.get(), buffer.data(), buffer.size());
         if (got >= 0) {
             return static_cast<std::size_t>(got);
         }
@@ -62,7 +57,7 @@ std::size_t local_stream::read(std::span<char> buffer)
 void local_stream::wait() const
 {
     constexpr int slice = 100; // milliseconds
-    pollfd event{descriptor_, POLLIN, 0};
+    pollfd event{descriptor_.get(), POLLIN, 0};
     while (!stop_.stop_requested()) {
         const int ready = ::poll(&event, 1, slice);
         if (ready > 0) {

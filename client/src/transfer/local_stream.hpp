@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../unique_fd.hpp"
+
 #include <cstddef>
 #include <filesystem>
 #include <span>
@@ -15,9 +17,6 @@ public:
 
     /// Does not wait for a pipe's writer. Throws `LocalFileError`.
     local_stream(std::filesystem::path path, std::stop_token stop);
-    local_stream(const local_stream&) = delete;
-    local_stream& operator=(const local_stream&) = delete;
-    ~local_stream();
 
     /// Waits for bytes; returns how many came, 0 at the end. Throws `LocalFileError`, `Cancelled`.
     std::size_t read(std::span<char> buffer);
@@ -27,7 +26,7 @@ private:
 
     std::filesystem::path path_;
     std::stop_token stop_;
-    int descriptor_;
+    unique_fd descriptor_;
 };
 
 } // namespace qrftp

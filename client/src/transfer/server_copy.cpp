@@ -1,10 +1,10 @@
 #include "server_copy.hpp"
 
 #include "../remote_path.hpp"
+#include "../replace.hpp"
 #include "../session_access.hpp"
 #include "fetch.hpp"
 #include "file_parts.hpp"
-#include "replace.hpp"
 #include "send.hpp"
 #include "stream_reader.hpp"
 #include "verify.hpp"

@@ -24,6 +24,8 @@ constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 constexpr std::uint64_t smallest_share = 8 * mebibyte;
 /// Where a part costs no round trip: a connection that comes late, or is slow, then carries fewer of them.
 constexpr std::uint64_t small_part = 2 * mebibyte;
+/// However large a server says that a file is.
+constexpr std::uint64_t max_parts = 4096;
 
 /// Over how many connections a file goes, in how many parts.
 struct spread {
@@ -46,7 +48,8 @@ spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size)
     const auto connections =
         static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_share, 1, allowed));
     const bool is_cheap = connections > 1 && server.carries_parts();
-    return {connections, is_cheap ? static_cast<unsigned>((size - 1) / small_part + 1) : connections};
+    const std::uint64_t parts = is_cheap ? std::min((size - 1) / small_part + 1, max_parts) : connections;
+    return {connections, static_cast<unsigned>(parts)};
 }
 
 meter make_meter(const session& opened, const std::string& path, const transfer_options& options,

@@ -99,6 +99,7 @@ std::size_t stream_reader::consume(std::span<char> buffer, std::size_t most)
     changed_.wait(lock, [this] { return !queue_.empty() || ended_; });
     if (queue_.empty()) {
         if (failure_) {
+            thread_.join(); // It has ended, and the next read begins anew.
             std::rethrow_exception(failure_);
         }
         return 0;

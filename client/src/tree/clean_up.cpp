@@ -1,10 +1,12 @@
 #include "../remote_path.hpp"
 #include "../transfer/local_error.hpp"
 #include "local_tree.hpp"
+#include "plan.hpp"
 
 #include <qrftp/tree.hpp>
 #include <qrftp/walk.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -12,9 +14,22 @@ namespace qrftp {
 
 namespace {
 
-bool is_left_over(const std::string& name, std::chrono::sys_seconds modified, std::chrono::seconds age)
+/// What changed before is not written any more.
+timestamp limit_of(std::chrono::seconds age)
 {
-    return remote_path::is_temporary_name(name) && modified + age < std::chrono::system_clock::now();
+    using std::chrono::seconds;
+    return {std::chrono::floor<seconds>(std::chrono::system_clock::now()) - std::max(age, seconds::zero())};
+}
+
+/// Asks the server where the listing's time does not tell.
+bool is_older(session& server, const std::string& path, std::optional<timestamp> time, const timestamp& limit)
+{
+    auto older = time ? is_later(limit, *time) : std::nullopt;
+    if (!older) {
+        time = server.modification_time(path);
+        older = time ? is_later(limit, *time) : std::nullopt;
+    }
+    return older.value_or(false);
 }
 
 } // namespace
@@ -22,23 +37,29 @@ bool is_left_over(const std::string& name, std::chrono::sys_seconds modified, st
 std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age,
                                   bool dry_run)
 {
-    std::vector<std::string> left_over;
+    const timestamp limit = limit_of(age);
+    std::vector<remote_entry> left_over;
     walk(server, server.absolute(remote_folder), [&](remote_entry&& found) {
-        const entry& each = found.what;
-        if (each.kind == entry_kind::file && each.modified &&
-            is_left_over(each.name, each.modified->time, age)) {
-            left_over.push_back(std::move(found.path));
+        if (found.what.kind == entry_kind::file && remote_path::is_temporary_name(found.what.name)) {
+            left_over.push_back(std::move(found));
         }
     });
-    for (std::size_t i = 0; !dry_run && i < left_over.size(); ++i) {
-        server.remove_file(left_over[i]);
+    std::vector<std::string> removed;
+    for (const auto& [path, what] : left_over) {
+        if (is_older(server, path, what.modified, limit)) {
+            if (!dry_run) {
+                server.remove_file(path);
+            }
+            removed.push_back(path);
+        }
     }
-    return left_over;
+    return removed;
 }
 
 std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age,
                                             bool dry_run)
 {
+    const timestamp limit = limit_of(age);
     local_tree tree(local_folder);
     std::vector<std::string> folders{""};
     std::vector<std::filesystem::path> removed;
@@ -52,7 +73,7 @@ std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_f
                 if (found && found->type == std::filesystem::file_type::directory) {
                     folders.push_back(remote_path::join(path, name));
                 } else if (found && found->type == std::filesystem::file_type::regular &&
-                           is_left_over(name, found->modified, age)) {
+                           remote_path::is_temporary_name(name) && found->modified < limit.time) {
                     if (!dry_run) {
                         folder->remove_file(name);
                     }

@@ -1,7 +1,7 @@
 #include "../remote_path.hpp"
+#include "../replace.hpp"
 #include "../session_access.hpp"
 #include "../transfer/connection_pool.hpp"
-#include "../transfer/replace.hpp"
 #include "../transfer/server_copy.hpp"
 #include "make_parents.hpp"
 #include "outcome.hpp"

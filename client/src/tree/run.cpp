@@ -1,10 +1,10 @@
 #include "run.hpp"
 
 #include "../remote_path.hpp"
+#include "../replace.hpp"
 #include "../session_access.hpp"
 #include "../transfer/fetch.hpp"
 #include "../transfer/local_error.hpp"
-#include "../transfer/replace.hpp"
 #include "../transfer/send.hpp"
 #include "copy_queue.hpp"
 #include "make_parents.hpp"

@@ -23,8 +23,8 @@ using entry_handler = std::function<void(const entry&)>;
 
 /// Sends every record of the process to `handler`, one at a time; an empty handler brings back the sink of
 /// the start, which writes one readable line per record to standard error. What `handler` throws is lost with
-/// the record.
-ZORBELHOST_EXPORT void set_entry_handler(entry_handler handler);
+/// the record. Returns the handler so far.
+ZORBELHOST_EXPORT entry_handler set_entry_handler(entry_handler handler);
 
 /// From now on the sink writes `secret` as asterisks wherever it occurs in a record. Empty text is ignored.
 /// Without being told, it masks the arguments of PASS and ACCT commands and of Proxy-Authorization headers in

@@ -1,7 +1,7 @@
 #include "replace.hpp"
 
-#include "../refusal.hpp"
-#include "../remote_path.hpp"
+#include "refusal.hpp"
+#include "remote_path.hpp"
 
 #include <fmt/format.h>
 

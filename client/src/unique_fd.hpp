@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace qrftp::sftp {
+namespace qrftp {
 
 /// Owns a file descriptor; -1 stands for none. Moved from, it has none.
 class unique_fd {
@@ -30,4 +30,4 @@ private:
     int fd_;
 };
 
-} // namespace qrftp::sftp
+} // namespace qrftp
