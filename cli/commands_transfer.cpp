@@ -115,6 +115,9 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
         plan.push_back({one.path, std::move(local), folder, one.what ? one.what->size : std::nullopt,
                         one.what.has_value()});
     }
+    if (plan.empty() && !sources.empty()) {
+        throw needs_recursion("Only folders were found, and nothing was fetched; -r fetches folders.");
+    }
     return plan;
 }
 
@@ -192,8 +195,14 @@ tree_action action_of(session& remote, const copy& one, direction way, bool with
 void copy_file(session& remote, const copy& one, const transfer_arguments& arguments, direction way,
                transfer_report& report)
 {
-    const tree_action action = action_of(remote, one, way, report.prints_sizes());
+    tree_action action = action_of(remote, one, way, report.prints_sizes());
     transfer_options options = report.watch(last_segment(one.remote), arguments.tree.transfer);
+    if (way == direction::send && !fs::is_regular_file(one.local)) {
+        options.on_progress = [&action, show = options.on_progress](const progress& now) {
+            action.size = now.bytes; // Of standard input and pipes, only the end tells.
+            return show(now);
+        };
+    }
     options.follow_target = !one.is_found;
     if (report.is_dry_run()) {
         report.print_action(action, ends_of(one, way));
@@ -252,10 +261,11 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
         report.print_action(action, is_copy ? ends_of(one, way, action.path) : copy_ends{});
     };
     report.set_target(way == direction::fetch ? one.local.string() : one.remote);
-    report.attempt_tree(options, [&] {
-        return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
-                                       : send_tree(remote, one.local, one.remote, options);
-    });
+    report.attempt_tree(options, way == direction::fetch ? remote.absolute(one.remote) : one.local.string(),
+                        [&] {
+                            return way == direction::fetch ? fetch_tree(remote, one.remote, one.local, options)
+                                                           : send_tree(remote, one.local, one.remote, options);
+                        });
 }
 
 /// Ends the report; says how the copies were compared.
@@ -356,19 +366,22 @@ void sync(session& remote, const sync_arguments& arguments, const settings& opti
     transfer_report report(options, true, !options.quiet || options.json || options.dry_run);
     const sync_options watched = report.watch(arguments.options);
     report.set_target(arguments.way == direction::fetch ? arguments.local : or_here(arguments.remote));
-    report.attempt_tree(watched, [&] {
-        return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
-    });
+    report.attempt_tree(
+        watched,
+        arguments.way == direction::fetch ? remote.absolute(or_here(arguments.remote)) : arguments.local, [&] {
+            return synchronise(remote, arguments.local, or_here(arguments.remote), arguments.way, watched);
+        });
     report.attempt([&] {
-        if (arguments.clean_up && !options.dry_run) {
+        if (arguments.clean_up) {
+            const std::chrono::hours age(24);
             const auto print_removed = [&](const auto& paths) {
                 for (const auto& path : paths) {
                     report.print_action({tree_action::kind::remove_file, tree_action::reason::extra,
                                          fs::path(path).string(), 0});
                 }
             };
-            print_removed(clean_up(remote, or_here(arguments.remote)));
-            print_removed(clean_up(arguments.local));
+            print_removed(clean_up(remote, or_here(arguments.remote), age, options.dry_run));
+            print_removed(clean_up(arguments.local, age, options.dry_run));
         }
     });
     finish(remote, watched.transfer, options, report);

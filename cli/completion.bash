@@ -21,12 +21,18 @@ _qrftp() {
     done < <("${COMP_WORDS[0]}" --complete-line "${COMP_LINE:0:COMP_POINT}" 2>/dev/null)
 }
 
-_qrftp_add() { # WORD
-    local word=$1
-    if [[ $current != [\'\"]* ]]; then
+_qrftp_add() { # WORD: the shell must not take a name, which may come from elsewhere, for a command
+    local word=$1 special
+    case $current in
+    \'*) word=${word//\'/"'\\''"} ;;
+    \"*) for special in \\ \" \$ \`; do word=${word//"$special"/"\\$special"}; done ;;
+    *)
         printf -v word %q "$word"
+        # In the middle of a quoted word, $'…' would not be what it is outside.
+        [[ $word != *\$\'* || ${COMP_LINE:0:COMP_POINT} != *[\'\"]* ]] || return 0
         word=${word/#\\~/\~}
-    fi
+        ;;
+    esac
     COMPREPLY+=("$word")
     [[ $word != *[/:=] ]] || compopt -o nospace 2>/dev/null
 }

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <string_view>
+#include <map>
 #include <system_error>
 
 #include <pwd.h>
@@ -14,23 +14,29 @@
 
 namespace qrftp::cli {
 
+namespace {
+
+std::map<std::string, std::optional<std::string>> taken; // NOLINT(cert-err58-cpp): nothing can be caught yet
+
+} // namespace
+
 std::optional<std::string> environment(const char* name)
 {
     const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing changes the environment
     return value == nullptr ? std::optional<std::string>() : value;
 }
 
-std::vector<std::string> environment_without_secrets()
+void take_secrets()
 {
-    std::vector<std::string> kept;
-    for (char** next = environ; *next != nullptr; ++next) {
-        const std::string_view entry = *next;
-        const std::string_view name = entry.substr(0, entry.find('='));
-        if (name != password_variable && name != pass_phrase_variable) {
-            kept.emplace_back(entry);
-        }
+    for (const char* const name : {password_variable, pass_phrase_variable}) {
+        taken[name] = environment(name);
+        unsetenv(name); // NOLINT(concurrency-mt-unsafe): one thread
     }
-    return kept;
+}
+
+std::optional<std::string> secret(const char* name)
+{
+    return taken[name];
 }
 
 std::filesystem::path expand_home(const std::string& path)

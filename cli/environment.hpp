@@ -3,19 +3,22 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace qrftp::cli {
 
-/// The variables that hold secrets. Programs that are started from the shell do not get them.
+/// The variables that hold secrets.
 inline constexpr const char* password_variable = "QRFTP_PASSWORD";
 inline constexpr const char* pass_phrase_variable = "QRFTP_PASSPHRASE";
 
 /// The value of an environment variable.
 std::optional<std::string> environment(const char* name);
 
-/// The environment of the process without the secrets, each entry as "NAME=value".
-std::vector<std::string> environment_without_secrets();
+/// Takes the secrets out of the environment, which is also that of each program that is started. Call it once,
+/// before any thread is started.
+void take_secrets();
+
+/// The value that one of those variables had.
+std::optional<std::string> secret(const char* name);
 
 /// `path` with the user's home folder in place of a "~" at its beginning: HOME, or the account's where HOME is
 /// not set or empty.

@@ -39,7 +39,8 @@ public:
     /// Operands are shown by their type, "URL... [LOCAL]", which CLI11 does not take for a name.
     std::string make_option_name(const CLI::Option* option, bool is_positional) const override
     {
-        return is_positional ? option->get_type_name() : option->get_name(false, true);
+        const std::string name = is_positional ? option->get_type_name() : option->get_name(false, true);
+        return name.substr(0, name.find('{')); // What "--proxy" alone stands for is not typed.
     }
 
     std::string make_option_opts(const CLI::Option* option) const override
@@ -71,8 +72,8 @@ const char* help_footer()
 {
     return R"(URLs: ftp://[USER@]HOST[:PORT]/PATH from the login folder, //PATH from the root;
 sftp://[USER@]HOST[:PORT]/PATH from the root, /~/PATH from the login folder.
-"*", "?" and "[...]" in a PATH of ls, stat, cat, du, get and rm are wildcards, unless
-they are percent-encoded or something has exactly that name.
+"*", "?" and "[...]" in a PATH of ls, stat, cat, du, find, get, cp, rm and chmod are
+wildcards, unless they are percent-encoded or something has exactly that name.
 
 NAME:PATH stands for a URL where "qrftp profile" keeps NAME.
 
@@ -84,7 +85,7 @@ SFTP: keys of the SSH agent, of --key and ~/.ssh first; pass phrases from
 Exit status: 0 success, 2 usage, 3 connection, 4 login, 5 not found on the server,
 6 denied by the server, 7 local file, 8 some of several failed, 9 host key or
 certificate refused, 10 sync would remove too much, 129 hung up, 130 interrupted,
-143 terminated, 1 anything else.
+141 output no longer read, 143 terminated, 1 anything else.
 
 "qrftp SUBCOMMAND --help" describes a subcommand; qrftp(1) all of them, and the JSON.)";
 }

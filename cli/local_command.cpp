@@ -1,17 +1,22 @@
 #include "local_command.hpp"
 
 #include "environment.hpp"
+#include "interrupt.hpp"
 
+#include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,6 +48,15 @@ private:
     struct sigaction quit_ {};
 };
 
+struct descriptor {
+    explicit descriptor(int opened) : value(opened) {}
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    ~descriptor() { close(value); }
+
+    const int value;
+};
+
 std::vector<char*> pointers(std::vector<std::string>& words)
 {
     std::vector<char*> found;
@@ -54,9 +68,9 @@ std::vector<char*> pointers(std::vector<std::string>& words)
     return found;
 }
 
-pid_t start(std::vector<std::string> words)
+/// With standard output `output`.
+pid_t start(std::vector<std::string> words, int output = STDOUT_FILENO)
 {
-    std::vector<std::string> variables = environment_without_secrets();
     sigset_t defaults;
     sigemptyset(&defaults);
     for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
@@ -68,10 +82,11 @@ pid_t start(std::vector<std::string> words)
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     posix_spawn_file_actions_t files{};
     posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
     posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1); // The connections are this process's.
     pid_t child = 0;
-    const int failure = posix_spawnp(&child, words.front().c_str(), &files, &attributes, pointers(words).data(),
-                                     pointers(variables).data());
+    const int failure =
+        posix_spawnp(&child, words.front().c_str(), &files, &attributes, pointers(words).data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
     if (failure != 0) {
@@ -81,11 +96,8 @@ pid_t start(std::vector<std::string> words)
     return child;
 }
 
-/// The status that `waitpid` tells of the program.
-int run(const std::vector<std::string>& words)
+int wait_for(pid_t child)
 {
-    const ignore_tty_signals scope;
-    const pid_t child = start(words);
     int status = 0;
     while (waitpid(child, &status, 0) < 0) {
         if (errno != EINTR) {
@@ -94,6 +106,13 @@ int run(const std::vector<std::string>& words)
         }
     }
     return status;
+}
+
+/// The status that `waitpid` tells of the program.
+int run(const std::vector<std::string>& words)
+{
+    const ignore_tty_signals scope;
+    return wait_for(start(words));
 }
 
 } // namespace
@@ -107,6 +126,30 @@ void run_program(const std::vector<std::string>& words)
     if (WEXITSTATUS(status) != 0) {
         throw std::runtime_error(fmt::format("The command ended with status {}.", WEXITSTATUS(status)));
     }
+}
+
+std::pair<std::string, int> read_output(const std::string& line)
+{
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    const descriptor output{ends[0]};
+    const pid_t child = [&] {
+        const descriptor input{ends[1]};
+        return start({"/bin/sh", "-c", line}, input.value);
+    }();
+    std::string text;
+    std::array<char, 4096> buffer{};
+    for (ssize_t count = 1; count > 0; text.append(buffer.data(), static_cast<std::size_t>(count))) {
+        if (!wait_readable(output.value)) {
+            (void)kill(child, SIGTERM);
+            (void)wait_for(child);
+            throw Cancelled(line);
+        }
+        count = std::max<ssize_t>(read(output.value, buffer.data(), buffer.size()), 0);
+    }
+    return {text, wait_for(child)};
 }
 
 void run_local(const std::string& line)

@@ -79,8 +79,7 @@ std::optional<netrc_entry> look_up_netrc(const login_options& options, const cre
 
 credentials find_credentials(const url& server, const login_options& options, const settings& settings)
 {
-    credential_sources sources{server, options.user, std::nullopt, environment(password_variable),
-                               std::nullopt};
+    credential_sources sources{server, options.user, std::nullopt, secret(password_variable), std::nullopt};
     if (!options.password_file.empty()) {
         sources.password_file = first_line(expand_home(options.password_file));
     }
@@ -94,7 +93,7 @@ credentials find_credentials(const url& server, const login_options& options, co
 
 std::optional<std::string> find_pass_phrase(const login_options& options)
 {
-    return masked_secret(options.pass_phrase_file.empty() ? environment(pass_phrase_variable)
+    return masked_secret(options.pass_phrase_file.empty() ? secret(pass_phrase_variable)
                                                           : first_line(expand_home(options.pass_phrase_file)));
 }
 
@@ -151,7 +150,12 @@ void use_dialogue(session_options& session, const std::shared_ptr<login_dialogue
     session.confirm_certificate = [dialogue](const server_certificate& shown) {
         return dialogue->accepts(shown);
     };
-    session.on_warning = [settings](const std::string& sentence) { note(settings, escape(sentence)); };
+    session.on_warning = [settings](const std::string& sentence) {
+        auto shown = settings;
+        shown.quiet =
+            settings.quiet && !sentence.starts_with("Warning: "); // A key that nobody remembers is no note.
+        note(shown, escape(sentence));
+    };
 }
 
 /// A number of seconds that fits into a duration.

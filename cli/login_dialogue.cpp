@@ -68,12 +68,12 @@ std::optional<std::vector<std::string>> login_dialogue::answers(const login_prom
     }
     for (const std::string& text : {prompts.name, prompts.instruction}) {
         if (!text.empty()) {
-            show_at_terminal(escape(text) + '\n');
+            show_at_terminal(asked_by_server(text) + '\n');
         }
     }
     std::vector<std::string> given;
     for (const login_prompt& prompt : prompts.prompts) {
-        const std::string question = escape(prompt.text);
+        const std::string question = asked_by_server(prompt.text);
         std::optional<std::string> answer = prompt.echo ? ask(question, true) : ask_hidden(question);
         if (!answer) {
             lacks_terminal_ = !password_ && !has_terminal();
@@ -115,6 +115,11 @@ bool login_dialogue::lacks_terminal() const
 {
     const std::scoped_lock lock(guard_);
     return lacks_terminal_;
+}
+
+std::string login_dialogue::asked_by_server(const std::string& text) const
+{
+    return fmt::format("({}) {}", escape(subject_), escape(text));
 }
 
 void login_dialogue::run_command()

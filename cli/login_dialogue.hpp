@@ -35,6 +35,8 @@ public:
 
 private:
     void run_command();
+    /// `text`, which must not pass for a question of this program's own.
+    [[nodiscard]] std::string asked_by_server(const std::string& text) const;
     std::optional<std::string> ask_hidden(const std::string& question);
 
     mutable std::mutex guard_;

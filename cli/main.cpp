@@ -1,4 +1,5 @@
 #include "command_completion.hpp"
+#include "environment.hpp"
 #include "exit_status.hpp"
 #include "help.hpp"
 #include "interrupt.hpp"
@@ -15,9 +16,22 @@
 #include <clocale>
 #include <span>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 using namespace qrftp::cli;
 
 namespace {
+
+/// Keeps what is opened later out of the places of the standard streams that are closed. Their use still fails.
+void occupy_closed_streams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) {
+            (void)open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY); // The lowest one is free.
+        }
+    }
+}
 
 int run_subcommand(const std::vector<std::string>& arguments)
 {
@@ -44,6 +58,8 @@ int run_subcommand(const std::vector<std::string>& arguments)
 
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what reporting throws ends the process
 try {
+    occupy_closed_streams();
+    take_secrets();
     (void)std::setlocale(LC_CTYPE, ""); // NOLINT(concurrency-mt-unsafe): one thread
     install_interrupt_handlers();
     const std::span<char*> words(argv, static_cast<std::size_t>(argc));

@@ -48,6 +48,20 @@ void protect_brackets(CLI::App& app, std::vector<std::string>& words)
     }
 }
 
+/// Of an option that is given twice the last value holds, so that an alias can be overridden.
+void let_last_win(CLI::App& app)
+{
+    for (CLI::Option* const one :
+         app.get_options([](const CLI::Option* all) { return all->nonpositional(); })) {
+        if (one->get_items_expected_max() == 1) {
+            one->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+        }
+    }
+    for (CLI::App* const below : app.get_subcommands([](const CLI::App*) { return true; })) {
+        let_last_win(*below);
+    }
+}
+
 std::string see_help(const CLI::App& app, const CLI::App& command)
 {
     const std::string& name = app.get_name();
@@ -115,6 +129,7 @@ std::vector<bool> are_operands(const CLI::App& command, const std::vector<std::s
 bool parse(CLI::App& app, std::vector<std::string> words)
 {
     protect_brackets(app, words);
+    let_last_win(app);
     try {
         app.parse(std::vector<std::string>(words.rbegin(), words.rend())); // CLI11's order
         return true;

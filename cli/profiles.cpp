@@ -281,8 +281,8 @@ std::string encode_for_url(std::string_view name)
     std::string text;
     for (const char byte : name) {
         const auto value = static_cast<unsigned char>(byte);
-        const bool plain =
-            value >= 0x20 && value != 0x7f && std::string_view("%*?[]\\").find(byte) == std::string_view::npos;
+        const bool plain = value >= 0x20 && value != 0x7f &&
+                           std::string_view("%*?[]\\'\"$`!").find(byte) == std::string_view::npos;
         text += plain ? std::string(1, byte) : fmt::format("%{:02X}", value);
     }
     return text;

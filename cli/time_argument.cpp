@@ -20,7 +20,12 @@ std::chrono::sys_seconds parse_time(const std::string& text)
         if (end == nullptr || *end != '\0') {
             continue;
         }
+        const int day = fields.tm_mday;
         const std::time_t seconds = is_utc ? timegm(&fields) : std::mktime(&fields);
+        if (fields.tm_mday != day ||
+            local.find('-') != 4) { // February 30 would be in March, and "24" in the year 24.
+            break;
+        }
         return std::chrono::sys_seconds(std::chrono::seconds(seconds));
     }
     throw usage_error(fmt::format(R"("{}" is no time: write 2024-05-01, or "2024-05-01 12:30".)", text));

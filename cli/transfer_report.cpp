@@ -59,13 +59,14 @@ void transfer_report::attempt(const std::function<void()>& act)
     });
 }
 
-void transfer_report::attempt_tree(const tree_options& options, const std::function<tree_result()>& act)
+void transfer_report::attempt_tree(const tree_options& options, const std::string& source,
+                                   const std::function<tree_result()>& act)
 {
     attempt([&] {
         try {
             add(act());
         } catch (const error& failure) {
-            if (!options.keep_going && concerns_one_entry(failure.cause())) {
+            if (!options.keep_going && concerns_one_entry(failure.cause()) && failure.path() != source) {
                 display_.erase();
                 note(options_, "Stopped at the first error; --keep-going copies the rest.");
             }
@@ -143,7 +144,8 @@ void transfer_report::finish()
     flush_output();
     const char* const hint = options_.verbose > 0 || options_.json ? "" : " (-v shows them)";
     if (passed_over_ > 0) {
-        note(options_, fmt::format("Not copied: {} and the like{}.", counted(passed_over_, "link"), hint));
+        note(options_, fmt::format("Not copied: {} or special file{}{}.", counted(passed_over_, "link"),
+                                   passed_over_ == 1 ? "" : "s", hint));
     }
     if (unread_ > 0) {
         note(options_, fmt::format("Not copied: {} of listings that could not be read or whose names cannot be "

@@ -30,8 +30,10 @@ public:
 
     /// Carries out a part of the transfer and reports its failure; see `batch::attempt`.
     void attempt(const std::function<void()>& act);
-    /// The same for a whole tree; where it stops at one entry, the option that does not is named.
-    void attempt_tree(const tree_options& options, const std::function<tree_result()>& act);
+    /// The same for a whole tree; where it stops at one entry that is not `source`, the option
+    /// that does not is named.
+    void attempt_tree(const tree_options& options, const std::string& source,
+                      const std::function<tree_result()>& act);
 
     /// `options` with the callbacks that show progress and actions.
     template <class Options>

@@ -155,12 +155,12 @@ void certificate_policy::remember(const server_certificate& shown) const
 {
     const std::string key = fmt::format("the key of {} ({})", host_, shown.pin);
     if (file_.empty()) {
-        return warn(fmt::format("There is no file of known certificates to add {} to.", key));
+        return warn(fmt::format("Warning: there is no file of known certificates to add {} to.", key));
     }
     try {
         append_line(file_, fmt::format("{} {}", host_, shown.pin));
     } catch (const LocalFileError& e) {
-        return warn(fmt::format("Could not add {} to the known certificates: {}", key, e.what()));
+        return warn(fmt::format("Warning: could not add {} to the known certificates: {}", key, e.what()));
     }
     warn(fmt::format("Added {} to {}.", key, file_.string()));
 }

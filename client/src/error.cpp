@@ -32,10 +32,12 @@ constexpr std::array<description, 33> descriptions{{
      R"(The certificate of "{0}" is not trusted{2}. Nothing secret was sent. )"
      "If it is the server's own, name it with --cacert FILE or --pin."},
     {error_cause::host_key_unknown, "HostKeyUnknown",
-     R"(The host key of "{0}" is not known: {1}. Nothing secret was sent.)"},
+     R"(The host key of "{0}" is not known: {1}. Nothing secret was sent. If its administrator confirms the )"
+     "fingerprint, add the key to the known-hosts file, or accept it with --host-key accept-new."},
     {error_cause::host_key_changed, "HostKeyChanged",
      R"(The host key of "{0}" is not the one that is known: {1}. Somebody may be listening in, or )"
-     "the server was set up anew; ask its administrator. Nothing secret was sent."},
+     R"(the server was set up anew; ask its administrator. Nothing secret was sent. If the new key is right, )"
+     R"(ssh-keygen -R "{0}" removes the old one.)"},
     {error_cause::host_key_revoked, "HostKeyRevoked",
      R"(The host key of "{0}" has been revoked: {1}. Nothing secret was sent.)"},
     {error_cause::login_refused, "LoginRefused",
@@ -62,7 +64,7 @@ constexpr std::array<description, 33> descriptions{{
      R"("{0}" is not what was copied: {1}. The target was left as it was; run it again.)"},
     {error_cause::unsafe_name, "UnsafeName", R"("{0}" may not be written: {1}.)"},
     {error_cause::empty_source, "EmptySource",
-     R"("{0}" is empty, and what it is to be removed from is not. Nothing was removed; --force removes.)"},
+     R"(The source "{0}" is empty, but the destination is not. Nothing was removed; --force removes anyway.)"},
     {error_cause::too_many_removals, "TooManyRemovals",
      R"(Nothing was changed in "{0}": {1}, more than --max-delete allows.)"},
     {error_cause::local_file, "LocalFileError", R"(The local file "{0}" cannot be used: {1}.)"},

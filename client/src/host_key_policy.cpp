@@ -98,13 +98,13 @@ void host_key_policy::remember(const host_key& shown) const
 {
     const std::string key = fmt::format("the key of {} ({} {})", host_, shown.type, shown.fingerprint());
     if (settings_.user_files.empty()) {
-        return warn(fmt::format("There is no known-hosts file to add {} to.", key));
+        return warn(fmt::format("Warning: there is no known-hosts file to add {} to.", key));
     }
     const fs::path& file = settings_.user_files.front();
     try {
         known_hosts::append(file, shown);
     } catch (const LocalFileError& e) {
-        return warn(fmt::format("Could not add {} to the known hosts: {}", key, e.what()));
+        return warn(fmt::format("Warning: could not add {} to the known hosts: {}", key, e.what()));
     }
     warn(fmt::format("Added {} to {}.", key, file.string()));
 }

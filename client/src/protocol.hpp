@@ -110,7 +110,9 @@ public:
     [[nodiscard]] virtual bool may_replace() const = 0;
     /// Whether `begin` has to be given the size of what is at `path`.
     [[nodiscard]] virtual bool resumes() const = 0;
-    /// Where it resumes and there is nothing under the temporary name, but a target: that is completed instead.
+    /// Where it resumes and there is nothing under the temporary name, but a target: whether that is completed
+    /// instead, which `complete_target` then tells it.
+    [[nodiscard]] virtual bool completes_target() const { return resumes(); }
     virtual void complete_target() = 0;
     /// Whether what is under the temporary name stays for a later transfer when this one fails.
     [[nodiscard]] virtual bool keeps_temporary() const = 0;

@@ -170,7 +170,9 @@ Status to_status(const struct stat& from)
             .modified = std::chrono::sys_seconds(std::chrono::seconds(from.st_mtim.tv_sec)),
             .mode = static_cast<fs::perms>(from.st_mode & permission_bits),
             .device = static_cast<std::uint64_t>(from.st_dev),
-            .inode = static_cast<std::uint64_t>(from.st_ino)};
+            .inode = static_cast<std::uint64_t>(from.st_ino),
+            .owner = from.st_uid,
+            .names = static_cast<std::uint64_t>(from.st_nlink)};
 }
 
 } // namespace zorbel::io::common::file

@@ -11,9 +11,12 @@ from .error import Error
 Kind = Literal["file", "folder", "link", "other"]
 
 
-def to_datetime(seconds: int) -> datetime:
-    """The time that lies so many seconds after 1970, aware, in UTC."""
-    return datetime.fromtimestamp(seconds, timezone.utc)
+def to_datetime(seconds: int) -> datetime | None:
+    """The time that lies so many seconds after 1970, aware, in UTC; None for a year that `datetime` does not have."""
+    try:
+        return datetime.fromtimestamp(seconds, timezone.utc)
+    except (OverflowError, OSError, ValueError):
+        return None
 
 
 @dataclass(frozen=True, slots=True)
@@ -39,8 +42,8 @@ class Entry:
     @classmethod
     def _of(cls, fields: tuple[Any, ...]) -> Entry:
         name, kind, size, modified, *rest = fields
-        time, exact = modified if modified else (None, False)
-        return cls(name, kind, size, None if time is None else to_datetime(time), exact, *rest)
+        time = to_datetime(modified[0]) if modified else None
+        return cls(name, kind, size, time, time is not None and modified[1], *rest)
 
     @property
     def is_file(self) -> bool:

@@ -15,16 +15,18 @@ import os
 from collections import defaultdict
 from datetime import datetime
 from io import FileIO
-from typing import Any, Callable, ContextManager, Iterable
+from pathlib import PurePath
+from typing import Any, Callable, ContextManager, Iterable, Iterator
 from urllib.parse import quote, unquote, urlsplit
 
 import fsspec
 from fsspec.callbacks import Callback
+from fsspec.implementations.local import make_path_posix
 from fsspec.spec import AbstractFileSystem
 from fsspec.utils import isfilelike, stringify_path, tokenize
 
 from .entry import Entry, Progress, TreeProgress
-from .error import AlreadyExists, IsFolder, NotFound
+from .error import AlreadyExists, IsFolder, NotFound, NotSupported, UnsafeName
 from .file import Reader, Updater, Writer, open_for_writing
 from .pool import Pool, pool_of
 from .session import Session
@@ -97,12 +99,12 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
 
     # Looking
 
-    def _info_of(self, session: Session, path: str, entry: Entry) -> dict[str, Any]:
+    def _info_of(self, session: Session, path: str, entry: Entry, follow_links: bool = True) -> dict[str, Any]:
         kind, size = entry.kind, entry.size
         if entry.is_link:
             try:
                 if session.is_folder(path):
-                    kind = "folder"
+                    kind = "folder" if follow_links else kind
                 else:
                     kind, size = "file", session.file_size(path)
             except NotFound:  # It leads nowhere.
@@ -126,15 +128,24 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         with self._session() as session:
             return self._info_of(session, path, session.stat(path))
 
-    def ls(self, path: str, detail: bool = True, **kwargs: Any) -> list[Any]:
+    def ls(self, path: str, detail: bool = True, follow_links: bool = True, **kwargs: Any) -> list[Any]:
+        """A folder's entries; without `follow_links`, one that leads to a folder is of the type "link"."""
         path = self._strip_protocol(path)
         with self._session() as session:
             if path != "/" and not session.is_folder(path):
                 found = [self._info_of(session, path, session.stat(path))]
             else:
                 below = path.rstrip("/") + "/"
-                found = [self._info_of(session, below + each.name, each) for each in session.list(path)]
+                found = [self._info_of(session, below + each.name, each, follow_links) for each in session.list(path)]
         return found if detail else [each["name"] for each in found]
+
+    def walk(self, path: str, maxdepth: int | None = None, **kwargs: Any) -> Iterator[Any]:
+        """As fsspec's, for `find` and all that works on trees too; links below `path` are not entered."""
+        yield from super().walk(path, maxdepth=maxdepth, **{"follow_links": False, **kwargs})
+
+    def glob(self, path: str, **kwargs: Any) -> Any:
+        """As fsspec's: "*" stands for links to folders too, "**" does not enter them."""
+        return super().glob(path, follow_links="**" not in path, **kwargs)
 
     def exists(self, path: str, **kwargs: Any) -> bool:
         with self._session() as session:
@@ -225,34 +236,51 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
             finally:
                 file.close()
 
-    def cp_file(self, path1: str, path2: str, **kwargs: Any) -> None:
+    def copy(self, path1: Any, path2: Any, recursive: bool = False, **kwargs: Any) -> None:
+        """As fsspec's; below `path1`, links to folders stay links, or are left out where the server has no way."""
+        super().copy(path1, path2, recursive=recursive, _named=self.expand_path(path1), **kwargs)
+
+    def cp_file(self, path1: str, path2: str, _named: Iterable[str] | None = None, **kwargs: Any) -> None:
         """Copies by way of this machine, unless the server can (SFTP with copy-data)."""
-        if self.isdir(path1):
+        path1, path2 = self._strip_protocol(path1), self._strip_protocol(path2)
+        info = self.info(path1)
+        if info["type"] == "directory" and not (info.get("islink") and _named is not None and path1 not in _named):
             self.makedirs(path2, exist_ok=True)
             return
         self.makedirs(self._parent(path2), exist_ok=True)
         with self._session() as session:
-            session.copy(self._strip_protocol(path1), self._strip_protocol(path2))
+            if info["type"] != "directory":
+                session.copy(path1, path2)
+                return
+            try:
+                session.make_link(session.read_link(path1), path2)
+            except NotSupported as error:  # Of a tree, fsspec passes over what is not found, unless it moves.
+                raise NotFound(str(error), path1) from error
 
     # To and from this machine
 
     def get(self, rpath: Any, lpath: Any, recursive: bool = False, callback: Any = _NO_CALLBACK, **kwargs: Any) -> None:
-        """Fetches files, many at a time."""
+        """Fetches files, many at a time. Links below `lpath` are not followed, on either side those to folders."""
         files: list[tuple[str, str]] = []
         super().get(rpath, lpath, recursive=recursive, _files=files, **kwargs)
-        folders = {os.path.dirname(os.path.abspath(local)) for _, local in files}
+        files = [(remote, os.path.abspath(local)) for remote, local in files]
+        given = [lpath] if isinstance(lpath, (str, os.PathLike)) else lpath
+        named = {os.path.abspath(make_path_posix(os.fspath(each))) for each in given if not isfilelike(each)}
+        folders = {os.path.dirname(local) for _, local in files}
         for folder in folders:
-            os.makedirs(folder, exist_ok=True)
+            _make_local_folder(folder, named)
         callback.set_size(len(files))
-        locals_of = {remote: local for remote, local in files if os.path.abspath(local) not in folders}
+        locals_of = {remote: local for remote, local in files if local not in folders}
         with self._session() as session:
-            result = session.fetch_files(
-                locals_of.items(), keep_going=True, progress=lambda now: _count(callback, now)
-            )
+            result = session.fetch_files(locals_of.items(), keep_going=True, progress=lambda now: _count(callback, now),
+                                         follow_target=named.issuperset(locals_of.values()))  # fmt: skip
         for path, error in ((each.path, each.error) for each in result.failures):
-            if not isinstance(error, IsFolder) and not (os.path.isdir(locals_of[path]) and self.isdir(path)):
+            may_be_folder = isinstance(error, (IsFolder, NotFound)) or os.path.isdir(locals_of[path])
+            info = self.info(path) if may_be_folder else {}
+            if info.get("type") != "directory":
                 raise error
-            os.makedirs(locals_of[path], exist_ok=True)
+            if not info.get("islink"):
+                _make_local_folder(locals_of[path], named)
         callback.absolute_update(len(files))
 
     def get_file(self, rpath: str, lpath: Any, callback: Any = _NO_CALLBACK, outfile: Any = None,
@@ -324,15 +352,15 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
     _rm = rm_file
 
     def rm(self, path: Any, recursive: bool = False, maxdepth: int | None = None) -> None:
-        if recursive and maxdepth is not None:
-            super().rm(path, recursive=recursive, maxdepth=maxdepth)
-            return
+        """Removes files, and folders with `recursive`: only what `maxdepth` levels hold. No link is followed."""
         for each in self.expand_path(path):
             with self._session() as session:
-                if recursive and session.stat(each).is_folder:
+                if not (recursive and session.stat(each).is_folder):
+                    session.remove(each)
+                elif maxdepth is None:
                     session.remove_folder(each, recursive=True)
                 else:
-                    session.remove(each)
+                    _remove_levels(session, each, maxdepth)
 
     def mv(self, path1: Any, path2: Any, recursive: bool = False, maxdepth: int | None = None, **kwargs: Any) -> None:
         """Renames one file or folder, replacing a file; several, or into a folder, are copied and removed."""
@@ -378,6 +406,23 @@ def _with_parents(session: Session, path: str, write: Callable[[], None]) -> Non
     except NotFound:
         session.make_folder(path.rpartition("/")[0], parents=True)
         write()
+
+
+def _remove_levels(session: Session, path: str, levels: int) -> None:
+    for folder, folders, others in reversed([*session.walk(path, max_depth=levels)]):
+        for each in others:
+            session.remove(f"{folder}/{each.name}")
+        for each in folders:
+            session.remove_folder(f"{folder}/{each.name}")
+    session.remove_folder(path)
+
+
+def _make_local_folder(folder: str, named: Iterable[str]) -> None:
+    """Makes a local folder, and those above it; in the folders that the caller named, links do not count as such."""
+    for part in (folder, *map(str, PurePath(folder).parents)):
+        if os.path.islink(part) and any(each in map(str, PurePath(part).parents) for each in named):
+            raise UnsafeName(f"{part}: a symbolic link stands in its way", part)
+    os.makedirs(folder, exist_ok=True)
 
 
 def _count(callback: Any, now: TreeProgress) -> None:

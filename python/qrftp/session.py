@@ -53,8 +53,9 @@ def _without_password(url: str) -> str:
     if not password:
         return url
     scheme, rest = url.split("://", 1)
-    credentials, place = rest.split("@", 1)
-    return f"{scheme}://{credentials.split(':', 1)[0]}@{place}"
+    credentials, mark, path = rest.partition("/")
+    credentials, place = credentials.rsplit("@", 1)
+    return f"{scheme}://{credentials.split(':', 1)[0]}@{place}{mark}{path}"
 
 
 def _restored(url: str, options: dict[str, Any], folder: str) -> Session:
@@ -252,19 +253,20 @@ class Session(Transfers):
         As with os.walk, what is taken out of the folders is not entered. Links are not followed. `max_depth` is
         how many levels are listed. `on_error` is told of folders that cannot be listed; else the error is raised.
         """
-        top = self.absolute(path)
-        try:
-            entries = self.list(top)
-        except Error as error:
-            if on_error is None:
-                raise
-            on_error(error)
-            return
-        folders = [each for each in entries if each.is_folder]
-        yield top, folders, [each for each in entries if not each.is_folder]
-        below = None if max_depth is None else max_depth - 1
-        for each in folders if below != 0 else ():
-            yield from self.walk(top.rstrip("/") + "/" + each.name, max_depth=below, on_error=on_error)
+        todo = [(self.absolute(path), 1)]
+        while todo:
+            folder, depth = todo.pop()
+            try:
+                entries = self.list(folder)
+            except Error as error:
+                if on_error is None:
+                    raise
+                on_error(error)
+                continue
+            folders = [each for each in entries if each.is_folder]
+            yield folder, folders, [each for each in entries if not each.is_folder]
+            if max_depth is None or depth < max_depth:
+                todo += [(folder.rstrip("/") + "/" + each.name, depth + 1) for each in reversed(folders)]
 
     def glob(self, pattern: RemotePath) -> Texts:
         """The paths that `pattern` stands for, sorted: "*" and "?" stop at "/", "[…]" is a set."""

@@ -140,7 +140,7 @@ class Transfers:
         return TreeResult._of(self._native.sync(local, remote, direction == "send", options))
 
     def fetch_files(self, files: Pairs, *, jobs: int = 0, keep_going: bool = False, keep_time: bool = False,
-                    keep_mode: bool = False, replace: bool = True, verify: bool = False,
+                    keep_mode: bool = False, replace: bool = True, follow_target: bool = True, verify: bool = False,
                     rate_limit: int = 0, retries: int = 3, retry_delay: float = 1,
                     progress: OnTreeProgress | None = None) -> TreeResult:  # fmt: skip
         """Fetches files, pairs of a remote and a local path, as many at a time as the protocol carries."""

@@ -38,4 +38,4 @@ ends 3 ls "sftp://127.0.0.1:$FTP_PORT/" && said "*this is an FTP server; write f
 options=()
 for scheme in ftp ftps; do ends 3 ls "$scheme://127.0.0.1:$SFTP_PORT/" && said "*this is an SSH server; write sftp://127.0.0.1:$SFTP_PORT/*"; done
 ends 3 ls "ftps://127.0.0.1:$FTP_PORT/" && said "*begins TLS after its greeting; write ftp://127.0.0.1:$FTP_PORT/*"
-touch "$HOME/.ssh" && ends 0 ls "$sftp/" && said '*Could not add the key*'
+touch "$HOME/.ssh" && ends 0 ls "$sftp/" -q && said '*Warning: could not add the key*'

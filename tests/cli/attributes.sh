@@ -15,6 +15,7 @@ for url in "$ftp" "$openssh"; do
     tells '{"action":"set_mode","path":"d/f","mode":"0700","dry_run":true}' chmod --json --dry-run go= "$url/d/f"
     ends 2 chmod u~x "$url/d" && said '*no mode*' && ends 5 chmod 644 "$url/no"
     tells "" touch -d 2021-05-06T07:08:09Z "$url/d/f" "$url/d/new" && [[ $(date -u -r "$home/d/new" +%FT%T) == 2021-05-06T07:08:09 ]]
+    ends 2 touch -d 2024-02-30 "$url/d/f" && ends 2 touch -d 24-1-1 "$url/d/f" && said '*is no time*'
     tells "" touch -c "$url/d/none" && [[ ! -e $home/d/none ]] && tells "" touch "$url/d/new" && [[ $home/d/new -nt $home/d/f ]]
     tells "" ln -s f "$url/d/link" && [[ $home/d/link -ef $home/d/f ]] && ends 1 ln -s f "$url/d/link" && said '*already*'
     tells $'d/e\nd/e/g\nd/f\nd/link\nd/new' find "$url/d" && tells d/link find --type l "$url/d" && tells d/e/g find --larger 2 --name '?' "$url/d"

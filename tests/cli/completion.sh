@@ -33,10 +33,16 @@ becomes() { # LINE COMPLETION…
         [[ $got == "$2" ]] || fail "$shell, $1: $got"
     done
 }
-mkdir -p "$HOME_DIR/top/a b" "$HOME_DIR/top/logs" "$HOME/.config/qrftp" && : >"$HOME_DIR/top/a*" && : >local.txt && chmod -R a+rX "$HOME_DIR/top"
+mkdir -p "$HOME_DIR/top/a b" "$HOME_DIR/top/logs" "$HOME/.config/qrftp" && : >"$HOME_DIR/top/a*" && : >"$HOME_DIR/top/i'\"\$\`" && : >local.txt && chmod -R a+rX "$HOME_DIR/top"
 printf '[work]\nurl = "%s/~/top"\nknown-hosts = "%s"\n' "$sftp" "$KNOWN_HOSTS" >"$HOME/.config/qrftp/config.toml"
 becomes p "ping,profile,put,pwd" && becomes "profile s" "set,show" && becomes "profile show w" work
 becomes "tree --de" --depth && becomes "ls --tls s" strict && becomes "profile set work known-h" known-hosts=
 becomes "put lo" local.txt && becomes "ls --user lo" "" && becomes "shell --batch lo" local.txt
-becomes "ls wo" work: && becomes "ln -s a wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:logs/"
+becomes "ls wo" work: && becomes "ln -s a wo" work: && becomes "ls work:l" work:logs/ && becomes "put local.txt work:" "work:a b/,work:a%2A,work:i%27%22%24%60,work:logs/"
 becomes "ls --known-hosts $KNOWN_HOSTS $sftp/~/top/l" "$sftp/~/top/logs/" && becomes "ls $sftp" ""
+# Between quotes, a name of a local file stays one word of the shell.
+odd="it's;\$(touch x)\`\\\"" && : >"$odd"
+for quote in \' \"; do
+    COMP_WORDS=(qrftp put "${quote}it") COMP_CWORD=2 COMP_LINE="qrftp put ${quote}it" COMP_POINT=13
+    _qrftp && eval "set -- $quote${COMPREPLY[0]}$quote" && [[ $# == 1 && $1 == "$odd" ]] || fail "${COMPREPLY[0]}"
+done

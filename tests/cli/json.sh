@@ -34,4 +34,5 @@ fails() { # STATUS OBJECT ARGUMENT…: on standard error
 }
 fails 5 "{\"error\":\"NotFound\",\"path\":\"$HOME_DIR/nope\",\"status\":5}" stat "$url/nope" && fails 2 '{"error":"UsageError","status":2}' ls --frob
 fails 5 "{\"error\":\"NotFound\",\"path\":\"$HOME_DIR/nope\",\"reply\":550,\"status\":5,\"line\":2}" shell "$ftp" --batch <(printf 'pwd\nls nope\n') && [[ $(jq -r .path "$work/output") == "$HOME_DIR" ]]
+"$qrftp" put - "$url/x" --json "${options[@]}" < <(cat f) | jq -e '.size == 6' >/dev/null || fail "the size of standard input"
 ends 0 put f "$url/x" --progress json && [[ $(tail -n 1 "$work/errors" | jq -c '[.file, .bytes, .total, (.rate >= 0)]') == '["x",6,6,true]' ]] || fail "$(<"$work/errors")"

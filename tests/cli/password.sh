@@ -11,6 +11,12 @@ netrc() { printf '%s\n' "$@" >"$HOME/.netrc" && chmod 600 "$HOME/.netrc"; }
 echo "$PASSWORD" >"$work/right" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
 logs_in 4 '*no terminal*' "$ftp" && logs_in 4 '*no terminal*' "$sftp" && logs_in 0 "" "${ftp/@/:$PASSWORD@}"
 QRFTP_PASSWORD=$PASSWORD logs_in 0 "" "$sftp"
+# A command for the password sees no secrets; a signal ends it.
+QRFTP_PASSWORD=no QRFTP_PASSPHRASE=no logs_in 0 "" "$ftp" --password-command "echo \$QRFTP_PASSWORD\$QRFTP_PASSPHRASE'$PASSWORD'"
+"$qrftp" ls "$ftp" "${options[@]}" --password-command 'echo $$ >process; exec sleep 300' 2>"$work/errors" &
+process=$! SECONDS=0
+until [[ -s process ]]; do kill -0 $process || fail "$(<"$work/errors")"; done
+kill $process && { wait $process || [[ $? == 143 ]]; } && ((SECONDS < 20)) && ! kill -0 "$(<process)" 2>/dev/null || fail "a command goes on"
 netrc "machine 127.0.0.1 login $USER password \"$PASSWORD\"" && logs_in 0 "" "${ftp/$USER@/}" && logs_in 0 "" "$sftp"
 chmod 644 "$HOME/.netrc" && logs_in 0 '*Warning*.netrc*' "$ftp"
 # A netrc file that cannot be read stops nothing that does not need it.

@@ -7,6 +7,8 @@ for url in "$ftp" "sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~"; do
     "$qrftp" put - "$url/in" "${options[@]}" < <(cat file) && cmp file "$HOME_DIR/in" || fail "$url: from standard input"
     "$qrftp" put <(cat file) "$url/pipe" "${options[@]}" && cmp file "$HOME_DIR/pipe" || fail "$url: from a pipe"
     "$qrftp" get "$url/in" - "${options[@]}" | cmp - file || fail "$url: to standard output"
+    ! timeout 20 "$qrftp" put - "$url/none" "${options[@]}" <&- 2>"$work/errors" && said '*standard input*' || fail "$url: closed"
+    ! "$qrftp" get "$url/in" - "${options[@]}" <&- >&- 2>"$work/errors" && said '*not be written*' || fail "$url: lost"
     # Who reads nothing, and who is interrupted, replaces nothing.
     ends 0 put old "$url/in" && ! "$qrftp" put - "$url/in" "${options[@]}" </ 2>"$work/errors" && said '*standard input*'
     mkfifo pipe && exec 3<>pipe

@@ -17,6 +17,7 @@ for option in "--tls opportunistic --cacert $CA_FILE" "--tls none --active"; do
 done
 # Two sources with one name would become one file.
 mkdir one two && touch {one,two}/r && ends 0 mkdir "$ftp"/{one,two} && silent put one/r "$ftp/one" && silent put two/r "$ftp/two"
+mkdir "$HOME_DIR/only" && ends 1 get "$ftp/onl*" . --quiet --tls strict --tls none && said '*Only folders*' && rmdir "$HOME_DIR/only"
 ends 2 get "$ftp/*/r" . && said '*both become*' && ends 2 put one/r two/r "$ftp/" && [[ ! -e r && ! -e $HOME_DIR/r ]]
 # What is open is written to as it is.
 silent put "a b" "$ftp/s" && "$qrftp" get "$ftp/s" /dev/stdout "${options[@]}" | cmp - "a b"

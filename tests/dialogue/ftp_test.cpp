@@ -105,10 +105,12 @@ TEST(Ftp, SetsTimesAsTheServerCanAndSaysOnceThatItCannot)
 
 TEST(Ftp, EndsListingsThatAreTooLong)
 {
-    client_stage t;
-    t.options.listing_limit = 10;
-    EXPECT_THAT([&] { (void)t.open().list(); },
-                ThrowsMessage<qrftp::IncompleteListing>(HasSubstr("listing_limit")));
+    for (const auto scheme : {qrftp::url_scheme::ftp, qrftp::url_scheme::sftp}) {
+        client_stage t({}, scheme);
+        t.options.listing_limit = 10;
+        EXPECT_THAT([&] { (void)t.open().list(); },
+                    ThrowsMessage<qrftp::IncompleteListing>(HasSubstr("listing_limit")));
+    }
 }
 
 TEST(Ftp, AsksForThePasswordThreeTimesAtMost)
@@ -154,4 +156,16 @@ TEST(Ftp, IsCancelledAtOnceWhateverItWaitsFor)
         EXPECT_LT(std::chrono::steady_clock::now() - asked, 500ms);
         EXPECT_EQ(error_of_client([&] { (void)t.open(); }), "Cancelled") << "and every later request";
     }
+}
+
+TEST(Ftp, ReadsALongReplyAtOnce)
+{
+    std::string lines = "213-\r\n";
+    for (int i = 0; i < 20'000; ++i)
+        lines += "150-\r\n";
+    client_stage t({{"SIZE", answer::reply(lines + "213 6")}});
+    t.open();
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_EQ(t.client->fetch_string("f"), "remote");
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 10s);
 }

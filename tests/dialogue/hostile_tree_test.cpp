@@ -25,6 +25,14 @@ void follow_links(sync_options& options)
 {
     options.follow_links = true;
 }
+void resume(sync_options& options)
+{
+    options.transfer.resume = true;
+}
+void resume_in_place(sync_options& options)
+{
+    options.transfer.resume = options.transfer.in_place = true;
+}
 
 const files mine{{"extra", "1"}, {"d", "/"}, {"d/more", "2"}};
 const files theirs{{"a", "new"}, {"d", "/"}, {"d/b", "new"}};
@@ -33,6 +41,7 @@ files with(files some, const files& more)
     some.insert(more.begin(), more.end());
     return some;
 }
+const files grown_and_cut{{"a", "ol"}, {"d", "/"}, {"d/b", "older"}};
 const std::string listed = "type=file;size=3;modify=20240102030405; a\r\ntype=dir; d\r\n";
 const std::string listing = "MLSD " + remote_root;
 
@@ -98,6 +107,12 @@ void has_folders_without_end(sftp_peer& server)
 const tree_row rows[] = {
     fetching("", theirs, mine).gives(theirs),
     sending("", theirs, mine).gives(theirs),
+
+    // What is resumed is what a transfer left, never an older file.
+    fetching("Resumed", theirs, grown_and_cut).with_options(resume).gives(theirs),
+    sending("Resumed", theirs, grown_and_cut).with_options(resume).gives(theirs),
+    fetching("ResumedInPlace", theirs, grown_and_cut).with_options(resume_in_place).gives(theirs),
+    sending("ResumedInPlace", theirs, grown_and_cut).with_options(resume_in_place).gives(theirs),
 
     // A source that could not be read as a whole.
     fetching("BadLine", theirs, mine)

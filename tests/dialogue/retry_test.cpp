@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <qrftp/tree.hpp>
+#include <unistd.h>
 
 using namespace support;
 using namespace std::literals;
@@ -97,6 +98,53 @@ TEST(Retry, UploadsGoOnWhereTheServerIs)
         EXPECT_TRUE(!error.empty() || kept.at("/home/u/n") == all);
         EXPECT_EQ(kept.size(), error.empty() ? 4U : 3U) << "a part is left";
     }
+}
+
+TEST(Retry, DownloadsGoOnFromWhatThisUserLeftAlone)
+{
+    const std::string all = content_of(1000);
+    for (const std::string change : {"none", "second name", "owner"}) {
+        if (change == "owner" && geteuid() != 0)
+            continue; // only root gives files away
+        retry_stage t(all, {{"RETR", cut_after(100), 1}});
+        t.at_once.resume = true;
+        t.at_once.retries = 0;
+        fs::create_directory(t.local / "tree");
+        write_file(t.local / "tree/f", "older");
+        const auto fetch = [&] { fetch_tree(*t.client, "/home/u", t.local / "tree", {.transfer = t.at_once}); };
+        EXPECT_NE(error_of_client(fetch), "");
+        ASSERT_EQ(leftovers_in(t.local).size(), 1U);
+        const fs::path part = t.local / leftovers_in(t.local).begin()->first;
+        if (change == "second name")
+            fs::create_hard_link(part, t.local / "other");
+        EXPECT_EQ(change == "owner" ? chown(part.c_str(), 65534, 65534) : 0, 0);
+        EXPECT_EQ(error_of_client(fetch), "");
+        EXPECT_EQ(t.sent({"REST"}), change == "none" ? "REST 100" : "") << change;
+        EXPECT_EQ(content(t.local / "tree/f"), all);
+    }
+}
+
+TEST(Retry, OneUploadAtATimeGoesOnFromWhatIsLeft)
+{
+    retry_stage t(content_of(100'000));
+    std::string second;
+    t.at_once.resume = true;
+    transfer_options watched = t.at_once;
+    watched.on_progress = [&](const auto&) {
+        const auto send = [&] { t.client->clone().send(t.local / "f", "n", t.at_once); };
+        second = second.empty() ? error_of_client(send) : second;
+        return true;
+    };
+    t.client->send(t.local / "f", "n", watched);
+    EXPECT_EQ(second, "LocalFileError");
+    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1");
+    client_stage many({}, qrftp::url_scheme::sftp);
+    many.keep({{"/home", "/"}, {"/home/u", "/"}});
+    fs::create_directory(many.local / "tree");
+    for (const char* const name : {"a", "b"}) // two names of one file are sent side by side
+        fs::create_hard_link(many.local / "f", many.local / "tree" / name);
+    send_tree(many.open(), many.local / "tree", "/home/u/tree", {.transfer = t.at_once});
+    EXPECT_EQ(many.kept().at("/home/u/tree/a") + many.kept().at("/home/u/tree/b"), "locallocal");
 }
 
 TEST(Retry, EndsWhenNothingNewArrives)

@@ -164,7 +164,7 @@ TEST_F(TlsTrust, AsksNothingOfWhatAnAuthorityVouchesForAndWarnsWhereItCannotWrit
     const tls_peer named_otherwise({.control = {.host = "DNS:other"}, .data = {}});
     std::ofstream(folder / "made") << "no folder";
     EXPECT_EQ(failure(named_otherwise), "");
-    EXPECT_THAT(warnings, testing::ElementsAre(HasSubstr("Could not add the key of")));
+    EXPECT_THAT(warnings, testing::ElementsAre(HasSubstr("could not add the key of")));
 }
 
 TEST_F(TlsTrust, ShowsTheCertificateOfTheClient)

@@ -192,6 +192,23 @@ TEST(Transfer, WaitsForASlowReaderAndCanBeEndedMeanwhile)
         }
 }
 
+TEST(Transfer, GoesThroughNoLinkOfAStrangerInASharedFolder)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root makes links of others";
+    client_stage t;
+    const fs::path link = t.local / "shared/link";
+    fs::create_directory(t.local / "shared");
+    fs::create_symlink("../f", link);
+    ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+    for (const bool is_shared : {true, false}) {
+        fs::permissions(t.local / "shared", is_shared ? fs::perms(01777) : fs::perms(0777));
+        EXPECT_EQ(error_of_client([&] { t.open().send(link, "t"); }), is_shared ? "LocalFileError" : "");
+        EXPECT_EQ(error_of_client([&] { t.open().fetch("f", link); }), is_shared ? "LocalFileError" : "");
+        EXPECT_EQ(content(t.local / "f"), is_shared ? "local" : "remote");
+    }
+}
+
 TEST(Transfer, AsksForNothingThatTheTreeKnows)
 {
     client_stage t({}, url_scheme::sftp);

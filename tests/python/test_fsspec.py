@@ -71,6 +71,37 @@ def test_looks_and_changes(place, system):
     assert system.ls(root, detail=False) == [f"{root}/moved"]
 
 
+def test_enters_no_links(place, system, tmp_path):
+    root, disk, out = place.remote, place.disk, tmp_path / "out"
+    for name in ("a/deep/x", "a/y", "b/precious"):
+        system.pipe(f"{root}/{name}", name.encode())
+    (disk / "a/link").symlink_to("../b")
+    (disk / "a/self").symlink_to(".")
+    assert system.find(f"{root}/a") == [f"{root}/a/{name}" for name in ("deep/x", "link", "self", "y")]
+    assert system.glob(f"{root}/a/l*/*") == [f"{root}/a/link/precious"]
+
+    (tmp_path / "taken/a").mkdir(parents=True)
+    out.mkdir()
+    (out / "victim").write_text("victim")
+    (tmp_path / "taken/a/y").symlink_to(out / "victim")
+    (tmp_path / "taken/a/deep").symlink_to(out)
+    with pytest.raises(qrftp.UnsafeName):
+        system.get(f"{root}/a", str(tmp_path / "taken/a"), recursive=True)
+    (tmp_path / "taken/a/deep").unlink()
+    system.get(f"{root}/a", str(tmp_path / "taken/a"), recursive=True)
+    assert sorted(each.name for each in (tmp_path / "taken/a").iterdir()) == ["deep", "y"]
+    assert [(each.name, each.read_text()) for each in out.iterdir()] == [("victim", "victim")]
+    assert (tmp_path / "taken/a/y").read_bytes() == b"a/y"
+
+    system.cp(f"{root}/a", f"{root}/copy", recursive=True)
+    assert (disk / "copy/deep/x").exists()
+    assert os.readlink(disk / "copy/link").endswith("b")
+    with pytest.raises(OSError):
+        system.rm(f"{root}/a", recursive=True, maxdepth=1)
+    system.rm(f"{root}/a", recursive=True, maxdepth=2)
+    assert not (disk / "a").exists() and (disk / "b/precious").exists()
+
+
 def test_reads_parts(place, system):
     path = f"{place.remote}/file"
     system.pipe(path, CONTENT)

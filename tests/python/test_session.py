@@ -32,6 +32,8 @@ def test_tells_of_names_and_entries(place):
     assert repr(entry).startswith("Entry('\\udcfe', file, 7 bytes, 20")
     assert [folder for folder, _, _ in session.walk("a")] == [f"{place.remote}/a", f"{place.remote}/a/b"]
     assert list(session.glob("a/t*t")) == ["a/text"]
+    odd = qrftp.Entry._of(("odd", "file", 1, (-62167219200, True), None, "", "", ""))  # the year 0
+    assert odd.modified is None and not odd.modified_exact
     assert session.server_info().round_trip > 0
 
 
@@ -186,6 +188,7 @@ def test_pickles_without_the_password(servers, logins):
         assert secret.encode() not in pickled and secret not in repr(session) + session.url
         with pytest.raises(qrftp.LoginRefused):
             pickle.loads(pickled).list()
+    assert qrftp.session._without_password("ftp://u:p@ss@h:21/a@b") == "ftp://u@h:21/a@b"
     plain = f"sftp://tester@127.0.0.1:{servers['SFTP_PORT']}"
     for given in ({"password": secret, "pickle_password": True}, {"password_command": f"echo {secret}"}):
         with qrftp.connect(plain, **options, **given) as session:

@@ -74,7 +74,11 @@ public:
     [[nodiscard]] bool resumes() const override { return resume; }
     void complete_target() override { temporary_ = target(); }
     [[nodiscard]] bool keeps_temporary() const override { return resume; }
-    bool is_unchanged() override { return true; }
+    bool is_unchanged() override
+    {
+        content.resize(std::min(content.size(), size_after_break));
+        return size_after_break > content.size();
+    }
     qrftp::byte_range begin(const std::optional<qrftp::file_facts>& there) override
     {
         return {there && there->size ? *there->size : 0, content.size()};
@@ -98,6 +102,7 @@ public:
     std::string content;
     bool replace = true;
     bool resume = false;
+    std::size_t size_after_break = static_cast<std::size_t>(-1);
     std::optional<std::filesystem::perms> mode{};
     std::uint64_t confirmed = 0;
     int finishes = 0;

@@ -1,9 +1,5 @@
-#include <sftp/sftp_protocol.hpp>
-
 #include <client_error.hpp>
-#include <local_files.hpp>
-#include <memory_files.hpp>
-#include <sftp_peer.hpp>
+#include <sftp_protocol_stage.hpp>
 
 #include <gmock/gmock.h>
 
@@ -15,64 +11,8 @@ using namespace std::literals;
 using testing::ElementsAre;
 using testing::SizeIs;
 
-namespace {
-
-struct SftpProtocol : testing::Test {
-    SftpProtocol() { options.stall_timeout = 20ms; }
-
-    sftp_protocol& server()
-    {
-        if (!opened) {
-            opened = std::make_unique<sftp_protocol>(
-                [this](const session_options&, server_info&) {
-                    if (connections++ > 0) {
-                        peer.reconnect();
-                    }
-                    return std::make_unique<peer_transport>(peer);
-                },
-                "host", options);
-        }
-        return *opened;
-    }
-    /// How a download alone ends.
-    std::string fetch(memory_batch<memory_download>& one)
-    {
-        server().fetch(one);
-        EXPECT_EQ(peer.open_handles(), 0U);
-        return one.result(one.files.front());
-    }
-    /// Nothing is left open, nor under a temporary name.
-    void expect_nothing_left()
-    {
-        EXPECT_EQ(peer.open_handles(), 0U);
-        for (const auto& [path, node] : peer.nodes) {
-            EXPECT_EQ(path.find(".part"), std::string::npos) << path;
-        }
-    }
-    /// Every file of the batch is on the server, and nothing else; what was there goes.
-    void expect_arrived(memory_batch<memory_upload>& batch)
-    {
-        for (const memory_upload& file : batch.files) {
-            EXPECT_EQ(batch.result(file), "") << file.target();
-            EXPECT_TRUE(peer.nodes[file.target()].content == file.content) << file.target();
-            EXPECT_EQ(file.finishes, 1) << file.target();
-        }
-        expect_nothing_left();
-        peer.nodes.clear();
-        peer.add_folder("/");
-    }
-
-    sftp_peer peer;
-    session_options options;
-    std::unique_ptr<sftp_protocol> opened;
-    int connections = 0;
-};
-
 using SftpDownload = SftpProtocol;
-using SftpUpload = SftpProtocol;
 using SftpFolders = SftpProtocol;
-
-} // namespace
 
 TEST_F(SftpProtocol, NamesOwnersOnceWhereTheServerDoes)
 {
@@ -238,6 +178,25 @@ TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
     EXPECT_EQ(file.facts.size, 9'000'000U);
 }
 
+TEST_F(SftpDownload, KeepsLittleForAReadThatIsNotAnswered)
+{
+    peer.nodes["/big"] = {support::bytes(24'000'000)};
+    std::uint64_t sent = 0;
+    peer.intercept = [&](sftp_peer::request asked) -> std::optional<std::string> {
+        if (asked.type != packet_type::read) {
+            return {};
+        }
+        (void)asked.fields.read_string();
+        const bool is_late = asked.fields.read_u64() == 32'768;
+        sent += is_late ? 0 : asked.fields.read_u32();
+        return is_late ? std::optional(""s) : std::nullopt;
+    };
+    memory_batch<memory_download> batch;
+    batch.add("/big");
+    EXPECT_EQ(support::error_of_client([&] { server().fetch(batch); }), "Timeout");
+    EXPECT_LT(sent, 20'000'000U);
+}
+
 TEST_F(SftpDownload, BelievesNoSize)
 {
     peer.nodes["/f"] = {support::bytes(50'000)};
@@ -298,97 +257,6 @@ TEST_F(SftpDownload, EndsOnceWhateverTheConnectionDoes)
             EXPECT_EQ(batch.result(file), "") << cut;
             EXPECT_TRUE(file.content == peer.nodes["/f"].content) << cut;
             EXPECT_EQ(file.restarts, 0) << "it goes on where it was";
-        }
-    }
-}
-
-TEST_F(SftpUpload, ManyFilesAtOnceUnderTheirNames)
-{
-    for (const bool posix : {true, false}) {
-        peer.extensions.resize(posix ? 1 : 0);
-        opened.reset();
-        peer.nodes["/f3"] = {"old", 0100600};
-        memory_batch<memory_upload> batch;
-        for (std::size_t i = 0; i < 100; ++i) {
-            batch.add("/f" + std::to_string(i), support::bytes(i * 997), i % 10 != 0);
-        }
-        server().send(batch);
-        for (const memory_upload& file : batch.files) {
-            EXPECT_EQ(peer.nodes[file.target()].modified, 1000U) << file.target();
-            EXPECT_EQ(file.confirmed, file.content.size());
-        }
-        EXPECT_EQ(peer.nodes["/f3"].mode, 0100600U);
-        expect_arrived(batch);
-    }
-}
-
-TEST_F(SftpUpload, CompletesThePartOrTheTarget)
-{
-    for (const std::string at : {"/f.part", "/f"}) {
-        peer.nodes[at] = {support::bytes(40'000)};
-        memory_batch<memory_upload> batch;
-        batch.add("/f", support::bytes(100'000)).resume = true;
-        server().send(batch);
-        EXPECT_EQ(batch.files.front().confirmed, 60'000U) << at;
-        expect_arrived(batch);
-    }
-}
-
-TEST_F(SftpUpload, OfAPrivateFileIsPrivateFromTheStart)
-{
-    std::vector<std::uint32_t> modes;
-    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
-        if (asked.type == packet_type::write) {
-            modes.push_back(peer.nodes["/f.part"].mode);
-        }
-        return {};
-    };
-    memory_batch<memory_upload> batch;
-    batch.add("/f", "secret").mode = std::filesystem::perms(0600);
-    server().send(batch);
-    EXPECT_THAT(modes, ElementsAre(0100600U));
-    EXPECT_EQ(peer.nodes["/f"].mode, 0100600U);
-}
-
-TEST_F(SftpUpload, FailsAloneAndLeavesNothing)
-{
-    peer.add_folder("/folder");
-    peer.nodes["/there"] = {"old"};
-    peer.max_file = 60'000;
-    memory_batch<memory_upload> batch;
-    batch.add("/fine", support::bytes(50'000));
-    batch.add("/large", support::bytes(200'000));
-    batch.add("/folder", "x");
-    batch.add("/no/f", "x");
-    batch.add("/there", "new").replace = false;
-    server().send(batch);
-    std::vector<std::string> results;
-    for (const memory_upload& file : batch.files) {
-        results.push_back(batch.result(file));
-    }
-    EXPECT_THAT(results, ElementsAre("", "Refused", "IsFolder", "NotFound", "AlreadyExists"));
-    EXPECT_EQ(peer.nodes["/there"].content, "old");
-    EXPECT_FALSE(peer.nodes.contains("/large"));
-    server().ping();
-    expect_nothing_left();
-}
-
-TEST_F(SftpUpload, EndsOnceWhateverTheConnectionDoes)
-{
-    for (std::size_t cut = 1; cut < 90; cut += 2) {
-        for (const bool carried_out : {false, true}) {
-            SCOPED_TRACE(cut);
-            memory_batch<memory_upload> batch;
-            for (int i = 0; i < 10; ++i) {
-                batch.add("/f" + std::to_string(i), support::bytes(100'000));
-            }
-            peer.nodes["/f0"] = {"old", 0100600};
-            (void)server();
-            peer.cut_after_requests(cut, carried_out);
-            server().send(batch);
-            server().ping();
-            EXPECT_EQ(peer.nodes["/f0"].mode, 0100600U);
-            expect_arrived(batch);
         }
     }
 }

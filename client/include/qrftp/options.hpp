@@ -146,7 +146,8 @@ struct session_options {
     /// FTP: what libcurl may hold of a transfer.
     std::size_t receive_buffer = std::size_t{2} * 1024 * 1024;
     std::size_t send_buffer = std::size_t{2} * 1024 * 1024;
-    /// FTP: how many bytes the listing of one folder may have; a longer one is refused (`IncompleteListing`).
+    /// How many bytes the listing of one folder may have, as the server sends it; a longer one is refused
+    /// (`IncompleteListing`).
     std::uint64_t listing_limit = std::uint64_t{256} * 1024 * 1024;
 
     /// Ends the request under way with `Cancelled`, within a fraction of a second, and every later one.

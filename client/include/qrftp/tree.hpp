@@ -43,8 +43,8 @@ struct tree_result {
     std::uint64_t bytes = 0; ///< copied
 };
 
-/// Callbacks are called one at a time, with several connections on threads of the library too. They must not use
-/// the session.
+/// Callbacks are called one at a time, with several connections on threads of the library too. They must not
+/// use the session.
 struct tree_options {
     transfer_options transfer{}; ///< of each file; its `on_progress` is not used
     /// Globs: "*" and "?" stop at "/", "**" does not, "[…]" is a set. One without "/" is compared with names,
@@ -135,12 +135,14 @@ QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem:
 
 /// Removes files of transfers that broke off (".qrftp-….part") and are certainly older than `age` from a remote
 /// folder and all below it; returns their paths. Where the listing's time does not tell, asks for the exact one
-/// (FTP: MDTM). Throws what `list` throws.
+/// (FTP: MDTM). With `dry_run`, nothing is removed. Throws what `list` throws.
 QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
-                                                     std::chrono::seconds age = std::chrono::hours(24));
+                                                     std::chrono::seconds age = std::chrono::hours(24),
+                                                     bool dry_run = false);
 /// The same in a local folder; links in it are not followed. Throws `LocalFileError`.
 QRFTPCLIENT_EXPORT std::vector<std::filesystem::path>
-clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age = std::chrono::hours(24));
+clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age = std::chrono::hours(24),
+         bool dry_run = false);
 
 /// A remote and a local file.
 struct file_pair {

@@ -46,6 +46,7 @@ void transfer_callbacks::begin(const request& request)
 {
     request_ = &request;
     replies_.clear();
+    replies_size_ = 0;
     encryption_.clear();
     source_ = {};
     position_ = request.range.begin;
@@ -84,13 +85,14 @@ std::size_t transfer_callbacks::on_reply(char* data, std::size_t size, std::size
 void transfer_callbacks::take_reply(std::string_view line)
 {
     constexpr std::size_t longest = std::size_t{1} << 20;
-    if (replies_.size() + line.size() > longest) {
+    const bool is_first = std::exchange(replies_size_, replies_size_ + line.size()) == 0;
+    if (replies_size_ > longest) {
         throw ProtocolError(request_->subject, "its reply does not end");
     }
-    if (replies_.empty() && server_.scheme == url_scheme::ftp) {
+    if (is_first && server_.scheme == url_scheme::ftp) {
         refuse_other_server(server_, line);
     }
-    replies_.append(line);
+    replies_.add(line);
     if (encryption_.empty()) {
         encryption_ = describe_encryption(handle_);
     }
@@ -105,8 +107,8 @@ void transfer_callbacks::take_reply(std::string_view line)
 void transfer_callbacks::read_source()
 {
     constexpr long success = 200;
-    const auto replies = parse_replies(replies_);
-    if (replies.empty() || replies.back().code >= success) {
+    const std::vector<reply>& replies = replies_.replies();
+    if (replies.empty() || replies_.is_open() || replies.back().code >= success) {
         return; // a line of some text that begins so
     }
     const auto answer = [&](std::size_t before_last) {

@@ -33,7 +33,7 @@ public:
     void begin(const request& request);
     void end();
 
-    [[nodiscard]] const std::string& replies() const { return replies_; }
+    [[nodiscard]] const std::vector<reply>& replies() const { return replies_.replies(); }
     /// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS.
     [[nodiscard]] const std::string& encryption() const { return encryption_; }
     /// What the server told of the file before its body.
@@ -65,7 +65,8 @@ private:
     data_tls& data_;
     CURL* handle_ = nullptr;
     const request* request_ = nullptr;
-    std::string replies_;
+    reply_reader replies_;
+    std::size_t replies_size_ = 0; ///< in bytes
     std::string encryption_;
     file_facts source_;
     std::uint64_t position_ = 0; ///< in the source

@@ -216,7 +216,7 @@ request_result connection::perform(const request& request)
     // What libcurl gave up in the middle may still be answered.
     out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
                    check_.thrown() != nullptr;
-    result.replies = parse_replies(callbacks_.replies());
+    result.replies = callbacks_.replies();
     result.message = message_.data();
     if (result.message.empty() && !result.is_done()) {
         result.message = curl_easy_strerror(static_cast<CURLcode>(result.code));

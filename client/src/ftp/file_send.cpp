@@ -105,7 +105,7 @@ std::optional<file_facts> file_send::find_what_is_there() const
         if (const auto size = server_.size(file_.path())) {
             return file_facts{.size = size};
         }
-        if (!server_.find(file_.target())) {
+        if (!file_.completes_target() || !server_.find(file_.target())) {
             return std::nullopt;
         }
         file_.complete_target();

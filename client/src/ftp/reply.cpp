@@ -45,24 +45,28 @@ response reply::said() const
     return {code, lines.empty() ? "no reply" : lines.back()};
 }
 
-std::vector<reply> parse_replies(std::string_view text)
+void reply_reader::add(std::string_view text)
 {
-    std::vector<reply> replies;
-    bool open = false; // in a reply of several lines
     while (!text.empty()) {
         const std::string_view line = take_line(text);
         const auto code = read_code(line);
         const char mark = line.size() > code_length ? line[code_length] : ' ';
-        if (open) {
-            replies.back().lines.emplace_back(line);
-            const bool last = mark == ' ' && code == replies.back().code;
-            open = !last;
+        if (is_open_) {
+            replies_.back().lines.emplace_back(line);
+            const bool last = mark == ' ' && code == replies_.back().code;
+            is_open_ = !last;
         } else if (code) {
-            replies.push_back({*code, {std::string(line)}});
-            open = mark == '-';
+            replies_.push_back({*code, {std::string(line)}});
+            is_open_ = mark == '-';
         }
     }
-    return replies;
+}
+
+std::vector<reply> parse_replies(std::string_view text)
+{
+    reply_reader reader;
+    reader.add(text);
+    return reader.replies();
 }
 
 std::optional<std::uint64_t> parse_size(const reply& answer)

@@ -40,6 +40,21 @@ struct reply {
     [[nodiscard]] response said() const;
 };
 
+/// Reads replies as their lines come.
+class reply_reader {
+public:
+    /// Takes whole lines.
+    void add(std::string_view text);
+    void clear() { *this = {}; }
+    [[nodiscard]] const std::vector<reply>& replies() const { return replies_; }
+    /// Whether the last reply has lines to come.
+    [[nodiscard]] bool is_open() const { return is_open_; }
+
+private:
+    std::vector<reply> replies_;
+    bool is_open_ = false;
+};
+
 /// The replies in what a control connection brought.
 std::vector<reply> parse_replies(std::string_view text);
 

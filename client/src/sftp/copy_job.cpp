@@ -128,6 +128,18 @@ void copy_job::note_answered(std::uint32_t bytes, std::uint64_t largest) noexcep
     bytes_in_flight_ -= bytes;
 }
 
+void copy_job::note_kept(std::uint64_t bytes) noexcept
+{
+    state_->bytes.on_sent(bytes);
+    bytes_in_flight_ += bytes;
+}
+
+void copy_job::note_given(std::uint64_t bytes) noexcept
+{
+    state_->bytes.forget(bytes);
+    bytes_in_flight_ -= bytes;
+}
+
 void copy_job::plan(std::uint64_t bytes) noexcept
 {
     state_->planned += bytes - std::exchange(planned_, bytes);

@@ -102,6 +102,9 @@ protected:
     void note_sent(std::uint32_t bytes) noexcept;
     /// `largest` is what the window may grow to.
     void note_answered(std::uint32_t bytes, std::uint64_t largest) noexcept;
+    /// Bytes that came and cannot be given away yet: they count in the window as well.
+    void note_kept(std::uint64_t bytes) noexcept;
+    void note_given(std::uint64_t bytes) noexcept;
     /// How many answers are owed.
     [[nodiscard]] std::uint64_t unanswered() const noexcept { return unanswered_; }
 

@@ -29,7 +29,8 @@ private:
     std::size_t opened_ = 0; ///< of these, those with a handle
 };
 
-/// How many bytes may be asked for or sent without having been answered. It grows with what has been answered.
+/// How many bytes may be asked for or sent without having been answered, or wait for others before them. It
+/// grows with what has been answered.
 class byte_window {
 public:
     explicit byte_window(std::uint64_t size) : size_(size) {}
@@ -41,7 +42,7 @@ public:
     void on_answered(std::uint64_t bytes, std::uint64_t largest) noexcept;
     /// How many have been answered.
     [[nodiscard]] std::uint64_t answered() const noexcept { return answered_; }
-    /// No answer will come.
+    /// No answer will come, or what waited has been given away.
     void forget(std::uint64_t bytes) noexcept { in_flight_ -= bytes; }
 
 private:

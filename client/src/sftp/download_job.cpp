@@ -120,7 +120,7 @@ void download_job::start_reading()
     next_ = std::max(part_.begin == position_ ? ahead_ : 0, position_);
     ahead_ = 0;
     plan(limit() - std::min(next_, limit()));
-    early_.erase(early_.begin(), early_.lower_bound(position_));
+    forget_early(position_);
     if (guarded([this] { write_early(); })) {
         advance_or_finish();
     }
@@ -201,7 +201,9 @@ void download_job::on_data(const request_tag& tag, std::string_view bytes)
 void download_job::write(std::uint64_t offset, std::string_view bytes)
 {
     if (!is_reading_ || offset > position_) {
-        early_.insert_or_assign(offset, std::string(bytes));
+        if (early_.emplace(offset, bytes).second) {
+            note_kept(bytes.size());
+        }
     } else if (offset == position_) {
         file_.write(offset, bytes);
         position_ += bytes.size();
@@ -215,6 +217,7 @@ void download_job::write_early()
          first = early_.begin()) {
         std::string bytes = std::move(first->second);
         early_.erase(first);
+        note_given(bytes.size());
         bytes.resize(
             std::min<std::uint64_t>(bytes.size(), expected_end() - std::min(position_, expected_end())));
         if (!bytes.empty()) {
@@ -222,6 +225,15 @@ void download_job::write_early()
             position_ += bytes.size();
         }
     }
+}
+
+void download_job::forget_early(std::uint64_t end)
+{
+    const auto last = early_.lower_bound(end);
+    for (auto each = early_.begin(); each != last; ++each) {
+        note_given(each->second.size());
+    }
+    early_.erase(early_.begin(), last);
 }
 
 void download_job::advance_or_finish()
@@ -241,7 +253,7 @@ void download_job::on_all_read()
         is_longer_ = false;
         is_reading_ = false;
         end_ = unknown;
-        early_.clear();
+        forget_early(unknown);
         return ask(packet_type::fstat, step::fstat, handle());
     }
     if (is_short || !early_.empty()) { // It has become shorter, or the server does not give all of it.

@@ -50,6 +50,7 @@ private:
     void on_data(const request_tag& tag, std::string_view bytes);
     void write(std::uint64_t offset, std::string_view bytes);
     void write_early();
+    void forget_early(std::uint64_t end);
     void ask_for(step reason, std::uint64_t offset, std::uint32_t length);
     void advance_or_finish();
     void on_all_read();

@@ -2,6 +2,8 @@
 
 #include "bulk_copy.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -10,12 +12,12 @@ namespace qrftp::sftp {
 
 namespace {
 
-/// A server whose listing does not end is not to take all memory.
-constexpr std::size_t max_entries = 10'000'000;
 /// How often a folder is refused before it is opened alone.
 constexpr unsigned max_folder_refusals = 2;
 /// How many READDIR of one folder are in flight at most.
 constexpr std::size_t max_requests = 16;
+/// How many names of one folder are looked at at a time: a connection carries 65,536 requests, for all folders.
+constexpr std::size_t max_looks = 64;
 
 /// What a name of a listing may be: a part of a path that is no other folder.
 bool is_usable(std::string_view name)
@@ -64,7 +66,9 @@ public:
         unanswered_ = 0;
         handle_.reset();
         unknown_.clear();
-        if (std::exchange(count_, 0) > 0) {
+        looked_ = 0;
+        looking_ = 0;
+        if (std::exchange(size_, 0) > 0) {
             scan_.folders_.restarted(path_);
         }
         return ++interruptions_ <= 1;
@@ -134,9 +138,10 @@ private:
     {
         name_reader names(answer.body());
         is_complete_ = is_complete_ || names.remaining() == 0; // as some servers say that there are no more
-        count_ += names.remaining();
-        if (count_ > max_entries) {
-            failure_ = std::make_exception_ptr(IncompleteListing(path_, "it has too many entries"));
+        size_ += answer.body().rest().size();
+        if (size_ > scan_.limit_) {
+            failure_ = std::make_exception_ptr(IncompleteListing(
+                path_, fmt::format("it is longer than {} bytes (listing_limit)", scan_.limit_)));
             return give_up();
         }
         if (++answers_ > 1) { // A short folder has ended with the second answer.
@@ -159,13 +164,22 @@ private:
             return scan_.folders_.found(path_, make_entry(found.name, found.values));
         }
         unknown_.emplace_back(found.name);
-        ask(packet_type::lstat, step::look, unknown_.size() - 1, join(unknown_.back()));
+        look_more();
+    }
+
+    void look_more()
+    {
+        for (; looking_ < max_looks && looked_ < unknown_.size(); ++looking_, ++looked_) {
+            ask(packet_type::lstat, step::look, looked_, join(unknown_[looked_]));
+        }
     }
 
     /// A server that does not tell kinds in its listings.
     void on_looked_at(const request_tag& tag, const reply& answer)
     {
         const std::string& name = unknown_[tag.offset];
+        --looking_;
+        look_more();
         if (answer.is_status(status_code::no_such_file)) {
             return end_if_done(); // It is gone by now.
         }
@@ -227,8 +241,10 @@ private:
     handle_window* handles_ = nullptr;
     std::optional<file_handle> handle_{};
     std::vector<std::string> unknown_{}; ///< names whose kind is asked for
-    std::size_t count_ = 0;
-    std::size_t answers_ = 0; ///< with names
+    std::size_t looked_ = 0;             ///< of these, for how many it has been
+    std::size_t looking_ = 0;            ///< of these, how many are not answered
+    std::uint64_t size_ = 0;             ///< of the answers with names, in bytes
+    std::size_t answers_ = 0;            ///< with names
     std::size_t in_flight_ = 0;
     std::size_t wanted_ = 2; ///< READDIRs in flight: a short folder and its end come together
     std::size_t unanswered_ = 0;
@@ -240,8 +256,8 @@ private:
     std::exception_ptr failure_{};
 };
 
-folder_scan::folder_scan(folder_queue& folders, explain_function explain)
-    : folders_(folders), explain_(std::move(explain))
+folder_scan::folder_scan(folder_queue& folders, std::uint64_t limit, explain_function explain)
+    : folders_(folders), limit_(limit), explain_(std::move(explain))
 {
 }
 

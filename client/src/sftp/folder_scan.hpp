@@ -5,6 +5,7 @@
 #include "pipeline.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -19,8 +20,9 @@ public:
     using explain_function =
         std::function<std::exception_ptr(const std::string& folder, std::exception_ptr why)>;
 
-    /// `explain` makes of a refusal the error that says why.
-    folder_scan(folder_queue& folders, explain_function explain);
+    /// Refuses a folder whose names take more than `limit` bytes. `explain` makes of a refusal the error that
+    /// says why.
+    folder_scan(folder_queue& folders, std::uint64_t limit, explain_function explain);
     folder_scan(const folder_scan&) = delete;
     folder_scan& operator=(const folder_scan&) = delete;
     ~folder_scan();
@@ -47,6 +49,7 @@ private:
     void stop(pipeline& server, const std::exception_ptr& why);
 
     folder_queue& folders_;
+    std::uint64_t limit_;
     explain_function explain_;
     std::vector<std::unique_ptr<job>> active_{};
     std::vector<std::unique_ptr<job>> again_{};

@@ -153,11 +153,12 @@ void sftp_protocol::list(const std::string& path, const listing_sink& sink)
 
 void sftp_protocol::list(folder_queue& folders)
 {
-    folder_scan scan(folders, [this](const std::string& folder, const std::exception_ptr& why) {
-        return reason_for(why, [&](const error& failure) {
-            throw_refusal(*this, folder, expected::folder, said_by(failure));
-        });
-    });
+    folder_scan scan(folders, options_.listing_limit,
+                     [this](const std::string& folder, const std::exception_ptr& why) {
+                         return reason_for(why, [&](const error& failure) {
+                             throw_refusal(*this, folder, expected::folder, said_by(failure));
+                         });
+                     });
     carry_out(scan);
 }
 

@@ -2,6 +2,8 @@
 
 #include "extensions.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -42,6 +44,10 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
         return on_written(tag, answer);
     case step::close:
         return on_closed(answer);
+    case step::check_size:
+        return on_size(answer);
+    case step::cut:
+        return answer.is_failure() ? fail_refused(file_.target(), answer) : on_stored();
     case step::checksum:
         return on_checksum(answer);
     case step::rename:
@@ -69,7 +75,8 @@ void upload_job::take_up()
 void upload_job::on_look(const reply& answer)
 {
     if (answer.is_status(status_code::no_such_file)) {
-        return file_.is_temporary() ? ask(packet_type::stat, step::look_in_place, file_.target()) : begin({});
+        const bool may_complete = file_.is_temporary() && file_.completes_target();
+        return may_complete ? ask(packet_type::stat, step::look_in_place, file_.target()) : begin({});
     }
     if (answer.is_status()) {
         return fail_refused(file_.target(), answer);
@@ -134,11 +141,12 @@ void upload_job::open_target()
     }
 }
 
-/// Of several parts, and of what is resumed, nothing may be cut off. What is new must not be there.
+/// Of what is resumed nothing may be cut off; parts are cut in the end, by `on_size`. What is new must not be
+/// there.
 std::uint32_t upload_job::open_flags() const
 {
     std::uint32_t flags = open_flag::write | open_flag::create;
-    if (part_.is_whole() && next_ == 0 && range_.end > 0) {
+    if (part_.is_whole() && next_ == 0) {
         flags |= open_flag::truncate;
         if (!is_retry() && !may_exist_ && (file_.is_temporary() || !file_.may_replace())) {
             flags |= open_flag::exclusive;
@@ -206,6 +214,9 @@ void upload_job::finish_writing()
         return;
     }
     ask_close(step::close);
+    if (part_.is_whole()) {
+        ask(packet_type::stat, step::check_size, file_.path());
+    }
 }
 
 void upload_job::send_facts()
@@ -262,12 +273,10 @@ void upload_job::on_stored()
             has_temporary_ = false; // It belongs to the other parts.
             return end();
         }
-        if (!part_.is_whole()) {
-            send_facts();
-            if (unanswered() > 0) {
-                return;
-            }
-        }
+    }
+    if (!part_.is_whole() && !std::exchange(is_finished_, true)) {
+        send_facts();
+        return has_ended() ? void() : ask(packet_type::stat, step::check_size, file_.path());
     }
     if (file_.needs_verifying() && !std::exchange(is_verified_, true)) {
         return ask_checksum(step::checksum, file_.path());
@@ -279,13 +288,32 @@ void upload_job::on_stored()
     }
 }
 
+/// What was there before the parts may have been longer than they are.
+void upload_job::on_size(const reply& answer)
+{
+    const std::uint64_t sent = file_.size().value_or(next_);
+    const bool is_file = !answer.is_status() && kind_of(answer.attrs()) == entry_kind::file;
+    const std::optional<std::uint64_t> stored = is_file ? answer.attrs().size : std::nullopt;
+    if (!part_.is_whole() && !file_.is_temporary() && stored.value_or(byte_range::to_the_end) > sent) {
+        return ask(packet_type::setstat, step::cut, file_.path(), attributes{.size = sent});
+    }
+    is_wrong_ = stored && stored != sent;
+    if (is_wrong_) {
+        const std::string reason = fmt::format("{} of {} bytes", *stored, sent);
+        return fail(std::make_exception_ptr(SizeMismatch(file_.target(), reason)));
+    }
+    on_stored();
+}
+
 void upload_job::on_checksum(const reply& answer)
 {
+    is_wrong_ = true;
     const bool is_same = guarded([&] {
         answer.check(file_.target());
         file_.verify(read_check_file(answer, file_.target()));
     });
     if (is_same) {
+        is_wrong_ = false;
         on_stored();
     }
 }
@@ -337,7 +365,7 @@ void upload_job::finish()
 
 void upload_job::remove_temporary()
 {
-    if (std::exchange(has_temporary_, false) && !file_.keeps_temporary()) {
+    if (std::exchange(has_temporary_, false) && (is_wrong_ || !file_.keeps_temporary())) {
         server().send(packet_type::remove, {}, file_.path());
     }
 }
@@ -346,6 +374,7 @@ bool upload_job::reset()
 {
     is_sent_ = false;
     is_closed_ = false;
+    is_finished_ = false;
     is_verified_ = false;
     temporary_is_there_ = false;
     const bool can_go_on = next_ == confirmed_ || file_.reads_anywhere();

@@ -8,8 +8,9 @@
 
 namespace qrftp::sftp {
 
-/// One file to the server: OPEN, WRITEs, FSETSTAT, CLOSE without waiting in between; when all of these have
-/// been confirmed the rename that gives it its name. If it fails, its temporary name is removed.
+/// One file to the server: OPEN, WRITEs, FSETSTAT, CLOSE, STAT without waiting in between; when all of these
+/// have been confirmed, and the size is right, the rename that gives it its name. If it fails, its temporary
+/// name is removed.
 class upload_job final : public copy_job {
 public:
     using batch_type = upload_batch;
@@ -35,6 +36,8 @@ private:
         write,
         set_facts,
         close,
+        check_size,
+        cut,
         checksum,
         rename,
         find_temporary,
@@ -59,6 +62,7 @@ private:
     void finish_writing();
     void send_facts();
     void on_stored();
+    void on_size(const reply& answer);
     void on_checksum(const reply& answer);
     void send_rename();
     void on_renamed(const reply& answer);
@@ -79,8 +83,10 @@ private:
     bool may_exist_ = false;      ///< what is written to
     bool is_sent_ = false;
     bool is_closed_ = false;
-    bool is_stored_ = false; ///< under the temporary name, if there is one
+    bool is_stored_ = false;   ///< under the temporary name, if there is one
+    bool is_finished_ = false; ///< of several parts: what is done once has been
     bool is_verified_ = false;
+    bool is_wrong_ = false; ///< what is stored is not to be resumed
     bool is_renaming_ = false;
     bool needs_replace_ = false; ///< RENAME does not replace: to be done in steps
     bool has_temporary_ = false; ///< something may be there under the temporary name

@@ -30,9 +30,10 @@ std::uint64_t resume_point(const std::string& target, std::uint64_t there, std::
 }
 
 file_download::file_download(std::string server, std::string path, local_place place,
-                             const transfer_options& options, meter& progress, file_facts known, unsigned parts)
+                             const transfer_options& options, meter& progress, file_facts known, unsigned parts,
+                             bool is_in_tree)
     : download(std::move(path)), server_(std::move(server)), options_(options), meter_(progress),
-      target_(std::move(place), options), known_(std::move(known)), parts_left_(parts)
+      target_(std::move(place), options, is_in_tree), known_(std::move(known)), parts_left_(parts)
 {
 }
 

@@ -17,9 +17,9 @@ namespace qrftp {
 class file_download final : public download {
 public:
     /// `server` and `path` are where the file comes from. `known` is what a listing told for certain: a time
-    /// that need not be asked for.
+    /// that need not be asked for. `is_in_tree`: a file that has the target's name is never completed.
     file_download(std::string server, std::string path, local_place place, const transfer_options& options,
-                  meter& progress, file_facts known = {}, unsigned parts = 1);
+                  meter& progress, file_facts known = {}, unsigned parts = 1, bool is_in_tree = false);
 
     [[nodiscard]] bool needs_size() const override { return options_.resume; }
     [[nodiscard]] bool wants_time() const override

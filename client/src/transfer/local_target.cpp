@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -32,6 +35,19 @@ bool leads_to_stream(const fs::path& link)
     return is_descriptor || (fs::is_other(found) && fs::exists(found));
 }
 
+/// Whether `link` is somebody else's in a folder where everybody can make some (/tmp): the kernel refuses to
+/// follow it (fs.protected_symlinks), but is not asked. What is gone meanwhile may be back as such a link.
+bool is_strangers_link(const fs::path& link)
+{
+    constexpr mode_t shared = S_ISVTX | S_IWOTH;
+    const fs::path above = link.parent_path().empty() ? "." : link.parent_path();
+    struct stat found = {};
+    struct stat folder = {};
+    return ::lstat(link.c_str(), &found) == -1 || ::stat(above.c_str(), &folder) == -1 ||
+           ((folder.st_mode & shared) == shared && found.st_uid != ::geteuid() &&
+            found.st_uid != folder.st_uid);
+}
+
 /// What the links at `path` lead to in the end, or the last one before a stream.
 fs::path follow_links(fs::path path)
 {
@@ -42,10 +58,22 @@ fs::path follow_links(fs::path path)
         if (followed == most_links) {
             throw_local(path, std::errc::too_many_symbolic_link_levels);
         }
+        if (is_strangers_link(path)) {
+            throw_local(path, std::errc::permission_denied,
+                        "it is a symbolic link of another user in a folder that everybody can write to");
+        }
         const fs::path target = fs::read_symlink(path, none);
         path = target.is_absolute() ? target : path.parent_path() / target;
     }
     return path;
+}
+
+/// Whether an earlier transfer of this user's has left it: the name can be computed by others too.
+bool is_own_part(const files::Status& found)
+{
+    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
+    return found.type == fs::file_type::regular && found.mode == own && found.owner == ::geteuid() &&
+           found.names == 1;
 }
 
 } // namespace
@@ -68,8 +96,8 @@ local_place find_local_place(const fs::path& path, bool follow)
     });
 }
 
-local_target::local_target(local_place place, transfer_options options)
-    : place_(std::move(place)), options_(std::move(options))
+local_target::local_target(local_place place, transfer_options options, bool is_in_tree)
+    : place_(std::move(place)), options_(std::move(options)), completes_(options_.resume && !is_in_tree)
 {
     existing_ =
         with_local_errors(place_.shown, [&] { return place_.folder->status(place_.name, place_.links()); });
@@ -83,7 +111,7 @@ local_target::local_target(local_place place, transfer_options options)
     const bool replaceable = !place_.is_stream && (existing_->type == fs::file_type::regular ||
                                                    existing_->type == fs::file_type::symlink);
     has_places_ = replaceable;
-    direct_ = !replaceable || options_.in_place || options_.resume;
+    direct_ = !replaceable || options_.in_place || completes_;
     if (direct_ && existing_->type == fs::file_type::symlink) {
         throw UnsafeName(place_.shown.string(), "it is a symbolic link");
     }
@@ -109,14 +137,13 @@ local_target::~local_target()
 
 void local_target::refuse_existing() const
 {
-    if (!options_.replace && !options_.resume) {
+    if (!options_.replace && !completes_) {
         throw AlreadyExists(place_.shown.string());
     }
 }
 
 std::uint64_t local_target::find_part(const std::string& source, const file_facts& facts)
 {
-    constexpr auto own = fs::perms::owner_read | fs::perms::owner_write;
     if (!options_.resume || !has_places_) {
         return 0;
     }
@@ -124,8 +151,8 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
         const std::string name = remote_path::temporary_name(fmt::format(
             "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));
         part_ = with_local_errors(place_.shown, [&] { return place_.folder->status(name); });
-        const bool is_ours = part_ && part_->type == fs::file_type::regular && part_->mode == own;
-        if (is_ours || (!part_ && !existing_)) {
+        const bool is_ours = part_ && is_own_part(*part_);
+        if (is_ours || (!part_ && !(existing_ && completes_))) {
             direct_ = false;
             keeps_part_ = true;
             temporary_ = name;
@@ -133,7 +160,7 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
         }
     }
     part_.reset();
-    return existing_ ? existing_->size : 0;
+    return existing_ && completes_ ? existing_->size : 0;
 }
 
 bool local_target::open(std::uint64_t kept)
@@ -158,8 +185,9 @@ void local_target::open_part()
     file_ = place_.folder->open_file(temporary_, part_ ? how::update : how::create);
     if (keeps_part_) {
         lock();
-        if (file_->status().size < kept_) {
-            throw CannotResume(place_.shown.string(), "what was left became shorter meanwhile");
+        const files::Status opened = file_->status();
+        if (part_ && (!is_own_part(opened) || opened.size < kept_)) {
+            throw CannotResume(place_.shown.string(), "what was left was changed meanwhile");
         }
         file_->truncate(kept_);
     }

@@ -38,11 +38,11 @@ local_place find_local_place(const std::filesystem::path& path, bool follow = tr
 ///
 /// It collects what arrives under a temporary name beside the target and gives it the target's name in the end;
 /// if that never comes, it is removed with the object, but not with `resume`. With `in_place` it writes to the
-/// target itself, as it does where the target is a device or a pipe, or to be completed. Nothing is made or
-/// changed before `open`. Throws `LocalFileError`, `AlreadyExists`, `UnsafeName`.
+/// target itself, as it does where the target is a device or a pipe, or to be completed, which one in a tree
+/// never is. Nothing is made or changed before `open`. Throws `LocalFileError`, `AlreadyExists`, `UnsafeName`.
 class local_target {
 public:
-    local_target(local_place place, transfer_options options);
+    local_target(local_place place, transfer_options options, bool is_in_tree = false);
     local_target(const local_target&) = delete;
     local_target& operator=(const local_target&) = delete;
     ~local_target();
@@ -84,6 +84,7 @@ private:
     local_place place_;
     transfer_options options_;
     std::optional<status> existing_;
+    bool completes_;      ///< a target that is there
     bool direct_ = false; ///< written to under its own name
     bool has_places_ = true;
     std::uint64_t kept_ = 0;

@@ -136,7 +136,8 @@ void meter::report(bool final_figures)
     }
     reported_ = now;
     const double elapsed = seconds_moved(now - began_).count();
-    const double rate = moved_ > 0 && elapsed > 0 ? static_cast<double>(moved_) / elapsed : 0;
+    constexpr double shortest = 0.01; // What came at once says nothing of the line.
+    const double rate = moved_ > 0 && elapsed > shortest ? static_cast<double>(moved_) / elapsed : 0;
     if (!on_progress_({found_ + moved_, total_, rate})) {
         throw Cancelled(subject_);
     }

@@ -24,9 +24,19 @@ std::string temporary_beside(const std::string& target)
     return remote_path::join(remote_path::parent(target), remote_path::temporary_name());
 }
 
-/// What tells this file, as it is now, from all others.
-std::string identity_of(files::LocalFile& source, const fs::path& shown, const std::string& target)
+/// What tells this file, as it is now, from all others, where what is left of it may be continued. Two uploads
+/// would append to it, so it belongs to the one that has the lock on the source.
+std::string resumed_identity(files::LocalFile& source, const fs::path& shown, const std::string& target,
+                             bool resumes, bool is_in_tree)
 {
+    const bool is_alone = !resumes || with_local_errors(shown, [&] { return source.lock(); });
+    if (!is_alone && !is_in_tree) {
+        throw LocalFileError(shown.string(), std::make_error_code(std::errc::device_or_resource_busy),
+                             "another transfer that resumes is sending it");
+    }
+    if (!resumes || !is_alone) { // In a tree, another name of the same file may have it: this one begins anew.
+        return {};
+    }
     const files::Status status = with_local_errors(shown, [&] { return source.status(); });
     return fmt::format("{}\n{}\n{}\n{}", target, fs::absolute(shown).lexically_normal().string(), status.size,
                        status.modified.time_since_epoch().count());
@@ -55,8 +65,8 @@ std::unique_ptr<files::LocalFile> open_source(const fs::path& path)
 }
 
 basic_upload::basic_upload(std::string target, const transfer_options& options, meter& progress,
-                           const std::string& identity, bool is_new)
-    : upload(std::move(target)), options_(options), meter_(progress), is_new_(is_new)
+                           const std::string& identity, target_facts known)
+    : upload(std::move(target)), options_(options), meter_(progress), known_(known)
 {
     if (options.in_place) {
         path_ = this->target();
@@ -96,9 +106,9 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 }
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, const std::string& target,
-                         const transfer_options& options, meter& progress, unsigned parts, bool is_new)
+                         const transfer_options& options, meter& progress, unsigned parts, target_facts known)
     : basic_upload(target, options, progress,
-                   options.resume ? identity_of(*source, shown, target) : std::string(), is_new),
+                   resumed_identity(*source, shown, target, options.resume, known.is_in_tree), known),
       source_(std::move(source)), shown_(std::move(shown)),
       status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
       parts_left_(parts)

@@ -18,23 +18,29 @@
 
 namespace qrftp {
 
+/// What is known of a target.
+struct target_facts {
+    bool is_new = false;     ///< nothing has its name, as far as is known
+    bool is_in_tree = false; ///< a file that has its name is an older one, and never completed
+};
+
 /// What all uploads share: the names, and what the file is given in the end.
 class basic_upload : public upload {
 public:
-    /// From `identity`, if it is not empty, follows the temporary name of an upload that resumes. `is_new`:
-    /// nothing has the name of the target, as far as is known.
+    /// From `identity`, if it is not empty, follows the temporary name of an upload that resumes.
     basic_upload(std::string target, const transfer_options& options, meter& progress,
-                 const std::string& identity = {}, bool is_new = false);
+                 const std::string& identity = {}, target_facts known = {});
 
     [[nodiscard]] const std::string& path() const override { return path_; }
     void rename_temporary() override;
-    [[nodiscard]] bool may_replace() const override { return options_.replace || options_.resume; }
+    [[nodiscard]] bool may_replace() const override { return options_.replace || completes_target(); }
     [[nodiscard]] bool resumes() const override { return options_.resume; }
+    [[nodiscard]] bool completes_target() const override { return options_.resume && !known_.is_in_tree; }
     void complete_target() override { path_ = target(); }
     [[nodiscard]] bool keeps_temporary() const override { return keeps_temporary_; }
     [[nodiscard]] bool needs_replaced() const override
     {
-        return is_temporary() && !options_.keep_mode && !is_new_;
+        return is_temporary() && !options_.keep_mode && !known_.is_new;
     }
     [[nodiscard]] file_facts facts_to_set(const std::optional<entry>& replaced) const override;
     [[nodiscard]] bool needs_verifying() const override { return options_.verify; }
@@ -50,7 +56,7 @@ protected:
 private:
     transfer_options options_;
     meter& meter_;
-    bool is_new_;
+    target_facts known_;
     std::string path_;
     bool keeps_temporary_ = false;
 };
@@ -61,7 +67,7 @@ public:
     /// `shown` is how errors name the file.
     file_upload(std::unique_ptr<zorbel::io::common::file::LocalFile> source, std::filesystem::path shown,
                 const std::string& target, const transfer_options& options, meter& progress, unsigned parts = 1,
-                bool is_new = false);
+                target_facts known = {});
 
     byte_range begin(const std::optional<file_facts>& there) override;
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }

@@ -25,7 +25,7 @@ constexpr std::uint64_t smallest_share = 8 * mebibyte;
 /// Where a part costs no round trip: a connection that comes late, or is slow, then carries fewer of them.
 constexpr std::uint64_t small_part = 2 * mebibyte;
 /// However large a server says that a file is.
-constexpr std::uint64_t max_parts = 4096;
+constexpr std::uint64_t max_parts = 1024;
 
 /// Over how many connections a file goes, in how many parts.
 struct spread {

@@ -34,7 +34,8 @@ bool is_older(session& server, const std::string& path, std::optional<timestamp>
 
 } // namespace
 
-std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age)
+std::vector<std::string> clean_up(session& server, const std::string& remote_folder, std::chrono::seconds age,
+                                  bool dry_run)
 {
     const timestamp limit = limit_of(age);
     std::vector<remote_entry> left_over;
@@ -46,14 +47,17 @@ std::vector<std::string> clean_up(session& server, const std::string& remote_fol
     std::vector<std::string> removed;
     for (const auto& [path, what] : left_over) {
         if (is_older(server, path, what.modified, limit)) {
-            server.remove_file(path);
+            if (!dry_run) {
+                server.remove_file(path);
+            }
             removed.push_back(path);
         }
     }
     return removed;
 }
 
-std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age)
+std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_folder, std::chrono::seconds age,
+                                            bool dry_run)
 {
     const timestamp limit = limit_of(age);
     local_tree tree(local_folder);
@@ -70,7 +74,9 @@ std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_f
                     folders.push_back(remote_path::join(path, name));
                 } else if (found && found->type == std::filesystem::file_type::regular &&
                            remote_path::is_temporary_name(name) && found->modified < limit.time) {
-                    folder->remove_file(name);
+                    if (!dry_run) {
+                        folder->remove_file(name);
+                    }
                     removed.push_back(tree.shown(remote_path::join(path, name)));
                 }
             }

@@ -7,6 +7,16 @@ namespace qrftp {
 
 using std::chrono::steady_clock;
 
+namespace {
+
+/// Servers tell sizes that no sum of them has room for.
+std::uint64_t add(std::uint64_t sum, std::uint64_t size)
+{
+    return sum + std::min(size, std::numeric_limits<std::uint64_t>::max() - sum);
+}
+
+} // namespace
+
 void throw_unless_collected(const tree_options& options, const std::exception_ptr& why)
 {
     if (!options.keep_going) {
@@ -25,7 +35,7 @@ void tree_outcome::expect(const std::vector<tree_action>& copies)
     const std::lock_guard lock(mutex_);
     files_ = copies.size();
     for (const tree_action& copy : copies) {
-        total_ += std::min(copy.size, std::numeric_limits<std::uint64_t>::max() - total_);
+        total_ = add(total_, copy.size);
     }
     began_ = steady_clock::now();
 }
@@ -35,7 +45,7 @@ void tree_outcome::done(const tree_action& action)
     const std::lock_guard lock(mutex_);
     result_.done.push_back(action);
     if (action.what == tree_action::kind::copy) {
-        result_.bytes += action.size;
+        result_.bytes = add(result_.bytes, action.size);
         ++files_done_;
     }
     if (options_.on_action) {

@@ -244,7 +244,8 @@ private:
             }
         }
         return std::make_unique<file_download>(session_.location().server(), remote(action.path),
-                                               sides_.local.place(action.path), options, progress, known);
+                                               sides_.local.place(action.path), options, progress, known, 1,
+                                               true);
     }
 
     std::unique_ptr<upload> make_upload(const tree_action& action, const transfer_options& options,
@@ -258,7 +259,7 @@ private:
                                                                   : Folder::Links::refuse);
         });
         return std::make_unique<file_upload>(std::move(file), source.shown, remote(action.path), options,
-                                             progress, 1, is_new(action));
+                                             progress, 1, target_facts{is_new(action), true});
     }
 
     const session& session_;

@@ -91,8 +91,10 @@ void check_names(const protocol& server, const tree_sides& sides, tree_plan& pla
     });
 }
 
-tree_result bring_over(session& opened, const tree_sides& sides, const sync_options& options, bool update)
+tree_result bring_over(session& opened, const tree_sides& sides, sync_options options, bool update)
 {
+    // In place there is nothing but older files, which are not to be completed.
+    options.transfer.resume = options.transfer.resume && !options.transfer.in_place;
     protocol& server = session_access::server(opened);
     if (options.transfer.verify || options.comparison == sync_comparison::checksum) {
         require_checksums(server, opened.location().server());

@@ -23,6 +23,8 @@ struct Status {
     std::filesystem::perms mode{};
     std::uint64_t device = 0; ///< with `inode`, tells one file from all others
     std::uint64_t inode = 0;
+    std::uint64_t owner = 0; ///< the user's number
+    std::uint64_t names = 0; ///< how many it has (hard links)
 };
 
 /// An open local file, read and written at any place. Closed with the object; `close` reports what that meets.
