@@ -68,8 +68,8 @@ std::string fault_in(const profile_list& list, std::size_t line, std::string_vie
 /// Why `name` cannot be the name of a profile; empty where it can.
 std::string fault_of_name(std::string_view name);
 
-/// `name` as a URL has it: what would be a wildcard, a control character, an encoded byte or special between the
-/// quotes of a shell is percent-encoded.
+/// `name` as a URL has it: what would be a wildcard, a control character, an encoded byte or special between
+/// the quotes of a shell is percent-encoded.
 std::string encode_for_url(std::string_view name);
 
 /// Why `one` may not stand in the file, which is not for secrets; empty where it may.
