@@ -130,7 +130,7 @@ void session::close() noexcept
 
 session session::clone() const
 {
-    state& mine = opened();
+    const state& mine = opened();
     auto copy = std::make_unique<state>(state{mine.location, mine.options, nullptr, mine.folder});
     copy->server = protocol::open(copy->location, copy->options);
     return session(std::move(copy));

@@ -1,5 +1,7 @@
 #include "connection.hpp"
 
+#include "../refusal.hpp"
+
 #include "../remote_path.hpp"
 #include "failure.hpp"
 #include "trace_callback.hpp"
@@ -100,10 +102,10 @@ connection::connection(const url& server, const session_options& options)
     data_tls_.set_up(handle_);
     callbacks_.set_up(handle_);
     setopt(handle_, CURLOPT_ERRORBUFFER, message_.data());
-    LoginRefused refusal(server_, {0, "no password was given"});
+    response said{0, "no password was given"};
     for (unsigned attempt = 0; !logged_in_; ++attempt) {
         if (!login_.provide_password(handle_, attempt)) {
-            throw refusal;
+            throw LoginRefused(server_, said);
         }
         try {
             log_in();
@@ -111,7 +113,7 @@ connection::connection(const url& server, const session_options& options)
             if (!login_.may_ask_again(attempt + 1)) {
                 throw;
             }
-            refusal = refused;
+            said = said_by(refused);
         }
     }
 }
