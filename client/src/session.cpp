@@ -66,7 +66,7 @@ struct session::state {
     url location;
     session_options options;
     std::unique_ptr<protocol> server;
-    std::string folder{}; ///< empty as long as it is that of the login and nobody needed it
+    std::string folder{}; ///< empty as long as it is that of the login and nobody asked the server for it
 
     const std::string& working_folder()
     {
@@ -100,6 +100,7 @@ session::session(const url& server, session_options options) : state_(std::make_
     state_->location = server;
     state_->options = std::move(options);
     state_->server = protocol::open(state_->location, state_->options);
+    state_->folder = state_->server->info().login_folder;
 }
 
 session::session(std::string_view server, session_options options)

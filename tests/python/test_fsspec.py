@@ -86,9 +86,9 @@ def test_enters_no_links(place, system, tmp_path):
     (tmp_path / "taken/a/y").symlink_to(out / "victim")
     (tmp_path / "taken/a/deep").symlink_to(out)
     with pytest.raises(qrftp.UnsafeName):
-        system.get(f"{root}/a", str(tmp_path / "taken/a"), recursive=True)
+        system.get(f"{root}/a/", f"{tmp_path}/taken/a/", recursive=True)
     (tmp_path / "taken/a/deep").unlink()
-    system.get(f"{root}/a", str(tmp_path / "taken/a"), recursive=True)
+    system.get(f"{root}/a/", f"{tmp_path}/taken/a/", recursive=True)
     assert sorted(each.name for each in (tmp_path / "taken/a").iterdir()) == ["deep", "y"]
     assert [(each.name, each.read_text()) for each in out.iterdir()] == [("victim", "victim")]
     assert (tmp_path / "taken/a/y").read_bytes() == b"a/y"
