@@ -241,8 +241,9 @@ struct client_stage {
                             (last->starts_with("RNFR") && last[-1].starts_with("RNTO")))
                     << joined(commands);
             }
-        EXPECT_TRUE(client->file_size("g") == 7U && client->exists("f") &&
-                    client->working_folder() == "/home/u");
+        EXPECT_EQ(client->file_size("g"), 7U) << joined(peer.commands());
+        EXPECT_TRUE(client->exists("f"));
+        EXPECT_EQ(client->working_folder(), "/home/u");
     }
     const std::map<std::string, std::string> remote{
         {"f", std::string(20000, 'r')}, {"g", "another"}, {"d/a", "remote a"}, {"d/b", "remote b"}},

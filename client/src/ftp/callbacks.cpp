@@ -47,6 +47,7 @@ void transfer_callbacks::begin(const request& request)
     request_ = &request;
     replies_.clear();
     replies_size_ = 0;
+    lost_reply_ = false;
     encryption_.clear();
     source_ = {};
     position_ = request.range.begin;
@@ -79,6 +80,7 @@ std::size_t transfer_callbacks::on_reply(char* data, std::size_t size, std::size
 {
     auto& self = *static_cast<transfer_callbacks*>(user);
     const bool kept = self.guard([&] { self.take_reply({data, size * count}); });
+    self.lost_reply_ = !kept;
     return kept ? size * count : 0;
 }
 

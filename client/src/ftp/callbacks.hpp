@@ -41,6 +41,8 @@ public:
     /// Bytes of the body, in either direction.
     [[nodiscard]] std::uint64_t moved() const { return moved_; }
     [[nodiscard]] const std::exception_ptr& thrown() const { return thrown_; }
+    /// libcurl was not let go on after a reply, and may leave further ones unread.
+    [[nodiscard]] bool has_lost_reply() const { return lost_reply_; }
 
 private:
     using microseconds = std::chrono::microseconds;
@@ -67,6 +69,7 @@ private:
     const request* request_ = nullptr;
     reply_reader replies_;
     std::size_t replies_size_ = 0; ///< in bytes
+    bool lost_reply_ = false;
     std::string encryption_;
     file_facts source_;
     std::uint64_t position_ = 0; ///< in the source

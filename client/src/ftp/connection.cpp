@@ -217,7 +217,7 @@ request_result connection::perform(const request& request)
     callbacks_.end();
     // What libcurl gave up in the middle may still be answered.
     out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
-                   check_.thrown() != nullptr;
+                   check_.thrown() != nullptr || callbacks_.has_lost_reply();
     result.replies = callbacks_.replies();
     result.message = message_.data();
     if (result.message.empty() && !result.is_done()) {
