@@ -1,7 +1,6 @@
 #include "connection.hpp"
 
 #include "../refusal.hpp"
-
 #include "../remote_path.hpp"
 #include "failure.hpp"
 #include "trace_callback.hpp"
@@ -9,6 +8,8 @@
 #include <zorbel/io/ftp/core/paths.hpp>
 
 #include <fmt/format.h>
+
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <new>
@@ -205,6 +206,16 @@ void connection::set_request(const request& request)
     set_trace_callback(handle_);
 }
 
+/// libcurl takes the connection for a good one, and would say goodbye to the server in the next request.
+void connection::sever()
+{
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    if (curl_easy_getinfo(handle_.get(), CURLINFO_ACTIVESOCKET, &socket) == CURLE_OK &&
+        socket != CURL_SOCKET_BAD) {
+        ::shutdown(socket, SHUT_RDWR);
+    }
+}
+
 request_result connection::perform(const request& request)
 {
     message_.front() = '\0';
@@ -217,7 +228,10 @@ request_result connection::perform(const request& request)
     callbacks_.end();
     // What libcurl gave up in the middle may still be answered.
     out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
-                   check_.thrown() != nullptr || callbacks_.has_lost_reply();
+                   check_.thrown() != nullptr;
+    if (callbacks_.has_lost_reply()) {
+        sever();
+    }
     result.replies = callbacks_.replies();
     result.message = message_.data();
     if (result.message.empty() && !result.is_done()) {
