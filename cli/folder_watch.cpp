@@ -49,20 +49,10 @@ folder_watch::folder_watch(fs::path root, leave_out leaves_out)
     : root_(std::move(root)), leaves_out_(std::move(leaves_out)),
       descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
 {
-    if (descriptor_ < 0) {
+    if (!descriptor_) {
         throw_local(root_, errno);
     }
-    try {
-        add("");
-    } catch (...) {
-        close(descriptor_);
-        throw;
-    }
-}
-
-folder_watch::~folder_watch()
-{
-    close(descriptor_);
+    add("");
 }
 
 /// Each folder is watched before it is looked into: nothing that is made meanwhile is missed.
@@ -89,7 +79,7 @@ void folder_watch::add(const std::string& folder)
 bool folder_watch::add_one(const std::string& folder)
 {
     const std::uint32_t no_follow = folder.empty() ? 0U : IN_DONT_FOLLOW;
-    const int watch = inotify_add_watch(descriptor_, (root_ / folder).c_str(), watched | no_follow);
+    const int watch = inotify_add_watch(descriptor_.get(), (root_ / folder).c_str(), watched | no_follow);
     if (watch >= 0) {
         paths_[watch] = folder;
         return true;
@@ -111,7 +101,7 @@ void folder_watch::forget(const std::string& folder)
 {
     for (auto each = paths_.begin(); each != paths_.end();) {
         if (is_at_or_below(each->second, folder)) {
-            inotify_rm_watch(descriptor_, each->first);
+            inotify_rm_watch(descriptor_.get(), each->first);
             each = paths_.erase(each);
         } else {
             ++each;
@@ -139,7 +129,7 @@ bool folder_watch::read(folder_changes& changes)
     alignas(inotify_event) std::array<char, size> buffer{};
     bool any = false;
     for (;;) {
-        const ssize_t got = ::read(descriptor_, buffer.data(), buffer.size());
+        const ssize_t got = ::read(descriptor_.get(), buffer.data(), buffer.size());
         if (got <= 0) {
             return any;
         }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "unique_fd.hpp"
+
 #include <qrftp/entry.hpp>
 
 #include <cstdint>
@@ -41,12 +43,9 @@ public:
     using leave_out = std::function<bool(const std::string& path, entry_kind kind)>;
 
     folder_watch(std::filesystem::path root, leave_out leaves_out);
-    ~folder_watch();
-    folder_watch(const folder_watch&) = delete;
-    folder_watch& operator=(const folder_watch&) = delete;
 
     /// Readable when something has happened.
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
     /// Adds what has happened since the last call, without waiting; false where it was nothing.
     bool read(folder_changes& changes);
     /// Settles what was moved away and did not come back: it is gone.
@@ -72,7 +71,7 @@ private:
 
     std::filesystem::path root_;
     leave_out leaves_out_;
-    int descriptor_;
+    unique_fd descriptor_;
     std::map<int, std::string> paths_; ///< of the folders, by their watches
     std::map<std::uint32_t, pending_move> moved_away_;
 };

@@ -2,6 +2,7 @@
 
 #include "environment.hpp"
 #include "interrupt.hpp"
+#include "unique_fd.hpp"
 
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
@@ -46,15 +47,6 @@ public:
 private:
     struct sigaction interrupt_ {};
     struct sigaction quit_ {};
-};
-
-struct descriptor {
-    explicit descriptor(int opened) : value(opened) {}
-    descriptor(const descriptor&) = delete;
-    descriptor& operator=(const descriptor&) = delete;
-    ~descriptor() { close(value); }
-
-    const int value;
 };
 
 std::vector<char*> pointers(std::vector<std::string>& words)
@@ -134,20 +126,20 @@ std::pair<std::string, int> read_output(const std::string& line)
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
     }
-    const descriptor output{ends[0]};
+    const unique_fd output{ends[0]};
     const pid_t child = [&] {
-        const descriptor input{ends[1]};
-        return start({"/bin/sh", "-c", line}, input.value);
+        const unique_fd input{ends[1]};
+        return start({"/bin/sh", "-c", line}, input.get());
     }();
     std::string text;
     std::array<char, 4096> buffer{};
     for (ssize_t count = 1; count > 0; text.append(buffer.data(), static_cast<std::size_t>(count))) {
-        if (!wait_readable(output.value)) {
+        if (!wait_readable(output.get())) {
             (void)kill(child, SIGTERM);
             (void)wait_for(child);
             throw Cancelled(line);
         }
-        count = std::max<ssize_t>(read(output.value, buffer.data(), buffer.size()), 0);
+        count = std::max<ssize_t>(read(output.get(), buffer.data(), buffer.size()), 0);
     }
     return {text, wait_for(child)};
 }

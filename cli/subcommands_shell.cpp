@@ -3,6 +3,7 @@
 #include "shell_state.hpp"
 #include "subcommand.hpp"
 #include "subcommands.hpp"
+#include "unique_fd.hpp"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -18,30 +19,18 @@ namespace qrftp::cli {
 
 namespace {
 
-/// A file that is open for reading while this lives.
-class open_file {
-public:
-    explicit open_file(const std::string& name) : descriptor_(::open(name.c_str(), O_RDONLY | O_CLOEXEC))
-    {
-        if (descriptor_ < 0) {
-            throw LocalFileError(name, std::error_code(errno, std::generic_category()));
-        }
-    }
-    ~open_file() { close(descriptor_); }
-    open_file(const open_file&) = delete;
-    open_file& operator=(const open_file&) = delete;
-
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
+/// Opens a file for reading, or throws `LocalFileError`.
+unique_fd open_file(const std::string& name)
+{
+    const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    return fd < 0 ? throw LocalFileError(name, std::error_code(errno, std::generic_category())) : unique_fd(fd);
+}
 
 int run_shell(command_line& line)
 {
     resolve_settings(line);
     const bool has_file = !line.batch.empty() && line.batch != "-";
-    const open_file file(has_file ? line.batch : "/dev/null");
+    const unique_fd file = open_file(has_file ? line.batch : "/dev/null");
     shell_state state(line);
     if (!line.words.empty()) {
         state.open(line.words.front(), line.login);
@@ -49,7 +38,7 @@ int run_shell(command_line& line)
     if (line.batch.empty()) {
         return shell(state);
     }
-    return run_batch(state, has_file ? file.descriptor() : STDIN_FILENO);
+    return run_batch(state, has_file ? file.get() : STDIN_FILENO);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "terminal.hpp"
 
 #include "interrupt.hpp"
+#include "unique_fd.hpp"
 
 #include <qrftp/error.hpp>
 
@@ -19,16 +20,8 @@ class terminal {
 public:
     terminal() : own_(::open("/dev/tty", O_RDWR | O_CLOEXEC))
     {
-        descriptor_ = own_ >= 0 ? own_ : isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1;
+        descriptor_ = own_ ? own_.get() : isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1;
     }
-    ~terminal()
-    {
-        if (own_ >= 0) {
-            close(own_);
-        }
-    }
-    terminal(const terminal&) = delete;
-    terminal& operator=(const terminal&) = delete;
 
     explicit operator bool() const { return descriptor_ >= 0; }
     int descriptor() const { return descriptor_; }
@@ -36,11 +29,11 @@ public:
     void print(std::string_view text) const
     {
         [[maybe_unused]] const ssize_t written =
-            write(own_ >= 0 ? own_ : STDERR_FILENO, text.data(), text.size());
+            write(own_ ? own_.get() : STDERR_FILENO, text.data(), text.size());
     }
 
 private:
-    int own_;
+    unique_fd own_;
     int descriptor_ = -1;
 };
 

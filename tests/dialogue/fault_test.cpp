@@ -264,15 +264,13 @@ struct client_stage {
 
 struct client_operation {
     std::string text;
-    std::function<void(client_stage&)> call;
+    std::function<void(client_stage&, qrftp::session&, const fs::path&)> call;
     std::function<bool(client_stage&)> done;
 };
-#define DO(call, ...)                                                                                                   \
-    client_operation                                                                                                    \
-    {                                                                                                                   \
-#call, [](auto& t) { auto& c = *t.client; const auto& l = t.local; (void)c, (void)l, (void)(call); },                 \
-        [](auto& t) { return t.fine && (__VA_ARGS__); } \
-    }
+#define DO(call, ...)                                                                                          \
+    client_operation(                                                                                          \
+        #call, [](auto& t, auto& c, auto& l) { (void)t, (void)c, (void)l, (void)(call); },                     \
+        [](auto& t) { return t.fine && (__VA_ARGS__); })
 const qrftp::host_key key{"h", "ssh-ed25519", "\0\0\0\x0bssh-ed25519 key"s};
 const qrftp::transfer_options rest{.resume = true};
 const qrftp::transfer_options timed{.keep_time = true};
@@ -339,7 +337,8 @@ TEST(Faults, OfTheHostAreToldByTheClientWhichLeavesNoFileInHalf)
             client_stage s;
             at_every_call(op.text + " " + with.name, [&](int n) {
                 s.prepare(n == 1 || op.text.find("l / ") != op.text.npos);
-                const auto [ended, met] = run(with, *s.faults, n, true, [&] { op.call(s); });
+                const auto [ended, met] =
+                    run(with, *s.faults, n, true, [&] { op.call(s, *s.client, s.local); });
                 // Whether the last line is cut off is guessed then.
                 const bool ignored = ended == "nothing" &&
                                      (with.memory || (op.text.find("append") != op.text.npos && with.failure));

@@ -1,5 +1,7 @@
 #include "client_certificate.hpp"
 
+#include "../login_callbacks.hpp"
+
 #include <qrftp/error.hpp>
 #include <qrftp/trace.hpp>
 
@@ -18,10 +20,6 @@ namespace qrftp::ftp {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr unsigned most_questions = 3; // as for the keys of SSH
-constexpr const char* wrong_pass_phrase = "the pass phrase is wrong";
-constexpr const char* no_pass_phrase = "it needs a pass phrase, and none was given";
 
 using certificate_ptr = std::unique_ptr<X509, decltype(&X509_free)>;
 using key_ptr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;

@@ -202,11 +202,11 @@ void connection::set_request(const request& request)
     setopt(handle_, CURLOPT_RESUME_FROM_LARGE, request.source != nullptr ? request.range.begin : 0);
     const auto size = request.source == nullptr ? std::nullopt : request.source->size;
     setopt(handle_, CURLOPT_INFILESIZE_LARGE, size ? static_cast<curl_off_t>(*size) : -1);
-    setopt(handle_, CURLOPT_FRESH_CONNECT, out_of_step_ ? 1L : 0L);
     set_trace_callback(handle_);
 }
 
-/// libcurl takes the connection for a good one, and would say goodbye to the server in the next request.
+/// Ends a connection that libcurl takes for a good one: the next request finds it closed and makes another.
+/// Without this libcurl would say goodbye on it first, and take an earlier reply for the answer.
 void connection::sever()
 {
     curl_socket_t socket = CURL_SOCKET_BAD;
@@ -227,9 +227,9 @@ request_result connection::perform(const request& request)
     result.code = handle_.perform();
     callbacks_.end();
     // What libcurl gave up in the middle may still be answered.
-    out_of_step_ = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
-                   check_.thrown() != nullptr;
-    if (callbacks_.has_lost_reply()) {
+    const bool out_of_step = result.code == CURLE_FTP_WEIRD_PASV_REPLY || result.code == CURLE_PARTIAL_FILE ||
+                             check_.thrown() != nullptr || callbacks_.has_lost_reply();
+    if (out_of_step) {
         sever();
     }
     result.replies = callbacks_.replies();

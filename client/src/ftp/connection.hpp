@@ -68,7 +68,6 @@ private:
     command_list before_, between_, after_;
     curl_ptr handle_;
     bool logged_in_ = false;
-    bool out_of_step_ = false; ///< replies on the control connection may belong to earlier commands
 };
 
 } // namespace qrftp::ftp

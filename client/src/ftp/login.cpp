@@ -17,8 +17,7 @@ namespace {
 
 constexpr const char* anonymous = "anonymous";
 
-/// libcurl counts some limits in whole seconds.
-/// At most what libcurl takes.
+/// In whole seconds, as libcurl counts some limits, and at most what it takes.
 long seconds_of(std::chrono::milliseconds time)
 {
     constexpr std::int64_t most = std::numeric_limits<unsigned short>::max();

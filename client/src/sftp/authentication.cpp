@@ -1,5 +1,6 @@
 #include "authentication.hpp"
 
+#include "../login_callbacks.hpp"
 #include "../trace.hpp"
 
 #include <qrftp/error.hpp>
@@ -15,10 +16,7 @@ namespace qrftp::sftp {
 
 namespace {
 
-constexpr unsigned most_questions = 3; // as ssh_config(5), NumberOfPasswordPrompts
-constexpr unsigned most_steps = 16;    // of a login that takes several methods
-constexpr const char* wrong_pass_phrase = "the pass phrase is wrong";
-constexpr const char* no_pass_phrase = "it needs a pass phrase, and none was given";
+constexpr unsigned most_steps = 16; // of a login that takes several methods
 
 std::string names_of(unsigned methods)
 {
