@@ -177,19 +177,21 @@ class Bench:
         stopwatch = ["/usr/bin/time", "--quiet", "-f", "%M", "-o", place / "report"]
         with open(place / "errors", "wb") as errors:
             used, began = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
-            process = subprocess.Popen([*stopwatch, *command], cwd=place, stdin=subprocess.DEVNULL,
-                                       stdout=subprocess.DEVNULL, stderr=errors, start_new_session=True)
+            # Its own limit of time: Popen.wait(LIMIT) would look only every 50 ms.
+            process = subprocess.Popen(["timeout", "--signal=KILL", str(LIMIT), *stopwatch, *command], cwd=place,
+                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=errors,
+                                       start_new_session=True)
             try:
-                process.wait(LIMIT)
-            except BaseException as error:  # the whole session of the command goes, on an interrupt too
+                process.wait()
+            except BaseException:  # the whole session of the command goes, on an interrupt too
                 os.killpg(process.pid, signal.SIGKILL)
                 process.wait()
-                if isinstance(error, subprocess.TimeoutExpired):
-                    raise Cannot(f"more than {LIMIT} s") from None
                 raise
         seconds, now = time.monotonic() - began, resource.getrusage(resource.RUSAGE_CHILDREN)
         cpu = now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime
         trips = self.servers.set_delay(0)
+        if process.returncode == -signal.SIGKILL:
+            raise Cannot(f"more than {LIMIT} s")
         if process.returncode:
             said = (place / "errors").read_text(errors="replace").strip().splitlines()
             raise Cannot(f"failed: {said[-1] if said else process.returncode}")
