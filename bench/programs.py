@@ -95,10 +95,9 @@ class Curl(Program):
     jobs_as = {"get": "-o got {url}", "put": "-T {name} {got_url}", "list": "{url}/"}
 
     def line(self, at, arguments):
-        login = ["-u", f"{at.user}:", "--key", at.key, "--pubkey", at.env["KEY_PUB"]]
-        if not at.sftp:
-            login = ["-u", f"{at.user}:{at.env['PASSWORD']}"]
-        return ["curl", "--disable", "-sS", *login, *arguments.split()]
+        login = f"{at.user}:{'' if at.sftp else at.env['PASSWORD']}"
+        keys = ["--key", at.key, "--pubkey", at.env["KEY_PUB"]] if at.sftp else []
+        return ["curl", "--disable", "-sS", "-u", login, *keys, *arguments.split()]
 
     def command(self, job, at, name):
         """A folder is one run with a list of URLs."""

@@ -25,8 +25,7 @@ from servers import FAR, NEAR, Servers  # noqa: E402
 MIB = int(os.environ.get("BENCH_MIB", 512))
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
 FILES, RANGES, PART = 2000, 1000, 64 << 10
-LARGE, SMALL = f"{MIB} MiB", f"{FILES} files"
-NAME = LARGE.replace(" ", "_")
+LARGE, NAME, SMALL = f"{MIB} MiB", f"{MIB}_MiB", f"{FILES} files"
 
 
 class Bench:
@@ -35,13 +34,13 @@ class Bench:
         self.servers = Servers(BUILD, folder)
         self.env, self.home = self.servers.env, self.servers.home
         self.port = int(self.env["SSHD_PORT"])
+        self.options = {"key": self.env["KEY"], "ssh_config": "", "host_keys": "off", "agent": False}
         self.servers.set_delay(50)
         for data in (LARGE, SMALL):
             self.servers.add(data)
 
     def session(self, host=NEAR):
-        return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@{host}:{self.port}", key=self.env["KEY"], ssh_config="",
-                             host_keys="off", agent=False)  # fmt: skip
+        return qrftp.connect(f"sftp://{self.env['SSHD_USER']}@{host}:{self.port}", **self.options)
 
     def paramiko(self, host=NEAR):
         import paramiko
@@ -77,8 +76,6 @@ class Bench:
         client.login(self.env["USER"], self.env["PASSWORD"])
         client.prot_p()
         return client
-
-    # Jobs: what each client does for it.
 
     def large(self, up):
         local, remote = str(self.folder / (NAME if up else "fetched")), str(self.home / ("sent" if up else NAME))
@@ -131,7 +128,6 @@ class Bench:
     def ranges(self):
         import fsspec
 
-        own_options = {"key": self.env["KEY"], "ssh_config": "", "host_keys": "off", "agent": False}
         their_options = {"key_filename": self.env["KEY"], "allow_agent": False, "look_for_keys": False}
         def read(protocol, options, count):
             system = fsspec.filesystem(protocol, host=FAR, port=self.port, username=self.env["SSHD_USER"],
@@ -139,7 +135,7 @@ class Bench:
             starts = [number * ((MIB << 20) // RANGES) for number in range(count)]
             parts = system.cat_ranges([str(self.home / NAME)] * count, starts, [each + PART for each in starts])
             assert all(len(each) == PART for each in parts)
-        return {"qrftp": lambda: read("qsftp", own_options, RANGES),
+        return {"qrftp": lambda: read("qsftp", self.options, RANGES),
                 "fsspec's sftp (a tenth of the ranges, times 10)": lambda: read("sftp", their_options, RANGES // 10)}  # fmt: skip
 
     def imports(self):

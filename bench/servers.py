@@ -11,15 +11,12 @@ NEAR, FAR = "127.0.0.1", "127.0.0.2"  # the servers, and the slow line to them
 def make(path, data, sparse):
     """Makes the file or folder that `data` names: "N MiB", "N files", "N files in folders" or "N entries". Of a file of
     more than `sparse` MiB only its length matters."""
-    count, kind = data.split(" ", 1)
-    count = int(count)
+    count, kind = int(data.split()[0]), data.split(" ", 1)[1]
     if kind == "MiB":
         with open(path, "wb") as file:
-            if count > sparse:
-                file.truncate(count << 20)
-            else:
-                for _ in range(count):
-                    file.write(os.urandom(1 << 20))
+            for _ in range(count if count <= sparse else 0):
+                file.write(os.urandom(1 << 20))
+            file.truncate(count << 20)
         return
     path.mkdir()
     if kind == "files":
@@ -78,10 +75,7 @@ class Servers:
 
     def clean(self):
         for place in (self.work / "got", self.home / "got"):
-            if place.is_dir():
-                shutil.rmtree(place)
-            else:
-                place.unlink(missing_ok=True)
+            shutil.rmtree(place) if place.is_dir() else place.unlink(missing_ok=True)
 
     def close(self):
         if self.relay:

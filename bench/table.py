@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
 """bench/table.py BUILD_FOLDER [--store]: the command beside other programs, on real servers on loopback.
 
-Writes BUILD_FOLDER/bench/table.md, picture.svg and results.json; --store updates docs/performance.md, too. The settings
-below come from the environment. ONLY is a regular expression that a line's title must match.
+--store writes the table and its picture into docs. The settings below come from the environment. ONLY is a regular
+expression that a line's title must match.
 """
 import dataclasses
 import datetime
 import filecmp
-import json
 import os
 import pathlib
 import platform
@@ -40,8 +39,7 @@ CROWD = setting("CROWD", 100000)  # files of the tree that memory is measured wi
 HUGE = setting("HUGE", 2048)  # MiB of the file that memory is measured with
 ROUNDS = setting("ROUNDS", 5)  # on loopback
 SLOW_ROUNDS = setting("SLOW_ROUNDS", min(ROUNDS, 3))  # on slow lines, where little varies
-PATIENCE = setting("PATIENCE", 10)  # seconds; what takes longer is run once
-LIMIT = setting("LIMIT", 180)  # seconds; what takes longer is ended
+PATIENCE, LIMIT = 10, setting("LIMIT", 180)  # seconds; what takes longer is run once, or ended
 ONLY = re.compile(os.environ.get("ONLY", ""))
 COLUMNS = ["qrftp", "sftp", "lftp", "rclone", "curl"]
 BEGIN, END = "<!-- figures: written by bench/run --store -->", "<!-- end of the figures -->"
@@ -49,9 +47,6 @@ BEGIN, END = "<!-- figures: written by bench/run --store -->", "<!-- end of the 
 
 class Cannot(Exception):
     """Why a program has no figure for a job."""
-
-
-# What is measured -----------------------------------------------------------------------------------------------------
 
 
 @dataclasses.dataclass
@@ -151,15 +146,11 @@ def works():
                    "FTP")
 
 
-# Measuring ------------------------------------------------------------------------------------------------------------
-
-
 def same(one, other):
     if one.is_file():
         return other.is_file() and filecmp.cmp(one, other, shallow=False)
-    names = sorted(path.name for path in one.iterdir())
-    return other.is_dir() and names == sorted(path.name for path in other.iterdir()) and \
-        all(same(one / name, other / name) for name in names)
+    names, others = ({path.name for path in folder.glob("*")} for folder in (one, other))
+    return names == others and all(same(one / name, other / name) for name in names)
 
 
 class Bench:
@@ -190,17 +181,15 @@ class Bench:
         seconds, now = time.monotonic() - began, resource.getrusage(resource.RUSAGE_CHILDREN)
         cpu = now.ru_utime + now.ru_stime - used.ru_utime - used.ru_stime
         trips = self.servers.set_delay(0)
-        if process.returncode == -signal.SIGKILL:
-            raise Cannot(f"more than {LIMIT} s")
         if process.returncode:
             said = (place / "errors").read_text(errors="replace").strip().splitlines()
-            raise Cannot(f"failed: {said[-1] if said else process.returncode}")
+            is_late = process.returncode == -signal.SIGKILL
+            raise Cannot(f"more than {LIMIT} s" if is_late else f"failed: {said[-1] if said else process.returncode}")
         if check and work.job not in ("list", "sync"):
             got = self.servers.home / "got" if work.job.startswith("put") else place / "got"
             if not same(place / name, got):
                 raise Cannot("failed: what arrived differs")
-        memory = int((place / "report").read_text()) / 1024
-        return {"seconds": seconds, "cpu": cpu, "memory": memory, "trips": trips}
+        return {"seconds": seconds, "cpu": cpu, "memory": int((place / "report").read_text()) / 1024, "trips": trips}
 
     def measure(self, work):
         for data in {work.data} | {run.data for run in work.runs.values() if run.data}:
@@ -217,9 +206,6 @@ class Bench:
                 except Cannot as why:
                     run.failure = str(why)
                 self.servers.clean()
-
-
-# Printing -------------------------------------------------------------------------------------------------------------
 
 
 def figure(value, quantity):
@@ -285,13 +271,12 @@ def points(done):
 def versions():
     packages = subprocess.check_output(["dpkg-query", "-W", "-f", "${Package} ${Version}, ", "openssh-server", "lftp",
                                         "rclone", "curl", "proftpd-core"], text=True)
-    kernel = platform.release().split("-")[0]
-    return f"{datetime.date.today()}, {packages}kernel {kernel}, {os.cpu_count()} processors"
+    return f"{datetime.date.today()}, {packages}kernel {platform.release().split('-')[0]}, {os.cpu_count()} processors"
 
 
 def report(done, minutes):
-    head = f"{versions()}; medians of {ROUNDS} rounds, {SLOW_ROUNDS} on slow lines; {minutes:.0f} minutes."
-    return "\n".join([head, "", *table(done), "", *failures(done)]).rstrip() + "\n"
+    rounds = f"medians of {ROUNDS} rounds, {SLOW_ROUNDS} on slow lines; {minutes:.0f} minutes."
+    return "\n".join([f"{versions()}; {rounds}", "", *table(done), "", *failures(done)]).rstrip() + "\n"
 
 
 def store(text, drawing):
@@ -304,7 +289,7 @@ def store(text, drawing):
 
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
-    out, Qrftp.program = build / "bench", build / "cli/qrftp"
+    Qrftp.program = build / "cli/qrftp"
     wanted = [work for work in works() if any(ONLY.search(line.title) for line in work.lines)]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     os.environ["PATH"] += ":/usr/sbin:/sbin"
@@ -329,13 +314,8 @@ def main():
             servers.close()
         shutil.rmtree(work_folder)
     text = report(done, (time.monotonic() - began) / 60)
-    drawing = picture.draw(list(points(done)))
-    (out / "table.md").write_text(text)
-    (out / "picture.svg").write_text(drawing)
-    results = {line.title: {name: run.results for name, run in work.runs.items()} for work, line in done}
-    (out / "results.json").write_text(json.dumps(results, indent=1) + "\n")
     if "--store" in sys.argv[2:]:
-        store(text, drawing)
+        store(text, picture.draw(list(points(done))))
     print(text, end="")
     return any(run.failure for work, _ in done for run in work.runs.values() if isinstance(run.program, Qrftp))
 
