@@ -234,7 +234,7 @@ class QrftpFileSystem(LocalCopies):
                     wanted = [slice(*each).indices(size)[:2] for each in wanted]
                 return file.read_ranges([(start or 0, max(0, (end or 0) - (start or 0))) for start, end in wanted])
             finally:
-                file.close(at_once=True)
+                file.close(True)
 
     def copy(self, path1: Any, path2: Any, recursive: bool = False, **kwargs: Any) -> None:
         """As fsspec's; below `path1`, links to folders stay links, or are left out where the server has no way."""

@@ -31,7 +31,11 @@ class LocalCopies(AbstractFileSystem):  # type: ignore[misc]
     def get(self, rpath: Any, lpath: Any, recursive: bool = False, callback: Any = _NO_CALLBACK, **kwargs: Any) -> None:
         """Fetches files, many at a time. Links below `lpath` are not followed, on either side those to folders."""
         files: list[tuple[str, str]] = []
-        super().get(rpath, lpath, recursive=recursive, _files=files, **kwargs)
+        if isinstance(rpath, list) and isinstance(lpath, list):  # Old versions of fsspec would sort one of them.
+            for pair in zip(rpath, lpath, strict=True):
+                self.get_file(*pair, _files=files)
+        else:
+            super().get(rpath, lpath, recursive=recursive, _files=files, **kwargs)
         files = [(remote, os.path.abspath(local)) for remote, local in files]
         given = [lpath] if isinstance(lpath, (str, os.PathLike)) else lpath
         named = {os.path.abspath(make_path_posix(os.fspath(each))) for each in given if not isfilelike(each)}
@@ -72,11 +76,15 @@ class LocalCopies(AbstractFileSystem):  # type: ignore[misc]
     def put(self, lpath: Any, rpath: Any, recursive: bool = False, callback: Any = _NO_CALLBACK,
             mode: str = "overwrite", **kwargs: Any) -> None:  # fmt: skip
         """Sends files, many at a time; within a transaction, one after the other."""
-        if self._intrans:
-            super().put(lpath, rpath, recursive=recursive, callback=callback, mode=mode, **kwargs)
+        files: list[tuple[str, str]] | None = None if self._intrans else []
+        if isinstance(lpath, list) and isinstance(rpath, list):
+            for pair in zip(lpath, rpath, strict=True):
+                self.put_file(*pair, mode=mode, _files=files)
+        else:
+            told = callback if files is None else _NO_CALLBACK
+            super().put(lpath, rpath, recursive=recursive, callback=told, mode=mode, _files=files, **kwargs)
+        if files is None:
             return
-        files: list[tuple[str, str]] = []
-        super().put(lpath, rpath, recursive=recursive, _files=files, **kwargs)
         callback.set_size(len(files))
         folders = {remote if os.path.isdir(local) else self._parent(remote) for remote, local in files}
         pairs = [(remote, local) for remote, local in files if not os.path.isdir(local)]

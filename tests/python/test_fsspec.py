@@ -35,8 +35,8 @@ def test_entry_points_and_urls(place, system):
     found, paths = fsspec.core.url_to_fs(url_of(place, "file"), **place.login.options)
     assert found.cat(paths) == b"text" and found is fsspec.core.url_to_fs(url_of(place, "x"), **place.login.options)[0]
     assert system.unstrip_protocol(paths) == url_of(place, "file").replace(f"{place.login.user}@", "")
-    ipv6 = fsspec.core.url_to_fs("qsftp://me@[::1]:1/x", ssh_config="", agent=False)[0]
-    assert ipv6.unstrip_protocol("/x") == "qsftp://[::1]:1/x"
+    ipv6 = fsspec.core.url_to_fs("qsftp://me@[0:0:0:0:0:0:0:1]:1/x", ssh_config="", agent=False)[0]
+    assert ipv6.unstrip_protocol("/x") == "qsftp://[0:0:0:0:0:0:0:1]:1/x"
     with pytest.raises(qrftp.NoConnection):
         ipv6.ls("/")
     own = fsspec.get_filesystem_class("sftp")
@@ -145,9 +145,9 @@ def test_a_reader_that_is_left_open(place, system):
 
 def test_copies_each_pair_and_replaces_nothing_that_is_to_be_created(place, system, tmp_path):
     path, local = f"{place.remote}/file", str(tmp_path / "one")
-    system.pipe(path, b"old")
-    system.get([path, path], [local, str(tmp_path / "two")])
-    assert [each.read_bytes() for each in tmp_path.iterdir()] == [b"old", b"old"]
+    system.pipe({path: b"old", f"{place.remote}/before": b"before"})
+    system.get([path, path, f"{place.remote}/before"], [str(tmp_path / name) for name in ("one", "two", "three")])
+    assert [(tmp_path / name).read_bytes() for name in ("one", "two", "three")] == [b"old", b"old", b"before"]
     (tmp_path / "one").write_text("new")
 
     def create_all():
