@@ -13,6 +13,8 @@ namespace qrftp {
 
 /// How much room is made for a part of a file that may be shorter than it is said to be.
 constexpr std::uint64_t read_step = std::uint64_t{4} << 20;
+/// What is made room for at once, however much a server says that there is.
+constexpr std::uint64_t most_at_once = std::uint64_t{64} << 20;
 
 /// How a protocol reads a file at any place.
 class random_reader {

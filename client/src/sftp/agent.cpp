@@ -66,15 +66,12 @@ std::optional<std::string> receive_message(int fd)
     return size == 0 || size > longest_message ? std::nullopt : receive(fd, size);
 }
 
-/// What takes longer fails with EAGAIN; connecting too. 0 means no limit.
-void limit_time(int fd, std::chrono::milliseconds limit)
+/// What takes longer fails with EAGAIN; connecting too. 0 means no limit. Whether the system does so.
+bool limit_time(int fd, std::chrono::milliseconds limit)
 {
     const timeval time{limit.count() / 1000, limit.count() % 1000 * 1000};
-    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
-        if (::setsockopt(fd, SOL_SOCKET, option, &time, sizeof time) != 0) {
-            throw std::system_error(errno, std::generic_category(), "setsockopt");
-        }
-    }
+    return ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) == 0 &&
+           ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time) == 0;
 }
 
 } // namespace
@@ -90,10 +87,9 @@ std::optional<agent> agent::open(std::stop_token stop, std::chrono::milliseconds
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path, std::strlen(path));
     unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!socket) {
+    if (!socket || !limit_time(socket.get(), limit)) {
         return std::nullopt;
     }
-    limit_time(socket.get(), limit);
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return std::nullopt;
     }

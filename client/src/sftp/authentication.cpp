@@ -116,6 +116,7 @@ int authentication::request(Call call)
 authentication::result authentication::judge(int libssh_result)
 {
     connection_->wait().throw_if_stopped(); // The agent's failure may be due to this.
+    const bool is_password_unjudged = std::exchange(is_password_unjudged_, false);
     switch (libssh_result) {
     case SSH_AUTH_SUCCESS:
         return result::accepted;
@@ -125,6 +126,7 @@ authentication::result authentication::judge(int libssh_result)
     case SSH_AUTH_ERROR:
         if (!connection_->is_connected()) {
             closing_words_ = connection_->last_words();
+            asked_ -= is_password_unjudged ? 1 : 0; // It is asked for again, as if for the first time.
             return result::closed;
         }
         reason_ = connection_->last_words();
@@ -296,6 +298,7 @@ bool authentication::can_ask_password() const
 std::string authentication::ask_password()
 {
     auto password = options_.ask_password(asked_++);
+    is_password_unjudged_ = true;
     if (!password) {
         refuse(asked_ > 1 ? "no other password was given" : "no password was given");
     }
@@ -363,7 +366,6 @@ authentication::result authentication::try_passwords()
     while (outcome == result::refused && can_ask_password()) {
         outcome = send(ask_password());
     }
-    asked_ -= outcome == result::closed && asked_ > 0 ? 1 : 0; // It was not answered, and is asked for again.
     return outcome;
 }
 

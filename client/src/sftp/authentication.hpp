@@ -64,6 +64,7 @@ private:
     std::size_t next_ = 0;  ///< of `identities_`
     std::size_t first_ = 0; ///< of this connection
     unsigned asked_ = 0;    ///< how often the user was asked for a password
+    bool is_password_unjudged_ = false;
     bool password_answered_ = false;
 
     ssh_connection* connection_ = nullptr;

@@ -78,6 +78,7 @@ private:
 
     void start_files(copy_state& state)
     {
+        state.handles.resize(state.server.round_trip(), state.server.limits().handles);
         while (state.handles.has_room() && state.planned <= std::min(state.bytes.size(), Job::lead) &&
                state.ended.empty()) {
             std::optional<active_job> next = next_job();

@@ -29,8 +29,7 @@ attributes to_attributes(const file_facts& facts)
 }
 
 copy_state::copy_state(pipeline& connection, std::uint64_t first_window)
-    : server(connection), handles(connection.round_trip(), connection.limits().handles), bytes(first_window),
-      read_size(connection.limits().read)
+    : server(connection), handles(connection.round_trip(), connection.limits().handles), bytes(first_window)
 {
 }
 
@@ -192,6 +191,20 @@ void copy_job::fail(std::exception_ptr why) noexcept
         remove_temporary();
     }
     end();
+}
+
+bool copy_job::failed_by_content() const noexcept
+{
+    try {
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+    } catch (const error& why) {
+        return why.cause() == error_cause::size_mismatch || why.cause() == error_cause::checksum_mismatch;
+    } catch (...) {
+        return false;
+    }
+    return false;
 }
 
 void copy_job::fail_refused(const std::string& subject, const reply& answer) noexcept

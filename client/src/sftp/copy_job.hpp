@@ -4,6 +4,7 @@
 #include "copy_window.hpp"
 #include "pipeline.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <exception>
@@ -19,11 +20,14 @@ class copy_job;
 struct copy_state {
     copy_state(pipeline& connection, std::uint64_t first_window);
 
+    /// Of one READ. The server's limit may come with the first answers only.
+    [[nodiscard]] std::uint32_t read_size() const noexcept { return std::min(server.limits().read, most_read); }
+
     pipeline& server;
     handle_window handles;
     byte_window bytes;
-    std::uint32_t read_size;       ///< of one READ
-    std::uint64_t planned = 0;     ///< bytes that the open files have still to ask for
+    std::uint32_t most_read = max_data; ///< that this server gives at once
+    std::uint64_t planned = 0;          ///< bytes that the open files have still to ask for
     std::deque<copy_job*> ready{}; ///< those that have something to send, in the order in which they get on
     std::vector<copy_job*> ended{};
 };
@@ -141,6 +145,8 @@ protected:
             return false;
         }
     }
+    /// Whether it failed since the server has something else than was sent.
+    [[nodiscard]] bool failed_by_content() const noexcept;
     void fail_refused(const std::string& subject, const reply& answer) noexcept;
     /// Replaces a refusal by the error that says why.
     void explain_failure(const copy_hooks& hooks, const std::string& path, bool is_upload);

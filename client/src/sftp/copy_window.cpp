@@ -37,8 +37,19 @@ std::size_t largest_window(std::chrono::nanoseconds round_trip, std::uint64_t se
 } // namespace
 
 handle_window::handle_window(std::chrono::nanoseconds round_trip, std::uint64_t server_limit)
-    : largest_(largest_window(round_trip, server_limit)), size_(largest_)
+    : round_trip_(round_trip), server_limit_(server_limit), largest_(largest_window(round_trip, server_limit)),
+      size_(largest_)
 {
+}
+
+void handle_window::resize(std::chrono::nanoseconds round_trip, std::uint64_t server_limit)
+{
+    if (round_trip != round_trip_ || server_limit != server_limit_) {
+        round_trip_ = round_trip;
+        server_limit_ = server_limit;
+        largest_ = largest_window(round_trip, server_limit);
+        size_ = std::min(size_, largest_);
+    }
 }
 
 void handle_window::on_opened() noexcept

@@ -12,6 +12,8 @@ class handle_window {
 public:
     /// `server_limit` is 0 when it is not known.
     handle_window(std::chrono::nanoseconds round_trip, std::uint64_t server_limit);
+    /// The same, once more is known.
+    void resize(std::chrono::nanoseconds round_trip, std::uint64_t server_limit);
 
     [[nodiscard]] bool has_room() const noexcept { return asked_ < size_; }
     /// Whether the server has other files open for us.
@@ -23,6 +25,8 @@ public:
     void on_closed(bool was_opened) noexcept;
 
 private:
+    std::chrono::nanoseconds round_trip_;
+    std::uint64_t server_limit_;
     std::size_t largest_;
     std::size_t size_;
     std::size_t asked_ = 0;  ///< OPEN sent, CLOSE not

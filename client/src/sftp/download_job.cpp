@@ -58,7 +58,7 @@ void download_job::on_opened()
         next_ = part_.begin;
         get_ready();
     } else { // All of a small file comes with its attributes.
-        const std::uint32_t length = std::min(state().read_size, smallest_read);
+        const std::uint32_t length = std::min(state().read_size(), smallest_read);
         ask_for(step::read, part_.begin, length);
         ahead_ = part_.begin + length;
     }
@@ -138,7 +138,7 @@ std::uint64_t download_job::limit() const
     }
     const std::uint64_t come = position_ - range_.begin;
     const std::uint64_t last =
-        size_ ? *size_ + (is_listed_ ? 1 : 0) : position_ + std::max<std::uint64_t>(come, state().read_size);
+        size_ ? *size_ + (is_listed_ ? 1 : 0) : position_ + std::max<std::uint64_t>(come, state().read_size());
     return std::min({last, range_.end, end_});
 }
 
@@ -148,7 +148,7 @@ bool download_job::send_more()
     if (next_ >= last) {
         return false;
     }
-    const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(last - next_, state().read_size));
+    const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(last - next_, state().read_size()));
     ask_for(step::read, next_, length);
     next_ += length;
     ahead_ = is_reading_ ? 0 : next_;
@@ -182,7 +182,7 @@ void download_job::on_data(const request_tag& tag, std::string_view bytes)
         throw_malformed(fmt::format("READ of {} bytes was answered with {}", tag.length, bytes.size()));
     }
     if (tag.step == step::read_again) { // The server gives less at once.
-        state().read_size = std::max(smallest_read, state().read_size / 2);
+        state().most_read = std::max(smallest_read, state().read_size() / 2);
     }
     const std::uint64_t after = tag.offset + bytes.size();
     if (bytes.size() < tag.length && after != size_) {

@@ -123,6 +123,7 @@ void file_reader::open(const std::shared_ptr<pipeline>& server)
     }
     const attributes told = status.attrs();
     if (kind_of(told) == entry_kind::folder) {
+        server->call(packet_type::close, handle_);
         throw IsFolder(path_);
     }
     size_ = told.size;
@@ -146,8 +147,8 @@ std::vector<std::string> file_reader::read(std::span<const file_range> ranges)
     for (const file_range& each : ranges) {
         const std::uint64_t known = std::max(size_.value_or(0), each.offset) - each.offset;
         const std::uint64_t countable = std::numeric_limits<std::uint64_t>::max() - each.offset;
-        std::string& bytes =
-            results.emplace_back(std::min({each.length, std::max(known, read_step), countable}), '\0');
+        std::string& bytes = results.emplace_back(
+            std::min({each.length, std::max(known, read_step), countable, most_at_once}), '\0');
         parts.push_back({each.offset, bytes, bytes.size()});
     }
     range_reads wanted(std::move(parts), path_);

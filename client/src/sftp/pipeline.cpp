@@ -72,6 +72,8 @@ pipeline::pipeline(std::unique_ptr<transport> connection, settings options)
     handshake();
     if (has_extension("limits@openssh.com", "1")) {
         send(request("limits@openssh.com", packet_type::extended_reply), {&limits_});
+        limits_.is_awaited = true;
+        timed_id_.reset(); // It leaves with the next request, whose round trip counts.
     }
 }
 
@@ -106,6 +108,7 @@ void pipeline::handle_version(packet_reader body)
 
 void pipeline::limits_answer::on_reply(const request_tag& /*tag*/, const reply& answer)
 {
+    is_awaited = false;
     if (answer.is_status()) {
         return;
     }
@@ -154,7 +157,7 @@ void pipeline::begin(packet_writer& packet, const request& what) const
 
 void pipeline::register_request(const request& what, const request_tag& tag) noexcept
 {
-    if (outstanding_ == 0) {
+    if (outstanding_ == (limits_.is_awaited ? 1U : 0U)) {
         last_progress_ = clock::now();
         timed_id_ = next_id();
         timed_since_ = last_progress_;

@@ -166,6 +166,7 @@ private:
     struct limits_answer : reply_handler {
         void on_reply(const request_tag& tag, const reply& answer) override;
         server_limits limits{};
+        bool is_awaited = false;
     };
     /// Keeps the answer to a `call`.
     struct kept_answer : reply_handler {

@@ -47,7 +47,7 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
     case step::check_size:
         return on_size(answer);
     case step::cut:
-        return answer.is_failure() ? fail_refused(file_.target(), answer) : on_stored();
+        return answer.is_failure() && is_longer_ ? fail_refused(file_.target(), answer) : on_sized();
     case step::checksum:
         return on_checksum(answer);
     case step::rename:
@@ -66,10 +66,9 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
 void upload_job::take_up()
 {
     bool is_unchanged = false;
-    if (!guarded([&] { is_unchanged = file_.is_unchanged(); })) {
-        return;
+    if (guarded([&] { is_unchanged = file_.is_unchanged(); })) {
+        is_unchanged ? open_target() : begin({});
     }
-    is_unchanged ? open_target() : begin({});
 }
 
 void upload_job::on_look(const reply& answer)
@@ -222,10 +221,7 @@ void upload_job::finish_writing()
 void upload_job::send_facts()
 {
     attributes values;
-    if (!guarded([&] { values = to_attributes(file_.facts_to_set(replaced_)); })) {
-        return;
-    }
-    if (values == attributes{}) {
+    if (!guarded([&] { values = to_attributes(file_.facts_to_set(replaced_)); }) || values == attributes{}) {
         return;
     }
     if (is_open()) {
@@ -275,8 +271,7 @@ void upload_job::on_stored()
         }
     }
     if (!part_.is_whole() && !std::exchange(is_finished_, true)) {
-        send_facts();
-        return has_ended() ? void() : ask(packet_type::stat, step::check_size, file_.path());
+        return ask(packet_type::stat, step::check_size, file_.path());
     }
     if (file_.needs_verifying() && !std::exchange(is_verified_, true)) {
         return ask_checksum(step::checksum, file_.path());
@@ -288,32 +283,39 @@ void upload_job::on_stored()
     }
 }
 
-/// What was there before the parts may have been longer than they are.
+/// What was there before the parts may have been longer than they are: it is cut, unless it is no file.
 void upload_job::on_size(const reply& answer)
 {
     const std::uint64_t sent = file_.size().value_or(next_);
     const bool is_file = !answer.is_status() && kind_of(answer.attrs()) == entry_kind::file;
     const std::optional<std::uint64_t> stored = is_file ? answer.attrs().size : std::nullopt;
-    if (!part_.is_whole() && !file_.is_temporary() && stored.value_or(byte_range::to_the_end) > sent) {
+    const bool may_be_longer = is_file || answer.is_status();
+    if (!part_.is_whole() && !file_.is_temporary() && may_be_longer && stored.value_or(sent + 1) > sent) {
+        is_longer_ = stored.has_value();
         return ask(packet_type::setstat, step::cut, file_.path(), attributes{.size = sent});
     }
-    is_wrong_ = stored && stored != sent;
-    if (is_wrong_) {
+    if (stored && stored != sent) {
         const std::string reason = fmt::format("{} of {} bytes", *stored, sent);
         return fail(std::make_exception_ptr(SizeMismatch(file_.target(), reason)));
+    }
+    on_sized();
+}
+
+/// The mode and the time of several parts come last: either could prevent, or be undone by, what is before it.
+void upload_job::on_sized()
+{
+    if (!part_.is_whole()) {
+        send_facts();
     }
     on_stored();
 }
 
 void upload_job::on_checksum(const reply& answer)
 {
-    is_wrong_ = true;
-    const bool is_same = guarded([&] {
-        answer.check(file_.target());
-        file_.verify(read_check_file(answer, file_.target()));
-    });
-    if (is_same) {
-        is_wrong_ = false;
+    if (guarded([&] {
+            answer.check(file_.target());
+            file_.verify(read_check_file(answer, file_.target()));
+        })) {
         on_stored();
     }
 }
@@ -365,7 +367,7 @@ void upload_job::finish()
 
 void upload_job::remove_temporary()
 {
-    if (std::exchange(has_temporary_, false) && (is_wrong_ || !file_.keeps_temporary())) {
+    if (std::exchange(has_temporary_, false) && (failed_by_content() || !file_.keeps_temporary())) {
         server().send(packet_type::remove, {}, file_.path());
     }
 }

@@ -63,6 +63,7 @@ private:
     void send_facts();
     void on_stored();
     void on_size(const reply& answer);
+    void on_sized();
     void on_checksum(const reply& answer);
     void send_rename();
     void on_renamed(const reply& answer);
@@ -86,7 +87,7 @@ private:
     bool is_stored_ = false;   ///< under the temporary name, if there is one
     bool is_finished_ = false; ///< of several parts: what is done once has been
     bool is_verified_ = false;
-    bool is_wrong_ = false; ///< what is stored is not to be resumed
+    bool is_longer_ = false; ///< what is there than what was sent
     bool is_renaming_ = false;
     bool needs_replace_ = false; ///< RENAME does not replace: to be done in steps
     bool has_temporary_ = false; ///< something may be there under the temporary name
