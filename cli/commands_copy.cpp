@@ -1,5 +1,6 @@
 #include "commands.hpp"
 #include "output.hpp"
+#include "planned_targets.hpp"
 #include "remote_glob.hpp"
 #include "transfer_report.hpp"
 
@@ -10,6 +11,25 @@
 namespace qrftp::cli {
 
 namespace {
+
+struct copy_step {
+    std::string source;
+    std::string target;
+};
+
+/// `into`: `target` is a folder that takes the copies in.
+std::vector<copy_step> plan_copies(session& from, const std::vector<std::string>& sources,
+                                   const std::string& target, bool into)
+{
+    std::vector<copy_step> plan;
+    planned_targets targets;
+    for (const std::string& source : sources) {
+        const std::string path = or_here(source);
+        plan.push_back({path, into ? join(target, last_segment(from.absolute(path))) : target});
+        targets.add(plan.back().target, path);
+    }
+    return plan;
+}
 
 /// One file or folder.
 void copy_one(session& from, const std::string& source, session& to, const std::string& target,
@@ -49,13 +69,11 @@ void cp(session& from, session& to, const transfer_arguments& arguments, const s
         throw usage_error(
             fmt::format("Several files cannot all become \"{}\": name a remote folder.", escape(target)));
     }
+    const std::vector<copy_step> plan = plan_copies(from, sources, target, into);
     transfer_report report(options, sources.size() == 1,
                            options.json || options.verbose > 0 || options.dry_run);
-    for (const std::string& source : sources) {
-        report.attempt([&] {
-            const std::string name = last_segment(from.absolute(or_here(source)));
-            copy_one(from, or_here(source), to, into ? join(target, name) : target, arguments, report);
-        });
+    for (const copy_step& step : plan) {
+        report.attempt([&] { copy_one(from, step.source, to, step.target, arguments, report); });
     }
     report.finish();
 }

@@ -1,6 +1,7 @@
 #include "commands.hpp"
 #include "interrupt.hpp"
 #include "output.hpp"
+#include "planned_targets.hpp"
 #include "remote_glob.hpp"
 #include "transfer_report.hpp"
 
@@ -39,16 +40,6 @@ struct copy {
 bool prints_files(const settings& options)
 {
     return options.json || options.verbose > 0 || options.dry_run;
-}
-
-/// Refuses two sources that would become one file: the first copy would be lost.
-void refuse_same_targets(const std::map<std::string, std::string>& sources_by_target, const std::string& target,
-                         const std::string& source)
-{
-    if (const auto other = sources_by_target.find(target); other != sources_by_target.end()) {
-        throw usage_error(fmt::format(R"("{}" and "{}" would both become "{}"; nothing was copied.)",
-                                      escape(other->second), escape(source), escape(target)));
-    }
 }
 
 /// Something remote to fetch, with what is known of it.
@@ -100,7 +91,7 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
                            const transfer_arguments& arguments, const settings& options)
 {
     std::vector<copy> plan;
-    std::map<std::string, std::string> sources_by_target;
+    planned_targets targets;
     for (const remote_source& one : sources) {
         const bool folder = is_folder(remote, one, arguments.recursive);
         if (folder && !arguments.recursive) {
@@ -110,8 +101,7 @@ std::vector<copy> plan_get(session& remote, const std::vector<remote_source>& so
         }
         fs::path local = local_target(arguments.target, last_segment(remote.absolute(one.path)));
         const std::string key = fs::absolute(local).lexically_normal().string();
-        refuse_same_targets(sources_by_target, key, one.path);
-        sources_by_target.emplace(key, one.path);
+        targets.add(key, one.path);
         plan.push_back({one.path, std::move(local), folder, one.what ? one.what->size : std::nullopt,
                         one.what.has_value()});
     }
@@ -132,14 +122,13 @@ std::string local_name(const fs::path& source)
 std::vector<copy> plan_put(const transfer_arguments& arguments, bool into)
 {
     std::vector<copy> plan;
-    std::map<std::string, std::string> sources_by_target;
+    planned_targets targets;
     for (const std::string& source : arguments.sources) {
         if (source.empty()) {
             throw usage_error("The name of a local file is empty.");
         }
         std::string path = into ? join(arguments.target, local_name(source)) : arguments.target;
-        refuse_same_targets(sources_by_target, path, source);
-        sources_by_target.emplace(path, source);
+        targets.add(path, source);
         plan.push_back({std::move(path), source, fs::is_directory(source)});
     }
     return plan;

@@ -105,6 +105,15 @@ int run_sync(command_line& line)
     return success;
 }
 
+/// Not for copies from server to server, which begin anew.
+void add_resume(CLI::App& command, command_line& line)
+{
+    command
+        .add_flag("-c,--resume", line.transfer.transfer.resume,
+                  "Go on from what an earlier transfer left; keep it when this one fails")
+        ->group("Transfer");
+}
+
 } // namespace
 
 void add_transfer_options(CLI::App& command, command_line& line)
@@ -118,8 +127,9 @@ void add_transfer_options(CLI::App& command, command_line& line)
         ->check(CLI::IsMember({"auto", "json", "none"}).description(""))
         ->type_name("auto|json|none")
         ->capture_default_str();
-    command.add_option("-j,--jobs", options.jobs, "How many connections to use; by default as many as help")
-        ->check(CLI::Range(1, 64).description(""))
+    command
+        .add_option("-j,--jobs", options.jobs, "How many connections to use; 0, the default: as many as help")
+        ->check(CLI::Range(0, 64).description(""))
         ->type_name("N");
     add_patterns(command, "--include", options.include,
                  "Of folders, copy only files that match; may be repeated");
@@ -127,8 +137,6 @@ void add_transfer_options(CLI::App& command, command_line& line)
                  "Of folders, copy nothing that matches; may be repeated");
     command.add_flag("--in-place", options.transfer.in_place,
                      "Write to the target itself, not to a temporary name");
-    command.add_flag("-c,--resume", options.transfer.resume,
-                     "Go on from what an earlier transfer left; keep it when this one fails");
     command.add_option("--retry", options.transfer.retries, "How often to go on after a lost connection")
         ->type_name("N")
         ->capture_default_str();
@@ -192,6 +200,7 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
         ->type_name("N");
     for (CLI::App* command : commands) {
         add_transfer_options(*command, line);
+        add_resume(*command, line);
         command->add_flag("-r,--recursive", line.recursive, "Folders too, with all that is in them");
         command->add_flag("-t,--keep-time", line.transfer.transfer.keep_time, "Keep the modification times");
     }
@@ -199,6 +208,7 @@ void add_transfer_subcommands(CLI::App& app, command_line& line)
         add_subcommand(app, line, "sync", "Bring a folder up to date", [&] { return run_sync(line); });
     add_operands(both, line, "SOURCE DEST", "Two folders; one of them is a URL", 2, 2);
     add_transfer_options(both, line);
+    add_resume(both, line);
     both.add_flag("--delete", line.transfer.remove_extra, "Remove from DEST what SOURCE does not have");
     both.add_flag("--force", line.transfer.force, "Remove even where the source is empty");
     both.add_option("--max-delete", line.transfer.max_removals, "Change nothing if more would be removed")

@@ -10,7 +10,7 @@
 
 `connect` returns a `Session`, whose methods are all that can be done. Transfers appear whole or not at all; host
 keys and certificates are checked. Names are str, bytes or os.PathLike, sizes are bytes, times are aware datetimes
-in UTC, modes are ints. Errors are below `qrftp.Error` and derive from Python's own (FileNotFoundError,
+in UTC, modes are ints. Errors are below `qrftp.Error`; most derive from Python's own (FileNotFoundError,
 PermissionError, TimeoutError, …). `qrftp.fsspec` makes the servers file systems for pandas, Dask and others.
 """
 

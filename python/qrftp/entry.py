@@ -145,9 +145,8 @@ class TreeProgress:
     files: int
 
     @classmethod
-    def _of(cls, path: str, bytes: int, total: int, all_bytes: int, all_total: int, rate: float,
-            files_done: int, files: int) -> TreeProgress:  # fmt: skip
-        return cls(path, Progress(bytes, total, 0), Progress(all_bytes, all_total, rate), files_done, files)
+    def _of(cls, path: str, *fields: Any) -> TreeProgress:
+        return cls(path, Progress(*fields[:3]), Progress(*fields[3:6]), *fields[6:])
 
 
 @dataclass(frozen=True, slots=True)

@@ -1,6 +1,6 @@
 """What can go wrong: one class for each cause, all below `Error`.
 
-Each class also derives from the built-in that Python programmers catch for its cause, so that
+Most also derive from the built-in that Python programmers catch for their cause, so that
 ``except FileNotFoundError`` works as for a local file.
 """
 
@@ -82,19 +82,19 @@ class NoEncryption(Error, ConnectionError):
     """TLS was asked for, and the server does not offer it or no common version was found."""
 
 
-class CertificateRefused(Error):
+class CertificateRefused(Error, ConnectionError):
     """The server's certificate was not accepted. Nothing secret was sent."""
 
 
-class HostKeyUnknown(Error):
+class HostKeyUnknown(Error, ConnectionError):
     """The host has no line in the known-hosts files, and unknown ones are not accepted."""
 
 
-class HostKeyChanged(Error):
+class HostKeyChanged(Error, ConnectionError):
     """The host showed another key than the known-hosts files have for it."""
 
 
-class HostKeyRevoked(Error):
+class HostKeyRevoked(Error, ConnectionError):
     """The host showed a key that a known-hosts file marks as revoked."""
 
 

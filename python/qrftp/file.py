@@ -10,7 +10,7 @@ from contextlib import AbstractContextManager, nullcontext
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, Callable, cast
 
-from .error import NotFound
+from .error import AlreadyExists, InvalidOption, NotFound
 
 if TYPE_CHECKING:
     from . import _native
@@ -19,15 +19,30 @@ if TYPE_CHECKING:
 
 BUFFER_SIZE = 1 << 20
 """How much a file fetches at once where less is asked for."""
+_MODES = {frozenset(mode): mode for mode in ("rb", "wb", "xb", "ab", "r+b")}
+
+
+def checked_mode(mode: str) -> str:
+    """`mode` with its letters in the usual order. Raises InvalidOption for one that no remote file has."""
+    found = _MODES.get(frozenset(mode))
+    if found is None or len(found) != len(mode):
+        raise InvalidOption(f"mode is rb, wb, xb, ab or r+b, not {mode!r}")
+    return found
+
+
+def used_alone(wait: bool) -> AbstractContextManager[object]:
+    """The `using` of a file whose session nobody else uses."""
+    return nullcontext(True)
 
 
 class RawReader(io.RawIOBase):
     """A remote file that is read at any place. `Reader` buffers it.
 
-    `using` is entered for each request: it makes sure that the session is free.
+    `using(wait)` is entered for each request: it makes sure that nobody else uses the session. It waits for that
+    or, without `wait`, yields None where somebody does.
     """
 
-    def __init__(self, file: _native.File, name: str, using: Callable[[], AbstractContextManager[object]]) -> None:
+    def __init__(self, file: _native.File, name: str, using: Callable[[bool], AbstractContextManager[object]]) -> None:
         self._file = file
         self._using = using
         self.size = file.size()
@@ -56,7 +71,7 @@ class RawReader(io.RawIOBase):
 
     def readinto(self, buffer: Any) -> int:
         self._check()
-        with self._using():
+        with self._using(True):
             count = self._file.read_into(self._at, buffer)
         self._at += count
         return count
@@ -72,8 +87,9 @@ class RawReader(io.RawIOBase):
 
     def close(self) -> None:
         if not self.closed:
-            with self._using():
-                self._file.close()
+            # The garbage collector may close it within a call of this thread: waiting would never end.
+            with self._using(False) as free:
+                self._file.close(free is not None)
         super().close()
 
     def _check(self) -> None:
@@ -89,7 +105,7 @@ class Reader(io.BufferedReader):
         file: _native.File,
         name: str,
         buffer_size: int | None = None,
-        using: Callable[[], AbstractContextManager[object]] = nullcontext,
+        using: Callable[[bool], AbstractContextManager[object]] = used_alone,
     ) -> None:
         raw = RawReader(file, name, using)
         super().__init__(raw, buffer_size or BUFFER_SIZE)
@@ -98,18 +114,16 @@ class Reader(io.BufferedReader):
 
 
 class Spool(io.RawIOBase):
-    """A local copy of a file that is being written, with no name; sent when it is closed.
+    """A local copy of a file that is being written, with no name; sent by `commit`, after it was closed.
 
-    The target stays as it is until then, and for good when the copy is discarded instead. A deferred one is
-    sent by `commit`, after it was closed.
+    The target stays as it is until then, and for good when the copy is discarded, or could not take all of it.
     """
-
-    deferred = False
 
     def __init__(self, send: Callable[[io.FileIO], None], name: str, mode: str) -> None:
         self._local: io.FileIO = cast(Any, tempfile.TemporaryFile(buffering=0))
         self._send = send
         self._discarded = False
+        self._failure: BaseException | None = None
         self.name = name
         self.mode = mode
 
@@ -126,7 +140,13 @@ class Spool(io.RawIOBase):
         return self._local.readinto(buffer) or 0
 
     def write(self, data: Any) -> int:
-        return self._local.write(data)
+        if self._discarded:
+            return memoryview(data).nbytes
+        try:
+            return self._local.write(data)
+        except BaseException as failure:
+            self._failure = failure  # It may lack what was to be written, or get it twice.
+            raise
 
     def seek(self, offset: int, whence: int = os.SEEK_SET) -> int:
         return self._local.seek(offset, whence)
@@ -144,21 +164,18 @@ class Spool(io.RawIOBase):
             self._local.close()
 
     def commit(self) -> None:
+        if self._local.closed:
+            return
         with self._local:
-            if not self._discarded:
-                self._local.seek(0)
-                self._send(self._local)
+            if self._failure is not None:
+                raise self._failure
+            self._local.seek(0)
+            self._send(self._local)
 
     def close(self) -> None:
-        if not self.closed:
-            super().close()
-            if self._discarded or not self.deferred:
-                self.commit()
-
-    def __del__(self) -> None:
-        if not self.closed:
-            self.discard()
-            self.close()
+        super().close()
+        if self._discarded:
+            self._local.close()
 
 
 class _Whole:
@@ -166,10 +183,23 @@ class _Whole:
 
     raw: Any
     closed: bool
-    close: Callable[[], None]
+    deferred = False
+
+    def close(self) -> None:
+        """Closes the file and sends it, unless that is deferred."""
+        if self.closed:
+            return
+        try:
+            super().close()  # type: ignore[misc]
+        except BaseException:
+            self.raw.discard()
+            raise
+        if not self.deferred:
+            self.raw.commit()
 
     def commit(self) -> None:
         """Sends what was deferred (fsspec's transactions)."""
+        self.close()
         self.raw.commit()
 
     def discard(self) -> None:
@@ -201,7 +231,9 @@ class Updater(_Whole, io.BufferedRandom):  # type: ignore[misc]
 def open_for_writing(
     session: Session, path: RemotePath, mode: str, send: Callable[[io.FileIO], None]
 ) -> Writer | Updater:
-    """The file object of `Session.open` for every mode but "rb"."""
+    """The file object of `Session.open` for every mode but "rb". `mode` is a checked one."""
+    if mode == "xb" and session.exists(path):
+        raise AlreadyExists(f"{os.fsdecode(path)}: there is already something of that name", os.fsdecode(path))
     spool = Spool(send, os.fsdecode(path), mode)
     try:
         if mode in ("ab", "r+b"):

@@ -15,29 +15,25 @@ import os
 from collections import defaultdict
 from datetime import datetime
 from io import FileIO
-from pathlib import PurePath
 from typing import Any, Callable, ContextManager, Iterable, Iterator
 from urllib.parse import quote, unquote, urlsplit
 
 import fsspec
-from fsspec.callbacks import Callback
-from fsspec.implementations.local import make_path_posix
-from fsspec.spec import AbstractFileSystem
-from fsspec.utils import isfilelike, stringify_path, tokenize
+from fsspec.utils import stringify_path, tokenize
 
-from .entry import Entry, Progress, TreeProgress
-from .error import AlreadyExists, IsFolder, NotFound, NotSupported, UnsafeName
-from .file import Reader, Updater, Writer, open_for_writing
+from .entry import Entry
+from .error import AlreadyExists, NotFound, NotSupported
+from .file import Reader, Updater, Writer, checked_mode, open_for_writing
+from .local_copies import LocalCopies, with_parents
 from .pool import Pool, pool_of
 from .session import Session
 
-_NO_CALLBACK = Callback()
 _SCHEMES = ("qsftp", "qftp", "qftps", "sftp", "ssh", "ftp", "ftps")
 _OF_FSSPEC = ("asynchronous", "batch_size", "listings_expiry_time", "loop", "max_paths", "skip_instance_cache",
               "use_listings_cache")  # fmt: skip
 
 
-class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
+class QrftpFileSystem(LocalCopies):
     """The files of an SFTP server. Any thread may use it: each call takes a session that is free.
 
     Files appear as a whole when they are closed. Names on the server are never taken from a cache.
@@ -61,9 +57,10 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
         if getattr(self, "_cached", False):
             return
         super().__init__(**{name: options.pop(name) for name in _OF_FSSPEC if name in options})
-        self._url = f"{self._scheme}://{quote(host, safe='[]:')}" + (f":{port}" if port else "")
+        place = f"[{host}]" if ":" in host and not host.startswith("[") else host
+        self._url = f"{self._scheme}://{quote(place, safe='[]:')}" + (f":{port}" if port else "")
         self._options: dict[str, Any] = {"user": username, "password": password, **self._defaults, **options}
-        self._max_connections = max_connections
+        self._max_connections = max(1, max_connections)
         self._key = tokenize(self._url, self._options, max_connections)
 
     @property
@@ -167,12 +164,12 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
     ) -> Reader | Writer | Updater:
         pool = self._pool
         path = self._strip_protocol(path)
+        mode = checked_mode(mode)
         with pool.session() as session:
             if mode == "rb":
                 size = block_size if isinstance(block_size, int) else None
-                return Reader(session._native.open(path), path, size, lambda: pool.session(session))
-            if mode == "xb" and session.exists(path):
-                raise AlreadyExists(f"{path}: there is already something of that name", path)
+                using = lambda wait: pool.session_of_file(session, wait)
+                return Reader(session._native.open(path), path, size, using)
 
             def send(source: FileIO) -> None:
                 def whole() -> None:
@@ -180,19 +177,22 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
                     sender.send(source, path, replace=mode != "xb")
 
                 with pool.session() as sender:
-                    _with_parents(sender, path, whole)
+                    with_parents(sender, path, whole)
 
             file = open_for_writing(session, path, mode, send)
-            file.raw.deferred = not autocommit
+            file.deferred = not autocommit
+            if file.deferred and mode == "r+b":  # `open` sees to those without "r".
+                self.transaction.files.append(file)
             return file
 
     def pipe_file(self, path: str, value: bytes, mode: str = "overwrite", **kwargs: Any) -> None:
         if self._intrans:
-            super().pipe_file(path, value, **kwargs)
+            with self.open(path, "wb" if mode == "overwrite" else "xb") as file:
+                file.write(value)
             return
         path = self._strip_protocol(path)
         with self._session() as session:
-            _with_parents(session, path, lambda: session.send_bytes(value, path, replace=mode == "overwrite"))
+            with_parents(session, path, lambda: session.send_bytes(value, path, replace=mode == "overwrite"))
 
     def cat_file(self, path: str, start: int | None = None, end: int | None = None, **kwargs: Any) -> bytes:
         path = self._strip_protocol(path)
@@ -234,7 +234,7 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
                     wanted = [slice(*each).indices(size)[:2] for each in wanted]
                 return file.read_ranges([(start or 0, max(0, (end or 0) - (start or 0))) for start, end in wanted])
             finally:
-                file.close()
+                file.close(True)
 
     def copy(self, path1: Any, path2: Any, recursive: bool = False, **kwargs: Any) -> None:
         """As fsspec's; below `path1`, links to folders stay links, or are left out where the server has no way."""
@@ -256,74 +256,6 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
                 session.make_link(session.read_link(path1), path2)
             except NotSupported as error:  # Of a tree, fsspec passes over what is not found, unless it moves.
                 raise NotFound(str(error), path1) from error
-
-    # To and from this machine
-
-    def get(self, rpath: Any, lpath: Any, recursive: bool = False, callback: Any = _NO_CALLBACK, **kwargs: Any) -> None:
-        """Fetches files, many at a time. Links below `lpath` are not followed, on either side those to folders."""
-        files: list[tuple[str, str]] = []
-        super().get(rpath, lpath, recursive=recursive, _files=files, **kwargs)
-        files = [(remote, os.path.abspath(local)) for remote, local in files]
-        given = [lpath] if isinstance(lpath, (str, os.PathLike)) else lpath
-        named = {os.path.abspath(make_path_posix(os.fspath(each))) for each in given if not isfilelike(each)}
-        folders = {os.path.dirname(local) for _, local in files}
-        for folder in folders:
-            _make_local_folder(folder, named)
-        callback.set_size(len(files))
-        locals_of = {remote: local for remote, local in files if local not in folders}
-        with self._session() as session:
-            result = session.fetch_files(locals_of.items(), keep_going=True, progress=lambda now: _count(callback, now),
-                                         follow_target=named.issuperset(locals_of.values()))  # fmt: skip
-        for path, error in ((each.path, each.error) for each in result.failures):
-            may_be_folder = isinstance(error, (IsFolder, NotFound)) or os.path.isdir(locals_of[path])
-            info = self.info(path) if may_be_folder else {}
-            if info.get("type") != "directory":
-                raise error
-            if not info.get("islink"):
-                _make_local_folder(locals_of[path], named)
-        callback.absolute_update(len(files))
-
-    def get_file(self, rpath: str, lpath: Any, callback: Any = _NO_CALLBACK, outfile: Any = None,
-                 _files: list[tuple[str, str]] | None = None, **kwargs: Any) -> None:  # fmt: skip
-        rpath = self._strip_protocol(rpath)
-        target = lpath if isfilelike(lpath) else outfile or os.fspath(lpath)
-        if _files is not None and isinstance(target, str):
-            _files.append((rpath, target))
-            return
-        with self._session() as session:
-            try:
-                session.fetch(rpath, target, progress=lambda now: _show(callback, now))
-            except IsFolder:
-                os.makedirs(target, exist_ok=True)
-
-    def put(self, lpath: Any, rpath: Any, recursive: bool = False, callback: Any = _NO_CALLBACK, **kwargs: Any) -> None:
-        """Sends files, many at a time; within a transaction, one after the other."""
-        if self._intrans:
-            super().put(lpath, rpath, recursive=recursive, callback=callback, **kwargs)
-            return
-        files: list[tuple[str, str]] = []
-        super().put(lpath, rpath, recursive=recursive, _files=files, **kwargs)
-        callback.set_size(len(files))
-        folders = {remote if os.path.isdir(local) else self._parent(remote) for remote, local in files}
-        pairs = [(remote, local) for remote, local in files if not os.path.isdir(local)]
-        with self._session() as session:
-            for folder in sorted(folders - {"/"}):
-                session.make_folder(folder, parents=True)
-            session.send_files(pairs, progress=lambda now: _count(callback, now))
-        callback.absolute_update(len(files))
-
-    def put_file(self, lpath: Any, rpath: str, callback: Any = _NO_CALLBACK,
-                 _files: list[tuple[str, str]] | None = None, **kwargs: Any) -> None:  # fmt: skip
-        rpath = self._strip_protocol(rpath)
-        if _files is not None:
-            _files.append((rpath, os.fspath(lpath)))
-        elif self._intrans or os.path.isdir(lpath):
-            super().put_file(lpath, rpath, callback=callback, **kwargs)
-        else:
-            with self._session() as session:
-                _with_parents(
-                    session, rpath, lambda: session.send(lpath, rpath, progress=lambda now: _show(callback, now))
-                )
 
     # Changing names
 
@@ -363,12 +295,15 @@ class QrftpFileSystem(AbstractFileSystem):  # type: ignore[misc]
                     _remove_levels(session, each, maxdepth)
 
     def mv(self, path1: Any, path2: Any, recursive: bool = False, maxdepth: int | None = None, **kwargs: Any) -> None:
-        """Renames one file or folder, replacing a file; several, or into a folder, are copied and removed."""
+        """Renames one file or folder, replacing a file; several, or into a folder, are copied and removed.
+
+        Of what is copied, `maxdepth` levels are moved; NotEmpty where there is more, which stays where it is.
+        """
         plain = all(isinstance(each, (str, os.PathLike)) for each in (path1, path2))
         into = plain and (os.fspath(path2).endswith("/") or self.isdir(path2))
         if not plain or into or fsspec.core.has_magic(os.fspath(path1)):
             self.copy(path1, path2, recursive=recursive, maxdepth=maxdepth, on_error="raise")
-            self.rm(path1, recursive=recursive)
+            self.rm(path1, recursive=recursive, maxdepth=maxdepth)
             return
         with self._session() as session:
             session.rename(self._strip_protocol(path1), self._strip_protocol(path2), replace=True)
@@ -379,6 +314,7 @@ class QftpFileSystem(QrftpFileSystem):
 
     protocol = "qftp"
     _scheme = "ftp"
+    _usual_jobs = 4
     _defaults = {"tls": "opportunistic"}
 
 
@@ -387,6 +323,7 @@ class QftpsFileSystem(QrftpFileSystem):
 
     protocol = "qftps"
     _scheme = "ftp"
+    _usual_jobs = 4
 
 
 def register(replace: bool = False) -> None:
@@ -399,15 +336,6 @@ def register(replace: bool = False) -> None:
         fsspec.register_implementation(protocol, kind, clobber=True)
 
 
-def _with_parents(session: Session, path: str, write: Callable[[], None]) -> None:
-    """Writes a file; where its folder is missing, makes that first."""
-    try:
-        write()
-    except NotFound:
-        session.make_folder(path.rpartition("/")[0], parents=True)
-        write()
-
-
 def _remove_levels(session: Session, path: str, levels: int) -> None:
     for folder, folders, others in reversed([*session.walk(path, max_depth=levels)]):
         for each in others:
@@ -415,20 +343,3 @@ def _remove_levels(session: Session, path: str, levels: int) -> None:
         for each in folders:
             session.remove_folder(f"{folder}/{each.name}")
     session.remove_folder(path)
-
-
-def _make_local_folder(folder: str, named: Iterable[str]) -> None:
-    """Makes a local folder, and those above it; in the folders that the caller named, links do not count as such."""
-    for part in (folder, *map(str, PurePath(folder).parents)):
-        if os.path.islink(part) and any(each in map(str, PurePath(part).parents) for each in named):
-            raise UnsafeName(f"{part}: a symbolic link stands in its way", part)
-    os.makedirs(folder, exist_ok=True)
-
-
-def _count(callback: Any, now: TreeProgress) -> None:
-    callback.absolute_update(now.files_done)
-
-
-def _show(callback: Any, now: Progress) -> None:
-    callback.set_size(now.total or None)
-    callback.absolute_update(now.bytes)

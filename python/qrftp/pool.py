@@ -15,40 +15,64 @@ class Pool:
 
     def __init__(self, connect: Callable[[], Session], most: int) -> None:
         self._connect = connect
-        self._most = max(1, most)
+        self._most = most
         self._count = 0
         self._free: list[Session] = []
         self._changed = threading.Condition()
 
     @contextmanager
-    def session(self, wanted: Session | None = None) -> Iterator[Session]:
-        """A session for this thread alone: `wanted` where it is given, to which open files belong."""
-        session = self._take(wanted) or self._opened()
+    def session(self) -> Iterator[Session]:
+        """A session for this thread alone."""
+        session = self._take() or self._opened()
         try:
             yield session
         finally:
-            with self._changed:
-                self._free.append(session)
-                self._changed.notify_all()
+            self._give_back(session)
+
+    @contextmanager
+    def session_of_file(self, session: Session, wait: bool) -> Iterator[Session | None]:
+        """The session to which an open file belongs, for this thread alone, or None where another call has it and
+        `wait` is false. It may be closed: nobody waits for such a one."""
+        free = self._take_this(session, wait)
+        try:
+            yield session if free else None
+        finally:
+            if free:
+                self._give_back(session)
 
     def close(self) -> None:
         """Ends the connections that nobody uses at the moment."""
         with self._changed:
-            self._count -= len(self._free)
-            for session in self._free:
+            free, self._free = self._free, []
+            self._count -= len(free)
+            for session in free:
                 session.close()
-            self._free.clear()
+            self._changed.notify_all()
 
-    def _take(self, wanted: Session | None) -> Session | None:
+    def _take(self) -> Session | None:
         """A free session, or none where another one may be opened."""
         with self._changed:
-            while True:
-                if wanted in self._free or (wanted is None and self._free):
-                    return self._free.pop(-1 if wanted is None else self._free.index(wanted))
-                if wanted is None and self._count < self._most:
-                    self._count += 1
-                    return None
+            self._changed.wait_for(lambda: self._free or self._count < self._most)
+            if self._free:
+                return self._free.pop()
+            self._count += 1
+            return None
+
+    def _take_this(self, session: Session, wait: bool) -> bool:
+        with self._changed:
+            while not session.closed and session not in self._free:
+                if not wait:
+                    return False
                 self._changed.wait()
+            if not session.closed:
+                self._free.remove(session)
+            return True
+
+    def _give_back(self, session: Session) -> None:
+        with self._changed:
+            if not session.closed:
+                self._free.append(session)
+                self._changed.notify_all()
 
     def _opened(self) -> Session:
         try:

@@ -20,6 +20,7 @@ if TYPE_CHECKING:
     from .file import Reader, Updater, Writer
 
 _Entries = list[Entry]
+_Prompts = list[tuple[str, bool]]
 
 
 def _from_command(command: str) -> Callable[[int], str | None]:
@@ -118,7 +119,7 @@ class Session(Transfers):
         agent: bool = True,
         identities_only: bool = False,
         ssh_config: LocalPath | None = None,
-        answer_prompts: Callable[[str, str, _Entries], Sequence[str] | None] | None = None,
+        answer_prompts: Callable[[str, str, _Prompts], Sequence[str] | None] | None = None,
         tls: Literal["strict", "opportunistic", "none"] = "strict",
         certificate_authorities: LocalPath | None = None,
         pins: Sequence[str] | None = None,
@@ -165,7 +166,7 @@ class Session(Transfers):
         self.close()
 
     def __repr__(self) -> str:
-        state = " closed" if self._native.is_closed() else ""
+        state = " closed" if self.closed else ""
         return f"<qrftp.Session {_native.without_password(self._url)}{state}>"
 
     def __reduce__(self) -> tuple[Callable[..., Session], tuple[Any, ...]]:
@@ -181,6 +182,7 @@ class Session(Transfers):
     def clone(self) -> Session:
         """Another login like this one, in the same working folder, for another thread."""
         copy = _restored(self._url, self._given, self._native.folder())
+        copy._used = self._used  # What was asked for once is not asked for again.
         copy._native = _native.Session(self._url, self._used, self._native.folder())
         copy._native.connect()
         return copy
@@ -188,6 +190,11 @@ class Session(Transfers):
     def close(self) -> None:
         """Ends the connection. A second call does nothing."""
         self._native.close()
+
+    @property
+    def closed(self) -> bool:
+        """Whether `close` was called."""
+        return self._native.is_closed()
 
     @property
     def url(self) -> str:
@@ -336,16 +343,11 @@ class Session(Transfers):
         an exception in the `with` block, and `discard`, leave the target as it was. "ab" and "r+b" fetch the
         file first.
         """
-        from .file import Reader, open_for_writing
+        from .file import Reader, checked_mode, open_for_writing
 
+        mode = checked_mode(mode)
         if mode == "rb":
             return Reader(self._native.open(path), os.fsdecode(path), buffer_size)
-        if mode not in ("wb", "xb", "ab", "r+b"):
-            raise InvalidOption(f"mode is rb, wb, xb, ab or r+b, not {mode!r}")
-        if mode == "xb" and self.exists(path):
-            from .error import AlreadyExists
-
-            raise AlreadyExists(f"{os.fsdecode(path)}: there is already something of that name", os.fsdecode(path))
         whole = self.absolute(path)
         return open_for_writing(self, whole, mode, lambda source: self.send(source, whole, replace=mode != "xb"))
 

@@ -26,13 +26,13 @@ public:
     }
     native_file(const native_file&) = delete;
     native_file& operator=(const native_file&) = delete;
-    ~native_file() { close(); }
+    ~native_file() { close(false); }
 
-    void close() noexcept
+    void close(bool at_once) noexcept
     {
         if (!std::exchange(closed_, true)) {
             try {
-                owner_->close_file(id_);
+                owner_->close_file(id_, at_once);
             } catch (...) { // NOLINT(bugprone-empty-catch): with its connection lost, the file is closed
             }
         }

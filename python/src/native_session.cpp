@@ -68,10 +68,10 @@ native_session::file_id native_session::open_file(const std::string& path)
     });
 }
 
-void native_session::close_file(file_id id)
+void native_session::close_file(file_id id, bool at_once)
 {
     abandoned_.push_back(id);
-    if (!closed_ && !busy_.load()) {
+    if (at_once && !closed_ && !busy_.load()) {
         run([] {});
     }
 }

@@ -70,8 +70,8 @@ public:
             return read(found->second);
         });
     }
-    /// Closes the file, or where another call is under way, lets the next one close it.
-    void close_file(file_id id);
+    /// Closes the file, or lets the next call close it: without `at_once`, and where a call is under way.
+    void close_file(file_id id, bool at_once);
 
 private:
     void run(const std::function<void()>& work, native_session* other = nullptr);

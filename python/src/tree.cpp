@@ -64,8 +64,8 @@ py::tuple to_python(const tree_action& step)
 
 py::tuple to_python(const tree_progress& now)
 {
-    return py::make_tuple(to_text(now.path), now.file.bytes, now.file.total, now.all.bytes, now.all.total,
-                          now.all.rate, now.files_done, now.files);
+    return py::make_tuple(to_text(now.path), now.file.bytes, now.file.total, now.file.rate, now.all.bytes,
+                          now.all.total, now.all.rate, now.files_done, now.files);
 }
 
 py::tuple to_python(const tree_result& result)

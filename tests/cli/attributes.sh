@@ -33,4 +33,4 @@ for pair in "$ftp $openssh" "$openssh $ftp" "$openssh $openssh" "$ftp $ftp"; do
     mode copy/f "$(stat -c %a "$home/d/f")" && ends 1 cp --no-replace "$from/d/f" "$to/copy/f" && said '*already*' && ends 5 cp "$from/d/f" "$to/no/f"
     tells "" cp "$from/d/f" "$from/d/e/*" "$to/copy/" && cmp "$home/d/e/g" "$home/copy/g" && ends 0 rm -r "$to/copy"
 done
-ends 2 cp "$ftp/d/f" "$ftp/d/f" && ends 2 cp -r "$ftp/d" "$ftp/d/e" && ends 5 cp "$ftp/no" "$openssh/x" && ends 6 cp "$ftp/d/f" "$openssh/denied/f"
+ends 2 cp "$ftp/d/f" "$ftp/d/f" && ends 2 cp "$ftp/d/f" "$ftp/d/e/f" "$ftp/" && said '*would both become*' && ends 2 cp -r "$ftp/d" "$ftp/d/e" && ends 5 cp "$ftp/no" "$openssh/x" && ends 6 cp "$ftp/d/f" "$openssh/denied/f"

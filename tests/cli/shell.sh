@@ -48,7 +48,7 @@ ls -r; dir f1 --json; ls -a a; ls -S; cat 'f1' f2; stat f2 --json; du -s; tree -
 mv f1 a; mv -f a/f1 g; get g h; get -c g h; mget -r a; lls h a/.h
 -cat nowhere; -close now; edit g; cat g
 mkdir s; touch n; chmod 640 n; cp n s/o; find s --name o; rm -r n s; rm g; rm -r --dry-run a; rm -r a
-jobs 3; jobs; limit-rate 2M; limit-rate; help lcd
+jobs 3; jobs; jobs 0; jobs; limit-rate 2M; limit-rate; help lcd
 sync . :copy -q; sync --delete :copy back -q; cat copy/h; close; -pwd; lls back/h
 END
 cat >"$work/want" <<END
@@ -56,7 +56,7 @@ $HOME_DIR/m $work/local . .. f1 f2 f2 f1 a {"path":"f1"} .h f2 f1 a one second {
 . ├── a │   └── .h ├── f1 └── f2  1 folder, 3 files {"greeting"} a/.h h
 qrftp: Line 5: There is no "$HOME_DIR/m/nowhere" on the server.
 qrftp: Line 5: close takes no operands.
-once s/o remove file a/.h remove folder a 3 2.0 MiB/s Change the local folder; ~, or nothing: home; -: back Usage: lcd [OPTIONS] [LOCAL-FOLDER]  Options:   -h,--help                   Show this help  one
+once s/o remove file a/.h remove folder a 3 as many as help 2.0 MiB/s Change the local folder; ~, or nothing: home; -: back Usage: lcd [OPTIONS] [LOCAL-FOLDER]  Options:   -h,--help                   Show this help  one
 qrftp: Line 8: No server is open; "open URL" opens one.
 back/h
 END

@@ -7,6 +7,9 @@
 #include <foundation/core/except/Exception.hpp>
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <thread>
+
 using namespace support;
 using namespace zorbel::io::common::file;
 
@@ -14,6 +17,13 @@ namespace {
 
 const std::string home = "ftp://127.0.0.1//home/u/";
 const fl::ustring local = u"local";
+
+/// Since 8.22 libcurl looks whether a connection has ended only a second after the last time.
+void await_look()
+{
+    if (curl_version_info(CURLVERSION_NOW)->version_num >= 0x081600)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+}
 
 /// A stage whose connection is open: cold, it was lost behind the login.
 struct stage : core_stage {
@@ -23,8 +33,10 @@ struct stage : core_stage {
         if (cold)
             peer.on("PWD", answer::drop_after(), 3); // the last command of the login
         open();
-        if (cold)
+        if (cold) {
             peer.await_drop();
+            await_look();
+        }
         next_step = static_cast<int>(peer.commands().size()) + 1;
         peer.clear_commands();
         ledger::start();

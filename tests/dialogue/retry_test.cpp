@@ -158,7 +158,7 @@ TEST(Retry, OneUploadAtATimeGoesOnFromWhatIsLeft)
     EXPECT_EQ(asked.front(), qrftp::sftp::packet_type::realpath);
     const files kept = many.kept();
     EXPECT_EQ(kept.at("/home/u/tree/a") + kept.at("/home/u/tree/b"), "locallocal");
-    EXPECT_EQ(kept.at("/home/u/c") + kept.at("/d"), "locallocal");
+    EXPECT_EQ(kept.at("/home/u/c") + kept.at("/home/u/d"), "locallocal");
 }
 
 TEST(Retry, EndsWhenNothingNewArrives)

@@ -96,7 +96,8 @@ TEST(Session, SendsNothingOfANameThatWouldBecomeACommand)
     }
     EXPECT_EQ(t.peer.steps(), steps);
     t.peer.on("PWD", answer::reply("257 \"/home\rDELE x\" is current"));
-    EXPECT_EQ(error_of_client([&] { (void)t.open().list(); }), "InvalidName");
+    // Newer versions of libcurl refuse the reply themselves.
+    EXPECT_THAT(error_of_client([&] { (void)t.open().list(); }), AnyOf("InvalidName", "NoConnection"));
     EXPECT_THAT(t.peer.commands(), Each(Not(HasSubstr("DELE"))));
 }
 

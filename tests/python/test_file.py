@@ -3,12 +3,25 @@
 import io
 import os
 import random
+import resource
+from contextlib import contextmanager
 
 import pytest
 
 import qrftp
 
 CONTENT = bytes(random.Random(1).randbytes(3 << 20))
+
+
+@contextmanager
+def full_disk():
+    """As long as it lasts, no local file gets longer than this."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (1000, hard))
+    try:
+        yield
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, (soft, hard))
 
 
 def test_reads_at_any_place(place):
@@ -38,7 +51,7 @@ def test_writes_appear_whole_or_not_at_all(place):
     with session.open("file", "ab") as file:
         assert file.tell() == 5
         file.write(b" second")
-    with session.open("file", "r+b") as file:
+    with session.open("file", "rb+") as file:
         assert file.read(5) == b"first"
         file.seek(0)
         file.write(b"F")
@@ -59,4 +72,26 @@ def test_writes_appear_whole_or_not_at_all(place):
         file = session.open("file", "wb")
         file.write(b"forgotten")
         del file
+    for mode in ("a+b", "w+b", "x+b", "rbb", "r"):
+        with pytest.raises(qrftp.InvalidOption):
+            session.open("file", mode)
     assert target.read_bytes() == b"First sec" and [each.name for each in place.disk.iterdir()] == ["file"]
+
+
+def test_sends_nothing_that_the_local_disk_did_not_take(place):
+    place.session.send_bytes(b"old", "file")
+    for mode in ("wb", "ab", "r+b"):
+        file = place.session.open("file", mode)
+        file.write(b"new" * 1000)
+        with full_disk(), pytest.raises(OSError):
+            file.close()
+        assert file.closed
+    with full_disk(), pytest.raises(KeyError), place.session.open("file", "wb") as file:
+        file.write(b"new" * 1000)
+        raise KeyError
+    text = io.TextIOWrapper(place.session.open("file", "wb"))
+    with full_disk(), pytest.raises(OSError):
+        text.write("new" * 10000)
+    with pytest.raises(OSError):
+        text.close()
+    assert (place.disk / "file").read_bytes() == b"old"

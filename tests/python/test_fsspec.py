@@ -1,6 +1,7 @@
 """The file system for fsspec, and the programs that read through it."""
 
 import concurrent.futures
+import gc
 import os
 import pickle
 
@@ -34,6 +35,10 @@ def test_entry_points_and_urls(place, system):
     found, paths = fsspec.core.url_to_fs(url_of(place, "file"), **place.login.options)
     assert found.cat(paths) == b"text" and found is fsspec.core.url_to_fs(url_of(place, "x"), **place.login.options)[0]
     assert system.unstrip_protocol(paths) == url_of(place, "file").replace(f"{place.login.user}@", "")
+    ipv6 = fsspec.core.url_to_fs("qsftp://me@[0:0:0:0:0:0:0:1]:1/x", ssh_config="", agent=False)[0]
+    assert ipv6.unstrip_protocol("/x") == "qsftp://[0:0:0:0:0:0:0:1]:1/x"
+    with pytest.raises(qrftp.NoConnection):
+        ipv6.ls("/")
     own = fsspec.get_filesystem_class("sftp")
     qrftp.fsspec.register(replace=True)
     assert fsspec.get_filesystem_class("sftp") is qrftp.fsspec.QrftpFileSystem
@@ -67,6 +72,9 @@ def test_looks_and_changes(place, system):
     system.cp_file(f"{root}/moved", f"{root}/new/copy")
     system.touch(f"{root}/moved")
     assert system.cat(f"{root}/new/copy") == b"1" and system.size(f"{root}/moved") == 0
+    with pytest.raises(qrftp.NotEmpty):
+        system.mv(f"{root}/a", f"{root}/new/", recursive=True, maxdepth=1)
+    assert (place.disk / "a/b/two").exists()
     system.rm([f"{root}/a", f"{root}/new"], recursive=True)
     assert system.ls(root, detail=False) == [f"{root}/moved"]
 
@@ -113,7 +121,47 @@ def test_reads_parts(place, system):
     assert one == CONTENT[:5] and isinstance(missing, FileNotFoundError)
     with system.open(path, block_size=4096) as file:
         assert file.seek(1000) == 1000 and file.read(5000) == CONTENT[1000:6000]
+    with system.open(path, "br") as file:
+        assert file.read(10) == CONTENT[:10]
     assert system.head(path, 10) == CONTENT[:10] and system.tail(path, 10) == CONTENT[-10:]
+
+
+def test_a_reader_that_is_left_open(place, system):
+    path = f"{place.remote}/file"
+    system.pipe(path, CONTENT)
+    file = system.open(path)
+    file.cycle = file
+    with system._session() as session:  # to which the file belongs
+        del file
+        gc.collect()
+        assert session.exists(path)
+    file = system.open(path)
+    system.close()
+    with pytest.raises(qrftp.Closed):
+        file.read()
+    file.close()
+    assert system.cat(path) == CONTENT
+
+
+def test_copies_each_pair_and_replaces_nothing_that_is_to_be_created(place, system, tmp_path):
+    path, local = f"{place.remote}/file", str(tmp_path / "one")
+    system.pipe({path: b"old", f"{place.remote}/before": b"before"})
+    system.get([path, path, f"{place.remote}/before"], [str(tmp_path / name) for name in ("one", "two", "three")])
+    assert [(tmp_path / name).read_bytes() for name in ("one", "two", "three")] == [b"old", b"old", b"before"]
+    (tmp_path / "one").write_text("new")
+
+    def create_all():
+        for create in (lambda: system.put_file(local, path, mode="create"),
+                       lambda: system.put([local], [path], mode="create"),
+                       lambda: system.pipe_file(path, b"new", mode="create")):  # fmt: skip
+            with pytest.raises(FileExistsError):
+                create()
+
+    create_all()
+    with system.transaction:
+        create_all()
+        system.put_file(local, f"{place.remote}/new", mode="create")
+    assert system.cat(path) == b"old" and system.cat(f"{place.remote}/new") == b"new"
 
 
 def test_tells_how_far_it_is_and_leaves_nothing_behind_a_failure(place, system, tmp_path):
@@ -140,6 +188,8 @@ def test_transactions(place, system, tmp_path):
         with system.open(f"{place.remote}/one", "wb") as file:
             file.write(b"1")
         system.put_file(str(tmp_path / "local"), f"{place.remote}/two")
+        with pytest.raises(KeyError), system.open(f"{place.remote}/discarded", "wb"):
+            raise KeyError
         assert list(place.disk.iterdir()) == []
 
     with pytest.raises(KeyError), system.transaction:
@@ -150,6 +200,9 @@ def test_transactions(place, system, tmp_path):
         write()
     assert sorted(each.name for each in place.disk.iterdir()) == ["one", "two"]
     assert system.cat(f"{place.remote}/two") == b"local"
+    with system.transaction, system.open(f"{place.remote}/two", "r+b") as file:
+        file.write(b"LO")
+    assert system.cat(f"{place.remote}/two") == b"LOcal"
 
 
 def test_many_threads_share_a_few_connections(place):

@@ -19,6 +19,7 @@ with qrftp.connect("sftp://host", key="key", progress=1) as session:  # E
     session.open("file", "w")  # E
     session.fetch("file", "file", progress=lambda now: now.bytes > 0)
     size: int = session.stat("file").size  # E
+qrftp.connect("sftp://host", answer_prompts=lambda name, text, asked: [prompt for prompt, echo in asked if echo])
 """
 
 

@@ -44,7 +44,10 @@ def test_errors_are_those_of_python(place):
     proxy = socketserver.TCPServer(("127.0.0.1", 0), BaseHTTPRequestHandler)  # knows no CONNECT
     threading.Thread(target=proxy.handle_request).start()
     by_proxy = f"http://127.0.0.1:{proxy.server_address[1]}"
+    refused = qrftp.HostKeyUnknown if place.login.protocol == "qsftp" else qrftp.CertificateRefused
+    nothing_trusted = {"known_hosts": "/dev/null", "global_known_hosts": "/dev/null", "certificate_authorities": None}
     cases = [
+        (lambda: place.login.connect(**nothing_trusted), refused, ConnectionError, None),
         (lambda: place.login.connect(proxy=by_proxy), qrftp.ProxyRefused, ConnectionError, None),
         (lambda: session.stat("nothing"), qrftp.NotFound, FileNotFoundError, errno.ENOENT),
         (lambda: session.make_folder("folder"), qrftp.AlreadyExists, FileExistsError, errno.EEXIST),
@@ -151,7 +154,8 @@ def test_trees(place, tmp_path):
         session.sync(source, "tree", "send", remove_extra=True, max_removals=0)
     removed = session.sync(source, "tree", "send", remove_extra=True)
     assert ("remove_file", "extra", "one") in [(each.what, each.why, each.path) for each in removed.done]
-    session.fetch_tree("tree", tmp_path / "back")
+    session.fetch_tree("tree", tmp_path / "back", rate_limit=100, progress=reports.append)
+    assert reports[-1].file.rate > 0 and reports[-1].all.rate > 0
     assert (tmp_path / "back/inner/two").read_text() == "inner/two"
     pairs = [("tree/inner/two", tmp_path / "two"), ("tree/nothing", tmp_path / "nothing")]
     failure, = session.fetch_files(pairs, keep_going=True).failures
@@ -188,6 +192,11 @@ def test_pickles_without_the_password(servers, logins):
         assert secret.encode() not in pickled and secret not in repr(session) + session.url
         with pytest.raises(qrftp.LoginRefused):
             pickle.loads(pickled).list()
+    asked = []
+    with qrftp.connect(url.replace(f":{secret}", ""), ask_password=lambda attempt: asked.append(attempt) or secret,
+                       **options) as session:  # fmt: skip
+        with session.clone() as first, first.clone() as second:
+            assert second.list() == first.list() and asked == [0]
     assert qrftp.session._without_password("ftp://u:p@ss@h:21/a@b") == "ftp://u@h:21/a@b"
     plain = f"sftp://tester@127.0.0.1:{servers['SFTP_PORT']}"
     for given in ({"password": secret, "pickle_password": True}, {"password_command": f"echo {secret}"}):

@@ -75,6 +75,8 @@ TEST_P(Transfer, CompletesWhatIsThere)
         EXPECT_EQ(error_of_client([&] { s.fetch("all", here_ / "down", resume); }), refusal);
         EXPECT_TRUE(content(there_ / "up") == whole) << there;
         EXPECT_TRUE(content(here_ / "down") == whole) << there;
+        qrftp::copy(s, "all", s, "up", resume); // never goes on
+        EXPECT_TRUE(content(there_ / "up") == all) << there;
     }
 }
 

@@ -55,10 +55,11 @@ struct transfer_options {
     /// temporary name is then fetched without asking for the size first (SIZE), a round trip less; where what
     /// arrives has another one, it is fetched once more, and the server asked. Of no meaning otherwise.
     std::optional<std::uint64_t> listed_size{};
-    /// How many connections a large file may use side by side (SFTP).
+    /// How many connections a large file may use side by side (SFTP); one with `resume` or `verify`.
     unsigned jobs = 1;
     /// In how many segments a large file is fetched, each over a connection of its own and cut at its end. It
-    /// is as whole as any other: a failure of one segment, and a file that changes meanwhile, end the fetch.
+    /// is as whole as any other: a failure of one segment, and a file that changes meanwhile, end the fetch. It
+    /// comes in one with `resume` or `verify`.
     unsigned segments = 1;
     /// Bytes per second; 0 means no limit.
     std::uint64_t rate_limit = 0;

@@ -50,6 +50,8 @@ private:
     void set_commands(const request& request);
     void set_request(const request& request);
     request_result perform(const request& request);
+    [[nodiscard]] curl_socket_t socket() const;
+    [[nodiscard]] bool is_stale() const;
     void sever();
     static void check_names(const request& request);
     static bool may_repeat(const request& request, const request_result& result);

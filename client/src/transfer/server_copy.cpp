@@ -89,11 +89,8 @@ public:
     /// Reads from here on what `reader` gives.
     void attach(random_reader& reader) { reader_ = &reader; }
 
-    byte_range begin(const std::optional<file_facts>& there) override
+    byte_range begin(const std::optional<file_facts>& /*there*/) override
     {
-        if (resumes() && there) {
-            throw CannotResume(target(), "it would come from another server");
-        }
         progress().start(source_.facts.size.value_or(0), 0);
         return {};
     }
@@ -144,7 +141,9 @@ void server_copier::copy(const remote_source& source, const std::string& target,
     if (options.verify) {
         known.facts.content = content_of(from(), to_, source.path, options);
     }
-    copied_upload file(known, target, options, progress);
+    transfer_options whole = options;
+    whole.resume = false; // What is left of an earlier copy may be of another version of the source.
+    copied_upload file(known, target, whole, progress);
     if (is_same_ && copy_on_server(source, file)) {
         return;
     }
