@@ -20,6 +20,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace qrftp::cli {
@@ -144,7 +145,10 @@ void use_dialogue(session_options& session, const std::shared_ptr<login_dialogue
                   const settings& settings)
 {
     session.ask_password = [dialogue](unsigned attempt) { return dialogue->password(attempt); };
-    session.ask_pass_phrase = [dialogue](const fs::path& key) { return dialogue->pass_phrase(key); };
+    // Each session has a copy of its own: what that asks for once more was wrong.
+    session.ask_pass_phrase = [dialogue, asked = std::set<fs::path>()](const fs::path& key) mutable {
+        return dialogue->pass_phrase(key, !asked.insert(key).second);
+    };
     session.answer_prompts = [dialogue](const login_prompts& prompts) { return dialogue->answers(prompts); };
     session.confirm_host_key = [dialogue](const host_key& key) { return dialogue->accepts(key); };
     session.confirm_certificate = [dialogue](const server_certificate& shown) {

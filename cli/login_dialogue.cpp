@@ -43,10 +43,10 @@ std::optional<std::string> login_dialogue::password(unsigned attempt)
     return password_;
 }
 
-std::optional<std::string> login_dialogue::pass_phrase(const std::filesystem::path& key)
+std::optional<std::string> login_dialogue::pass_phrase(const std::filesystem::path& key, bool was_wrong)
 {
     const std::scoped_lock lock(guard_);
-    if (const auto known = pass_phrases_.find(key); known != pass_phrases_.end()) {
+    if (const auto known = pass_phrases_.find(key); known != pass_phrases_.end() && !was_wrong) {
         return known->second;
     }
     std::optional<std::string> phrase = ask_hidden(fmt::format("Pass phrase for {}: ", escape(key.string())));

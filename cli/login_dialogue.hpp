@@ -23,7 +23,8 @@ public:
 
     /// Throws `no_secret` where a command for the password fails. Up to three times at a terminal.
     std::optional<std::string> password(unsigned attempt);
-    std::optional<std::string> pass_phrase(const std::filesystem::path& key);
+    /// `was_wrong`: the one that is remembered does not open the key.
+    std::optional<std::string> pass_phrase(const std::filesystem::path& key, bool was_wrong);
     std::optional<std::vector<std::string>> answers(const login_prompts& prompts);
     /// Without a terminal, every new key is accepted.
     bool accepts(const host_key& key);

@@ -37,7 +37,7 @@ constexpr std::array<description, 33> descriptions{{
     {error_cause::host_key_changed, "HostKeyChanged",
      R"(The host key of "{0}" is not the one that is known: {1}. Somebody may be listening in, or )"
      R"(the server was set up anew; ask its administrator. Nothing secret was sent. If the new key is right, )"
-     R"(ssh-keygen -R "{0}" removes the old one.)"},
+     R"(ssh-keygen -R "{0}" -f FILE removes the old one from that file.)"},
     {error_cause::host_key_revoked, "HostKeyRevoked",
      R"(The host key of "{0}" has been revoked: {1}. Nothing secret was sent.)"},
     {error_cause::login_refused, "LoginRefused",

@@ -30,10 +30,8 @@ std::function<secret(const path&)> remembering(std::function<secret(const path&)
     };
 }
 
-/// The lock is recursive, since a callback may log in once more (`session::clone`).
 template <class Result, class... Arguments>
-void serialise(std::function<Result(Arguments...)>& callback,
-               const std::shared_ptr<std::recursive_mutex>& one_at_a_time)
+void serialise(std::function<Result(Arguments...)>& callback, const std::shared_ptr<std::mutex>& one_at_a_time)
 {
     if (callback) {
         callback = [call = std::move(callback), one_at_a_time](Arguments... arguments) {
@@ -47,7 +45,7 @@ void serialise(std::function<Result(Arguments...)>& callback,
 
 void share_callbacks(session_options& options)
 {
-    const auto one_at_a_time = std::make_shared<std::recursive_mutex>();
+    const auto one_at_a_time = std::make_shared<std::mutex>();
     const auto share = [&](auto&... callbacks) { (serialise(callbacks, one_at_a_time), ...); };
     if (options.ask_password) {
         options.ask_password = remembering(std::move(options.ask_password));

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <iostream>
-#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -26,10 +25,12 @@ void print(std::string_view line)
     std::cerr << line << '\n';
 }
 
-/// Who gets the lines, and the lock that lets one in at a time. Recursive, for `on_line` may set another one.
+/// Who gets the lines, and the lock that lets one in at a time. Threads may have the lock of the host's log
+/// when they take it, so that one is never taken under it. Recursive, so that a line that `on_line` itself
+/// causes is lost and does no harm.
 struct receiver {
     std::recursive_mutex mutex;
-    std::shared_ptr<const line_function> on_line = std::make_shared<line_function>(print);
+    line_function on_line = print;
     bool is_called = false;
 };
 
@@ -54,11 +55,10 @@ void trace_host(bool on)
 
 void set_trace(trace_level level, line_function on_line)
 {
-    auto next = std::make_shared<const line_function>(on_line ? std::move(on_line) : print);
     {
         receiver& lines = the_receiver();
         const std::lock_guard lock(lines.mutex);
-        lines.on_line = std::move(next);
+        lines.on_line = on_line ? std::move(on_line) : print;
     }
     const bool debug = level == trace_level::debug;
     const bool was_debug = wanted_level.exchange(level, std::memory_order_relaxed) == trace_level::debug;
@@ -82,9 +82,8 @@ try {
     if (std::exchange(lines.is_called, true)) {
         return; // a line that `on_line` itself caused would call it without end
     }
-    const auto on_line = lines.on_line; // outlives a change made by itself
     try {
-        (*on_line)(shown);
+        lines.on_line(shown);
     } catch (...) { // NOLINT(bugprone-empty-catch): below
     }
     lines.is_called = false;

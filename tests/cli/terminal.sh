@@ -29,6 +29,7 @@ at_terminal 9 $'{SHA256:.*N\\] $} {\r}' "${list[@]}"
 # The key is shown before a password is asked for, which may be wrong twice, but not three times.
 at_terminal 0 "{SHA256:.*N\\] \$} {y"$'\r'"} {assword.*: \$} {wrong"$'\r'"} {refused.*: \$} {worse"$'\r'"} {refused.*: \$} {$PASSWORD"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
 at_terminal 4 "{assword.*: \$} {a"$'\r'"} {refused.*: \$} {b"$'\r'"} {refused.*: \$} {c"$'\r}' env -u QRFTP_PASSWORD "${list[@]}"
+at_terminal 0 "{phrase for .*: \$} {wrong"$'\r'"} {phrase for .*: \$} {$PASS_PHRASE"$'\r}' env -u QRFTP_PASSWORD -u QRFTP_PASSPHRASE "${list[@]}" --key "$KEY_PASS"
 at_terminal 0 '' "${list[@]}"
 [[ $(wc -l <"$work/known") == 1 ]] && ! grep -q SHA256 "$work/seen" || fail "$(<"$work/seen")"
 list=("$qrftp" ls "$ftp/" --tls-trust accept-new --known-tls "$work/known_tls")

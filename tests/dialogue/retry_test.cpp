@@ -127,24 +127,38 @@ TEST(Retry, DownloadsGoOnFromWhatThisUserLeftAlone)
 TEST(Retry, OneUploadAtATimeGoesOnFromWhatIsLeft)
 {
     retry_stage t(content_of(100'000));
-    std::string second;
+    std::optional<std::string> second;
     t.at_once.resume = true;
     transfer_options watched = t.at_once;
     watched.on_progress = [&](const auto&) {
         const auto send = [&] { t.client->clone().send(t.local / "f", "n", t.at_once); };
-        second = second.empty() ? error_of_client(send) : second;
+        second = second ? second : error_of_client(send);
         return true;
     };
     t.client->send(t.local / "f", "n", watched);
-    EXPECT_EQ(second, "LocalFileError");
-    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1");
+    EXPECT_EQ(second, "");
+    EXPECT_EQ(t.peer.kept().at("/home/u/n"), content_of(100'000));
+    EXPECT_EQ(t.sent({"STOR", "APPE"}), "STOR ~T1|STOR ~T2");
+    std::vector<qrftp::sftp::packet_type> asked;
     client_stage many({}, qrftp::url_scheme::sftp);
     many.keep({{"/home", "/"}, {"/home/u", "/"}});
     fs::create_directory(many.local / "tree");
     for (const char* const name : {"a", "b"}) // two names of one file are sent side by side
         fs::create_hard_link(many.local / "f", many.local / "tree" / name);
     send_tree(many.open(), many.local / "tree", "/home/u/tree", {.transfer = t.at_once});
-    EXPECT_EQ(many.kept().at("/home/u/tree/a") + many.kept().at("/home/u/tree/b"), "locallocal");
+    many.sftp->script([&](sftp_peer& peer) {
+        peer.intercept = [&](const sftp_peer::request& each) {
+            asked.push_back(each.type);
+            return std::optional<std::string>();
+        };
+    });
+    send_files(*many.client, {{"/home/u/c", many.local / "tree/a"}, {"d", many.local / "tree/b"}},
+               {.transfer = t.at_once});
+    const files kept = many.kept();
+    // No other thread asks for the working folder over the first connection.
+    EXPECT_EQ(asked.front(), qrftp::sftp::packet_type::realpath);
+    EXPECT_EQ(kept.at("/home/u/tree/a") + kept.at("/home/u/tree/b"), "locallocal");
+    EXPECT_EQ(kept.at("/home/u/c") + kept.at("/home/u/d"), "locallocal");
 }
 
 TEST(Retry, EndsWhenNothingNewArrives)

@@ -15,8 +15,9 @@ enum class trace_level {
 };
 
 /// Sends what the sessions of the process do to `on_line`, a line at a time, one call at a time, on the thread
-/// that does it; without `on_line`, to standard error. Secrets are masked. `on_line` may call `set_trace` but
-/// use no session. While the level is `debug`, the program's own handler of the host's log gets nothing.
+/// that does it; without `on_line`, to standard error. Secrets are masked. `on_line` must
+/// use nothing of the library, this function included, nor write to the host's log. While the level is
+/// `debug`, the program's own handler of the host's log gets nothing.
 ///
 /// To be called by one thread at a time.
 QRFTPCLIENT_EXPORT void set_trace(trace_level level, std::function<void(std::string_view line)> on_line = {});

@@ -80,7 +80,7 @@ std::size_t transfer_callbacks::on_reply(char* data, std::size_t size, std::size
 {
     auto& self = *static_cast<transfer_callbacks*>(user);
     const bool kept = self.guard([&] { self.take_reply({data, size * count}); });
-    self.lost_reply_ = !kept;
+    self.lost_reply_ |= !kept;
     return kept ? size * count : 0;
 }
 

@@ -1,5 +1,6 @@
 #include "login.hpp"
 
+#include "../login_callbacks.hpp"
 #include "../proxy_selection.hpp"
 #include "client_certificate.hpp"
 
@@ -156,8 +157,7 @@ bool login::asks() const
 
 bool login::may_ask_again(unsigned attempts) const
 {
-    constexpr unsigned most = 3;
-    return asks() && attempts < most;
+    return asks() && attempts < most_questions;
 }
 
 bool login::provide_password(const curl_ptr& handle, unsigned attempt)

@@ -24,17 +24,18 @@ std::string temporary_beside(const std::string& target)
     return remote_path::join(remote_path::parent(target), remote_path::temporary_name());
 }
 
-/// What tells this file, as it is now, from all others, where what is left of it may be continued. Two uploads
-/// would append to it, so it belongs to the one that has the lock on the source.
+/// What tells this file, as it is now, from all others, where what is left of it may be continued; else empty.
+/// Two uploads would append to it, so it belongs to the one that has the lock on the source. Another one, which
+/// may have another target, begins anew; in place it would spoil what the first one writes.
 std::string resumed_identity(files::LocalFile& source, const fs::path& shown, const std::string& target,
-                             bool resumes, bool is_in_tree)
+                             const transfer_options& options)
 {
-    const bool is_alone = !resumes || with_local_errors(shown, [&] { return source.lock(); });
-    if (!is_alone && !is_in_tree) {
+    const bool is_alone = options.resume && with_local_errors(shown, [&] { return source.lock(); });
+    if (options.resume && !is_alone && options.in_place) {
         throw LocalFileError(shown.string(), std::make_error_code(std::errc::device_or_resource_busy),
                              "another transfer that resumes is sending it");
     }
-    if (!resumes || !is_alone) { // In a tree, another name of the same file may have it: this one begins anew.
+    if (!is_alone) {
         return {};
     }
     const files::Status status = with_local_errors(shown, [&] { return source.status(); });
@@ -107,12 +108,14 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, const std::string& target,
                          const transfer_options& options, meter& progress, unsigned parts, target_facts known)
-    : basic_upload(target, options, progress,
-                   resumed_identity(*source, shown, target, options.resume, known.is_in_tree), known),
+    : basic_upload(target, options, progress, resumed_identity(*source, shown, target, options), known),
       source_(std::move(source)), shown_(std::move(shown)),
       status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
       parts_left_(parts)
 {
+    if (options.resume && !options.in_place && !basic_upload::keeps_temporary()) {
+        begin_anew();
+    }
 }
 
 byte_range file_upload::begin(const std::optional<file_facts>& there)

@@ -49,6 +49,8 @@ public:
     void finish() override { meter_.finish(); }
 
 protected:
+    /// What an earlier upload left is not continued.
+    void begin_anew() { options_.resume = false; }
     /// Time and mode of the source, as far as it has them.
     [[nodiscard]] virtual file_facts source_facts() const = 0;
     [[nodiscard]] meter& progress() const { return meter_; }

@@ -162,6 +162,16 @@ std::vector<tree_action> copies_of(const std::vector<file_pair>& files, directio
     return copies;
 }
 
+/// The names of the files on the server are made absolute on the threads of all connections. So that none of
+/// them has to ask the server for the working folder, this one does.
+void find_working_folder(const session& opened, const std::vector<file_pair>& files)
+{
+    if (std::any_of(files.begin(), files.end(),
+                    [](const auto& each) { return !each.remote.starts_with('/'); })) {
+        static_cast<void>(opened.working_folder());
+    }
+}
+
 /// Copies files one by one through a queue that all connections take from.
 template <class File>
 tree_result copy_files(session& opened, const std::vector<file_pair>& files, const tree_options& options,
@@ -176,6 +186,7 @@ tree_result copy_files(session& opened, const std::vector<file_pair>& files, con
         std::for_each(copies.begin(), copies.end(), [&](const tree_action& action) { outcome.done(action); });
         return outcome.take();
     }
+    find_working_folder(opened, files);
     const auto most = static_cast<unsigned>(std::max<std::size_t>(copies.size(), 1) - 1);
     connection_pool pool(opened, std::min(further_connections(server, options), most));
     outcome.expect(copies);
