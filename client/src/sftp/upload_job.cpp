@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <map>
 #include <utility>
 
 namespace qrftp::sftp {
@@ -199,7 +198,6 @@ bool upload_job::send_more()
     return true;
 }
 
-/// All of it has been sent.
 void upload_job::finish_writing()
 {
     is_sent_ = true;
