@@ -43,8 +43,10 @@ TEST_P(Transfer, KeepsEveryByte)
         }
     write_file(here_ / "up", bytes(17 << 20)); // enough for two parts
     write_file(there_ / "f", bytes(18 << 20));
-    s.send(here_ / "up", "f", {.in_place = true, .jobs = 2});
+    fs::last_write_time(here_ / "up", past);
+    s.send(here_ / "up", "f", {.in_place = true, .keep_time = true, .jobs = 2});
     EXPECT_TRUE(content(there_ / "f") == content(here_ / "up"));
+    EXPECT_EQ(fs::last_write_time(there_ / "f"), past) << "not that of the cut";
     write_file(there_ / "f", all);
     const auto part = s.fetch_string("f", {.offset = 1'000'000, .length = 70'000});
     EXPECT_TRUE(part == all.substr(1'000'000, 70'000));

@@ -178,6 +178,21 @@ TEST_F(SftpDownload, OfALargeFileInAnyOrderAndShortAnswers)
     EXPECT_EQ(file.facts.size, 9'000'000U);
 }
 
+TEST_F(SftpDownload, AsksForAsMuchAsTheServerGivesFromTheFirstFileOn)
+{
+    peer.extensions.emplace_back("limits@openssh.com", "1");
+    peer.nodes["/big"] = {support::bytes(9'000'000)};
+    std::size_t reads = 0;
+    peer.intercept = [&](const sftp_peer::request& asked) -> std::optional<std::string> {
+        reads += asked.type == packet_type::read ? 1 : 0;
+        return {};
+    };
+    memory_batch<memory_download> batch;
+    batch.add("/big");
+    EXPECT_EQ(fetch(batch), "");
+    EXPECT_LT(reads, 9'000'000 / (std::size_t{32} * 1024));
+}
+
 TEST_F(SftpDownload, KeepsLittleForAReadThatIsNotAnswered)
 {
     peer.nodes["/big"] = {support::bytes(24'000'000)};
