@@ -123,6 +123,7 @@ void file_reader::open(const std::shared_ptr<pipeline>& server)
     }
     const attributes told = status.attrs();
     if (kind_of(told) == entry_kind::folder) {
+        opened_at_.reset();
         server->call(packet_type::close, handle_);
         throw IsFolder(path_);
     }
