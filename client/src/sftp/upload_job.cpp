@@ -285,10 +285,11 @@ void upload_job::on_stored()
 void upload_job::on_size(const reply& answer)
 {
     const std::uint64_t sent = file_.size().value_or(next_);
-    const auto kind = answer.is_status() ? std::nullopt : kind_of(answer.attrs());
-    const auto stored = kind == entry_kind::file ? answer.attrs().size : std::optional<std::uint64_t>();
-    const bool may_be_longer = kind.value_or(entry_kind::file) == entry_kind::file;
-    if (!part_.is_whole() && !file_.is_temporary() && may_be_longer && stored.value_or(sent + 1) > sent) {
+    const bool is_file = !answer.is_status() && kind_of(answer.attrs()) == entry_kind::file;
+    const std::optional<std::uint64_t> stored = is_file ? answer.attrs().size : std::nullopt;
+    const bool may_be_longer = is_file || answer.is_status() || !kind_of(answer.attrs());
+    if (!part_.is_whole() && !file_.is_temporary() && may_be_longer &&
+        stored.value_or(byte_range::to_the_end) > sent) {
         is_longer_ = stored.has_value();
         return ask(packet_type::setstat, step::cut, file_.path(), attributes{.size = sent});
     }
