@@ -139,8 +139,7 @@ void upload_job::open_target()
     }
 }
 
-/// Of what is resumed nothing may be cut off; parts are cut in the end, by `on_size`. What is new must not be
-/// there.
+/// Nothing of what is resumed may be cut off; parts are cut in the end. What is new must not be there.
 std::uint32_t upload_job::open_flags() const
 {
     std::uint32_t flags = open_flag::write | open_flag::create;
@@ -286,15 +285,15 @@ void upload_job::on_size(const reply& answer)
 {
     const std::uint64_t sent = file_.size().value_or(next_);
     const bool is_file = !answer.is_status() && kind_of(answer.attrs()) == entry_kind::file;
-    const std::optional<std::uint64_t> stored = is_file ? answer.attrs().size : std::nullopt;
-    const bool may_be_longer = is_file || answer.is_status() || !kind_of(answer.attrs());
-    if (!part_.is_whole() && !file_.is_temporary() && may_be_longer &&
-        stored.value_or(byte_range::to_the_end) > sent) {
-        is_longer_ = stored.has_value();
+    const bool may_be_file = is_file || answer.is_status() || !kind_of(answer.attrs());
+    const bool is_told = is_file && answer.attrs().size;
+    const std::uint64_t stored = is_told ? *answer.attrs().size : byte_range::to_the_end;
+    if (!part_.is_whole() && !file_.is_temporary() && may_be_file && stored > sent) {
+        is_longer_ = is_told;
         return ask(packet_type::setstat, step::cut, file_.path(), attributes{.size = sent});
     }
-    if (stored && stored != sent) {
-        const std::string reason = fmt::format("{} of {} bytes", *stored, sent);
+    if (is_told && stored != sent) {
+        const std::string reason = fmt::format("{} of {} bytes", stored, sent);
         return fail(std::make_exception_ptr(SizeMismatch(file_.target(), reason)));
     }
     on_sized();
