@@ -157,11 +157,11 @@ TEST(Transfer, ReportsASecondInWhichNothingComesSoThatItCanBeEnded)
 /// A pipe whose reader does not read before it is told to.
 TEST(Transfer, WaitsForASlowReaderAndCanBeEndedMeanwhile)
 {
-    const std::string whole(300'000, 'x');
+    const std::string stored(300'000, 'x');
     for (const auto scheme : {url_scheme::ftp, url_scheme::sftp})
         for (const bool is_ended : {true, false}) {
             client_stage t({}, scheme);
-            t.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", whole}});
+            t.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/f", stored}});
             ASSERT_EQ(mkfifo((t.local / "pipe").c_str(), 0600), 0);
             fs::create_symlink("pipe", t.local / "link");
             const int reader = open((t.local / "pipe").c_str(), O_RDONLY | O_NONBLOCK);
@@ -178,7 +178,7 @@ TEST(Transfer, WaitsForASlowReaderAndCanBeEndedMeanwhile)
                 if (calls == 25) // longer than the server may be silent
                     read = std::async(std::launch::async, [&] {
                         std::string all;
-                        for (char byte = 0; all.size() < whole.size() && ::read(reader, &byte, 1) == 1;)
+                        for (char byte = 0; all.size() < stored.size() && ::read(reader, &byte, 1) == 1;)
                             all += byte;
                         return all;
                     });
@@ -187,7 +187,7 @@ TEST(Transfer, WaitsForASlowReaderAndCanBeEndedMeanwhile)
             auto& client = t.open();
             EXPECT_EQ(error_of_client([&] { client.fetch("f", t.local / "link", options); }),
                       is_ended ? "Cancelled" : "");
-            EXPECT_TRUE(is_ended || (read.valid() && read.get() == whole));
+            EXPECT_TRUE(is_ended || (read.valid() && read.get() == stored));
             close(reader);
         }
 }
