@@ -306,6 +306,11 @@ public:
     [[nodiscard]] virtual unsigned best_connections() const = 0;
     /// Whether one file may come and go in parts over several connections.
     [[nodiscard]] virtual bool carries_parts() const = 0;
+    /// Over how many streams of this connection a large file is best sent.
+    [[nodiscard]] virtual unsigned best_streams() const { return 1; }
+    using opener = std::function<std::unique_ptr<protocol>(const session_options&)>;
+    /// Opens a further stream, for another thread; there is one where `best_streams` are several.
+    [[nodiscard]] virtual opener further_streams() { return {}; }
 
     /// The answer to FTP's SYST; else empty.
     virtual std::string system_type() = 0;

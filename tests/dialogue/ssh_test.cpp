@@ -49,6 +49,25 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 
 namespace {
 
+/// Sends `sent` and reads until as much came back.
+std::string echo(sftp::transport& channel, std::string_view sent)
+{
+    std::string received;
+    const std::size_t size = sent.size();
+    std::vector<char> buffer(100000);
+    while (received.size() < size) {
+        sent.remove_prefix(channel.write(sent));
+        const std::size_t got = channel.read(buffer);
+        received.append(buffer.data(), got);
+        if (got == 0) {
+            const auto began = std::chrono::steady_clock::now();
+            channel.wait(!sent.empty(), 10s);
+            EXPECT_LT(std::chrono::steady_clock::now() - began, 9s) << "nobody woke it";
+        }
+    }
+    return received;
+}
+
 /// A folder for keys and known hosts, and how the client is to log in.
 class Ssh : public testing::Test {
 protected:
@@ -72,7 +91,7 @@ protected:
     {
         return support::error_of_client([&] {
             try {
-                connect(peer.port());
+                echo(*connect(peer.port()), "is SFTP there?");
             } catch (const error& e) {
                 sentence = e.what();
                 throw;
@@ -116,23 +135,6 @@ std::future<void> run_silent_agent(const fs::path& path, const std::string& key,
     });
 }
 
-/// Sends `sent` and reads until as much came back.
-std::string echo(sftp::transport& channel, std::string_view sent)
-{
-    std::string received;
-    const std::size_t size = sent.size();
-    std::vector<char> buffer(100000);
-    while (received.size() < size) {
-        sent.remove_prefix(channel.write(sent));
-        const std::size_t got = channel.read(buffer);
-        received.append(buffer.data(), got);
-        if (got == 0) {
-            channel.wait(!sent.empty(), 10s);
-        }
-    }
-    return received;
-}
-
 } // namespace
 
 TEST_F(Ssh, CarriesBytesBothWays)
@@ -144,6 +146,30 @@ TEST_F(Ssh, CarriesBytesBothWays)
     EXPECT_THAT(info.greeting, testing::StartsWith("SSH-2.0-"));
     EXPECT_THAT(info.encryption, testing::AnyOf("aes128-gcm@openssh.com", "chacha20-poly1305@openssh.com"));
     EXPECT_EQ(info.key->blob, peer.host_key());
+}
+
+/// Each in a thread of its own, where any may read from the socket what another one waits for.
+TEST_F(Ssh, CarriesSeveralStreamsOverOneConnection)
+{
+    const ssh_peer peer({.public_key = key, .most_channels = 4});
+    auto first = connect(peer.port());
+    const auto open = first->further_streams();
+    std::vector<std::future<void>> running;
+    const auto run = [](sftp::transport& stream, unsigned number) {
+        const std::string sent = support::bytes(3'000'000 + number); // more than a window
+        EXPECT_TRUE(echo(stream, sent) == sent) << number;
+        for (int i = 0; i < 3000; ++i) // what is missed here is waited for in vain
+            echo(stream, "?");
+    };
+    for (unsigned number = 1; number < 4; ++number)
+        running.push_back(std::async(std::launch::async, [&, number] { run(*open(options), number); }));
+    run(*first, 0);
+    for (auto& each : running)
+        each.get();
+    EXPECT_THROW(open(options), NotSupported);
+    run(*first, 4);
+    first.reset();
+    EXPECT_THROW(open(options), error); // the connection has none left, or is gone
 }
 
 // With every type of key, and the wrong phrase: tests/server/authentication_test.cpp.

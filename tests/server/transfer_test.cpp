@@ -1,6 +1,9 @@
 // Single files to and from real servers.
 
+#include "fault_relay.hpp"
 #include "server_stage.hpp"
+
+#include <qrftp/trace.hpp>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -145,6 +148,34 @@ TEST_P(Transfer, CanBeWatchedSlowedAndCancelled)
             EXPECT_TRUE(cancels || std::chrono::steady_clock::now() - began > 120ms) << sends;
             EXPECT_TRUE(cancels || (seen.size() > 2 && seen.back().bytes == size && seen.back().total == size));
         }
+}
+
+/// OpenSSH's window of 2 MiB would not fill the line; the streams are known by the limits that each asks for.
+TEST_P(Transfer, SendsALargeFileByStreamsWhereTheLineIsLong)
+{
+    if (!sftp())
+        return;
+    std::atomic<int> streams = 0;
+    qrftp::set_trace(qrftp::trace_level::dialogue,
+                     [&](std::string_view said) { streams += said.starts_with("> limits@"); });
+    fault_relay line(port(), false, 1);
+    line.delay = 20ms;
+    auto how = options();
+    how.host_keys = qrftp::host_key_check::off;
+    qrftp::session s(url(line.port()), how);
+    s.change_folder("w");
+    write_file(here_ / "up", bytes(40 << 20));
+    write_file(there_ / "f", "old");
+    fs::permissions(there_ / "f", fs::perms(0640));
+    for (const auto after : {0, 20'000'000}) { // the second time the connection breaks
+        if (after > 0)
+            line.plan_next(fault::reset, static_cast<std::size_t>(after));
+        s.send(here_ / "up", "f");
+        EXPECT_TRUE(content(there_ / "f") == content(here_ / "up")) << after;
+        EXPECT_EQ(fs::status(there_ / "f").permissions(), fs::perms(0640));
+    }
+    qrftp::set_trace(qrftp::trace_level::off);
+    EXPECT_EQ(streams > 2, GetParam().name == "openssh") << streams;
 }
 
 TEST_P(Transfer, ComparesChecksumsWhereTheServerCan)

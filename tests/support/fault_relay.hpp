@@ -33,6 +33,7 @@ public:
 
     long port() const { return listener_->local_endpoint().port(); }
     std::atomic<int> harmed = 0; ///< faults so far that can be noticed
+    std::atomic<std::chrono::milliseconds> delay = std::chrono::milliseconds(0); ///< of what the client gets
 
     /// `after` is in bytes, both ways and over all connections together. What was planned before and has not
     /// happened goes first.
@@ -97,6 +98,8 @@ private:
             ++of->under_way;
             got.append(all.data(), size), of->used = of->used || size > 0;
             std::string bytes = whole_lines(*of, to_client, got);
+            if (to_client && delay.load().count() > 0)
+                co_await asio::steady_timer(io_, delay.load()).async_wait(asio::use_awaitable);
             const auto passed = of->cut ? 0 : strike(*of, to_client, bytes);
             for (std::size_t done = 0, piece = 0; done < passed && !gone;
                  in_pieces_ -= std::min(in_pieces_, piece)) {

@@ -7,6 +7,7 @@
 #include <libssh/server.h>
 
 #include <algorithm>
+#include <list>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -60,10 +61,18 @@ private:
     std::string answers();
     int refuse(std::string tried);
     int accept(std::string tried, int method);
+    struct stream {
+        connection& owner;
+        ssh_channel channel;
+        ssh_channel_callbacks_struct callbacks{};
+        channel_handler handler{};
+        std::string pending{};
+
+        int start_subsystem();
+        int take(std::string_view bytes);
+        void send_pending();
+    };
     ssh_channel open_channel();
-    int start_subsystem();
-    int take(std::string_view bytes);
-    void send_pending();
     int methods() const;
 
     ssh_peer& peer_;
@@ -71,10 +80,7 @@ private:
     int socket_;
     ssh_session session_;
     ssh_server_callbacks_struct server_callbacks_{};
-    ssh_channel_callbacks_struct channel_callbacks_{};
-    ssh_channel channel_ = nullptr;
-    channel_handler handler_{};
-    std::string pending_{};
+    std::list<stream> streams_{};
     std::size_t round_ = 0;
     int accepted_methods_ = 0;
     bool cut_ = false;
@@ -111,7 +117,9 @@ void ssh_peer::connection::serve()
     const ssh_event event = ssh_event_new();
     ssh_event_add_session(event, session_);
     while (!cut_ && ssh_event_dopoll(event, -1) == SSH_OK && ssh_is_connected(session_) != 0) {
-        send_pending();
+        for (stream& each : streams_) {
+            each.send_pending();
+        }
     }
     ssh_event_remove_session(event, session_);
     ssh_event_free(event);
@@ -227,47 +235,53 @@ int ssh_peer::connection::interact(ssh_message message)
 
 ssh_channel ssh_peer::connection::open_channel()
 {
-    channel_ = ssh_channel_new(session_);
-    channel_callbacks_.size = sizeof channel_callbacks_;
-    channel_callbacks_.userdata = this;
-    channel_callbacks_.channel_subsystem_request_function =
-        [](ssh_session, ssh_channel, const char*, void* user) { return self(user).start_subsystem(); };
-    channel_callbacks_.channel_data_function = [](ssh_session, ssh_channel, void* data, std::uint32_t size, int,
-                                                  void* user) {
-        return self(user).take({static_cast<const char*>(data), size});
+    if (streams_.size() == script_.most_channels) {
+        return nullptr;
+    }
+    stream& opened = streams_.emplace_back(stream{*this, ssh_channel_new(session_)});
+    opened.callbacks.size = sizeof opened.callbacks;
+    opened.callbacks.userdata = &opened;
+    opened.callbacks.channel_subsystem_request_function = [](ssh_session, ssh_channel, const char*,
+                                                             void* user) {
+        return static_cast<stream*>(user)->start_subsystem();
     };
-    ssh_set_channel_callbacks(channel_, &channel_callbacks_);
+    opened.callbacks.channel_data_function = [](ssh_session, ssh_channel, void* data, std::uint32_t size, int,
+                                                void* user) {
+        return static_cast<stream*>(user)->take({static_cast<const char*>(data), size});
+    };
+    ssh_set_channel_callbacks(opened.channel, &opened.callbacks);
     cut_ = script_.cut_at == cut::channel;
-    return channel_;
+    return opened.channel;
 }
 
-int ssh_peer::connection::start_subsystem()
+int ssh_peer::connection::stream::start_subsystem()
 {
-    handler_ = script_.new_channel ? script_.new_channel()
-                                   : [](std::string_view bytes) { return std::optional<std::string>(bytes); };
-    return script_.has_sftp ? 0 : 1;
+    const script& script = owner.script_;
+    handler = script.new_channel ? script.new_channel()
+                                 : [](std::string_view bytes) { return std::optional<std::string>(bytes); };
+    return script.has_sftp ? 0 : 1;
 }
 
-int ssh_peer::connection::take(std::string_view bytes)
+int ssh_peer::connection::stream::take(std::string_view bytes)
 {
-    if (auto output = handler_(bytes)) {
-        pending_ += *output;
+    if (auto output = handler(bytes)) {
+        pending += *output;
     } else {
-        cut_ = true;
+        owner.cut_ = true;
     }
     return static_cast<int>(bytes.size());
 }
 
-void ssh_peer::connection::send_pending()
+void ssh_peer::connection::stream::send_pending()
 {
-    while (channel_ != nullptr && !pending_.empty() && !cut_) {
-        const auto size = std::min<std::size_t>(pending_.size(), ssh_channel_window_size(channel_));
+    while (!pending.empty() && !owner.cut_) {
+        const auto size = std::min<std::size_t>(pending.size(), ssh_channel_window_size(channel));
         const int sent =
-            size == 0 ? 0 : ssh_channel_write(channel_, pending_.data(), static_cast<std::uint32_t>(size));
+            size == 0 ? 0 : ssh_channel_write(channel, pending.data(), static_cast<std::uint32_t>(size));
         if (sent <= 0) {
             return;
         }
-        pending_.erase(0, static_cast<std::size_t>(sent));
+        pending.erase(0, static_cast<std::size_t>(sent));
     }
 }
 

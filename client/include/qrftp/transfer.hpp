@@ -55,7 +55,9 @@ struct transfer_options {
     /// temporary name is then fetched without asking for the size first (SIZE), a round trip less; where what
     /// arrives has another one, it is fetched once more, and the server asked. Of no meaning otherwise.
     std::optional<std::uint64_t> listed_size{};
-    /// How many connections a large file may use side by side (SFTP); one with `resume` or `verify`.
+    /// How many connections a large file may use side by side (SFTP); one with `resume` or `verify`. To
+    /// OpenSSH's server it is sent by up to four streams of one connection where the line is long, since one
+    /// would not fill it; further connections come on top where `jobs` are more. Not with `in_place`.
     unsigned jobs = 1;
     /// In how many segments a large file is fetched, each over a connection of its own and cut at its end. It
     /// is as whole as any other: a failure of one segment, and a file that changes meanwhile, end the fetch. It
@@ -70,8 +72,8 @@ struct transfer_options {
     /// The pause before the second of them; it doubles from one to the next. The first one comes at once.
     std::chrono::milliseconds retry_delay = std::chrono::seconds(1);
     /// Called several times a second, about every second while nothing moves, and at the end with the final
-    /// figures; false ends the transfer with `Cancelled`. Calls come one at a time, with several connections
-    /// (`jobs`, `segments`) on threads of the library too. It must not use the session.
+    /// figures; false ends the transfer with `Cancelled`. Calls come one at a time, of large files on threads
+    /// of the library too. It must not use the session.
     std::function<bool(const progress&)> on_progress{};
 };
 

@@ -115,7 +115,7 @@ int authentication::request(Call call)
 
 authentication::result authentication::judge(int libssh_result)
 {
-    connection_->wait().throw_if_stopped(); // The agent's failure may be due to this.
+    connection_->wait()->throw_if_stopped(); // The agent's failure may be due to this.
     const bool is_password_unjudged = std::exchange(is_password_unjudged_, false);
     switch (libssh_result) {
     case SSH_AUTH_SUCCESS:

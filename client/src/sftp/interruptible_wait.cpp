@@ -32,12 +32,15 @@ unique_fd make_event()
 
 interruptible_wait::interruptible_wait(std::string subject, std::stop_token stop, milliseconds limit)
     : subject_(std::move(subject)), stop_(std::move(stop)), limit_(limit), deadline_(clock::now() + limit),
-      event_(make_event()), on_stop_(stop_, [fd = event_.get()] {
-          const std::uint64_t one = 1;
-          // An event that cannot be written to has been written to before.
-          [[maybe_unused]] const auto written = ::write(fd, &one, sizeof one);
-      })
+      event_(make_event()), on_stop_(stop_, [fd = event_.get()] { signal(fd); })
 {
+}
+
+void interruptible_wait::signal(int event) noexcept
+{
+    const std::uint64_t one = 1;
+    // An event that cannot be written to has been written to before.
+    [[maybe_unused]] const auto written = ::write(event, &one, sizeof one);
 }
 
 void interruptible_wait::restart()
@@ -52,7 +55,7 @@ void interruptible_wait::throw_if_stopped() const
     }
 }
 
-/// Returns early after a signal.
+/// Whether something has come, or `wake` was called. Returns early after a signal.
 bool interruptible_wait::poll(std::span<pollfd> polled, std::optional<clock::time_point> until)
 {
     std::vector<pollfd> all(polled.begin(), polled.end());
@@ -72,6 +75,7 @@ bool interruptible_wait::poll(std::span<pollfd> polled, std::optional<clock::tim
     if (ready > 0 && all.back().revents != 0) {
         std::uint64_t count = 0;
         [[maybe_unused]] const auto got = ::read(event_.get(), &count, sizeof count); // wakes once
+        return true;
     }
     return std::any_of(polled.begin(), polled.end(), [](const pollfd& one) { return one.revents != 0; });
 }
@@ -82,10 +86,11 @@ bool interruptible_wait::wait(std::span<pollfd> polled, milliseconds longest)
     const auto until = clock::now() + longest;
     for (;;) {
         throw_if_stopped();
-        if (poll(polled, limited ? std::min(deadline_, until) : until)) {
+        const bool has_come = poll(polled, limited ? std::min(deadline_, until) : until);
+        throw_if_stopped();
+        if (has_come) {
             return true;
         }
-        throw_if_stopped();
         const auto now = clock::now();
         if (limited && now >= deadline_) {
             throw Timeout(subject_, {0, fmt::format("no answer within {} s while connecting; --connect-timeout "

@@ -88,10 +88,12 @@ void pipeline::handshake()
     packet_writer packet(output_, packet_type::init);
     packet.put(protocol_version);
     packet.finish();
-    last_progress_ = clock::now();
+    const auto began = clock::now();
+    last_progress_ = began;
     while (!has_version_) {
         exchange();
     }
+    round_trip_ = clock::now() - began;
 }
 
 void pipeline::handle_version(packet_reader body)

@@ -89,7 +89,7 @@ public:
     [[nodiscard]] const extension_map& extensions() const noexcept { return extensions_; }
     /// Whether the server offers the extension in that version.
     [[nodiscard]] bool has_extension(std::string_view name, std::string_view version) const;
-    /// The shortest time that an answer took while nothing else was on its way.
+    /// The shortest time that an answer took while nothing else was on its way; VERSION's is the first.
     [[nodiscard]] clock::duration round_trip() const noexcept { return round_trip_; }
     /// How many bytes may be on their way: more on longer lines, 4 to 16 MiB.
     [[nodiscard]] std::size_t window() const noexcept;
@@ -153,6 +153,11 @@ public:
     [[nodiscard]] std::size_t outstanding() const noexcept { return outstanding_; }
     [[nodiscard]] std::size_t unsent() const noexcept { return output_.size(); }
     [[nodiscard]] bool is_open() const noexcept { return connection_ != nullptr; }
+    /// Further streams of the connection: see `transport`.
+    [[nodiscard]] transport::opener further_streams() const
+    {
+        return is_open() ? connection_->further_streams() : transport::opener();
+    }
     void close() noexcept;
 
 private:

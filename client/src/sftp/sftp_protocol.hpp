@@ -62,6 +62,8 @@ public:
     std::unique_ptr<random_reader> open_reader(const std::string& path) override;
     [[nodiscard]] unsigned best_connections() const override { return 1; }
     [[nodiscard]] bool carries_parts() const override { return true; }
+    [[nodiscard]] unsigned best_streams() const override;
+    [[nodiscard]] opener further_streams() override;
 
     std::string system_type() override { return {}; }
 

@@ -5,6 +5,7 @@
 #include <libssh/server.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <new>
@@ -24,31 +25,89 @@ bool window_follows_reads()
     return ssh_version(SSH_VERSION_INT(0, 11, 0)) == nullptr;
 }
 
+struct readiness {
+    int unsent; ///< SSH_AGAIN while libssh has something for the socket
+    bool is_ready;
+    int fd;
+};
+
 } // namespace
 
-channel_transport::channel_transport(std::unique_ptr<interruptible_wait> wait,
-                                     std::unique_ptr<ssh_connection> connection, const ssh_settings& settings)
-    : wait_(std::move(wait)), connection_(std::move(connection)), channel_(ssh_channel_new(session())),
-      until_window_(window_follows_reads() ? 0 : std::numeric_limits<std::size_t>::max()),
-      alive_interval_(settings.alive_interval), alive_count_max_(settings.alive_count_max)
+channel_transport::channel_transport(std::shared_ptr<interruptible_wait> wait,
+                                     std::shared_ptr<ssh_connection> connection)
+    : wait_(std::move(wait)), connection_(std::move(connection)),
+      until_window_(window_follows_reads() ? 0 : std::numeric_limits<std::size_t>::max())
 {
+    connection_->join(*wait_);
+    try {
+        open();
+    } catch (...) {
+        leave();
+        throw;
+    }
+}
+
+channel_transport::~channel_transport()
+{
+    leave();
+}
+
+/// The last channel ends with the connection.
+void channel_transport::leave() noexcept
+{
+    if (connection_->leave(*wait_) && channel_ != nullptr) {
+        locked([this] { return ssh_channel_free(channel_), 0; });
+    }
+}
+
+void channel_transport::open()
+{
+    channel_ = locked([this] { return ssh_channel_new(session()); });
     if (channel_ == nullptr) {
         throw std::bad_alloc();
     }
-    ssh_set_counters(session(), &counted_, nullptr);
-    const auto open = [&] { return ssh_channel_open_session(channel_); };
-    const auto start = [&] { return ssh_channel_request_subsystem(channel_, "sftp"); };
-    if (connection_->finish(open, SSH_AGAIN) != SSH_OK || connection_->finish(start, SSH_AGAIN) != SSH_OK) {
-        if (!connection_->is_connected()) {
-            lose();
-        }
-        throw NotSupported(wait_->subject(), {0, "it does not offer SFTP: " + connection_->last_words()});
+    const auto open_session = [this] { return ssh_channel_open_session(channel_); };
+    if (connection_->finish(*wait_, open_session, SSH_AGAIN) != SSH_OK) {
+        refuse();
     }
+    wait_->restart();
+    has_started();
+}
+
+/// Whether the server has the subsystem. Asks for it when called first.
+bool channel_transport::has_started()
+{
+    if (is_starting_) {
+        const int result = locked([this] { return ssh_channel_request_subsystem(channel_, "sftp"); });
+        if (result != SSH_OK && result != SSH_AGAIN) {
+            refuse();
+        }
+        is_starting_ = result == SSH_AGAIN;
+    }
+    return !is_starting_;
+}
+
+void channel_transport::refuse() const
+{
+    if (!locked([this] { return connection_->is_connected(); })) {
+        lose();
+    }
+    const std::string words = locked([this] { return connection_->last_words(); });
+    throw NotSupported(wait_->subject(), {0, "it does not offer SFTP: " + words});
 }
 
 void channel_transport::lose() const
 {
-    throw ConnectionLost(wait_->subject(), {0, connection_->last_words()});
+    throw ConnectionLost(wait_->subject(), {0, locked([this] { return connection_->last_words(); })});
+}
+
+transport::opener channel_transport::further_streams() const
+{
+    return [connection = connection_, subject = wait_->subject(),
+            limit = wait_->limit()](const session_options& options) -> std::unique_ptr<transport> {
+        auto wait = std::make_shared<interruptible_wait>(subject, options.stop, limit);
+        return std::make_unique<channel_transport>(std::move(wait), connection);
+    };
 }
 
 std::size_t channel_transport::take_ahead(std::span<char> buffer)
@@ -62,13 +121,17 @@ std::size_t channel_transport::take_ahead(std::span<char> buffer)
 std::size_t channel_transport::read_channel(char* buffer, std::size_t size)
 {
     const auto most = static_cast<std::uint32_t>(std::min(size, window_));
-    const int got = ssh_channel_read_timeout(channel_, buffer, most, 0, 0);
+    const int got = locked([&] {
+        const int count = ssh_channel_read_timeout(channel_, buffer, most, 0, 0);
+        const bool is_over = ssh_channel_is_eof(channel_) != 0 || ssh_channel_is_closed(channel_) != 0;
+        return count <= 0 && is_over ? SSH_ERROR : count;
+    });
     if (got > 0) {
         const auto count = static_cast<std::size_t>(got);
         until_window_ -= std::min(until_window_, count);
         return count;
     }
-    if (got == SSH_ERROR || ssh_channel_is_eof(channel_) != 0 || ssh_channel_is_closed(channel_) != 0) {
+    if (got == SSH_ERROR) {
         lose();
     }
     return 0;
@@ -76,6 +139,9 @@ std::size_t channel_transport::read_channel(char* buffer, std::size_t size)
 
 std::size_t channel_transport::read(std::span<char> buffer)
 {
+    if (!has_started()) {
+        return 0;
+    }
     std::size_t done = take_ahead(buffer);
     while (done < buffer.size()) {
         std::size_t got = 0;
@@ -96,26 +162,19 @@ std::size_t channel_transport::read(std::span<char> buffer)
     return done;
 }
 
-/// Whether libssh still has bytes for the socket. Hands it what it takes.
-bool channel_transport::is_unsent()
-{
-    const int result = ssh_blocking_flush(session(), 0);
-    if (result == SSH_ERROR) {
-        lose();
-    }
-    return result == SSH_AGAIN;
-}
-
 std::size_t channel_transport::write(std::string_view bytes)
 {
-    if (is_unsent()) {
-        return 0;
-    }
-    const auto size = std::min({bytes.size(), most_written, std::size_t{ssh_channel_window_size(channel_)}});
-    if (size == 0) {
-        return 0;
-    }
-    const int sent = ssh_channel_write(channel_, bytes.data(), static_cast<std::uint32_t>(size));
+    const int sent = locked([&] {
+        const int unsent = ssh_blocking_flush(session(), 0); // what libssh still has for the socket
+        const std::size_t size =
+            std::min({bytes.size(), most_written, std::size_t{ssh_channel_window_size(channel_)}});
+        if (unsent == SSH_ERROR) {
+            return SSH_ERROR;
+        }
+        return unsent == SSH_AGAIN || size == 0
+                   ? 0
+                   : ssh_channel_write(channel_, bytes.data(), static_cast<std::uint32_t>(size));
+    });
     if (sent == SSH_ERROR) {
         lose();
     }
@@ -124,34 +183,25 @@ std::size_t channel_transport::write(std::string_view bytes)
 
 void channel_transport::wait(bool to_write, milliseconds longest)
 {
-    const bool unsent = is_unsent();
-    if ((to_write && !unsent && ssh_channel_window_size(channel_) > 0) || ahead_begin_ < ahead_end_ ||
-        ssh_channel_poll(channel_, 0) != 0) {
+    const readiness now = locked([&] {
+        const int unsent = ssh_blocking_flush(session(), 0);
+        const bool is_writable = to_write && unsent == SSH_OK && ssh_channel_window_size(channel_) > 0;
+        const bool is_ready = is_writable || ahead_begin_ < ahead_end_ || ssh_channel_poll(channel_, 0) != 0;
+        return readiness{unsent, is_ready, ssh_get_fd(session())};
+    });
+    if (now.unsent == SSH_ERROR) {
+        lose();
+    }
+    if (now.is_ready || (is_starting_ && has_started())) {
         return;
     }
-    if (alive_interval_.count() > 0) {
-        longest = std::min<milliseconds>(longest, alive_interval_);
-    }
-    const auto events = static_cast<short>(POLLIN | (unsent ? POLLOUT : 0));
-    const bool is_ready = (wait_->poll(ssh_get_fd(session()), events, longest) & ~POLLOUT) != 0;
-    if (!is_ready) {
-        keep_alive();
-    }
-}
-
-/// Asks the server whether it is there when nothing has arrived for an interval (ssh_config(5),
-/// ServerAliveInterval).
-void channel_transport::keep_alive()
-{
-    const auto now = clock::now();
-    if (std::exchange(seen_bytes_, counted_.in_bytes) != counted_.in_bytes) {
-        last_arrival_ = now;
-        unanswered_ = 0;
-    } else if (alive_interval_.count() > 0 && now - last_arrival_ >= (unanswered_ + 1) * alive_interval_) {
-        if (unanswered_++ >= alive_count_max_) {
-            throw ConnectionLost(wait_->subject(), {0, "the server does not answer any more"});
-        }
-        ssh_send_keepalive(session());
+    longest = connection_->until_alive(longest);
+    const auto events = static_cast<short>(POLLIN | (now.unsent == SSH_AGAIN ? POLLOUT : 0));
+    if (is_starting_) {
+        std::array<pollfd, 1> one{{{now.fd, events, 0}}};
+        wait_->wait(one, longest);
+    } else if ((wait_->poll(now.fd, events, longest) & ~POLLOUT) == 0) {
+        connection_->keep_alive(*wait_);
     }
 }
 

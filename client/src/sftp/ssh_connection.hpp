@@ -9,8 +9,12 @@
 
 #include <libssh/libssh.h>
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qrftp::sftp {
@@ -28,9 +32,13 @@ struct byte_connection {
 };
 
 /// One SSH connection on libssh, whose calls never block here. Ends with the object.
+///
+/// Its channels may belong to several threads, each with an `interruptible_wait` of its own, which has joined.
+/// They call libssh by `locked` and `finish` alone.
 class ssh_connection {
 public:
-    ssh_connection(byte_connection connection, interruptible_wait& wait);
+    /// `wait` is that of the thread that logs in.
+    ssh_connection(byte_connection connection, std::shared_ptr<interruptible_wait> wait);
     ssh_connection(const ssh_connection&) = delete;
     ssh_connection& operator=(const ssh_connection&) = delete;
     ~ssh_connection();
@@ -42,22 +50,58 @@ public:
     /// The key that the server showed; `host` is how known-hosts files write the server.
     [[nodiscard]] host_key server_key(const std::string& host) const;
 
-    /// Calls `call` until it returns something else than `again`, and waits for the server in between. The time
-    /// of one step is limited. Throws `Timeout`, `Cancelled`.
+    /// Makes a call of libssh while no other thread is in one. It may read from the socket what another thread
+    /// waits for, which is then woken.
     template <class Call>
-    int finish(Call call, int again)
+    auto locked(const interruptible_wait& wait, Call call)
     {
-        wait_.restart();
-        int result = call();
-        while (result == again && is_connected()) {
-            wait_for_server();
-            result = call();
+        const std::lock_guard lock(mutex_);
+        const std::uint64_t arrived = counted_.in_bytes;
+        auto result = call();
+        if (arrived != counted_.in_bytes || !is_connected()) {
+            wake_others(wait);
         }
         return result;
     }
 
+    /// Calls `call` until it returns something else than `again`, and waits for the server in between. The time
+    /// of one step is limited. Throws `Timeout`, `Cancelled`.
+    template <class Call>
+    int finish(interruptible_wait& wait, Call call, int again)
+    {
+        wait.restart();
+        for (;;) {
+            bool waits = false;
+            const int result = locked(wait, [&] {
+                const int returned = call();
+                waits = returned == again && is_connected();
+                return returned;
+            });
+            if (!waits) {
+                return result;
+            }
+            wait_for_server(wait);
+        }
+    }
+    /// The same, while there is one thread.
+    template <class Call>
+    int finish(Call call, int again)
+    {
+        return finish(*wait_, call, again);
+    }
+
+    void join(interruptible_wait& wait);
+    /// Returns whether others remain.
+    bool leave(const interruptible_wait& wait) noexcept;
+
+    /// Asks the server whether it is there when nothing has arrived for an interval (ssh_config(5),
+    /// ServerAliveInterval). Throws `ConnectionLost` after too many questions.
+    void keep_alive(const interruptible_wait& wait);
+    /// How long to wait at most for what keeps it alive.
+    [[nodiscard]] std::chrono::milliseconds until_alive(std::chrono::milliseconds longest) const;
+
     [[nodiscard]] ssh_session get() const { return session_.get(); }
-    [[nodiscard]] interruptible_wait& wait() const { return wait_; }
+    [[nodiscard]] const std::shared_ptr<interruptible_wait>& wait() const { return wait_; }
     [[nodiscard]] bool is_connected() const { return ssh_is_connected(get()) != 0; }
     /// libssh's own words about the last failure, for messages.
     [[nodiscard]] std::string last_words() const;
@@ -70,16 +114,28 @@ private:
     struct deleter {
         void operator()(ssh_session session) const noexcept;
     };
+    using clock = std::chrono::steady_clock;
+
     void set(ssh_options_e option, const void* value);
-    void wait_for_server();
+    void wait_for_server(interruptible_wait& wait);
+    void wake_others(const interruptible_wait& wait) const;
     void refuse_ftp(int fd, const ssh_settings& settings);
     [[nodiscard]] std::string not_ssh() const;
 
     proxy_process process_; ///< ends after the session
-    interruptible_wait& wait_;
+    std::shared_ptr<interruptible_wait> wait_;
+    ssh_counter_struct counted_{}; ///< what libssh has read from the socket, whoever asked for it
     std::unique_ptr<ssh_session_struct, deleter> session_;
     unique_fd socket_; ///< until libssh has it
     std::string first_line_;
+
+    std::mutex mutex_{}; ///< of libssh's calls and of what follows
+    std::vector<interruptible_wait*> joined_{};
+    std::chrono::seconds alive_interval_{0};
+    unsigned alive_count_max_ = 0;
+    unsigned unanswered_ = 0;
+    std::uint64_t seen_bytes_ = 0;
+    clock::time_point last_arrival_ = clock::now();
 };
 
 } // namespace qrftp::sftp

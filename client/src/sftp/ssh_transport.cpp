@@ -46,13 +46,14 @@ host_key_policy make_policy(const ssh_settings& settings, const session_options&
 std::unique_ptr<transport> connect_ssh(const url& server, const session_options& options, server_info& info)
 {
     const ssh_settings settings = resolve_settings(server, options);
-    auto wait = std::make_unique<interruptible_wait>(settings.server, options.stop, settings.connect_timeout);
+    const auto wait =
+        std::make_shared<interruptible_wait>(settings.server, options.stop, settings.connect_timeout);
     wait->throw_if_stopped();
     const host_key_policy policy = make_policy(settings, options);
     authentication login(settings, options);
     for (unsigned count = 0; count < most_connections; ++count) {
         wait->restart();
-        auto connection = std::make_unique<ssh_connection>(open_connection(settings, options, *wait), *wait);
+        auto connection = std::make_shared<ssh_connection>(open_connection(settings, options, *wait), wait);
         connection->exchange_keys(settings, policy.known_types());
         const host_key key = connection->server_key(settings.known_hosts_name);
         policy.check(key);
@@ -60,7 +61,7 @@ std::unique_ptr<transport> connect_ssh(const url& server, const session_options&
         info.encryption = connection->ciphers();
         info.key = key;
         if (login.log_in(*connection)) {
-            return std::make_unique<channel_transport>(std::move(wait), std::move(connection), settings);
+            return std::make_unique<channel_transport>(wait, std::move(connection));
         }
     }
     throw LoginRefused(settings.server, {0, "too many keys: name the one to use, or use fewer in the agent"});

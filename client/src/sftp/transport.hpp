@@ -1,7 +1,11 @@
 #pragma once
 
+#include <qrftp/options.hpp>
+
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -29,6 +33,12 @@ public:
 
     /// How much the other side may send before it is read: where that is this side's to say.
     virtual void set_window(std::size_t /*bytes*/) {}
+
+    /// Opens a further stream of the same connection, for another thread. Of the options, the stop token
+    /// counts. May be called in any thread, and after this stream has ended.
+    using opener = std::function<std::unique_ptr<transport>(const session_options&)>;
+    /// Null where the connection carries no other stream.
+    [[nodiscard]] virtual opener further_streams() const { return {}; }
 };
 
 } // namespace qrftp::sftp

@@ -6,17 +6,28 @@
 
 namespace qrftp {
 
-connection_pool::connection_pool(const session& first, unsigned further)
+connection_pool::connection_pool(const session& first, unsigned further, unsigned streams)
     : on_stop_(session_access::options(first).stop, [this] { stop_.request_stop(); })
 {
-    for (unsigned job = 1; job <= further; ++job) {
-        worker& self = *workers_.emplace_back(std::make_unique<worker>());
-        session_options own = session_access::options(first);
-        own.stop = self.stop.get_token();
-        self.thread = std::jthread([this, server = first.location(), own = std::move(own), &self, job] {
-            serve(server, own, self, job);
-        });
+    const session_options& options = session_access::options(first);
+    if (const auto open = streams == 0 ? protocol::opener() : session_access::server(first).further_streams()) {
+        for (; streams > 0; --streams) {
+            start(open, options);
+        }
     }
+    for (; further > 0; --further) {
+        start([server = first.location()](const session_options& own) { return protocol::open(server, own); },
+              options);
+    }
+}
+
+void connection_pool::start(const protocol::opener& open, session_options options)
+{
+    worker& self = *workers_.emplace_back(std::make_unique<worker>());
+    options.stop = self.stop.get_token();
+    const auto job = static_cast<unsigned>(workers_.size());
+    self.thread =
+        std::jthread([this, open, own = std::move(options), &self, job] { serve(open, own, self, job); });
 }
 
 connection_pool::~connection_pool()
@@ -52,14 +63,14 @@ void connection_pool::run(protocol& first, const work& task)
     }
 }
 
-void connection_pool::serve(const url& server, const session_options& options, worker& self,
+void connection_pool::serve(const protocol::opener& open, const session_options& options, worker& self,
                             unsigned job) noexcept
 {
     // What asks for the end of all ends this connection's requests, too.
     const std::stop_callback follow(stop_.get_token(), [&self] { self.stop.request_stop(); });
     std::unique_ptr<protocol> opened;
     try {
-        opened = protocol::open(server, options);
+        opened = open(options);
     } catch (...) {
         return; // The other connections do the work.
     }

@@ -15,15 +15,15 @@
 
 namespace qrftp {
 
-/// Further connections like the first one of a session, each with a thread of its own. They log in as soon as
-/// the pool is made, while the caller does something else. Those that the server refuses are done without: many
-/// servers limit the connections of one user.
+/// Further connections like the first one of a session, or further streams of that one, each with a thread of
+/// its own. They open as soon as the pool is made, while the caller does something else. Those that the server
+/// refuses are done without: many servers limit the connections of one user.
 class connection_pool {
 public:
     using work = std::function<void(protocol& server, unsigned job)>;
 
-    /// Opens `further` connections like that of `first`.
-    connection_pool(const session& first, unsigned further);
+    /// Opens `further` connections like that of `first`, and `streams` of it.
+    connection_pool(const session& first, unsigned further, unsigned streams = 0);
     connection_pool(const connection_pool&) = delete;
     connection_pool& operator=(const connection_pool&) = delete;
     ~connection_pool();
@@ -42,7 +42,9 @@ private:
         std::jthread thread;
     };
 
-    void serve(const url& server, const session_options& options, worker& self, unsigned job) noexcept;
+    void start(const protocol::opener& open, session_options options);
+    void serve(const protocol::opener& open, const session_options& options, worker& self,
+               unsigned job) noexcept;
     const work* wait_for_work(worker& self);
     void fail(std::exception_ptr why);
     void stop_idle_workers();

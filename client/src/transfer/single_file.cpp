@@ -27,9 +27,10 @@ constexpr std::uint64_t small_part = 2 * mebibyte;
 /// However large a server says that a file is.
 constexpr std::uint64_t max_parts = 1024;
 
-/// Over how many connections a file goes, in how many parts.
+/// Over how many connections a file goes, and how many streams of the first, in how many parts.
 struct spread {
     unsigned connections = 1;
+    unsigned streams = 1;
     unsigned parts = 1;
 };
 
@@ -43,13 +44,22 @@ unsigned allowed_connections(const protocol& server, const transfer_options& opt
     return std::max({server.carries_parts() ? options.jobs : 1, segments, 1U});
 }
 
-spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size)
+/// How many streams of one connection do. A file that is written in place grows from its beginning to its end.
+unsigned allowed_streams(const protocol& server, const transfer_options& options)
 {
-    const auto connections =
-        static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_share, 1, allowed));
-    const bool is_cheap = connections > 1 && server.carries_parts();
+    return options.resume || options.verify || options.in_place ? 1 : server.best_streams();
+}
+
+spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size, unsigned streams = 1)
+{
+    const auto share = [size](unsigned most) {
+        return static_cast<unsigned>(std::clamp<std::uint64_t>(size / smallest_share, 1, most));
+    };
+    streams = share(streams);
+    const unsigned connections = share(allowed > streams ? allowed - streams + 1 : 1);
+    const bool is_cheap = connections + streams > 2 && server.carries_parts();
     const std::uint64_t parts = is_cheap ? std::min((size - 1) / small_part + 1, max_parts) : connections;
-    return {connections, static_cast<unsigned>(parts)};
+    return {connections, streams, static_cast<unsigned>(parts)};
 }
 
 meter make_meter(const session& opened, const std::string& path, const transfer_options& options,
@@ -120,8 +130,8 @@ void fetch_file(const session& from, const std::string& path, const std::filesys
     if (allowed > 1) {
         size = options.listed_size ? *options.listed_size : server.size(path).value_or(0);
     }
-    const auto [connections, parts] = spread_file(server, allowed, size);
-    connection_pool pool(from, connections - 1);
+    const auto [connections, streams, parts] = spread_file(server, allowed, size);
+    connection_pool pool(from, connections - 1, streams - 1);
     meter progress = make_meter(from, path, options, pool);
     file_download file(from.location().server(), path, find_local_place(local, options.follow_target), options,
                        progress, {}, parts);
@@ -141,11 +151,12 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     verification_of(server, to.location().server(), options);
     const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
     const unsigned allowed = allowed_connections(server, options, direction::send);
-    const auto [connections, parts] = spread_file(server, allowed, size);
+    const auto [connections, streams, parts] =
+        spread_file(server, allowed, size, allowed_streams(server, options));
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
     }
-    connection_pool pool(to, connections - 1);
+    connection_pool pool(to, connections - 1, streams - 1);
     meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
     with_consequences(to, progress, path, "", [&, count = parts] {
