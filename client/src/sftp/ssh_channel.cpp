@@ -2,8 +2,6 @@
 
 #include <qrftp/error.hpp>
 
-#include <libssh/server.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>

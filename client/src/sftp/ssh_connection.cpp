@@ -7,6 +7,7 @@
 #include <qrftp/trace.hpp>
 
 #include <fmt/format.h>
+#include <libssh/server.h>
 
 #include <algorithm>
 #include <array>
