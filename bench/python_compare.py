@@ -20,7 +20,7 @@ BUILD = Path(sys.argv[1]).resolve()
 sys.path.insert(0, str(BUILD / "python"))
 
 import qrftp  # noqa: E402
-from servers import FAR, NEAR, Servers  # noqa: E402
+from servers import FAR, NEAR, Servers, memory_for  # noqa: E402
 
 MIB = int(os.environ.get("BENCH_MIB", 512))
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3))
@@ -93,12 +93,12 @@ class Bench:
     def many(self):
         target, remote = self.folder / "many", str(self.home / SMALL.replace(" ", "_"))
         files = [(f"{remote}/file{number:06}", str(target / str(number))) for number in range(FILES)]
+        target.mkdir()
         def own():
             with self.session(FAR) as session:
                 session.fetch_tree(remote, target)
         def by_paramiko():  # one tenth, since it takes minutes
             client, sftp = self.paramiko(FAR)
-            target.mkdir(exist_ok=True)
             for each in files[:FILES // 10]:
                 sftp.get(*each)
             client.close()
@@ -108,10 +108,8 @@ class Bench:
                 async with limit:
                     await sftp.get(*one)
             await asyncio.gather(*map(get, files))
-        def by_asyncssh():
-            target.mkdir(exist_ok=True)
-            self.asyncssh(get_all, FAR)
-        return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko, "asyncssh, 100 at once": by_asyncssh}
+        return {"qrftp": own, "paramiko (a tenth of the files, times 10)": by_paramiko,
+                "asyncssh, 100 at once": lambda: self.asyncssh(get_all, FAR)}  # fmt: skip
 
     def ftp_large(self):
         options = {"password": self.env["PASSWORD"], "certificate_authorities": self.env["CA_FILE"]}
@@ -127,7 +125,6 @@ class Bench:
 
     def ranges(self):
         import fsspec
-
         their_options = {"key_filename": self.env["KEY"], "allow_agent": False, "look_for_keys": False}
         def read(protocol, options, count):
             system = fsspec.filesystem(protocol, host=FAR, port=self.port, username=self.env["SSHD_USER"],
@@ -157,7 +154,7 @@ def measure(job, clients):
         print(f"{job:8} {name:48} {median:9.3f} s {median / own:8.2f}", flush=True)
 
 
-with tempfile.TemporaryDirectory(prefix="qrftp-") as made:
+with tempfile.TemporaryDirectory(dir=memory_for(4 * MIB)) as made:
     os.chmod(made, 0o711)
     bench = Bench(Path(made))
     try:

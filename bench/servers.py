@@ -8,6 +8,12 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 NEAR, FAR = "127.0.0.1", "127.0.0.2"  # the servers, and the slow line to them
 
 
+def memory_for(mib):
+    """A folder in memory with room for so many MiB, or None: a disk would be what is measured."""
+    shm = "/dev/shm"
+    return shm if os.path.isdir(shm) and shutil.disk_usage(shm).free > mib << 20 else None
+
+
 def make(path, data, sparse):
     """Makes the file or folder that `data` names: "N MiB", "N files", "N files in folders" or "N entries". Of a file of
     more than `sparse` MiB only its length matters."""

@@ -22,7 +22,7 @@ import time
 
 import picture
 from programs import Curl, Lftp, Place, Qrftp, Rclone, Sftp
-from servers import FAR, NEAR, ROOT, Servers
+from servers import FAR, NEAR, ROOT, Servers, memory_for
 
 
 def setting(name, default):
@@ -293,10 +293,7 @@ def main():
     wanted = [work for work in works() if any(ONLY.search(line.title) for line in work.lines)]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(130))
     os.environ["PATH"] += ":/usr/sbin:/sbin"
-    # In memory, where there is room: a disk would be what is measured.
-    shm = "/dev/shm"
-    has_room = os.path.isdir(shm) and shutil.disk_usage(shm).free > (2 * HUGE + 8 * BIG << 20)
-    work_folder = pathlib.Path(tempfile.mkdtemp(dir=shm if has_room else None))
+    work_folder = pathlib.Path(tempfile.mkdtemp(dir=memory_for(2 * HUGE + 8 * BIG)))
     work_folder.chmod(0o711)
     servers, done, began = None, [], time.monotonic()
     try:
