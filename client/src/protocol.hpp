@@ -173,6 +173,9 @@ public:
     /// The file is as if it had not been begun. May throw, which ends the batch: other files under way are
     /// given up.
     virtual void failed(const part& lost, std::exception_ptr why) = 0;
+    /// Whether other connections carry what this one loses, which then comes to `take_back`.
+    [[nodiscard]] virtual bool ends_with_connection() const { return false; }
+    virtual void take_back(const part& /*left*/) {}
     /// The connection broke: whether what was under way is taken up again, which it then is right away.
     bool retry(const std::exception_ptr& why, bool advanced) { return retries_.again(why, advanced); }
 

@@ -156,7 +156,7 @@ TEST(Outcome, OfAReplyIsTheStatedErrorWithItsArguments)
     for (const auto& [line, reply, call, error] : rows) {
         stage s;
         s.peer.on(line, answer::reply(reply));
-        EXPECT_EQ(error_of([&, &made = call] { made(s.connection); }), error) << line << " -> " << reply;
+        EXPECT_EQ(error_of([&] { call(s.connection); }), error) << line << " -> " << reply;
     }
 }
 

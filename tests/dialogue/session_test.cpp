@@ -158,10 +158,10 @@ TEST(Session, RepeatsOnceWhatWasNotCarriedOut)
                 const bool changes =
                     verb == "MKD" || verb == "RMD" || verb == "DELE" || verb == "RNTO" || verb == "APPE";
                 const bool again = !words.empty() || !changes;
-                const auto error = error_of_client([&, &run = run] { run(t.open(), "f", t.local); });
+                const auto error = error_of_client([&] { run(t.open(), "f", t.local); });
                 EXPECT_EQ(error, !always && again ? "" : "ConnectionLost");
                 auto met = t.peer.commands();
-                std::erase_if(met, [&, &verb = verb](auto& line) { return !line.starts_with(verb); });
+                std::erase_if(met, [&](auto& line) { return !line.starts_with(verb); });
                 ASSERT_FALSE(met.empty());
                 EXPECT_EQ(std::count(met.begin(), met.end(), met[0]), again ? 2 : 1) << t.sent();
                 // No name to which a working folder gives a meaning.

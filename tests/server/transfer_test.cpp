@@ -165,14 +165,15 @@ TEST_P(Transfer, SendsALargeFileByStreamsWhereTheLineIsLong)
     qrftp::session s(url(line.port()), how);
     s.change_folder("w");
     write_file(here_ / "up", bytes(40 << 20));
-    write_file(there_ / "f", "old");
-    fs::permissions(there_ / "f", fs::perms(0640));
-    for (const auto after : {0, 20'000'000}) { // the second time the connection breaks
+    fs::permissions(here_ / "up", fs::perms(0444));
+    for (const auto after : {0, 5'000'000, 20'000'000, 41'000'000}) { // where the connection breaks
         if (after > 0)
             line.plan_next(fault::reset, static_cast<std::size_t>(after));
-        s.send(here_ / "up", "f");
+        const int before = line.connections;
+        s.send(here_ / "up", "f", {.keep_mode = true});
+        EXPECT_EQ(line.connections - before, after > 0) << "job 0 alone connects anew";
         EXPECT_TRUE(content(there_ / "f") == content(here_ / "up")) << after;
-        EXPECT_EQ(fs::status(there_ / "f").permissions(), fs::perms(0640));
+        EXPECT_EQ(fs::status(there_ / "f").permissions(), fs::perms(0444));
     }
     qrftp::set_trace(qrftp::trace_level::off);
     EXPECT_EQ(streams > 2, GetParam().name == "openssh") << streams;

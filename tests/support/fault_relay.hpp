@@ -33,6 +33,7 @@ public:
 
     long port() const { return listener_->local_endpoint().port(); }
     std::atomic<int> harmed = 0; ///< faults so far that can be noticed
+    std::atomic<int> connections = 0;
     std::atomic<std::chrono::milliseconds> delay = std::chrono::milliseconds(0); ///< of what the client gets
 
     /// `after` is in bytes, both ways and over all connections together. What was planned before and has not
@@ -81,7 +82,7 @@ private:
                                                 asio::use_awaitable);
             for (auto* each : {&both->client, &both->server})
                 each->set_option(tcp::no_delay(true));
-            links_.push_back(both);
+            links_.push_back(both), ++connections;
             for (const bool to_client : {true, false})
                 co_spawn(io_, pump(both, to_client), asio::detached);
         } while (control);

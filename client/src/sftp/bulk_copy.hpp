@@ -52,6 +52,9 @@ public:
     /// The connection is lost: whether `run` is to go on over another one.
     [[nodiscard]] bool retry(const std::exception_ptr& why)
     {
+        if (files_.ends_with_connection() && give_back()) {
+            return false;
+        }
         return files_.retry(why, std::exchange(has_advanced_, false));
     }
 
@@ -101,6 +104,21 @@ private:
         }
     }
 
+    /// Gives back what other connections can carry; whether that was all.
+    bool give_back()
+    {
+        for (auto* const waiting : {&postponed_, &alone_}) {
+            std::erase_if(*waiting, [this](const active_job& each) {
+                const auto left = each.job->left_of(each.what.range);
+                if (left) {
+                    files_.take_back({each.what.file, *left});
+                }
+                return left.has_value();
+            });
+        }
+        return postponed_.empty() && alone_.empty();
+    }
+
     std::optional<active_job> next_job()
     {
         auto& again = !postponed_.empty() ? postponed_ : alone_;
@@ -136,7 +154,7 @@ private:
             }
             done.job->settle(hooks_);
             tell(done.what, done.job->failure());
-            if (hooks_.on_file_ended) {
+            if (hooks_.on_file_ended && done.what.range.is_whole()) {
                 hooks_.on_file_ended();
             }
         }

@@ -9,6 +9,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,8 @@ public:
     void fail(std::exception_ptr why) noexcept;
     /// Removes what was stored under a temporary name; sent after everything else of this file.
     virtual void remove_temporary() = 0;
+    /// What another job would have to copy of this part of a file; nothing where none can take it up.
+    [[nodiscard]] virtual std::optional<byte_range> left_of(const byte_range& /*part*/) const { return {}; }
     /// The connection is gone. Whether it may be started again.
     [[nodiscard]] bool interrupt();
 

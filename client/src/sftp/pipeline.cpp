@@ -219,9 +219,6 @@ void pipeline::pump()
     if (is_dispatching_) {
         throw std::logic_error("a request was waited for while answers are handled");
     }
-    if (settings_.stop.stop_requested()) {
-        throw Cancelled(settings_.server);
-    }
     if (outstanding_ > 0 || !output_.empty()) {
         exchange();
     }
@@ -229,6 +226,9 @@ void pipeline::pump()
 
 void pipeline::exchange()
 {
+    if (settings_.stop.stop_requested()) {
+        throw Cancelled(settings_.server);
+    }
     try {
         const bool sent = flush();
         if (!receive() && !sent) {

@@ -86,7 +86,7 @@ protocol::opener sftp_protocol::further_streams()
         return {};
     }
     return [open, connect = connect_, server = server_](const session_options& options) {
-        // A stream that is lost was lost with the connection: a new one takes its place.
+        // A stream that is lost was lost with the connection: what it has to finish itself needs another one.
         const auto connect_to = [open, connect, is_first = true](const session_options& current,
                                                                  server_info& info) mutable {
             return std::exchange(is_first, false) ? open(current) : connect(current, info);

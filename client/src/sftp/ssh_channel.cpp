@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::size_t most_written = std::size_t{256} * 1024; ///< libssh keeps what the socket does not take
 
+constexpr milliseconds longest_close(200);
+
 /// libssh 0.10 opens the window of a channel only as far as a read asks for; 0.11 keeps it at 2 MiB by itself.
 bool window_follows_reads()
 {
@@ -50,12 +52,29 @@ channel_transport::~channel_transport()
     leave();
 }
 
-/// The last channel ends with the connection.
+/// The last channel ends with the connection. Another one is closed, for which a busy line gets a moment.
 void channel_transport::leave() noexcept
 {
-    if (connection_->leave(*wait_) && channel_ != nullptr) {
-        locked([this] { return ssh_channel_free(channel_), 0; });
+    if (!connection_->leave(*wait_) || channel_ == nullptr) {
+        return;
     }
+    const auto close = [this] {
+        ssh_blocking_flush(session(), 0);
+        if (!is_open_) { // Its answer is awaited, or it was refused.
+            const int answer = ssh_channel_open_session(channel_);
+            is_open_ = answer == SSH_OK;
+            return is_open_ ? SSH_AGAIN : answer;
+        }
+        return ssh_channel_close(channel_);
+    };
+    try {
+        const auto deadline = std::chrono::steady_clock::now() + longest_close;
+        while (locked(close) == SSH_AGAIN && std::chrono::steady_clock::now() < deadline) {
+            wait_->poll(locked([this] { return ssh_get_fd(session()); }), POLLIN, longest_close / 20);
+        }
+    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the connection will end it
+    }
+    locked([this] { return ssh_channel_free(channel_), 0; });
 }
 
 void channel_transport::open()
@@ -68,15 +87,21 @@ void channel_transport::open()
     if (connection_->finish(*wait_, open_session, SSH_AGAIN) != SSH_OK) {
         refuse();
     }
+    is_open_ = true;
     wait_->restart();
     has_started();
 }
 
-/// Whether the server has the subsystem. Asks for it when called first.
+/// Whether the server has the subsystem. Asks for it when called first. libssh does not notice that a channel
+/// was closed in place of an answer.
 bool channel_transport::has_started()
 {
     if (is_starting_) {
-        const int result = locked([this] { return ssh_channel_request_subsystem(channel_, "sftp"); });
+        const int result = locked([this] {
+            const int answer = ssh_channel_request_subsystem(channel_, "sftp");
+            const bool is_over = ssh_channel_is_eof(channel_) != 0 || ssh_channel_is_closed(channel_) != 0;
+            return answer == SSH_AGAIN && is_over ? SSH_ERROR : answer;
+        });
         if (result != SSH_OK && result != SSH_AGAIN) {
             refuse();
         }
@@ -181,21 +206,25 @@ std::size_t channel_transport::write(std::string_view bytes)
 
 void channel_transport::wait(bool to_write, milliseconds longest)
 {
+    const bool has_begun = !is_starting_;
+    if (has_started() != has_begun) {
+        return;
+    }
     const readiness now = locked([&] {
         const int unsent = ssh_blocking_flush(session(), 0);
         const bool is_writable = to_write && unsent == SSH_OK && ssh_channel_window_size(channel_) > 0;
-        const bool is_ready = is_writable || ahead_begin_ < ahead_end_ || ssh_channel_poll(channel_, 0) != 0;
-        return readiness{unsent, is_ready, ssh_get_fd(session())};
+        const bool is_readable = has_begun && (ahead_begin_ < ahead_end_ || ssh_channel_poll(channel_, 0) != 0);
+        return readiness{unsent, is_readable || is_writable, ssh_get_fd(session())};
     });
     if (now.unsent == SSH_ERROR) {
         lose();
     }
-    if (now.is_ready || (is_starting_ && has_started())) {
+    if (now.is_ready) {
         return;
     }
     longest = connection_->until_alive(longest);
     const auto events = static_cast<short>(POLLIN | (now.unsent == SSH_AGAIN ? POLLOUT : 0));
-    if (is_starting_) {
+    if (!has_begun) {
         std::array<pollfd, 1> one{{{now.fd, events, 0}}};
         wait_->wait(one, longest);
     } else if ((wait_->poll(now.fd, events, longest) & ~POLLOUT) == 0) {

@@ -48,7 +48,8 @@ private:
     std::shared_ptr<interruptible_wait> wait_;
     std::shared_ptr<ssh_connection> connection_;
     ssh_channel channel_ = nullptr; ///< the session frees the last one
-    bool is_starting_ = true;       ///< the subsystem
+    bool is_open_ = false;
+    bool is_starting_ = true; ///< the subsystem
 
     std::size_t window_ = std::size_t{4} * 1024 * 1024;
     std::size_t until_window_; ///< bytes to read until the window is opened again

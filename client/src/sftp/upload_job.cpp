@@ -64,10 +64,7 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
 /// After the connection was lost.
 void upload_job::take_up()
 {
-    bool is_unchanged = false;
-    if (guarded([&] { is_unchanged = file_.is_unchanged(); })) {
-        is_unchanged ? open_target() : begin({});
-    }
+    guarded([&] { file_.is_unchanged() ? open_target() : begin({}); });
 }
 
 void upload_job::on_look(const reply& answer)
@@ -134,6 +131,9 @@ void upload_job::open_target()
             initial.permissions = to_attributes(file_.facts_to_set({})).permissions;
         }
     });
+    if (initial.permissions) {
+        *initial.permissions |= 0200; // It may be opened again, in another part or over another connection.
+    }
     if (is_known) {
         send_open(step::open, file_.path(), open_flags(), initial);
     }

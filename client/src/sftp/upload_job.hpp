@@ -24,6 +24,11 @@ public:
     {
         guarded([this] { file_.tick(); });
     }
+    [[nodiscard]] std::optional<byte_range> left_of(const byte_range& part) const override
+    {
+        return is_stored_ ? std::nullopt
+                          : std::optional(byte_range{std::max(part.begin, confirmed_), part.end});
+    }
     void settle(const copy_hooks& hooks) override;
     void remove_temporary() override;
 

@@ -11,7 +11,8 @@ connection_pool::connection_pool(const session& first, unsigned further, unsigne
 {
     const session_options& options = session_access::options(first);
     if (const auto open = streams == 0 ? protocol::opener() : session_access::server(first).further_streams()) {
-        for (; streams > 0; --streams) {
+        while (streams_ < streams) {
+            ++streams_;
             start(open, options);
         }
     }

@@ -28,6 +28,9 @@ public:
     connection_pool& operator=(const connection_pool&) = delete;
     ~connection_pool();
 
+    /// The jobs from 1 to this one are streams of the first connection.
+    [[nodiscard]] unsigned streams() const { return streams_; }
+
     /// Asks for the end when the session's own token does, and when a part of the work has failed.
     [[nodiscard]] std::stop_token stop_token() const { return stop_.get_token(); }
 
@@ -56,6 +59,7 @@ private:
     std::exception_ptr failure_;
     std::stop_source stop_;
     std::vector<std::unique_ptr<worker>> workers_;
+    unsigned streams_ = 0;
     std::stop_callback<std::function<void()>> on_stop_;
 };
 

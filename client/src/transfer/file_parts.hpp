@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace qrftp {
 
@@ -25,7 +26,10 @@ public:
     public:
         using part = typename batch<File>::part;
 
-        view(file_parts& file, retry_policy retries) : batch<File>(std::move(retries)), file_(file) {}
+        view(file_parts& file, retry_policy retries, bool ends_with_connection = false)
+            : batch<File>(std::move(retries)), file_(file), ends_with_connection_(ends_with_connection)
+        {
+        }
 
         std::optional<part> next() override
         {
@@ -33,6 +37,8 @@ public:
             return range ? std::optional(part{&file_.file_, *range}) : std::nullopt;
         }
         void finished(const part& /*done*/) override {}
+        [[nodiscard]] bool ends_with_connection() const override { return ends_with_connection_; }
+        void take_back(const part& left) override { file_.take_back(left.range); }
         void failed(const part& /*lost*/, std::exception_ptr why) override
         {
             file_.give_up();
@@ -41,12 +47,27 @@ public:
 
     private:
         file_parts& file_;
+        bool ends_with_connection_;
     };
 
+    /// Whether parts were taken back that nobody has carried since.
+    [[nodiscard]] bool has_returned() const { return !returned_.empty(); }
+
 private:
+    void take_back(const byte_range& range)
+    {
+        const std::lock_guard lock(mutex_);
+        returned_.push_back(range);
+    }
+
     std::optional<byte_range> next()
     {
         const std::lock_guard lock(mutex_);
+        if (!returned_.empty()) {
+            const byte_range first = returned_.back();
+            returned_.pop_back();
+            return first;
+        }
         if (begin_ >= size_) {
             return std::nullopt;
         }
@@ -58,6 +79,7 @@ private:
     {
         const std::lock_guard lock(mutex_);
         begin_ = size_;
+        returned_.clear();
     }
 
     std::mutex mutex_;
@@ -65,6 +87,7 @@ private:
     std::uint64_t size_;
     std::uint64_t step_;
     std::uint64_t begin_ = 0;
+    std::vector<byte_range> returned_{};
 };
 
 } // namespace qrftp

@@ -89,6 +89,17 @@ void with_consequences(const session& opened, const meter& progress, const std::
     }
 }
 
+std::optional<error_cause> cause_of(const std::exception_ptr& why)
+{
+    try {
+        std::rethrow_exception(why);
+    } catch (const error& failure) {
+        return failure.cause();
+    } catch (...) {
+        return {};
+    }
+}
+
 /// What a fetch that breaks off leaves.
 std::string kept_by(const transfer_options& options)
 {
@@ -100,12 +111,41 @@ template <class File>
 void copy_parts(const session& opened, connection_pool& pool, const transfer_options& options, File& file,
                 std::uint64_t size, unsigned parts, void (protocol::*copy)(batch<File>&))
 {
+    using view = typename file_parts<File>::view;
+    const session_options& limits = session_access::options(opened);
+    const auto is_lost = [&limits](const std::exception_ptr& why) {
+        const auto cause = cause_of(why);
+        return cause == error_cause::connection_lost ||
+               (cause == error_cause::timeout && limits.total_timeout.count() == 0);
+    };
+    const retry_policy retries(options, limits, pool.stop_token());
     file_parts<File> pieces(file, size, parts);
-    pool.run(session_access::server(opened), [&](protocol& connection, unsigned /*job*/) {
-        const retry_policy retries(options, session_access::options(opened), pool.stop_token());
-        typename file_parts<File>::view mine(pieces, retries); // NOLINT(misc-const-correctness)
-        (connection.*copy)(mine);
+    pool.run(session_access::server(opened), [&](protocol& connection, unsigned job) {
+        const bool is_stream = job > 0 && job <= pool.streams();
+        view mine(pieces, retries, is_stream); // NOLINT(misc-const-correctness)
+        try {
+            (connection.*copy)(mine);
+        } catch (const error&) {
+            if (!is_stream || !is_lost(std::current_exception())) {
+                throw; // Job 0 opens the connection of a stream again.
+            }
+        }
     });
+    if (pieces.has_returned()) {
+        view rest(pieces, retries); // NOLINT(misc-const-correctness)
+        (session_access::server(opened).*copy)(rest);
+    }
+}
+
+/// Parts that had ended leave a file that fails in another part where it is: removes it, unless the connection
+/// failed.
+void remove_parts(const session& to, const upload& file, error_cause why)
+{
+    if (file.is_temporary() && !file.keeps_temporary() && why != error_cause::connection_lost &&
+        why != error_cause::no_connection && why != error_cause::timeout) {
+        protocol& server = session_access::server(to);
+        server.clean_up([&] { server.remove_file(file.path()); });
+    }
 }
 
 /// What can be read only once goes over one connection, and is as long as it turns out to be.
@@ -160,7 +200,14 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     meter progress = make_meter(to, path, options, pool);
     file_upload file(std::move(source), local, path, options, progress, parts);
     with_consequences(to, progress, path, "", [&, count = parts] {
-        copy_parts<upload>(to, pool, options, file, size, count, &protocol::send);
+        try {
+            copy_parts<upload>(to, pool, options, file, size, count, &protocol::send);
+        } catch (const error& failure) {
+            if (count > 1) {
+                remove_parts(to, file, failure.cause());
+            }
+            throw;
+        }
     });
 }
 
