@@ -191,12 +191,14 @@ bool life::is_allowed(const operation& of, const files& disk, const files& left)
 }
 
 /// After the connection broke: what a removal or a rename did not find may be what its first try has moved
-/// away, and a refusal keeps the server's word when the reason cannot be asked for any more.
+/// away, and a refusal keeps the server's word when the reason, be it that the folder to make is there, cannot
+/// be asked for any more.
 bool is_unknowable(const operation& of, const std::string& got)
 {
     const bool moves_away = of.words.starts_with("rm") || of.words.starts_with("mv");
-    const bool is_unexplained = got == "PermissionDenied" || got == "Refused";
-    return (got == "done" && of.refusal == "NotFound" && moves_away) || (is_unexplained && !of.refusal.empty());
+    const bool is_refused = !of.refusal.empty() || of.words.starts_with("mkdir");
+    return (got == "done" && of.refusal == "NotFound" && moves_away) ||
+           ((got == "PermissionDenied" || got == "Refused") && is_refused);
 }
 
 int life::live(int operations)

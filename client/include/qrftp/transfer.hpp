@@ -67,7 +67,8 @@ struct transfer_options {
     std::uint64_t rate_limit = 0;
     /// How often a transfer whose connection broke is taken up again without having got any further; one that
     /// got further begins to count anew. It goes on from where it was if the size and the time of the source
-    /// are what they were, and else begins anew. What a function gave (`send`) goes on only from where it was.
+    /// are what they were, and else begins anew; one in parts (`jobs`) then ends with `SizeMismatch`. What a
+    /// function gave (`send`) goes on only from where it was.
     unsigned retries = 3;
     /// The pause before the second of them; it doubles from one to the next. The first one comes at once.
     std::chrono::milliseconds retry_delay = std::chrono::seconds(1);
