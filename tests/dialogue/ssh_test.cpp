@@ -301,7 +301,7 @@ TEST_F(Ssh, GoesOnWithoutAnAgentThatDoesNotAnswer)
         options.connect_timeout = stops ? 1h : 1s;
         const fs::path socket = folder / fmt::format("agent {} {}", agent_key.size(), stops);
         const auto agent =
-            run_silent_agent(socket, agent_key, [&, stops = stops] { stops ? stop.request_stop() : false; });
+            run_silent_agent(socket, agent_key, [&, ends = stops] { ends ? stop.request_stop() : false; });
         sentence.clear();
         EXPECT_EQ(refusal(peer), stops ? "Cancelled" : "") << socket;
         EXPECT_THAT(sentence, testing::HasSubstr(stops ? "Interrupted" : "agent")) << socket;
