@@ -288,6 +288,22 @@ TEST_F(Ssh, WaitsNoLongerThanAllowed)
     }
 }
 
+TEST_F(Ssh, WaitsForTheSubsystemAsLongAsAllowed)
+{
+    for (const bool stops : {false, true}) {
+        std::promise<void> end;
+        std::stop_source stop;
+        const ssh_peer mute({.public_key = key, .before_subsystem = [&] {
+                                 stop.request_stop();
+                                 end.get_future().wait();
+                             }});
+        options.stop = stops ? stop.get_token() : std::stop_token();
+        options.connect_timeout = stops ? 1h : 1s;
+        EXPECT_EQ(refusal(mute), stops ? "Cancelled" : "Timeout") << sentence;
+        end.set_value();
+    }
+}
+
 TEST_F(Ssh, GoesOnWithoutAnAgentThatDoesNotAnswer)
 {
     const ssh_peer peer({.password = "right", .public_key = key});

@@ -257,6 +257,9 @@ ssh_channel ssh_peer::connection::open_channel()
 int ssh_peer::connection::stream::start_subsystem()
 {
     const script& script = owner.script_;
+    if (script.before_subsystem) {
+        script.before_subsystem();
+    }
     handler = script.new_channel ? script.new_channel()
                                  : [](std::string_view bytes) { return std::optional<std::string>(bytes); };
     return script.has_sftp ? 0 : 1;

@@ -41,7 +41,8 @@ public:
         std::vector<std::vector<question>> rounds{};
         bool needs_key_and_password = false;
         bool has_sftp = true;
-        std::size_t most_channels = SIZE_MAX; ///< of a connection
+        std::function<void()> before_subsystem{}; ///< called before the answer, which it may hold up
+        std::size_t most_channels = SIZE_MAX;     ///< of a connection
         cut cut_at = cut::never;
         /// Makes the handler of a new channel; without it, what arrives is sent back.
         std::function<channel_handler()> new_channel{};
