@@ -43,6 +43,8 @@ struct byte_range {
     std::uint64_t end = to_the_end;
 
     [[nodiscard]] bool is_whole() const { return begin == 0 && end == to_the_end; }
+    /// Whether a file that is sent is given its facts and its name after it: nothing is left to be sent then.
+    [[nodiscard]] bool is_last() const { return end == to_the_end; }
 };
 
 /// One file on its way from the server. What its members throw ends the transfer of this file.
@@ -143,8 +145,6 @@ public:
     /// Throws `ChecksumMismatch` if what the server has stored is something else than the source.
     virtual void verify(const checksum& /*stored*/) {}
 
-    /// A part has been sent: whether it was the last one, after which the file is given its facts and its name.
-    virtual bool finish_part() = 0;
     /// The target has its name.
     virtual void finish() = 0;
 

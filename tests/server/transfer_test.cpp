@@ -156,8 +156,11 @@ TEST_P(Transfer, SendsALargeFileByStreamsWhereTheLineIsLong)
     if (!sftp())
         return;
     std::atomic<int> streams = 0;
-    qrftp::set_trace(qrftp::trace_level::dialogue,
-                     [&](std::string_view said) { streams += said.starts_with("> limits@"); });
+    std::atomic<int> opened = 0;
+    qrftp::set_trace(qrftp::trace_level::dialogue, [&](std::string_view said) {
+        streams += said.starts_with("> limits@");
+        opened += said.starts_with("> OPEN ");
+    });
     fault_relay line(port(), false, 1);
     line.delay = 20ms;
     auto how = options();
@@ -175,8 +178,12 @@ TEST_P(Transfer, SendsALargeFileByStreamsWhereTheLineIsLong)
         EXPECT_TRUE(content(there_ / "f") == content(here_ / "up")) << after;
         EXPECT_EQ(fs::status(there_ / "f").permissions(), fs::perms(0444));
     }
-    qrftp::set_trace(qrftp::trace_level::off);
     EXPECT_EQ(streams > 2, GetParam().name == "openssh") << streams;
+    fs::permissions(there_, fs::perms(0777));
+    opened = 0;
+    s.send(here_ / "up", "f");
+    EXPECT_EQ(opened, 1) << "others can put something in the place of what is opened by name";
+    qrftp::set_trace(qrftp::trace_level::off);
 }
 
 TEST_P(Transfer, ComparesChecksumsWhereTheServerCan)

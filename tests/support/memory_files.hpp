@@ -96,7 +96,6 @@ public:
                 .mode = replaced ? replaced->mode : mode};
     }
     void sent(std::uint64_t bytes) override { confirmed += bytes; }
-    bool finish_part() override { return true; }
     void finish() override { ++finishes; }
 
     std::string content;

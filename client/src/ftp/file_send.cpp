@@ -53,13 +53,11 @@ void file_send::run(upload_batch& files)
         if (file_.needs_verifying()) {
             file_.verify(server_.ask_checksum(file_.path()));
         }
-        if (file_.finish_part()) {
-            server_.set_facts(file_.path(), file_.facts_to_set(replaced_));
-            if (file_.is_temporary()) {
-                replace_file(server_, file_.path(), file_.target(), file_.may_replace());
-            }
-            file_.finish();
+        server_.set_facts(file_.path(), file_.facts_to_set(replaced_));
+        if (file_.is_temporary()) {
+            replace_file(server_, file_.path(), file_.target(), file_.may_replace());
         }
+        file_.finish();
     } catch (...) {
         discard(std::current_exception());
         throw;

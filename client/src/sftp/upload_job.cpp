@@ -15,7 +15,8 @@ void upload_job::send_first()
         return ask_whether_renamed();
     }
     const bool is_own = is_retry() && !file_.is_temporary(); // made by the first try, perhaps
-    knows_target_ = knows_target_ || is_own || (file_.may_replace() && !file_.needs_replaced());
+    knows_target_ =
+        knows_target_ || is_own || !part_.is_last() || (file_.may_replace() && !file_.needs_replaced());
     if (!knows_target_) {
         ask(packet_type::lstat, step::look_at_target, file_.target());
     }
@@ -39,14 +40,16 @@ void upload_job::handle_reply(const request_tag& tag, const reply& answer)
         return on_look_at_target(answer);
     case step::open:
         return on_open(answer);
+    case step::look_for_more:
+        return on_look_for_more(answer);
+    case step::cut:
+        return on_cut(answer);
     case step::write:
         return on_written(tag, answer);
     case step::close:
         return on_closed(answer);
     case step::check_size:
         return on_size(answer);
-    case step::cut:
-        return answer.is_failure() && is_longer_ ? fail_refused(file_.target(), answer) : on_sized();
     case step::checksum:
         return on_checksum(answer);
     case step::rename:
@@ -139,7 +142,8 @@ void upload_job::open_target()
     }
 }
 
-/// Nothing of what is resumed may be cut off; parts are cut in the end. What is new must not be there.
+/// Nothing of what is resumed may be cut off; what parts are written to is cut in the end. What is new must not
+/// be there.
 std::uint32_t upload_job::open_flags() const
 {
     std::uint32_t flags = open_flag::write | open_flag::create;
@@ -162,9 +166,30 @@ void upload_job::on_open(const reply& answer)
     }
     if (next_ < last()) {
         get_ready();
+    } else if (part_.is_last() && !part_.is_whole() && !file_.is_temporary()) {
+        ask(packet_type::fstat, step::look_for_more, handle());
     } else {
         finish_writing();
     }
+}
+
+/// What was there before the parts may have been longer than they are: it is cut, unless it is no file.
+void upload_job::on_look_for_more(const reply& answer)
+{
+    const auto kind = answer.is_status() ? std::nullopt : kind_of(answer.attrs());
+    const auto stored = answer.is_status() ? std::nullopt : answer.attrs().size;
+    const std::uint64_t sent = last();
+    if (kind.value_or(entry_kind::file) == entry_kind::file && stored.value_or(byte_range::to_the_end) > sent) {
+        is_longer_ = kind && stored;
+        return ask(packet_type::fsetstat, step::cut, handle(), attributes{.size = sent});
+    }
+    finish_writing();
+}
+
+/// What may have had nothing to be cut off may be no file.
+void upload_job::on_cut(const reply& answer)
+{
+    answer.is_failure() && is_longer_ ? fail_refused(file_.target(), answer) : finish_writing();
 }
 
 /// Where the source ends, as far as that is known.
@@ -203,14 +228,14 @@ void upload_job::finish_writing()
     if (!knows_target_) {
         return;
     }
-    if (part_.is_whole()) {
+    if (part_.is_last()) {
         send_facts();
     }
     if (has_ended()) {
         return;
     }
     ask_close(step::close);
-    if (part_.is_whole()) {
+    if (part_.is_last()) {
         ask(packet_type::stat, step::check_size, file_.path());
     }
 }
@@ -221,11 +246,7 @@ void upload_job::send_facts()
     if (!guarded([&] { values = to_attributes(file_.facts_to_set(replaced_)); }) || values == attributes{}) {
         return;
     }
-    if (is_open()) {
-        ask(packet_type::fsetstat, step::set_facts, handle(), values);
-    } else {
-        ask(packet_type::setstat, step::set_facts, file_.path(), values);
-    }
+    ask(packet_type::fsetstat, step::set_facts, handle(), values);
 }
 
 void upload_job::on_written(const request_tag& tag, const reply& answer)
@@ -257,18 +278,9 @@ void upload_job::on_stored()
     if (unanswered() > 0 || has_ended()) {
         return;
     }
-    if (!std::exchange(is_stored_, true)) {
-        bool is_last = false;
-        if (!guarded([&] { is_last = file_.finish_part(); })) {
-            return;
-        }
-        if (!is_last) {
-            has_temporary_ = false; // It belongs to the other parts.
-            return end();
-        }
-    }
-    if (!part_.is_whole() && !std::exchange(is_finished_, true)) {
-        return ask(packet_type::stat, step::check_size, file_.path());
+    if (!part_.is_last()) {
+        has_temporary_ = false; // It belongs to the other parts.
+        return end();
     }
     if (file_.needs_verifying() && !std::exchange(is_verified_, true)) {
         return ask_checksum(step::checksum, file_.path());
@@ -280,30 +292,13 @@ void upload_job::on_stored()
     }
 }
 
-/// What was there before the parts may have been longer than they are: it is cut, unless it is no file.
 void upload_job::on_size(const reply& answer)
 {
     const std::uint64_t sent = file_.size().value_or(next_);
     const bool is_file = !answer.is_status() && kind_of(answer.attrs()) == entry_kind::file;
-    const bool may_be_file = is_file || answer.is_status() || !kind_of(answer.attrs());
-    const bool is_told = is_file && answer.attrs().size;
-    const std::uint64_t stored = is_told ? *answer.attrs().size : byte_range::to_the_end;
-    if (!part_.is_whole() && !file_.is_temporary() && may_be_file && stored > sent) {
-        is_longer_ = is_told;
-        return ask(packet_type::setstat, step::cut, file_.path(), attributes{.size = sent});
-    }
-    if (is_told && stored != sent) {
-        const std::string reason = fmt::format("{} of {} bytes", stored, sent);
+    if (is_file && answer.attrs().size && *answer.attrs().size != sent) {
+        const std::string reason = fmt::format("{} of {} bytes", *answer.attrs().size, sent);
         return fail(std::make_exception_ptr(SizeMismatch(file_.target(), reason)));
-    }
-    on_sized();
-}
-
-/// The mode and the time of several parts come last: either could prevent, or be undone by, what is before it.
-void upload_job::on_sized()
-{
-    if (!part_.is_whole()) {
-        send_facts();
     }
     on_stored();
 }
@@ -374,7 +369,6 @@ bool upload_job::reset()
 {
     is_sent_ = false;
     is_closed_ = false;
-    is_finished_ = false;
     is_verified_ = false;
     temporary_is_there_ = false;
     const bool can_go_on = next_ == confirmed_ || file_.reads_anywhere();

@@ -10,7 +10,7 @@ namespace qrftp::sftp {
 
 /// One file to the server: OPEN, WRITEs, FSETSTAT, CLOSE, STAT without waiting in between; when all of these
 /// have been confirmed, and the size is right, the rename that gives it its name. If it fails, its temporary
-/// name is removed.
+/// name is removed. Of a file in parts, the last one, which is empty, does what comes after CLOSE.
 class upload_job final : public copy_job {
 public:
     using batch_type = upload_batch;
@@ -26,8 +26,8 @@ public:
     }
     [[nodiscard]] std::optional<byte_range> left_of(const byte_range& part) const override
     {
-        return is_stored_ ? std::nullopt
-                          : std::optional(byte_range{std::max(part.begin, confirmed_), part.end});
+        return part.is_last() ? std::nullopt
+                              : std::optional(byte_range{std::max(part.begin, confirmed_), part.end});
     }
     void settle(const copy_hooks& hooks) override;
     void remove_temporary() override;
@@ -38,11 +38,12 @@ private:
         look_in_place,
         look_at_target,
         open,
+        look_for_more,
+        cut,
         write,
         set_facts,
         close,
         check_size,
-        cut,
         checksum,
         rename,
         find_temporary,
@@ -67,8 +68,9 @@ private:
     void finish_writing();
     void send_facts();
     void on_stored();
+    void on_look_for_more(const reply& answer);
+    void on_cut(const reply& answer);
     void on_size(const reply& answer);
-    void on_sized();
     void on_checksum(const reply& answer);
     void send_rename();
     void on_renamed(const reply& answer);
@@ -89,8 +91,6 @@ private:
     bool may_exist_ = false;      ///< what is written to
     bool is_sent_ = false;
     bool is_closed_ = false;
-    bool is_stored_ = false;   ///< under the temporary name, if there is one
-    bool is_finished_ = false; ///< of several parts: what is done once has been
     bool is_verified_ = false;
     bool is_longer_ = false; ///< what is there than what was sent
     bool is_renaming_ = false;

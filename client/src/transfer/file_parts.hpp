@@ -22,6 +22,9 @@ public:
     {
     }
 
+    /// That part alone.
+    file_parts(File& file, const byte_range& part) : file_(file), size_(0), step_(1), returned_{part} {}
+
     class view final : public batch<File> {
     public:
         using part = typename batch<File>::part;
@@ -41,13 +44,18 @@ public:
         void take_back(const part& left) override { file_.take_back(left.range); }
         void failed(const part& /*lost*/, std::exception_ptr why) override
         {
+            has_failed_ = true;
             file_.give_up();
             std::rethrow_exception(why);
         }
 
+        /// Whether there is something that this view did not give back.
+        [[nodiscard]] bool has_failed() const { return has_failed_; }
+
     private:
         file_parts& file_;
         bool ends_with_connection_;
+        bool has_failed_ = false;
     };
 
     /// Whether parts were taken back that nobody has carried since.

@@ -107,11 +107,10 @@ file_facts basic_upload::facts_to_set(const std::optional<entry>& replaced) cons
 }
 
 file_upload::file_upload(std::unique_ptr<files::LocalFile> source, fs::path shown, const std::string& target,
-                         const transfer_options& options, meter& progress, unsigned parts, target_facts known)
+                         const transfer_options& options, meter& progress, bool is_in_parts, target_facts known)
     : basic_upload(target, options, progress, resumed_identity(*source, shown, target, options), known),
       source_(std::move(source)), shown_(std::move(shown)),
-      status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(parts > 1),
-      parts_left_(parts)
+      status_(with_local_errors(shown_, [&] { return source_->status(); })), is_in_parts_(is_in_parts)
 {
     if (options.resume && !options.in_place && !basic_upload::keeps_temporary()) {
         begin_anew();
@@ -165,12 +164,6 @@ void file_upload::verify(const checksum& stored)
 {
     check_same(target(), with_local_errors(shown_, [&] { return checksum_of(*source_, stored.algorithm); }),
                stored);
-}
-
-bool file_upload::finish_part()
-{
-    const std::lock_guard lock(mutex_);
-    return --parts_left_ == 0;
 }
 
 file_facts file_upload::source_facts() const

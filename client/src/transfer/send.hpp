@@ -66,10 +66,10 @@ private:
 /// An open local file on its way to the server. It may go in parts over several connections.
 class file_upload final : public basic_upload {
 public:
-    /// `shown` is how errors name the file.
+    /// `shown` is how errors name the file; one in parts cannot be begun anew.
     file_upload(std::unique_ptr<zorbel::io::common::file::LocalFile> source, std::filesystem::path shown,
-                const std::string& target, const transfer_options& options, meter& progress, unsigned parts = 1,
-                target_facts known = {});
+                const std::string& target, const transfer_options& options, meter& progress,
+                bool is_in_parts = false, target_facts known = {});
 
     byte_range begin(const std::optional<file_facts>& there) override;
     [[nodiscard]] std::optional<std::uint64_t> size() const override { return status_.size; }
@@ -77,7 +77,6 @@ public:
     [[nodiscard]] bool reads_anywhere() const override { return true; }
     bool is_unchanged() override;
     void verify(const checksum& stored) override;
-    bool finish_part() override;
 
 protected:
     [[nodiscard]] file_facts source_facts() const override;
@@ -88,7 +87,6 @@ private:
     zorbel::io::common::file::Status status_;
     std::mutex mutex_; ///< parts go side by side
     bool is_in_parts_;
-    unsigned parts_left_;
 };
 
 /// Bytes that a function gives, on their way to the server.
@@ -104,7 +102,6 @@ public:
     [[nodiscard]] bool reads_anywhere() const override { return false; }
     bool is_unchanged() override { return true; }
     void verify(const checksum& stored) override;
-    bool finish_part() override { return true; }
 
 protected:
     [[nodiscard]] file_facts source_facts() const override { return {}; }

@@ -111,7 +111,6 @@ public:
     {
         check_same(target(), source_.facts.content.value(), stored);
     }
-    bool finish_part() override { return true; }
 
 protected:
     [[nodiscard]] file_facts source_facts() const override { return source_.facts; }

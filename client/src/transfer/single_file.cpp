@@ -1,6 +1,7 @@
 #include "single_file.hpp"
 
 #include "../refusal.hpp"
+#include "../remote_path.hpp"
 #include "../session_access.hpp"
 #include "connection_pool.hpp"
 #include "fetch.hpp"
@@ -60,6 +61,20 @@ spread spread_file(const protocol& server, unsigned allowed, std::uint64_t size,
     const bool is_cheap = connections + streams > 2 && server.carries_parts();
     const std::uint64_t parts = is_cheap ? std::min((size - 1) / small_part + 1, max_parts) : connections;
     return {connections, streams, static_cast<unsigned>(parts)};
+}
+
+/// Whether others can put what they like in the place of a temporary name, which each part opens again. A group
+/// of the same number as its owner is the owner's own.
+bool is_shared_folder_of(const std::string& path, protocol& server)
+{
+    using std::filesystem::perms;
+    const auto folder = server.find(remote_path::join(remote_path::parent(path), "."));
+    if (!folder || !folder->mode || (*folder->mode & perms::sticky_bit) != perms::none) {
+        return false;
+    }
+    const bool has_own_group = !folder->group.empty() && folder->group == folder->owner;
+    const perms others = has_own_group ? perms::others_write : perms::others_write | perms::group_write;
+    return (*folder->mode & others) != perms::none;
 }
 
 meter make_meter(const session& opened, const std::string& path, const transfer_options& options,
@@ -123,17 +138,25 @@ void copy_parts(const session& opened, connection_pool& pool, const transfer_opt
     pool.run(session_access::server(opened), [&](protocol& connection, unsigned job) {
         const bool is_stream = job > 0 && job <= pool.streams();
         view mine(pieces, retries, is_stream); // NOLINT(misc-const-correctness)
+        if (job > 0 && parts == 1) {
+            return;
+        }
         try {
             (connection.*copy)(mine);
         } catch (const error&) {
-            if (!is_stream || !is_lost(std::current_exception())) {
-                throw; // Job 0 opens the connection of a stream again.
+            if (!is_stream || mine.has_failed() || !is_lost(std::current_exception())) {
+                throw; // Else job 0 carries what the stream gave back.
             }
         }
     });
     if (pieces.has_returned()) {
         view rest(pieces, retries); // NOLINT(misc-const-correctness)
         (session_access::server(opened).*copy)(rest);
+    }
+    if (std::is_same_v<File, upload> && parts > 1) {
+        file_parts<File> last(file, byte_range{size});
+        view end(last, retries); // NOLINT(misc-const-correctness)
+        (session_access::server(opened).*copy)(end);
     }
 }
 
@@ -191,14 +214,16 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
     verification_of(server, to.location().server(), options);
     const std::uint64_t size = with_local_errors(local, [&] { return source->status().size; });
     const unsigned allowed = allowed_connections(server, options, direction::send);
-    const auto [connections, streams, parts] =
-        spread_file(server, allowed, size, allowed_streams(server, options));
+    auto [connections, streams, parts] = spread_file(server, allowed, size, allowed_streams(server, options));
     if (!options.replace && !options.resume && server.find(path)) {
         throw AlreadyExists(path);
     }
     connection_pool pool(to, connections - 1, streams - 1);
+    if (parts > 1 && !options.in_place && is_shared_folder_of(path, server)) {
+        parts = 1;
+    }
     meter progress = make_meter(to, path, options, pool);
-    file_upload file(std::move(source), local, path, options, progress, parts);
+    file_upload file(std::move(source), local, path, options, progress, parts > 1);
     with_consequences(to, progress, path, "", [&, count = parts] {
         try {
             copy_parts<upload>(to, pool, options, file, size, count, &protocol::send);
