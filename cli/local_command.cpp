@@ -113,10 +113,12 @@ void run_program(const std::vector<std::string>& words)
 {
     const int status = run(words);
     if (WIFSIGNALED(status)) {
-        throw std::runtime_error(fmt::format("The command was ended by signal {}.", WTERMSIG(status)));
+        throw std::runtime_error(
+            fmt::format("\"{}\" was ended by signal {}.", words.front(), WTERMSIG(status)));
     }
     if (WEXITSTATUS(status) != 0) {
-        throw std::runtime_error(fmt::format("The command ended with status {}.", WEXITSTATUS(status)));
+        throw std::runtime_error(
+            fmt::format("\"{}\" ended with status {}.", words.front(), WEXITSTATUS(status)));
     }
 }
 

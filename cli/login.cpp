@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <set>
@@ -226,6 +227,40 @@ void add_ssh_options(CLI::App& command, login_options& options)
              "SFTP: file of known host keys; else ~/.ssh/known_hosts");
 }
 
+/// Overwrites the password of the URL that a word of the command line is.
+void hide_password(std::span<char> argument)
+{
+    static constexpr std::string_view proxy = "--proxy=";
+    const bool is_proxy = std::string_view(argument.data(), argument.size()).starts_with(proxy);
+    argument = argument.subspan(is_proxy ? proxy.size() : 0);
+    const std::string word(argument.begin(), argument.end());
+    std::string password = is_proxy ? std::string(password_in(word)) : "";
+    try {
+        password = !is_proxy && is_url(word) ? url::parse(word).password : password;
+    } catch (const InvalidUrl&) {
+        password = password_in(word);
+    }
+    if (!password.empty()) {
+        const std::string_view written = password_in(word);
+        mask_secret(password);
+        mask_secret(written);
+        std::fill_n(argument.begin() + (written.data() - word.data()), written.size(), '*');
+    }
+}
+
+/// The same in a whole line, as the completion of a shell gives it.
+void hide_passwords_of_line(std::span<char> line)
+{
+    const auto is_end = [](char byte) {
+        return std::string_view(" \t\n'\"").find(byte) != std::string_view::npos;
+    };
+    for (auto begin = line.begin(); begin != line.end();) {
+        const auto end = std::find_if(begin, line.end(), is_end);
+        hide_password({begin, end});
+        begin = end == line.end() ? end : end + 1;
+    }
+}
+
 } // namespace
 
 void add_login_options(CLI::App& command, login_options& options)
@@ -275,23 +310,11 @@ void join_proxy_url(std::vector<std::string>& arguments)
 
 void hide_passwords(std::span<char*> arguments)
 {
-    static constexpr std::string_view proxy = "--proxy=";
-    for (char* argument : arguments) {
-        const bool is_proxy = std::string_view(argument).starts_with(proxy);
-        argument += is_proxy ? proxy.size() : 0;
-        const std::string word = argument;
-        std::string password = is_proxy ? std::string(password_in(word)) : "";
-        try {
-            password = !is_proxy && is_url(word) ? url::parse(word).password : password;
-        } catch (const InvalidUrl&) {
-            password = password_in(word);
-        }
-        if (!password.empty()) {
-            const std::string_view written = password_in(word);
-            mask_secret(password);
-            mask_secret(written);
-            std::fill_n(argument + (written.data() - word.data()), written.size(), '*');
-        }
+    bool is_line = false;
+    for (char* const argument : arguments) {
+        const std::span<char> text(argument, std::strlen(argument));
+        is_line ? hide_passwords_of_line(text) : hide_password(text);
+        is_line = std::string_view(argument) == "--complete-line";
     }
 }
 

@@ -4,6 +4,9 @@
 #include "subcommand.hpp"
 #include "usage_sentence.hpp"
 
+#include <qrftp/error.hpp>
+#include <qrftp/url.hpp>
+
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -97,6 +100,21 @@ struct profile_word {
     const profile* named;
 };
 
+/// Throws `usage_error` where `word` would have to be a URL and is none, but could be "NAME:PATH".
+void check_name(const profile_list& list, const std::string& word)
+{
+    const std::string name = word.substr(0, word.find(':'));
+    if (is_url(word) || name.size() == word.size() || !fault_of_name(name).empty()) {
+        return;
+    }
+    try {
+        (void)url::parse(word);
+    } catch (const InvalidUrl& why) {
+        throw usage_error(
+            fmt::format("{} There is no profile \"{}\" in {} either.", why.what(), name, list.file.string()));
+    }
+}
+
 /// Puts URLs in place of names. In the shell only "open" takes them.
 std::vector<profile_word> expand_words(const CLI::App& command, command_line& line, const profile_list& list)
 {
@@ -112,6 +130,8 @@ std::vector<profile_word> expand_words(const CLI::App& command, command_line& li
         if (named != nullptr) {
             line.words[place] = url_of(list, *named, line.words[place]);
             found.push_back({place, named});
+        } else if (std::ranges::all_of(possible, [](const std::string& one) { return one == "URL"; })) {
+            check_name(list, line.words[place]);
         }
     }
     return found;

@@ -247,12 +247,24 @@ CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, cons
     return command;
 }
 
+CLI::Option& take_units(CLI::Option& option, const std::map<std::string, std::uint64_t>& units,
+                        const char* shown)
+{
+    // The one that is added last is the first to look at the text.
+    const CLI::Validator has_no_sign(
+        [](const std::string& text) {
+            return text.starts_with('-') ? fmt::format("\"{}\" is less than 0", text) : std::string();
+        },
+        "");
+    return *option.transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::DEFAULT).description(""))
+                ->transform(has_no_sign)
+                ->type_name(shown);
+}
+
 CLI::Option& take_bytes(CLI::Option& option)
 {
-    const std::map<std::string, std::uint64_t> units{
-        {"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}, {"t", 1ULL << 40U}};
-    return *option.transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::DEFAULT).description(""))
-                ->type_name("N[k|M|G|T]");
+    return take_units(option, {{"k", 1ULL << 10U}, {"m", 1ULL << 20U}, {"g", 1ULL << 30U}, {"t", 1ULL << 40U}},
+                      "N[k|M|G|T]");
 }
 
 void add_dry_run(CLI::App& command, command_line& line)

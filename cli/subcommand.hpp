@@ -4,7 +4,9 @@
 
 #include <qrftp/session.hpp>
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -62,7 +64,11 @@ void set_shell_operands(CLI::App& command, const command_line& line, const std::
 CLI::App& add_for_urls(CLI::App& app, command_line& line, const char* name, const char* help, bool several,
                        url_action act);
 
-/// Lets the value of `option` be a number of bytes with a unit, as in "10M".
+/// Lets the value of `option` be a number that is not negative, with one of `units`; its help shows it as
+/// `shown`.
+CLI::Option& take_units(CLI::Option& option, const std::map<std::string, std::uint64_t>& units,
+                        const char* shown);
+/// The same with the units of bytes, as in "10M".
 CLI::Option& take_bytes(CLI::Option& option);
 
 void add_dry_run(CLI::App& command, command_line& line);

@@ -16,11 +16,8 @@ namespace {
 
 void add_age(CLI::App& command, const char* name, std::optional<std::uint64_t>& seconds, const char* help)
 {
-    const std::map<std::string, std::uint64_t> units{
-        {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}};
-    command.add_option(name, seconds, help)
-        ->transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::DEFAULT).description(""))
-        ->type_name("N[s|m|h|d|w]");
+    take_units(*command.add_option(name, seconds, help),
+               {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}}, "N[s|m|h|d|w]");
 }
 
 } // namespace

@@ -12,6 +12,8 @@ options=()
 wrong 2 '*"frob"*' frob
 wrong 2 '*--frob*' ls "$ftp/" --frob
 for url in 'ftp://ho st/' ftp://127.0.0.1:70000/ http://127.0.0.1/ "$ftp/a%0d%0aDELE%20there"; do wrong 2 '*is not the URL*' get "$url"; done
+wrong 2 '*less than 0*' get "$ftp/there" --limit-rate -5
+wrong 2 '*not the URL*no profile "nosuch"*' ls nosuch:a
 wrong 2 '*same server*' ls "$ftp/" "$sftp/"
 wrong 2 '*not a URL*' mv "$ftp/there" "$ftp/new"
 wrong 2 '*cannot be sent*' ls "$ftp/" --tls none --user $'u\r\nDELE there'

@@ -334,7 +334,7 @@ TEST(OneHostileTree, FoldersAboveTheLoginFolderAreNotRemoved)
     EXPECT_EQ(t.sent({"DELE", "RMD", "MLSD"}), "");
 }
 
-TEST(OneHostileTree, NoLinkIsFollowedUnderANameThatTheServerChose)
+TEST(OneHostileTree, NoLinkIsFollowedAndNoPipeFilledUnderANameThatTheServerChose)
 {
     for (const auto scheme : {url_scheme::ftp, url_scheme::sftp}) {
         tree_stage stage(fetching("", theirs, {}), scheme);
@@ -347,6 +347,16 @@ TEST(OneHostileTree, NoLinkIsFollowedUnderANameThatTheServerChose)
         fs::create_symlink("../outside/x", stage.local() / "b");
         EXPECT_EQ(error_of_client([&] { fetch_tree(client, remote_root, stage.local() / "root", options); }),
                   "UnsafeName");
+        fs::create_directory(stage.local() / "tree");
+        for (const char* const name : {"tree/a", "pipe"})
+            ASSERT_EQ(mkfifo((stage.local() / name).c_str(), 0600), 0);
+        EXPECT_EQ(error_of_client([&] { fetch_tree(client, remote_root, stage.local() / "tree"); }),
+                  "UnsafeName");
+        EXPECT_EQ(error_of_client(
+                      [&] { client.fetch(remote_root + "/a", stage.local() / "pipe", options.transfer); }),
+                  "UnsafeName");
+        fs::remove_all(stage.local() / "tree");
+        fs::remove(stage.local() / "pipe");
         client.fetch(remote_root + "/a", stage.local() / "a", options.transfer);
         fetch_files(client, {{remote_root + "/a", stage.local() / "b"}}, options);
         EXPECT_EQ(stage.destination(), (files{{"root", "-> ../outside"}, {"a", "new"}, {"b", "new"}}));

@@ -201,11 +201,18 @@ TEST(Transfer, GoesThroughNoLinkOfAStrangerInASharedFolder)
     fs::create_directory(t.local / "shared");
     fs::create_symlink("../f", link);
     ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+    const fs::path to_pipe = t.local / "shared/to_pipe";
+    fs::create_symlink("../pipe", to_pipe);
+    ASSERT_TRUE(lchown(to_pipe.c_str(), 65534, 65534) == 0 && mkfifo((t.local / "pipe").c_str(), 0600) == 0);
     for (const bool is_shared : {true, false}) {
         fs::permissions(t.local / "shared", is_shared ? fs::perms(01777) : fs::perms(0777));
         EXPECT_EQ(error_of_client([&] { t.open().send(link, "t"); }), is_shared ? "LocalFileError" : "");
         EXPECT_EQ(error_of_client([&] { t.open().fetch("f", link); }), is_shared ? "LocalFileError" : "");
         EXPECT_EQ(content(t.local / "f"), is_shared ? "local" : "remote");
+        if (is_shared) {
+            EXPECT_EQ(error_of_client([&] { t.open().send(to_pipe, "t"); }), "LocalFileError");
+            EXPECT_EQ(error_of_client([&] { t.open().fetch("f", to_pipe); }), "LocalFileError");
+        }
     }
 }
 

@@ -54,6 +54,15 @@ TEST_F(SftpPipeline, LearnsVersionExtensionsAndLimits)
     EXPECT_EQ(server->limits().write, 262'144U - 1024);
 }
 
+TEST_F(SftpPipeline, TakesNoLimitThatMakesRequestsWithoutNumber)
+{
+    peer.extensions.emplace_back("limits@openssh.com", "1");
+    peer.max_read = 1;
+    const auto server = connect();
+    server->call(packet_type::realpath, ".");
+    EXPECT_EQ(server->limits().read, 4096U);
+}
+
 TEST_F(SftpPipeline, ClosesTheConnectionOnWhatIsNoAnswer)
 {
     const auto ok = [](std::uint32_t id) { return status_packet(id, status_code::ok); };

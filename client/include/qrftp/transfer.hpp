@@ -31,7 +31,8 @@ struct transfer_options {
     bool replace = true;
     /// Fetching: a symbolic link in the place of the target stands for what it leads to. Where the target's
     /// name is the server's choice, set it to false: a link in the place of a file is then replaced itself, and
-    /// one in the place of a tree's root is refused (`UnsafeName`), as below the root always.
+    /// one in the place of a tree's root is refused (`UnsafeName`), as below the root always. Pipes and
+    /// devices are then refused, too.
     bool follow_target = true;
     /// Gives the target the modification time of its source, as far as the server can (MFMT on FTP).
     bool keep_time = false;

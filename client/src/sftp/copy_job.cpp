@@ -186,9 +186,13 @@ void copy_job::fail(std::exception_ptr why) noexcept
         return;
     }
     failure_ = std::move(why);
-    if (state_->server.is_open()) {
-        close();
-        remove_temporary();
+    try {
+        if (state_->server.is_open()) {
+            close();
+            remove_temporary();
+        }
+    } catch (
+        const std::exception&) { // NOLINT(bugprone-empty-catch): the failure before it is the one to report
     }
     end();
 }

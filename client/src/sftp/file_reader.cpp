@@ -12,6 +12,7 @@ namespace {
 
 /// How many bytes may be asked for without having been answered.
 constexpr std::uint64_t max_bytes_asked = std::uint64_t{4} << 20;
+constexpr std::size_t max_reads = 4096; ///< however small the ranges are
 
 } // namespace
 
@@ -75,7 +76,7 @@ private:
                 static_cast<std::uint32_t>(std::min<std::size_t>(server_->limits().read, wanted.end - place));
             ask(index, wanted.offset + place, length);
             place += length;
-            while (in_flight_ >= max_bytes_asked) {
+            while (in_flight_ >= max_bytes_asked || server_->outstanding() >= max_reads) {
                 server_->pump();
             }
         }

@@ -68,6 +68,8 @@ inline constexpr std::uint32_t exclusive = 0x20;
 
 /// What a packet may hold at most. A server that sends more does not keep to the protocol.
 inline constexpr std::size_t max_data = std::size_t{256} * 1024;
+/// Every server takes 32 KiB. Where one says less than this, the requests would be too many.
+inline constexpr std::uint64_t least_data = std::uint64_t{4} * 1024;
 inline constexpr std::size_t max_packet = max_data + 1024; ///< without its length field
 inline constexpr std::size_t max_handle = 256;
 inline constexpr std::size_t max_name = std::size_t{64} * 1024;

@@ -121,8 +121,8 @@ void pipeline::limits_answer::on_reply(const request_tag& /*tag*/, const reply& 
     limits.handles = fields.read_u64();
     const auto effective = [packet](std::uint64_t limit, std::uint32_t otherwise) {
         const std::uint64_t whole = packet > 1024 ? packet - 1024 : max_data;
-        return limit == 0 ? otherwise
-                          : static_cast<std::uint32_t>(std::min({limit, whole, std::uint64_t{max_data}}));
+        const std::uint64_t most = std::min({limit, whole, std::uint64_t{max_data}});
+        return limit == 0 ? otherwise : static_cast<std::uint32_t>(std::max(most, least_data));
     };
     limits.read = effective(read, limits.read);
     limits.write = effective(write, limits.write);

@@ -60,7 +60,7 @@ std::string sftp_protocol::login_folder()
         info_.login_folder = ask(server_, [](pipeline& server) {
             const reply answer = server.call(packet_type::realpath, ".");
             answer.check(".");
-            return answer.single_name();
+            return remote_path::absolute("/", answer.single_name());
         });
     }
     return info_.login_folder;

@@ -43,6 +43,9 @@ ssh_connection::ssh_connection(byte_connection connection, std::shared_ptr<inter
     }
     ssh_set_blocking(get(), 0);
     ssh_set_counters(get(), &counted_, nullptr);
+    // What a server asks for is refused; else libssh keeps it until somebody asks.
+    ssh_set_message_callback(
+        get(), [](ssh_session, ssh_message, void*) { return 1; }, nullptr);
 }
 
 ssh_connection::~ssh_connection() = default;

@@ -53,14 +53,16 @@ fs::path follow_links(fs::path path)
 {
     constexpr int most_links = 40;
     std::error_code none;
-    for (int followed = 0; fs::is_symlink(fs::symlink_status(path, none)) && !leads_to_stream(path);
-         ++followed) {
+    for (int followed = 0; fs::is_symlink(fs::symlink_status(path, none)); ++followed) {
         if (followed == most_links) {
             throw_local(path, std::errc::too_many_symbolic_link_levels);
         }
         if (is_strangers_link(path)) {
             throw_local(path, std::errc::permission_denied,
                         "it is a symbolic link of another user in a folder that everybody can write to");
+        }
+        if (leads_to_stream(path)) {
+            break;
         }
         const fs::path target = fs::read_symlink(path, none);
         path = target.is_absolute() ? target : path.parent_path() / target;
@@ -110,6 +112,9 @@ local_target::local_target(local_place place, transfer_options options, bool is_
     }
     const bool replaceable = !place_.is_stream && (existing_->type == fs::file_type::regular ||
                                                    existing_->type == fs::file_type::symlink);
+    if (!replaceable && (is_in_tree || !options_.follow_target)) {
+        throw UnsafeName(place_.shown.string(), "it is no ordinary file");
+    }
     has_places_ = replaceable;
     direct_ = !replaceable || options_.in_place || completes_;
     if (direct_ && existing_->type == fs::file_type::symlink) {
@@ -278,11 +283,13 @@ fs::perms local_target::final_mode(const file_facts& source) const
     if (options_.keep_mode && source.mode) {
         return *source.mode & fs::perms::all;
     }
-    if (existing_ && existing_->type == fs::file_type::regular) {
-        return existing_->mode & ~set_id_bits;
-    }
     const bool secret = source.mode && (*source.mode & readable) == fs::perms::none;
-    return secret ? usual & ~(others & ~*source.mode) : usual;
+    const fs::perms own = secret ? usual & ~(others & ~*source.mode) : usual;
+    if (existing_ && existing_->type == fs::file_type::regular) {
+        const bool is_strangers = existing_->owner != ::geteuid(); // who must not open what will be ours
+        return existing_->mode & (is_strangers ? own : ~set_id_bits);
+    }
+    return own;
 }
 
 void local_target::commit(const file_facts& source)

@@ -36,7 +36,9 @@ seconds_moved rate_limiter::count(std::uint64_t bytes)
 std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second,
                                                 std::chrono::milliseconds longest)
 {
-    return bytes_per_second == 0 ? nullptr : std::make_shared<rate_limiter>(bytes_per_second, longest);
+    return bytes_per_second == 0 && longest.count() == 0
+               ? nullptr
+               : std::make_shared<rate_limiter>(bytes_per_second, longest);
 }
 
 meter::meter(std::string subject, const transfer_options& options, std::shared_ptr<rate_limiter> limiter,
@@ -64,7 +66,7 @@ void meter::add(std::uint64_t bytes)
         moved_ += bytes;
     }
     report(false);
-    if (limiter_ == nullptr) {
+    if (limiter_ == nullptr || !limiter_->has_rate()) {
         return;
     }
     const auto until = clock::now() + std::chrono::duration_cast<clock::duration>(limiter_->count(bytes));
@@ -96,6 +98,9 @@ void meter::pause()
 {
     constexpr std::chrono::milliseconds a_little(50);
     report(false);
+    if (limiter_ != nullptr) {
+        check_time();
+    }
     std::this_thread::sleep_for(a_little);
 }
 

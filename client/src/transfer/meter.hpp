@@ -15,7 +15,7 @@ namespace qrftp {
 /// Holds what several transfers move together to a number of bytes per second. Any number of threads.
 class rate_limiter {
 public:
-    /// None of the transfers may take longer than `longest`; 0 means no limit.
+    /// None of the transfers may take longer than `longest`; 0 means no limit, as with the rate.
     rate_limiter(std::uint64_t bytes_per_second, std::chrono::milliseconds longest)
         : rate_(bytes_per_second), longest_(longest)
     {
@@ -23,6 +23,7 @@ public:
 
     /// Counts `bytes`; returns how long to wait before more is moved.
     std::chrono::duration<double> count(std::uint64_t bytes);
+    [[nodiscard]] bool has_rate() const { return rate_ > 0; }
     [[nodiscard]] std::chrono::milliseconds longest() const { return longest_; }
 
 private:
@@ -34,7 +35,7 @@ private:
     clock::time_point free_at_{}; ///< when what has been counted is within the rate
 };
 
-/// Null where there is no limit.
+/// Null where there is neither limit.
 std::shared_ptr<rate_limiter> make_rate_limiter(std::uint64_t bytes_per_second,
                                                 std::chrono::milliseconds longest);
 

@@ -207,6 +207,7 @@ void send_file(const session& to, const std::filesystem::path& local, const std:
                const transfer_options& options)
 {
     if (local_stream::is_at(local)) {
+        find_local_place(local); // throws where it is a stranger's link
         return send_stream(to, local, path, options);
     }
     protocol& server = session_access::server(to);
