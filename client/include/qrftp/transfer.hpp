@@ -39,7 +39,7 @@ struct transfer_options {
     /// Gives the target the permissions of its source, as far as the server can (SITE CHMOD on FTP);
     /// set-user-ID and set-group-ID are never among them. Otherwise a target that is replaced keeps its own,
     /// and a new local file gets what the umask allows, but nothing for others where the source had nothing for
-    /// them.
+    /// them. One that replaces another user's local file gets only what both of these allow.
     bool keep_mode = false;
     /// Waits until the storage has the content before the target gets its name (fsync; on SFTP where the server
     /// has it).
