@@ -176,11 +176,12 @@ void upload_job::on_open(const reply& answer)
 /// What was there before the parts may have been longer than they are: it is cut, unless it is no file.
 void upload_job::on_look_for_more(const reply& answer)
 {
-    const auto kind = answer.is_status() ? std::nullopt : kind_of(answer.attrs());
-    const auto stored = answer.is_status() ? std::nullopt : answer.attrs().size;
+    const attributes there = answer.is_status() ? attributes() : answer.attrs();
+    const auto kind = kind_of(there);
     const std::uint64_t sent = last();
-    if (kind.value_or(entry_kind::file) == entry_kind::file && stored.value_or(byte_range::to_the_end) > sent) {
-        is_longer_ = kind && stored;
+    const std::uint64_t stored = there.size ? *there.size : byte_range::to_the_end;
+    if ((!kind || *kind == entry_kind::file) && stored > sent) {
+        is_longer_ = kind && there.size;
         return ask(packet_type::fsetstat, step::cut, handle(), attributes{.size = sent});
     }
     finish_writing();
