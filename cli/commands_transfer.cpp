@@ -199,11 +199,14 @@ void copy_file(session& remote, const copy& one, const transfer_arguments& argum
     }
     try {
         way == direction::fetch ? remote.fetch(one.remote, one.local, options) : send_one(remote, one, options);
-    } catch (const IsFolder&) {
-        if (way == direction::send) {
-            throw;
+    } catch (const error& failure) {
+        const auto* const here = dynamic_cast<const LocalFileError*>(&failure);
+        const bool is_here = here != nullptr && here->code() == std::errc::is_a_directory;
+        if (way == direction::fetch &&
+            (failure.cause() == error_cause::is_folder || (is_here && remote.is_folder(one.remote)))) {
+            throw needs_recursion(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
         }
-        throw needs_recursion(fmt::format("\"{}\" is a folder on the server; -r fetches it.", one.remote));
+        throw;
     }
     report.print_action(action, ends_of(one, way));
 }
@@ -238,8 +241,8 @@ void copy_folder(session& remote, const copy& one, const transfer_arguments& arg
 {
     if (!arguments.recursive) {
         report.attempt([&] {
-            throw LocalFileError(one.local.string(), std::make_error_code(std::errc::is_a_directory),
-                                 "it is a folder; -r sends folders");
+            throw needs_recursion(
+                fmt::format("\"{}\" is a folder; -r sends it with all that is in it.", one.local.string()));
         });
         return;
     }

@@ -14,8 +14,26 @@ namespace qrftp::remote_path {
 namespace {
 
 constexpr std::string_view temporary_prefix = ".qrftp-";
-constexpr std::string_view temporary_suffix = ".part";
+constexpr std::string_view part_suffix = ".part";
+constexpr std::string_view aside_suffix = ".old";
 constexpr std::size_t temporary_digits = 16;
+
+std::string random_name(std::string_view suffix)
+{
+    thread_local std::random_device entropy; // costly to open
+    const std::uint64_t high = entropy();
+    return fmt::format("{}{:016x}{}", temporary_prefix, high << 32U | entropy(), suffix);
+}
+
+bool is_name_with(std::string_view suffix, std::string_view name)
+{
+    if (!name.starts_with(temporary_prefix) || !name.ends_with(suffix) ||
+        name.size() != temporary_prefix.size() + temporary_digits + suffix.size()) {
+        return false;
+    }
+    const std::string_view digits = name.substr(temporary_prefix.size(), temporary_digits);
+    return digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
 
 } // namespace
 
@@ -69,9 +87,7 @@ bool is_or_contains(std::string_view path, std::string_view folder)
 
 std::string temporary_name()
 {
-    thread_local std::random_device entropy; // costly to open
-    const std::uint64_t high = entropy();
-    return fmt::format("{}{:016x}{}", temporary_prefix, high << 32U | entropy(), temporary_suffix);
+    return random_name(part_suffix);
 }
 
 std::string temporary_name(std::string_view identity)
@@ -79,17 +95,22 @@ std::string temporary_name(std::string_view identity)
     hasher digits(hash_algorithm::sha256);
     digits.add(identity);
     return fmt::format("{}{}{}", temporary_prefix, digits.finish().digits.substr(0, temporary_digits),
-                       temporary_suffix);
+                       part_suffix);
+}
+
+std::string aside_name()
+{
+    return random_name(aside_suffix);
 }
 
 bool is_temporary_name(std::string_view name)
 {
-    if (!name.starts_with(temporary_prefix) || !name.ends_with(temporary_suffix) ||
-        name.size() != temporary_prefix.size() + temporary_digits + temporary_suffix.size()) {
-        return false;
-    }
-    const std::string_view digits = name.substr(temporary_prefix.size(), temporary_digits);
-    return digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    return is_part_name(name) || is_name_with(aside_suffix, name);
+}
+
+bool is_part_name(std::string_view name)
+{
+    return is_name_with(part_suffix, name);
 }
 
 } // namespace qrftp::remote_path

@@ -23,7 +23,11 @@ bool is_or_contains(std::string_view path, std::string_view folder);
 std::string temporary_name();
 /// The one that follows from `identity`.
 std::string temporary_name(std::string_view identity);
-/// Whether `name` is one of these.
+/// The same for the old file, while another one takes its name: ".old" in place of ".part".
+std::string aside_name();
+/// Whether `name` is one of these, which are never part of a tree.
 bool is_temporary_name(std::string_view name);
+/// Whether it is that of a file on its way: nobody misses it when its transfer is over.
+bool is_part_name(std::string_view name);
 
 } // namespace qrftp::remote_path

@@ -60,7 +60,7 @@ bool put_back(protocol& server, const std::string& from, const std::string& asid
 /// Moves what has the name `to` aside, and gives the name to `from`.
 void replace_by_moving_aside(protocol& server, const std::string& from, const std::string& to)
 {
-    const std::string aside = remote_path::join(remote_path::parent(to), remote_path::temporary_name());
+    const std::string aside = remote_path::join(remote_path::parent(to), remote_path::aside_name());
     try {
         server.rename(to, aside);
     } catch (const error& failure) {

@@ -6,7 +6,7 @@ wrong() { # STATUS PATTERN ARGUMENT…
     [[ $(wc -l <"$work/errors") == "${lines:-1}" && ! -s $work/output ]] || fail "${*:3}: $(cat "$work"/{errors,output})"
     [[ $(ls -A . "$HOME_DIR") == "$before" ]] || fail "${*:3} left $(ls -A . "$HOME_DIR")"
 }
-echo whole >there && echo stays >"$HOME_DIR/there" && chmod 644 "$HOME_DIR/there" && before=$(ls -A . "$HOME_DIR")
+mkdir folder "$HOME_DIR/folder" && echo whole >there && echo stays >"$HOME_DIR/there" && chmod 644 "$HOME_DIR/there" && before=$(ls -A . "$HOME_DIR")
 key=$(cut -d ' ' -f 2 "$KEY_PUB") && sed "s:AAAA.*:$key:" "$KNOWN_HOSTS" >"$work/changed"
 options=()
 wrong 2 '*"frob"*' frob
@@ -27,6 +27,7 @@ QRFTP_PASSWORD=wrong wrong 4 '*refused*' ls "$url/"
 for words in ls\ no/pe {ls,get,rm,stat}\ nope get\ 'no*' "put there nope/"; do wrong 5 '*"*no*"*' ${words% *} "$url/${words##* }"; done
 wrong 5 '*nope*' get "$url/nope" there
 for words in {ls,"put there"}\ denied {get,rm,mkdir}\ denied/a; do wrong 6 '*allow*denied*' ${words% *} "$url/${words##* }"; done
+for words in get rm "put folder"; do wrong 1 '*is a folder*; -r *' $words "$url/folder"; done
 wrong 7 '*nowhere*' put nowhere "$url/"
 wrong 7 '*/dev/full*' get "$url/there" /dev/full
 wrong 7 'The local folder "nowhere" does not exist; make it first.' get "$url/there" nowhere/there

@@ -19,7 +19,7 @@ mkdir "$HOME_DIR/t" empty && rm -r s/* && touch "$HOME_DIR/t"/{1,2,3} s/1 && chm
 ends 10 sync empty "$url/t" --delete && said '*--force*' && ends 10 sync s "$url/t" --delete --max-delete 1 && said '*--max-delete*'
 [[ $(ls "$HOME_DIR/t") == $'1\n2\n3' ]] && ends 0 sync s "$url/t" --delete --max-delete 2 --quiet && [[ $(ls "$HOME_DIR/t") == 1 ]]
 left=$HOME_DIR/t/.qrftp-0123456789abcdef.part && touch -d "2 days ago" "$left" && ends 0 sync s "$url/t" && told "" && [[ -e $left ]]
-here=s/.qrftp-0123456789abcdef.part && touch -d "2 days ago" "$here"
+here=s/.qrftp-0123456789abcdef.part && touch -d "2 days ago" "$here" "${left/part/old}" # which may be the last copy of its target
 ends 0 sync s "$url/t" --clean-up --dry-run && told "remove file $left (extra)" "remove file $here (extra)" && [[ -e $left && -e $here ]]
-ends 0 sync s "$url/t" --clean-up && told "remove file $left (extra)" "remove file $here (extra)" && [[ ! -e $left && ! -e $here ]]
+ends 0 sync s "$url/t" --clean-up && told "remove file $left (extra)" "remove file $here (extra)" && [[ ! -e $left && ! -e $here && -e ${left/part/old} ]]
 ends 0 sync empty "$url/t" --delete --force && told "remove file 1 (extra)"

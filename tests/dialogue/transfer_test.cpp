@@ -35,14 +35,14 @@ TEST(Transfer, UploadsAllOrNothing)
 {
     const auto renaming = "RNTO /home/u/t"s;
     const auto stored = "STOR ~T1|RNFR ~T1|RNTO ~t"s;
-    const auto aside = stored + "|RNFR ~t|RNTO ~T2|RNFR ~T1|RNTO ~t"; // the old file goes out of the way
-    const auto back = aside + "|RNFR ~T2|RNTO ~t|DELE ~T1";           // and back
+    const auto aside = stored + "|RNFR ~t|RNTO ~O1|RNFR ~T1|RNTO ~t"; // the old file goes out of the way
+    const auto back = aside + "|RNFR ~O1|RNTO ~t|DELE ~T1";           // and back
     const upload_row rows[] = {
         {"t", {}, stored},
         {"t", {{"SIZE", unknown}}, stored},
         {"n", {{"RNTO", denied}}, "STOR ~T1|RNFR ~T1|RNTO ~n|DELE ~T1", "PermissionDenied"},
         {"n", {{"RNTO", bad_name}}, "STOR ~T1|RNFR ~T1|RNTO ~n|DELE ~T1", "PermissionDenied"},
-        {"t", {{renaming, bad_name, 1}}, aside + "|DELE ~T2"},
+        {"t", {{renaming, bad_name, 1}}, aside + "|DELE ~O1"},
         {"t", {{renaming, bad_name, 1}, {renaming, denied, 2}}, back, "PermissionDenied"},
         {"t",
          {{renaming, denied}, {"RNFR /home/u/t", denied}},

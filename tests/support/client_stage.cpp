@@ -103,10 +103,12 @@ std::string client_stage::sent(std::initializer_list<std::string_view> verbs) co
             all += (all.empty() ? "" : "|") + line;
     }
     all = std::regex_replace(all, std::regex(" /home/u/?"), " ~");
-    const std::regex temporary("\\.qrftp-[0-9a-f]{16}\\.part");
-    std::smatch found;
-    for (int number = 1; std::regex_search(all, found, temporary); ++number)
-        all = std::regex_replace(all, std::regex(found.str()), "T" + std::to_string(number));
+    for (const auto& [suffix, letter] : {std::pair("part", "T"), std::pair("old", "O")}) {
+        const std::regex temporary(std::string("\\.qrftp-[0-9a-f]{16}\\.") + suffix);
+        std::smatch found;
+        for (int number = 1; std::regex_search(all, found, temporary); ++number)
+            all = std::regex_replace(all, std::regex(found.str()), letter + std::to_string(number));
+    }
     return all;
 }
 

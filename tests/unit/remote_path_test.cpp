@@ -28,7 +28,9 @@ TEST(RemotePath, HasTemporaryNames)
 {
     EXPECT_NE(remote_path::temporary_name(), remote_path::temporary_name());
     EXPECT_TRUE(remote_path::is_temporary_name(remote_path::temporary_name()));
-    EXPECT_TRUE(remote_path::is_temporary_name(".qrftp-0123456789abcdef.part"));
+    EXPECT_TRUE(remote_path::is_part_name(".qrftp-0123456789abcdef.part"));
+    EXPECT_TRUE(remote_path::is_temporary_name(remote_path::aside_name()));
+    EXPECT_FALSE(remote_path::is_part_name(remote_path::aside_name()));
     for (const char* const other :
          {"", ".part", ".qrftp-.part", ".qrftp-0123456789abcde.part", ".qrftp-0123456789abcdeg.part",
           "x.qrftp-0123456789abcdef.part", ".qrftp-0123456789abcdef.part2"})

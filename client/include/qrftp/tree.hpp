@@ -96,9 +96,9 @@ enum class newer_targets {
 
 struct sync_options : tree_options {
     /// Removes from the destination what the source does not have. What `exclude` names is left alone, and
-    /// files of transfers under way (".qrftp-….part"). Nothing is removed when a part of either side could not
-    /// be read, and nothing when the source is empty and the destination is not (`EmptySource`), unless `force`
-    /// is set.
+    /// files of transfers under way (".qrftp-….part", ".qrftp-….old"). Nothing is removed when a part of either
+    /// side could not be read, and nothing when the source is empty and the destination is not (`EmptySource`),
+    /// unless `force` is set.
     bool remove_extra = false;
     bool force = false;
     /// Files that are copied whatever their sizes and times say: something else knows that they changed.
@@ -123,7 +123,7 @@ QRFTPCLIENT_EXPORT tree_result send_tree(session& to, const std::filesystem::pat
 
 /// Brings over the files that the destination does not have, has older, or has in another size. Where a
 /// listing's time is too coarse to tell, the server is asked for the exact one; if it does not tell, files of
-/// the same size are taken for the same. Nothing is removed when a part of the source could not be read.
+/// the same size are taken for the same. Nothing is removed when a part of either side could not be read.
 QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem::path& local_folder,
                                            const std::string& remote_folder, direction way,
                                            const sync_options& options = {});
@@ -135,7 +135,8 @@ QRFTPCLIENT_EXPORT tree_result synchronise(session& with, const std::filesystem:
 
 /// Removes files of transfers that broke off (".qrftp-….part") and are certainly older than `age` from a remote
 /// folder and all below it; returns their paths. Where the listing's time does not tell, asks for the exact one
-/// (FTP: MDTM). With `dry_run`, nothing is removed. Throws what `list` throws.
+/// (FTP: MDTM). Files that were moved aside (".qrftp-….old") stay: one may be the last copy of its target. With
+/// `dry_run`, nothing is removed. Throws what `list` throws.
 QRFTPCLIENT_EXPORT std::vector<std::string> clean_up(session& server, const std::string& remote_folder,
                                                      std::chrono::seconds age = std::chrono::hours(24),
                                                      bool dry_run = false);

@@ -40,7 +40,7 @@ std::vector<std::string> clean_up(session& server, const std::string& remote_fol
     const timestamp limit = limit_of(age);
     std::vector<remote_entry> left_over;
     walk(server, server.absolute(remote_folder), [&](remote_entry&& found) {
-        if (found.what.kind == entry_kind::file && remote_path::is_temporary_name(found.what.name)) {
+        if (found.what.kind == entry_kind::file && remote_path::is_part_name(found.what.name)) {
             left_over.push_back(std::move(found));
         }
     });
@@ -73,7 +73,7 @@ std::vector<std::filesystem::path> clean_up(const std::filesystem::path& local_f
                 if (found && found->type == std::filesystem::file_type::directory) {
                     folders.push_back(remote_path::join(path, name));
                 } else if (found && found->type == std::filesystem::file_type::regular &&
-                           remote_path::is_temporary_name(name) && found->modified < limit.time) {
+                           remote_path::is_part_name(name) && found->modified < limit.time) {
                     if (!dry_run) {
                         folder->remove_file(name);
                     }
