@@ -1,6 +1,7 @@
 #!/bin/bash
 # The Debian packages that the project's commands need, and how they get there. Sourced by run, test and .ci/run:
 #   need_packages LIST…     installs what is missing of the lists below; silent and quick when nothing is
+#   project_files           the names of the project's files, each with a NUL behind it
 # On a system other than Debian or its kin it names the packages and fails; QRFTP_PACKAGES=present skips the check.
 
 # What differs: Debian 12 has clang 16, Debian 13 clang 19; formatting and analysis are those of the versions of Debian 12.
@@ -53,6 +54,17 @@ need_packages() {
     fi
     echo "Installing: ${missing[*]}" >&2
     "${as_root[@]}" bash "${BASH_SOURCE[0]}" install "${missing[@]}" </dev/null
+}
+
+# What git ignores is left out; where the project came without git, what was built.
+project_files() {
+    local name
+    if [[ -e .git ]]; then
+        git -c safe.directory="$(pwd -P)" ls-files -z --cached --others --exclude-standard |
+            while IFS= read -rd '' name; do [[ ! -e $name ]] || printf '%s\0' "$name"; done
+    else
+        find . -path ./build -prune -o -type f -printf '%P\0'
+    fi
 }
 
 services() {
