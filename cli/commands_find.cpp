@@ -7,8 +7,6 @@
 
 #include <qrftp/trace.hpp>
 
-#include <fmt/format.h>
-
 #include <limits>
 #include <string_view>
 
@@ -55,15 +53,8 @@ bool is_wanted(const entry& what, const find_arguments& arguments)
 void find(session& remote, const find_arguments& arguments, const settings& options)
 {
     batch unread(false);
-    walk_options how;
+    walk_options how = report_to(unread, options);
     how.max_depth = arguments.max_depth == 0 ? std::numeric_limits<unsigned>::max() : arguments.max_depth;
-    how.on_failure = [&](const std::string&, const std::exception_ptr& why) {
-        unread.attempt([&] { std::rethrow_exception(why); });
-    };
-    how.on_skipped = [&](const std::string& folder, std::string_view) {
-        note(options,
-             fmt::format("A line of the listing of \"{}\" could not be read and is left out.", escape(folder)));
-    };
     const auto print_one = [&](const remote_entry& one) {
         if (options.json) {
             print_json(to_json(one.what, one.path));

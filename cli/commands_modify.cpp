@@ -8,6 +8,10 @@
 
 #include <fmt/format.h>
 
+#include <ranges>
+#include <string_view>
+#include <utility>
+
 namespace qrftp::cli {
 
 namespace {
@@ -49,32 +53,22 @@ void remove(session& remote, const std::string& path, bool folder, bool recursiv
     });
 }
 
-/// Prints all that removing a folder would remove, in that order; without recursion, since it is the server
-/// that nests the folders.
+/// Prints all that removing a folder would remove.
 void print_removal(session& remote, const std::string& top, const settings& options)
 {
-    struct level {
-        std::string path;
-        std::vector<entry> entries;
-        std::size_t next = 0;
-    };
-    const auto look_into = [&](const std::string& path) { return level{path, remote.list(path).entries}; };
-    std::vector<level> levels;
-    levels.push_back(look_into(top));
-    while (!levels.empty()) {
-        level& here = levels.back();
-        if (here.next == here.entries.size()) {
-            remove(remote, here.path, true, true, options);
-            levels.pop_back();
-            continue;
-        }
-        const entry& one = here.entries[here.next++];
-        const std::string path = join(here.path, one.name);
-        if (one.kind == entry_kind::folder) {
-            levels.push_back(look_into(path));
+    std::vector<std::string> folders{top};
+    const auto take = [&](remote_entry&& one) {
+        if (one.what.kind == entry_kind::folder) {
+            folders.push_back(std::move(one.path));
         } else {
-            remove(remote, path, false, false, options);
+            remove(remote, one.path, false, false, options);
         }
+    };
+    walk(remote, top, take, {.on_skipped = [](const std::string& folder, std::string_view) {
+             throw IncompleteListing(folder, "it holds a line that cannot be read");
+         }});
+    for (const std::string& folder : std::views::reverse(folders)) {
+        remove(remote, folder, true, true, options);
     }
 }
 

@@ -10,7 +10,8 @@
 
 #include <fmt/format.h>
 
-#include <ranges>
+#include <algorithm>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -107,29 +108,35 @@ private:
     std::size_t others_ = 0;
 };
 
-/// Adds up what is in folders, each with all that is below it, without recursion.
+/// Adds up what is in folders, each with all that is below it.
 class size_counter {
 public:
     size_counter(session& remote, bool summarize, const settings& options, batch& all)
-        : remote_(remote), summarize_(summarize), options_(options), all_(all)
+        : remote_(remote), summarize_(summarize), options_(options), how_(report_to(all, options))
     {
     }
 
     std::uint64_t sum_of(const std::string& top)
     {
-        enter(top);
-        std::uint64_t whole = 0;
-        while (!levels_.empty()) {
-            level& here = levels_.back();
-            if (!here.folders.empty()) {
-                const std::string next = std::move(here.folders.back());
-                here.folders.pop_back();
-                all_.attempt([&] { enter(next); });
-                continue;
+        sums_ = {{key_of(""), {}}};
+        const std::size_t above = top.ends_with('/') ? top.size() - 1 : top.size();
+        const auto count = [&](const remote_entry& one) {
+            const std::string path = one.path.substr(above); // with the slash before it
+            if (one.what.kind == entry_kind::folder) {
+                sums_[key_of(path)].path = path;
+            } else {
+                add(path, one.what.size.value_or(0));
             }
-            whole = leave();
+        };
+        walk(remote_, top, count, how_);
+        for (; sums_.size() > 1; sums_.erase(sums_.begin())) {
+            const folder_sum& done = sums_.begin()->second;
+            if (!summarize_) {
+                print(join(top, done.path.substr(1)), done.size, entry_kind::folder);
+            }
+            add(done.path, done.size);
         }
-        return whole;
+        return sums_.begin()->second.size;
     }
 
     void print(const std::string& path, std::uint64_t size, entry_kind kind) const
@@ -146,44 +153,30 @@ public:
     }
 
 private:
-    struct level {
-        std::string path;
-        std::vector<std::string> folders{}; ///< still to be entered, the last one first
-        std::uint64_t sum = 0;
+    struct folder_sum {
+        std::string path{};
+        std::uint64_t size = 0;
     };
 
-    void enter(const std::string& path)
+    /// In their order, what is below a folder comes before it.
+    static std::string key_of(std::string path)
     {
-        level next{path};
-        const listing found = read_folder(remote_, path, options_);
-        for (const entry& one : std::views::reverse(found.entries)) {
-            if (one.kind == entry_kind::folder) {
-                next.folders.push_back(join(path, one.name));
-            } else {
-                next.sum = add_sizes(next.sum, one.size.value_or(0));
-            }
-        }
-        levels_.push_back(std::move(next));
+        std::ranges::replace(path, '/', '\0');
+        return path + '\xff';
     }
 
-    std::uint64_t leave()
+    /// Adds to the folder that `path` lies in.
+    void add(const std::string& path, std::uint64_t size)
     {
-        const level done = std::move(levels_.back());
-        levels_.pop_back();
-        if (!levels_.empty()) {
-            levels_.back().sum = add_sizes(levels_.back().sum, done.sum);
-            if (!summarize_) {
-                print(done.path, done.sum, entry_kind::folder);
-            }
-        }
-        return done.sum;
+        std::uint64_t& sum = sums_.at(key_of(path.substr(0, path.rfind('/')))).size;
+        sum = add_sizes(sum, size);
     }
 
     session& remote_;
     bool summarize_;
     const settings& options_;
-    batch& all_;
-    std::vector<level> levels_;
+    walk_options how_;
+    std::map<std::string, folder_sum> sums_;
 };
 
 /// What a pattern stands for; one without wildcards is a path.

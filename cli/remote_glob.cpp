@@ -28,6 +28,19 @@ listing read_folder(session& remote, const std::string& path, const settings& op
     return found;
 }
 
+walk_options report_to(batch& unread, const settings& options)
+{
+    walk_options how;
+    how.on_failure = [&unread](const std::string&, const std::exception_ptr& why) {
+        unread.attempt([&] { std::rethrow_exception(why); });
+    };
+    how.on_skipped = [&options](const std::string& folder, std::string_view) {
+        note(options,
+             fmt::format("A line of the listing of \"{}\" could not be read and is left out.", escape(folder)));
+    };
+    return how;
+}
+
 std::vector<remote_entry> expand_glob(session& remote, const std::string& pattern)
 {
     std::vector<remote_entry> found = glob(remote, pattern);

@@ -240,14 +240,12 @@ void session::list(const std::string& path, const std::function<void(entry&&)>& 
     mine.server->list(mine.absolute(path), {.on_entry = on_entry, .on_skipped = on_skipped});
 }
 
-listing session::list(const std::string& path, list_order order)
+listing session::list(const std::string& path)
 {
     state& mine = opened();
     listing result = list_all(*mine.server, mine.absolute(path));
-    if (order == list_order::by_name) {
-        std::sort(result.entries.begin(), result.entries.end(),
-                  [](const entry& left, const entry& right) { return left.name < right.name; });
-    }
+    std::sort(result.entries.begin(), result.entries.end(),
+              [](const entry& left, const entry& right) { return left.name < right.name; });
     return result;
 }
 

@@ -46,11 +46,11 @@ bool wildcard_matches(std::string_view pattern, std::string_view text)
     return pattern.find_first_not_of('*', place) == none;
 }
 
-bool pattern_list_matches(std::string_view patterns, std::string_view text, std::string_view separators)
+bool pattern_list_matches(std::string_view patterns, std::string_view text)
 {
     bool covered = false;
     while (!patterns.empty()) {
-        const std::string_view pattern = take_token(patterns, separators);
+        const std::string_view pattern = take_token(patterns, ",");
         if (!pattern.starts_with('!')) {
             covered = covered || (!pattern.empty() && wildcard_matches(pattern, text));
         } else if (wildcard_matches(pattern.substr(1), text)) {

@@ -92,17 +92,6 @@ std::shared_ptr<FileSystem> file_system()
     return system;
 }
 
-std::string read_whole_file(const std::filesystem::path& path)
-{
-    const auto stream = file_system()->open(path, OpenMode::read);
-    std::string text;
-    std::array<char, 65536> piece{};
-    while (const long count = stream->read(piece.data(), piece.size())) {
-        text.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    return text;
-}
-
 void raise_file_error(const std::filesystem::path& path, std::error_code reason)
 {
     const fl::ustring shown = display_path(path);

@@ -37,8 +37,6 @@ public:
         return std::max(count, 0L);
     }
 
-    void seek(std::uint64_t position) override { position_ = static_cast<std::size_t>(position); }
-
     void close() override { content_.reset(); }
 
 private:
@@ -62,13 +60,7 @@ std::shared_ptr<Stream> MemoryFileSystem::open(const std::filesystem::path& path
 {
     if (mode != OpenMode::read) {
         const std::lock_guard lock(mutex_);
-        auto& content = files_[path];
-        if (content && mode == OpenMode::create) {
-            raise_file_error(path, std::make_error_code(std::errc::file_exists));
-        }
-        if (!content || mode == OpenMode::write) {
-            content = std::make_shared<std::string>();
-        }
+        files_[path] = std::make_shared<std::string>();
     }
     return std::make_shared<MemoryStream>(path, find(path), mode == OpenMode::read);
 }

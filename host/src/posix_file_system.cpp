@@ -39,28 +39,14 @@ const std::string& native(const fs::path& path)
     return path.native();
 }
 
-int flags_of(OpenMode mode)
-{
-    switch (mode) {
-    case OpenMode::read:
-        return O_RDONLY;
-    case OpenMode::write:
-        return O_WRONLY | O_CREAT | O_TRUNC;
-    case OpenMode::append:
-        return O_WRONLY | O_CREAT | O_APPEND;
-    case OpenMode::create:
-        break;
-    }
-    return O_WRONLY | O_CREAT | O_EXCL;
-}
-
 class PosixStream final : public Stream {
 public:
     PosixStream(fs::path path, OpenMode mode) : path_(std::move(path))
     {
         constexpr mode_t as_the_umask_allows = 0666;
         const char* const name = native(path_).c_str();
-        const int flags = flags_of(mode) | O_CLOEXEC | O_NOCTTY;
+        const int flags =
+            (mode == OpenMode::read ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC) | O_CLOEXEC | O_NOCTTY;
         descriptor_ = repeat_interrupted([&] { return ::open(name, flags, as_the_umask_allows); });
         if (descriptor_ == -1) {
             raise_error(path_, errno);
@@ -108,13 +94,6 @@ public:
             written += put;
         }
         return written;
-    }
-
-    void seek(std::uint64_t position) override
-    {
-        if (::lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) == -1) {
-            raise_error(path_, errno);
-        }
     }
 
     void close() override

@@ -59,7 +59,6 @@ public:
         const bool whole = orders_->obey(Call::write);
         return inner_->write(data, whole ? count : count / 2);
     }
-    void seek(std::uint64_t position) override { meets(Call::seek).seek(position); }
     void close() override { meets(Call::close).close(); }
 };
 

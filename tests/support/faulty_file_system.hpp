@@ -22,7 +22,6 @@ public:
         size, ///< or anything else that is told of a name
         read,
         write,
-        seek,
         close,
         change, ///< of a name or of what belongs to it: rename, remove, mode, time
         any,

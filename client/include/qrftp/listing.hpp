@@ -19,8 +19,6 @@ struct listing {
     std::vector<std::string> skipped{}; ///< lines that could not be read, or whose names are refused
 };
 
-enum class list_order { as_sent, by_name };
-
 enum class listing_format {
     mlsd, ///< the facts of RFC 3659, 7.2
     list, ///< what LIST sends: the long form of Unix or that of Windows, told apart line by line

@@ -103,7 +103,8 @@ public:
     /// is not repeated. Throws `NotFound`, `NotFolder`, `PermissionDenied`, `IncompleteListing`.
     void list(const std::string& path, const std::function<void(entry&&)>& on_entry,
               const std::function<void(std::string_view)>& on_skipped = {});
-    [[nodiscard]] listing list(const std::string& path = ".", list_order order = list_order::by_name);
+    /// All of them, in the order of their names.
+    [[nodiscard]] listing list(const std::string& path = ".");
 
     /// Puts the names of users and groups in the place of their numbers in `entries`, as far as the server has
     /// them. FTP: sends nothing, since listings have names. SFTP: users-groups-by-id@openssh.com, many at a

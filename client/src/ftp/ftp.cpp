@@ -100,9 +100,9 @@ request_result ftp::send_unchecked(const std::string& subject, std::vector<std::
     return run({.subject = subject, .commands = std::move(commands), .repeatable = repeatable});
 }
 
-void ftp::send_checked(const std::string& path, const std::string& command, expected what, bool repeatable)
+void ftp::send_checked(const std::string& path, const std::string& command, expected what)
 {
-    const request_result result = send_unchecked(path, {command}, repeatable);
+    const request_result result = send_unchecked(path, {command});
     if (!result.last_reply().is_completion()) {
         throw_refusal(*this, path, what, result.last_reply().said());
     }
@@ -110,9 +110,7 @@ void ftp::send_checked(const std::string& path, const std::string& command, expe
 
 void ftp::ping()
 {
-    const auto begin = std::chrono::steady_clock::now();
     send_unchecked("the connection", {"NOOP"}, true);
-    connection_.info().round_trip = std::chrono::steady_clock::now() - begin;
 }
 
 request_result ftp::try_enter(const std::string& path)

@@ -66,8 +66,7 @@ public:
 
 private:
     /// Sends a command about `path`; where it is refused, throws the error that says why.
-    void send_checked(const std::string& path, const std::string& command, expected what,
-                      bool repeatable = false);
+    void send_checked(const std::string& path, const std::string& command, expected what);
 
     request_result try_enter(const std::string& path);
     std::optional<entry> ask_mlst(const std::string& path);

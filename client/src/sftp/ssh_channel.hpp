@@ -41,7 +41,6 @@ private:
     bool has_started();
     std::size_t read_channel(char* buffer, std::size_t size);
     std::size_t take_ahead(std::span<char> buffer);
-    bool is_unsent();
     [[noreturn]] void refuse() const;
     [[noreturn]] void lose() const;
 

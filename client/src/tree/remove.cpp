@@ -1,8 +1,9 @@
 #include "remove.hpp"
 
-#include "../remote_path.hpp"
+#include "walk.hpp"
 
 #include <algorithm>
+#include <ranges>
 #include <utility>
 #include <vector>
 
@@ -13,80 +14,36 @@ namespace {
 /// Deeper folders than any file system has them are a server's mistake, or worse.
 constexpr std::size_t max_depth = 1000;
 
-/// Collects everything below a folder; any failure ends it.
-class collector final : public folder_queue {
-public:
-    explicit collector(std::string root)
-    {
-        depth_of_root_ = depth(root);
-        waiting_.push_back(std::move(root));
-    }
+struct tree_content {
+    std::vector<path_change> files{};
+    std::vector<std::vector<path_change>>
+        folders{}; ///< of one depth each, the root first: none holds another one
+};
 
-    std::optional<std::string> next() override
-    {
-        if (waiting_.empty()) {
-            return std::nullopt;
-        }
-        std::string folder = std::move(waiting_.back());
-        waiting_.pop_back();
-        folders_.push_back(folder);
-        return folder;
-    }
-
-    void found(const std::string& folder, entry&& what) override
-    {
-        std::string path = remote_path::join(folder, what.name);
-        if (what.kind != entry_kind::folder) {
-            files_.push_back({path_change::kind::remove_file, std::move(path)});
+/// Everything at and below a folder; any failure ends it.
+tree_content collect(protocol& server, const std::string& root)
+{
+    const auto depth_of = [](const std::string& path) {
+        return static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
+    };
+    tree_content all{.folders = {{{path_change::kind::remove_folder, root}}}};
+    const auto take = [&, depth_of_root = depth_of(root)](remote_entry&& one) {
+        if (one.what.kind != entry_kind::folder) {
+            all.files.push_back({path_change::kind::remove_file, std::move(one.path)});
             return;
         }
-        if (depth(path) > depth_of_root_ + max_depth) {
-            throw Refused(path, {.message = "its folders are nested too deep"});
+        const std::size_t level = depth_of(one.path) - depth_of_root;
+        if (level > max_depth) {
+            throw Refused(one.path, {.message = "its folders are nested too deep"});
         }
-        waiting_.push_back(std::move(path));
-    }
-
-    void skipped(const std::string& folder, std::string_view /*line*/) override
-    {
-        throw IncompleteListing(folder, "it holds a line that cannot be read");
-    }
-
-    void restarted(const std::string& folder) override
-    {
-        const auto below = [&](const std::string& path) { return remote_path::parent(path) == folder; };
-        std::erase_if(waiting_, below);
-        std::erase_if(files_, [&](const path_change& change) { return below(change.path); });
-    }
-
-    void finished(const std::string& /*folder*/) override {}
-    void failed(const std::string& /*folder*/, std::exception_ptr why) override { std::rethrow_exception(why); }
-
-    [[nodiscard]] const std::vector<path_change>& files() const { return files_; }
-
-    /// Folders of one depth each, the deepest first: none of them holds another one.
-    [[nodiscard]] std::vector<std::vector<path_change>> folders_by_depth() const
-    {
-        std::vector<std::vector<path_change>> levels;
-        for (const std::string& folder : folders_) {
-            const std::size_t level = depth(folder) - depth_of_root_;
-            levels.resize(std::max(levels.size(), level + 1));
-            levels[level].push_back({path_change::kind::remove_folder, folder});
-        }
-        std::reverse(levels.begin(), levels.end());
-        return levels;
-    }
-
-private:
-    static std::size_t depth(const std::string& path)
-    {
-        return static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
-    }
-
-    std::size_t depth_of_root_ = 0;
-    std::vector<std::string> waiting_;
-    std::vector<std::string> folders_;
-    std::vector<path_change> files_;
-};
+        all.folders.resize(std::max(all.folders.size(), level + 1));
+        all.folders[level].push_back({path_change::kind::remove_folder, std::move(one.path)});
+    };
+    walk(server, root, root, take, {.on_skipped = [](const std::string& folder, std::string_view) {
+             throw IncompleteListing(folder, "it holds a line that cannot be read");
+         }});
+    return all;
+}
 
 void apply_all(protocol& server, const std::vector<path_change>& changes)
 {
@@ -109,10 +66,9 @@ void remove_tree(protocol& server, const std::string& path)
     if (there->kind != entry_kind::folder) {
         throw NotFolder(path);
     }
-    collector content(path);
-    server.list(content);
-    apply_all(server, content.files());
-    for (const auto& level : content.folders_by_depth()) {
+    const tree_content content = collect(server, path);
+    apply_all(server, content.files);
+    for (const auto& level : std::views::reverse(content.folders)) {
         apply_all(server, level);
     }
 }

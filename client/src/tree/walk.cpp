@@ -1,8 +1,7 @@
-#include "../protocol.hpp"
+#include "walk.hpp"
+
 #include "../remote_path.hpp"
 #include "../session_access.hpp"
-
-#include <qrftp/walk.hpp>
 
 #include <algorithm>
 #include <map>
@@ -106,8 +105,14 @@ private:
 void walk(session& server, const std::string& folder, const std::function<void(remote_entry&&)>& on_entry,
           const walk_options& options)
 {
-    walker folders(server.absolute(folder), folder, on_entry, options);
-    session_access::server(server).list(folders);
+    walk(session_access::server(server), server.absolute(folder), folder, on_entry, options);
+}
+
+void walk(protocol& server, const std::string& root, const std::string& shown,
+          const std::function<void(remote_entry&&)>& on_entry, const walk_options& options)
+{
+    walker folders(root, shown, on_entry, options);
+    server.list(folders);
 }
 
 } // namespace qrftp

@@ -19,17 +19,13 @@ public:
     /// The number of bytes read, 0 at the end of the file.
     virtual long read(char* buffer, long count) = 0;
     virtual long write(const char* data, long count) = 0;
-    /// Goes on at `position`, counted from the start of the file. For files opened to be read.
-    virtual void seek(std::uint64_t position) = 0;
     virtual void close() = 0;
 };
 
 /// What a file is opened for. A file to be read must be there and be no folder.
 enum class OpenMode {
     read,
-    write,  ///< made when missing, emptied when there
-    append, ///< made when missing; what is written goes to the end
-    create, ///< must not be there yet
+    write, ///< made when missing, emptied when there
 };
 
 /// Where local files live. The functions of `file.hpp` go to the one in place. Paths may be any bytes that the
@@ -51,9 +47,6 @@ ZORBELHOST_EXPORT std::shared_ptr<FileSystem> exchange_file_system(std::shared_p
 
 /// The one in place.
 ZORBELHOST_EXPORT std::shared_ptr<FileSystem> file_system();
-
-/// All that the file holds, from the file system in place. Throws the errors of `errors.hpp`.
-ZORBELHOST_EXPORT std::string read_whole_file(const std::filesystem::path& path);
 
 /// Throws the error of `errors.hpp` that `reason` stands for.
 [[noreturn]] ZORBELHOST_EXPORT void raise_file_error(const std::filesystem::path& path, std::error_code reason);
