@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <initializer_list>
 #include <mutex>
 #include <system_error>
@@ -18,7 +20,13 @@ namespace qrftp::cli {
 namespace {
 
 std::atomic<int> caught{0};
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler may touch nothing else");
+std::atomic<std::int64_t> caught_at{0}; ///< in milliseconds
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free,
+              "a signal handler may touch nothing else");
+
+/// A second signal ends the process at once. Those of timeout(1) and of service managers come in twos, and are
+/// one.
+constexpr std::int64_t twin_interval = 250;
 
 /// Each signal writes a byte into both pipes: one wakes the thread that requests the stop, the other one stays
 /// readable until `reset_interrupt`, for `wait_readable`.
@@ -31,11 +39,17 @@ std::stop_source source;
 
 extern "C" void catch_signal(int signal)
 {
-    if (caught.exchange(signal) != 0) {
+    const int saved = errno;
+    timespec time{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &time);
+    const std::int64_t now = std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+    if (caught == 0) {
+        caught_at = now;
+        caught = signal;
+    } else if (now - caught_at >= twin_interval) {
         (void)std::signal(signal, SIG_DFL);
         (void)std::raise(signal);
     }
-    const int saved = errno;
     const char byte = 0;
     [[maybe_unused]] ssize_t written = write(to_watcher[1], &byte, 1);
     written = write(to_waiters[1], &byte, 1);

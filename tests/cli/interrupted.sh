@@ -10,7 +10,8 @@ cut_short() { # SIGNAL STATUS ARGUMENT…: as soon as a part has content
     until [[ $(parts -size +0 -newer "$work/mark") ]]; do
         ((SECONDS < 20)) && kill -0 "$process" || fail "${*:3} began nothing: $(<"$work/errors")"
     done
-    { kill "-$1" "$process" && wait "$process" || status=$?; } 2>/dev/null
+    { kill "-$1" "$process" && sleep 0.002 && { kill "-$1" "$process" || true; }; } 2>/dev/null # as timeout(1) does
+    { wait "$process" || status=$?; } 2>/dev/null
     [[ $status == "$2" && $(<old) == whole && $(<"$HOME_DIR/old") == whole ]] || fail "$*: $status $(<"$work/errors")"
 }
 echo whole >old && truncate -s 1G big "$HOME_DIR/big" && chmod 644 "$HOME_DIR/big"
