@@ -12,7 +12,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace qrftp::cli {
@@ -25,6 +28,11 @@ using namespace std::chrono_literals;
 constexpr auto quiet = 200ms;
 /// So many changes are sent over one connection rather than after logging in several times.
 constexpr std::size_t few = 16;
+/// Before what failed is tried again; it doubles.
+constexpr auto first_pause = 10s;
+constexpr std::chrono::seconds longest_pause = 1h;
+
+using clock = std::chrono::steady_clock;
 
 /// Whether a local file was gone before it could be sent: its folder has told of that.
 bool has_vanished(const tree_failure& failure)
@@ -49,12 +57,16 @@ public:
     /// Returns when it is interrupted.
     void run()
     {
-        sync(remote_, arguments_, options_);
+        const auto compare = [this] { sync(remote_, arguments_, options_); };
+        arguments_.options.keep_going ? attempt(compare) : compare();
         print_step({"watch", arguments_.local});
-        while (wait_readable(watch_->descriptor())) {
+        while (wait_readable(watch_->descriptor(), time_to_retry())) {
             const folder_changes changes = gather();
             if (!changes.empty()) {
                 attempt([&] { changes.has_lost_some ? start_anew() : send(changes); });
+            }
+            if (retry_at_ && clock::now() >= *retry_at_) {
+                attempt([this] { start_anew(); });
             }
         }
     }
@@ -80,49 +92,88 @@ private:
         return changes;
     }
 
+    /// Compares everything.
     void start_anew()
     {
         begin();
         sync(remote_, arguments_, options_);
+        retry_at_.reset();
+        pause_ = first_pause;
     }
 
-    /// A failure is reported and does not end the watch. Where the connection was the reason, everything is
-    /// compared anew as soon as there is one.
+    /// A failure is reported and does not end the watch: everything is compared anew after a while, or, where
+    /// the connection was the reason, as soon as there is one.
     void attempt(const std::function<void()>& act)
     {
         try {
             act();
-            return;
         } catch (const some_failed&) {
-            return; // It has been reported.
+            retry_later(); // It has been reported.
         } catch (const error& failure) {
-            if (interrupted() || failure.cause() == error_cause::login_refused ||
-                status_of(failure) == unknown_server) {
+            if (ends_watch(failure)) {
                 throw;
             }
-            report(failure);
-            if (status_of(failure) != no_connection) {
-                return;
-            }
+            settle(failure);
         }
-        note(options_, "Trying to connect again.");
-        reconnect();
     }
 
-    void reconnect()
+    static bool ends_watch(const error& failure)
     {
-        for (auto pause = 1s; wait_readable(-1, pause); pause = std::min(2 * pause, 30s)) {
+        return interrupted() || status_of(failure) == unknown_server;
+    }
+
+    void settle(const error& failure)
+    {
+        report(failure);
+        if (!is_away(failure)) {
+            retry_later();
+            return;
+        }
+        note(options_, "Trying to connect again.");
+        reconnect(failure.cause());
+    }
+
+    /// Whether there is no connection, or no login at the moment.
+    static bool is_away(const error& failure)
+    {
+        return status_of(failure) == no_connection || failure.cause() == error_cause::login_refused;
+    }
+
+    /// Refused logins are counted by some servers.
+    void reconnect(error_cause last)
+    {
+        for (auto pause = 1s; wait_readable(-1, pause);
+             pause = std::min(2 * pause, last == error_cause::login_refused ? longest_pause : 30s)) {
             try {
                 start_anew();
                 return;
             } catch (const some_failed&) {
+                retry_later();
                 return;
             } catch (const error& failure) {
-                if (status_of(failure) != no_connection) {
+                last = failure.cause();
+                if (ends_watch(failure)) {
                     throw;
+                }
+                if (!is_away(failure)) {
+                    settle(failure);
+                    return;
                 }
             }
         }
+    }
+
+    void retry_later()
+    {
+        retry_at_ = clock::now() + pause_;
+        pause_ = std::min(2 * pause_, longest_pause);
+    }
+
+    [[nodiscard]] std::chrono::milliseconds time_to_retry() const
+    {
+        return !retry_at_
+                   ? forever
+                   : std::max(std::chrono::ceil<std::chrono::milliseconds>(*retry_at_ - clock::now()), 0ms);
     }
 
     void send(const folder_changes& changes)
@@ -146,12 +197,16 @@ private:
         report.finish();
     }
 
-    /// False where the server has nothing to rename, or does not rename it: it is then sent like what is new.
+    /// False where the server has nothing to rename, or does not rename it, or something is there that may be
+    /// newer: it is then sent like what is new.
     bool rename(const folder_changes::move& what)
     {
         const std::string from = join(arguments_.remote, what.from);
         const std::string to = join(arguments_.remote, what.to);
         try {
+            if (arguments_.options.newer != newer_targets::replace && remote_.exists(to)) {
+                return false;
+            }
             try {
                 remote_.rename(from, to, true);
             } catch (const NotFound&) {
@@ -183,6 +238,8 @@ private:
     const sync_arguments& arguments_;
     const settings& options_;
     std::unique_ptr<folder_watch> watch_;
+    std::optional<clock::time_point> retry_at_; ///< something has not been sent or removed
+    std::chrono::seconds pause_ = first_pause;
 };
 
 } // namespace

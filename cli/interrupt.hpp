@@ -22,7 +22,9 @@ int interrupting_signal();
 /// From now on there was no signal; `interrupt_token` is another one.
 void reset_interrupt();
 
+constexpr std::chrono::milliseconds forever{-1};
+
 /// Waits until `descriptor` can be read, or, where it is negative, for `longest`. False when a signal has come.
-bool wait_readable(int descriptor, std::chrono::milliseconds longest = std::chrono::milliseconds(-1));
+bool wait_readable(int descriptor, std::chrono::milliseconds longest = forever);
 
 } // namespace qrftp::cli

@@ -14,6 +14,8 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
+#include <cstdio>
 #include <span>
 
 #include <fcntl.h>
@@ -54,6 +56,17 @@ int run_subcommand(const std::vector<std::string>& arguments)
     return line.run();
 }
 
+/// Where a signal has ended the work, ends by that signal: whoever started the command looks for it.
+int end(int status)
+{
+    if (const int signal = interrupting_signal(); signal != 0 && status == 128 + signal) {
+        (void)std::fflush(nullptr);
+        (void)std::signal(signal, SIG_DFL);
+        (void)std::raise(signal);
+    }
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv) // NOLINT(bugprone-exception-escape): what reporting throws ends the process
@@ -67,8 +80,8 @@ try {
     hide_passwords(words);
     join_proxy_url(arguments);
     report_as_json(std::ranges::find(arguments, "--json") != arguments.end()); // Also where the rest is wrong.
-    return run_subcommand(arguments);
+    return end(run_subcommand(arguments));
 } catch (const std::exception& error) {
     report(error);
-    return status_of(error);
+    return end(status_of(error));
 }

@@ -29,6 +29,8 @@ rm -r site/d site/link && told "remove file d/a/b/c (extra)" "remove folder d/a/
     "remove folder d (extra)" "remove file link (extra)"
 for ((i = 0; i < 1000; ++i)); do echo $i >"site/n$i" && copies[i]="copy n$i (missing)"; done
 told "${copies[@]}" && diff -r site "$HOME_DIR/w"
+# What failed is tried again.
+chmod a-w "$HOME_DIR/w" && echo 8 >site/q && read -r -t "$deadline" -u "$output" line && [[ $line == *denied* ]] && chmod a+w "$HOME_DIR/w" && told "copy q (missing)"
 # The server goes, with the connection, and comes back.
 read -r -a sessions <"/proc/$SSHD_PID/task/$SSHD_PID/children" || true
 kill "$SSHD_PID" "${sessions[@]}" && echo 6 >site/y
@@ -39,4 +41,11 @@ again=$!
 told "copy y (missing)" && echo 7 >site/z && told "copy z (missing)" && diff -r site "$HOME_DIR/w"
 status=0
 kill -INT "$process" && told "qrftp: Interrupted." && wait "$process" || status=$?
-kill "$again" && [[ $status == 130 ]] || fail "status $status"
+[[ $status == 130 ]] || fail "status $status"
+# What is newer on the server is kept, also where a local file takes its name.
+echo newer >"$HOME_DIR/w/old" && touch -d 2100-01-01 "$HOME_DIR/w/old"
+timeout 20 "$qrftp" sync --watch --update site "sftp://$SSHD_USER@127.0.0.1:$SSHD_PORT/~/w" --known-hosts "$KNOWN_HOSTS" --key "$KEY" >said 2>&1 &
+until grep -q watch said; do sleep 0.1; done
+mv site/z site/old && echo 9 >site/end && until [[ -e $HOME_DIR/w/end ]]; do sleep 0.1; done
+[[ $(<"$HOME_DIR/w/old") == newer ]] || fail "$(<said)"
+kill "$again" $!

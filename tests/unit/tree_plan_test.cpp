@@ -142,6 +142,15 @@ TEST(TreePlan, RemovesOnlyWhatItKnows)
                 ElementsAre("remove l", "remove k/x", "remove folder d/e", "remove folder d"));
     to.kept = {"d"};
     EXPECT_THAT(plan(from, to, mirror), ElementsAre("remove l", "remove k/x", "remove folder d/e"));
+    // A folder that became a link may have been moved; what is passed over need not be a node.
+    tree_scan moved{.nodes = {{"d", symbolic_link}}, .passed_over = {"d"}};
+    to.kept = {};
+    EXPECT_THAT(plan(moved, to, mirror),
+                ElementsAre("remove l", "remove k/x", "remove k/a", "remove folder k"));
+    moved = {.nodes = {}, .passed_over = {"d/e/f"}};
+    EXPECT_THAT(plan(moved, to, mirror),
+                ElementsAre("remove l", "remove k/x", "remove k/a", "remove folder k"));
+    to.kept = {"d"};
     for (const bool of_source : {true, false})
         for (const bool failure : {true, false}) {
             tree_scan source = from;

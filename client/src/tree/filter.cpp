@@ -8,6 +8,17 @@
 
 namespace qrftp {
 
+bool is_related(const std::set<std::string>& paths, const std::string& path)
+{
+    for (std::size_t end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
+        if (paths.contains(path.substr(0, end))) {
+            return true;
+        }
+    }
+    const auto next = paths.lower_bound(path + '/');
+    return paths.contains(path) || (next != paths.end() && next->starts_with(path + '/'));
+}
+
 filter::filter(const tree_options& options)
     : include_(make_rules(options.include)), exclude_(make_rules(options.exclude)),
       only_(options.only.begin(), options.only.end())
@@ -17,19 +28,7 @@ filter::filter(const tree_options& options)
 bool filter::leaves_out(const std::string& path, entry_kind kind) const
 {
     const bool unwanted = kind != entry_kind::folder && !include_.empty() && !matches_any(include_, path, kind);
-    return unwanted || matches_any(exclude_, path, kind) || !is_chosen(path);
-}
-
-/// Whether `path` is one of those that are wanted, or below or above one.
-bool filter::is_chosen(const std::string& path) const
-{
-    for (std::size_t end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
-        if (only_.contains(path.substr(0, end))) {
-            return true;
-        }
-    }
-    const auto next = only_.lower_bound(path + '/');
-    return only_.empty() || only_.contains(path) || (next != only_.end() && next->starts_with(path + '/'));
+    return unwanted || matches_any(exclude_, path, kind) || (is_partial() && !is_related(only_, path));
 }
 
 std::vector<filter::rule> filter::make_rules(const std::vector<std::string>& globs)

@@ -8,6 +8,9 @@
 
 namespace qrftp {
 
+/// Whether `path` is one of `paths`, or below or above one of them.
+bool is_related(const std::set<std::string>& paths, const std::string& path);
+
 /// Which entries of a tree the options leave out.
 class filter {
 public:
@@ -27,7 +30,6 @@ private:
         bool whole_path = false; ///< compared with the path, not with the name alone
     };
 
-    [[nodiscard]] bool is_chosen(const std::string& path) const;
     static std::vector<rule> make_rules(const std::vector<std::string>& globs);
     static bool matches_any(const std::vector<rule>& rules, const std::string& path, entry_kind kind);
 

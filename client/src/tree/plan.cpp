@@ -1,6 +1,7 @@
 #include "plan.hpp"
 
 #include "../remote_path.hpp"
+#include "filter.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -173,13 +174,16 @@ private:
         return true;
     }
 
-    /// What only the destination has, deepest first. A folder stays where something in it is to be left alone.
+    /// What only the destination has, deepest first. A folder stays where something in it is to be left alone,
+    /// and so does all that may be the copy of what has become a link or a special file.
     void add_removals()
     {
+        const std::set<std::string> passed_over(from_.passed_over.begin(), from_.passed_over.end());
         for (const auto& [path, node] : std::views::reverse(to_.nodes)) {
             const bool folder = node.kind == entry_kind::folder;
             const bool kept = folder && to_.kept.contains(path);
-            if (from_.nodes.contains(path) || kept || is_below_conflict(path)) {
+            if (from_.nodes.contains(path) || kept || is_below_conflict(path) ||
+                is_related(passed_over, path)) {
                 continue;
             }
             plan_.actions.push_back({folder ? tree_action::kind::remove_folder : tree_action::kind::remove_file,
