@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace qrftp::cli {
@@ -70,6 +71,14 @@ std::string read_file(const std::filesystem::path& file)
         throw LocalFileError(file.string(), std::error_code(errno, std::generic_category()));
     }
     return {std::istreambuf_iterator<char>(input), {}};
+}
+
+void make_private_folder(const std::filesystem::path& folder)
+{
+    const mode_t saved = umask(S_IRWXG | S_IRWXO);
+    std::error_code ignored;
+    std::filesystem::create_directories(folder, ignored);
+    umask(saved);
 }
 
 std::string first_line(const std::filesystem::path& file)

@@ -33,4 +33,7 @@ std::string read_file(const std::filesystem::path& file);
 /// The first line of a local file, without its end. Throws `LocalFileError`.
 std::string first_line(const std::filesystem::path& file);
 
+/// Makes `folder`, and those above it that are missing, for the user alone. Failures show when it is used.
+void make_private_folder(const std::filesystem::path& folder);
+
 } // namespace qrftp::cli

@@ -17,9 +17,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 
-#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -136,10 +134,7 @@ void line_editor::open_history()
     if (!folder.is_absolute()) { // The user has no home.
         return;
     }
-    const mode_t saved = umask(S_IRWXG | S_IRWXO);
-    std::error_code error; // A shell without a history is still one.
-    std::filesystem::create_directories(folder, error);
-    umask(saved);
+    make_private_folder(folder);
     history_file_ = folder / "history";
     history(history_.get(), &event, H_LOAD, history_file_.c_str());
 }

@@ -51,6 +51,17 @@ std::chrono::milliseconds to_milliseconds(double seconds)
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(seconds * 1000));
 }
 
+void warn_if_readable(const fs::path& file, const settings& settings)
+{
+    constexpr auto others = fs::perms::group_read | fs::perms::others_read;
+    std::error_code ignored;
+    const fs::file_status found = fs::status(file, ignored);
+    if (fs::is_regular_file(found) && (found.permissions() & others) != fs::perms::none) {
+        note(settings,
+             fmt::format("Warning: others can read {}, which holds a password.", escape(file.string())));
+    }
+}
+
 /// The server's entry of the netrc file. One that nobody named may be missing or unreadable.
 std::optional<netrc_entry> look_up_netrc(const login_options& options, const credential_sources& sources,
                                          const settings& settings)
@@ -71,10 +82,8 @@ std::optional<netrc_entry> look_up_netrc(const login_options& options, const cre
         note(settings, fmt::format("Warning: {}", error.what()));
     }
     std::optional<netrc_entry> found = find_in_netrc(text, sources.server.host, named_user(sources));
-    constexpr auto others = fs::perms::group_read | fs::perms::others_read;
-    if (found && (fs::status(file, ignored).permissions() & others) != fs::perms::none) {
-        note(settings,
-             fmt::format("Warning: others can read {}, which holds passwords.", escape(file.string())));
+    if (found) {
+        warn_if_readable(file, settings);
     }
     return found;
 }
@@ -84,6 +93,7 @@ credentials find_credentials(const url& server, const login_options& options, co
     credential_sources sources{server, options.user, std::nullopt, secret(password_variable), std::nullopt};
     if (!options.password_file.empty()) {
         sources.password_file = first_line(expand_home(options.password_file));
+        warn_if_readable(expand_home(options.password_file), settings);
     }
     if (needs_netrc(sources)) {
         sources.netrc = look_up_netrc(options, sources, settings);

@@ -1,5 +1,6 @@
 #include "profile_edit.hpp"
 
+#include "environment.hpp"
 #include "settings.hpp"
 
 #include <qrftp/error.hpp>
@@ -177,7 +178,7 @@ void write_config(const fs::path& file, const std::string& content)
 {
     std::error_code failure;
     const fs::path target = fs::weakly_canonical(file, failure); // A link stays a link.
-    fs::create_directories(target.parent_path(), failure);
+    make_private_folder(target.parent_path());
     std::string name = target.string() + ".XXXXXX";
     const int descriptor = mkostemp(name.data(), O_CLOEXEC);
     if (descriptor < 0) {

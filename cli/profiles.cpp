@@ -192,7 +192,11 @@ void refuse_writable(const profile_list& list)
         return; // Reading it says why.
     }
     const bool is_foreign = status.st_uid != geteuid() && status.st_uid != 0;
-    if (is_foreign || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    if (is_foreign) {
+        throw usage_error(
+            fmt::format("{} belongs to another user, and names programs to run.", escape(list.file.string())));
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         throw usage_error(
             fmt::format("Others can write to {}, which names programs to run. Change that: chmod go-w {}",
                         escape(list.file.string()), escape(list.file.string())));

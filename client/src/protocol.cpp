@@ -5,6 +5,15 @@
 
 namespace qrftp {
 
+file_facts facts_of(const entry& found)
+{
+    file_facts facts{.size = found.size, .mode = found.mode};
+    if (found.modified && found.modified->is_exact()) {
+        facts.modified = found.modified->time;
+    }
+    return facts;
+}
+
 std::unique_ptr<protocol> protocol::open(const url& server, const session_options& options)
 {
     return server.scheme == url_scheme::sftp ? open_sftp(server, options) : open_ftp(server, options);

@@ -35,6 +35,9 @@ struct file_facts {
     std::optional<checksum> content{};
 };
 
+/// What an entry tells of it; its time where that is exact.
+[[nodiscard]] file_facts facts_of(const entry& found);
+
 /// A part of a file, in bytes from its beginning.
 struct byte_range {
     static constexpr std::uint64_t to_the_end = std::numeric_limits<std::uint64_t>::max();
@@ -112,10 +115,10 @@ public:
     [[nodiscard]] virtual bool may_replace() const = 0;
     /// Whether `begin` has to be given the size of what is at `path`.
     [[nodiscard]] virtual bool resumes() const = 0;
-    /// Where it resumes and there is nothing under the temporary name, but a target: whether that is completed
-    /// instead, which `complete_target` then tells it.
+    /// Where it resumes and there is nothing under the temporary name: whether a target is completed instead.
     [[nodiscard]] virtual bool completes_target() const { return resumes(); }
-    virtual void complete_target() = 0;
+    /// Told of that target. It is not completed, false, where it is older than the source.
+    virtual bool complete_target(const file_facts& there) = 0;
     /// Whether what is under the temporary name stays for a later transfer when this one fails.
     [[nodiscard]] virtual bool keeps_temporary() const = 0;
 

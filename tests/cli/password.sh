@@ -8,7 +8,7 @@ logs_in() { # STATUS PATTERN ARGUMENT…: without a terminal
     [[ $status == "$1" ]] && said "$2" || fail "${*:3}: $status $(<"$work/errors")"
 }
 netrc() { printf '%s\n' "$@" >"$HOME/.netrc" && chmod 600 "$HOME/.netrc"; }
-echo "$PASSWORD" >"$work/right" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
+echo "$PASSWORD" >"$work/right" && chmod 600 "$work/right" && printf '%s\r\nmore\n' "$PASS_PHRASE" >"$work/phrase"
 logs_in 4 '*no terminal*' "$ftp" && logs_in 4 '*no terminal*' "$sftp" && logs_in 0 "" "${ftp/@/:$PASSWORD@}"
 QRFTP_PASSWORD=$PASSWORD logs_in 0 "" "$sftp"
 # A command for the password sees no secrets; a signal ends it.
@@ -20,7 +20,8 @@ kill $process && { wait $process || [[ $? == 143 ]]; } && ((SECONDS < 20)) && ! 
 netrc "machine 127.0.0.1 login $USER password \"$PASSWORD\"" && logs_in 0 "" "${ftp/$USER@/}" && logs_in 0 "" "$sftp"
 chmod 644 "$HOME/.netrc" && logs_in 0 '*Warning*.netrc*' "$ftp"
 # A netrc file that cannot be read stops nothing that does not need it.
-rm "$HOME/.netrc" && mkdir "$HOME/.netrc" && logs_in 0 "" "$ftp" --password-file "$work/right" && logs_in 4 '*Warning*' "$ftp" && rmdir "$HOME/.netrc"
+rm "$HOME/.netrc" && mkdir "$HOME/.netrc" && logs_in 0 "" "$ftp" --password-file "$work/right" && logs_in 4 '*Warning*' "$ftp" && chmod 644 "$work/right" &&
+    logs_in 0 '*Warning: others can read*right*' "$ftp" --password-file "$work/right" && rmdir "$HOME/.netrc"
 logs_in 7 '*nowhere*' "$ftp" --password-file nowhere && logs_in 7 '*nowhere*' "$ftp" --netrc-file nowhere && logs_in 7 '*nowhere*' "$sftp" -i nowhere
 logs_in 0 "" "$sftp" -i "$KEY_PASS" --pass-phrase-file "$work/phrase" && logs_in 4 '*no terminal*' "$sftp" --key "$KEY_PASS"
 ssh-keygen -q -t ed25519 -N "" -f "$work/other_key" && logs_in 0 '*LOGIN key *other_key: refused*LOGIN key *: accepted*' "$sftp" -v -i "$work/other_key" -i "$KEY" # one of several that the server takes

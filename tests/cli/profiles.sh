@@ -9,7 +9,7 @@ mkdir -p "$HOME_DIR/top/reports" && echo 1 >"$HOME_DIR/top/reports/a b" && : >"$
 
 ends 0 profile set work url="$ftp/top" tls=none password-command="echo '$password'; echo more"
 ends 0 profile set home url="$sftp/" folder="$HOME_DIR/top" known-hosts="$KNOWN_HOSTS" host-key=strict password-file="$work/word" exclude=a exclude='*.tmp'
-echo "$password" >"$work/word" && [[ $(stat -c %a "$file") == 600 ]]
+echo "$password" >"$work/word" && chmod 600 "$work/word" && [[ $(stat -c %a "$file") == 600 ]]
 for place in work: work:reports/.. work:~/top "work:/$HOME_DIR/top" home: home:/"$HOME_DIR"/top home:~/top; do
     ends 0 ls "$place" && said "" && [[ $(<"$work/output") == $'c.tmp\nreports' ]] || fail "$place: $(<"$work/output")"
 done

@@ -10,6 +10,14 @@ ends 0 put --keep-time file "$url/kept" && ends 0 get -t "$url/kept" && cmp file
 begun here 2999999 && ends 0 get --resume "$url/kept" here && whole here
 begun "$there" 2999999 && ends 0 put -c file "$url/there" && whole "$there"
 begun here 3000001 && ends 1 get -c "$url/kept" here && said '*3000001*3000000*'
+# What is older than its source is no beginning of it.
+older() { begun "$1" 1000 && touch -d 2000-01-01 "$1"; }
+for way in "get -c $url/kept here" "get -c $sftp/~/kept here" "put -c file $url/there" "put -c file $sftp/~/there"; do
+    for how in "" --in-place; do
+        older here && older "$there" && ends 1 $way $how --no-replace && [[ $(stat -c %s here "$there" | uniq) == 1000 ]] || fail "$way $how"
+        ends 0 $way $how && cmp file "$([[ $way == get* ]] && echo here || echo "$there")"
+    done
+done
 ln here link && ends 0 get --in-place "$url/kept" here && cmp file link
 ends 0 get "$url/kept" here && [[ ! here -ef link ]]
 before=${EPOCHREALTIME/./} && ends 0 get "$url/kept" slow --limit-rate 2M && took=$((${EPOCHREALTIME/./} - before))

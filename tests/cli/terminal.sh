@@ -11,7 +11,8 @@ spawn -noecho {*}[lrange $argv 2 end]
 foreach {awaited typed} [lindex $argv 1] { expect -re $awaited {} timeout fail eof fail; send $typed }
 set awaited "the end"
 expect eof {} timeout fail
-exit [lindex [wait] 3]
+set ended [wait]
+exit [expr {[lindex $ended 5] == "SIGINT" ? 130 : [lindex $ended 3]}]
 END
 at_terminal() { # STATUS {{AWAITED} {TYPED} …} ARGUMENT…
     local status=0

@@ -203,6 +203,7 @@ struct client_stage {
             fs::remove_all(local);
         for (const auto& [name, content] : files ? before : decltype(before)())
             write_file(local / name, content);
+        make_old(local / "long");
     }
     std::string content(const std::string& name) const { return support::content(local / name); }
     bool sent(const std::string& command) const { return std::ranges::count(peer.commands(), command) > 0; }

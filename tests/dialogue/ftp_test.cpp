@@ -84,6 +84,7 @@ TEST(Ftp, SetsTimesAsTheServerCanAndSaysOnceThatItCannot)
         std::string sent;
         std::size_t warnings;
     } rows[] = {{{}, {}, denied, "MFMT|MFMT", 0},
+                {{}, answer::reply("501 not that time"), denied, "MFMT|MFMT", 0},
                 {without, unknown, done, "MDTM|MDTM", 0},
                 {{}, unknown, done, "MFMT|MDTM|MDTM", 0},
                 {without, unknown, denied, "MDTM", 1}};

@@ -35,6 +35,7 @@ client_stage::client_stage(const std::vector<rule>& rules, qrftp::url_scheme sch
     options.tls = qrftp::tls_mode::none;
     write_file(local / "f", "local");
     write_file(local / "long", "longer than the remote one");
+    make_old(local / "long");
     peer.file("/home/u/f", "remote");
     peer.file("/home/u/t", "remote");
     peer.body("MLSD /home/u", "type=dir; f\r\n");

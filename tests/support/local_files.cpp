@@ -1,6 +1,7 @@
 #include "local_files.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -49,6 +50,11 @@ void write_file(const fs::path& file, const std::string& content)
 {
     fs::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary) << content;
+}
+
+void make_old(const fs::path& file)
+{
+    fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::years(20));
 }
 
 temporary_folder::temporary_folder()

@@ -22,6 +22,9 @@ std::string content(const std::filesystem::path& file);
 /// Writes a local file, and makes the folders above it.
 void write_file(const std::filesystem::path& file, const std::string& content);
 
+/// Lets the file be last changed 20 years ago, before all that servers tell.
+void make_old(const std::filesystem::path& file);
+
 /// A new folder, which goes with all that is in it.
 struct temporary_folder : std::filesystem::path {
     temporary_folder();

@@ -72,7 +72,11 @@ public:
     void rename_temporary() override { temporary_ += "2"; }
     [[nodiscard]] bool may_replace() const override { return replace; }
     [[nodiscard]] bool resumes() const override { return resume; }
-    void complete_target() override { temporary_ = target(); }
+    bool complete_target(const qrftp::file_facts& /*there*/) override
+    {
+        temporary_ = target();
+        return true;
+    }
     [[nodiscard]] bool keeps_temporary() const override { return resume; }
     bool is_unchanged() override
     {

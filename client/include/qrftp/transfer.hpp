@@ -23,9 +23,10 @@ struct transfer_options {
     /// Goes on from what an earlier transfer left: from its temporary name, which then follows from the target,
     /// the source, and the size and time of the source, and is not removed when the transfer fails; else from
     /// the beginning of the file that the target itself holds, in place. Such a target that is as long as the
-    /// file is complete; a longer one is refused with `CannotResume`. What is there is not compared. In trees a
-    /// target is never completed but replaced, and with `in_place` this does nothing. A server that does not
-    /// tell the time of a file to fetch leaves the second way only.
+    /// file is complete; a longer one is refused with `CannotResume`; one that is older than the source, by an
+    /// exact time, is replaced as without this. What is there is not compared. In trees a target is never
+    /// completed but replaced, and with `in_place` this does nothing. A server that does not tell the time of a
+    /// file to fetch leaves the second way only.
     bool resume = false;
     /// Replaces a target that exists. Otherwise it is refused with `AlreadyExists`.
     bool replace = true;

@@ -69,7 +69,8 @@ std::optional<reply> fact_setter::set_time(const std::string& path, std::chrono:
         mdtm_works_ = !has_mfmt_;
         return answer;
     }
-    if (has_mfmt_ ? !answer.is_unknown_command() : mdtm_works_) {
+    const bool is_of_this_file = !answer.is_unknown_command() || answer.code == code::bad_arguments;
+    if (has_mfmt_ ? is_of_this_file : mdtm_works_) {
         return answer;
     }
     // MFMT is advertised and missing; or MDTM takes the time for a part of the name.

@@ -66,10 +66,10 @@ void file_send::run(upload_batch& files)
 
 void file_send::begin()
 {
+    const auto there = find_what_is_there();
     if (!file_.may_replace() && server_.find(file_.target())) {
         throw AlreadyExists(file_.target());
     }
-    const auto there = find_what_is_there();
     range_ = file_.begin(there);
     told_ = range_.begin;
     read_ = range_.begin;
@@ -103,14 +103,17 @@ std::optional<file_facts> file_send::find_what_is_there() const
         if (const auto size = server_.size(file_.path())) {
             return file_facts{.size = size};
         }
-        if (!file_.completes_target() || !server_.find(file_.target())) {
+        if (!file_.completes_target()) {
             return std::nullopt;
         }
-        file_.complete_target();
-    } else if (!server_.find(file_.path())) {
+    }
+    const auto found = server_.find(file_.target());
+    if (!found || (file_.is_temporary() && !file_.complete_target(facts_of(*found)))) {
         return std::nullopt;
     }
-    return file_facts{.size = server_.size(file_.path())};
+    file_facts there = facts_of(*found);
+    there.size = server_.size(file_.path());
+    return there;
 }
 
 /// After the connection broke: the rest begins where the server's part of the file ends.

@@ -20,6 +20,7 @@ inline constexpr long service_not_available = 421; ///< the server closes the co
 inline constexpr long cannot_open_data_connection = 425;
 inline constexpr long connection_closed = 426;
 inline constexpr long insufficient_storage = 452;
+inline constexpr long bad_arguments = 501;         ///< of a command that is known
 inline constexpr long file_unavailable = 550;      ///< not there, or not allowed
 inline constexpr long exceeded_storage = 552;      ///< of the user's share
 inline constexpr long file_name_not_allowed = 553; ///< also when something else has the name

@@ -2,7 +2,6 @@
 
 #include "extensions.hpp"
 
-#include <algorithm>
 #include <utility>
 
 namespace qrftp::sftp {
@@ -22,8 +21,10 @@ attributes to_attributes(const file_facts& facts)
     }
     if (facts.modified) {
         const auto seconds = facts.modified->time_since_epoch().count();
-        const auto sent = static_cast<std::uint32_t>(std::clamp<std::int64_t>(seconds, 0, 0xffffffff));
-        values.time = attributes::times{sent, sent};
+        if (std::in_range<std::uint32_t>(seconds)) {
+            const auto sent = static_cast<std::uint32_t>(seconds);
+            values.time = attributes::times{sent, sent};
+        }
     }
     return values;
 }

@@ -73,7 +73,7 @@ void sftp_protocol::set_facts(const std::string& path, const file_facts& facts)
 void sftp_protocol::require_facts(const std::string& path, const file_facts& facts)
 {
     const attributes values = to_attributes(facts);
-    if (facts.modified && facts.modified->time_since_epoch().count() != values.time->modified) {
+    if (facts.modified && !values.time) {
         throw NotSupported(path, {0, "SFTP has times from 1970 to 2106"});
     }
     ask(path, [&](pipeline& server) {

@@ -80,9 +80,7 @@ void upload_job::on_look(const reply& answer)
         return fail_refused(file_.target(), answer);
     }
     may_exist_ = true;
-    file_facts there;
-    there.size = answer.attrs().size;
-    begin(there);
+    begin(facts_of(make_entry({}, answer.attrs())));
 }
 
 /// There is no part under the temporary name: a target that is there is completed.
@@ -91,7 +89,9 @@ void upload_job::on_look_in_place(const reply& answer)
     if (answer.is_status()) {
         return begin({});
     }
-    file_.complete_target();
+    if (!file_.complete_target(facts_of(make_entry({}, answer.attrs())))) {
+        return begin({});
+    }
     on_look(answer);
 }
 

@@ -152,6 +152,12 @@ std::uint64_t local_target::find_part(const std::string& source, const file_fact
     if (!options_.resume || !has_places_) {
         return 0;
     }
+    if (completes_ && existing_ && facts.modified && existing_->modified < *facts.modified) {
+        // What was there before the source was last changed is no beginning of it.
+        completes_ = false;
+        direct_ = options_.in_place;
+        refuse_existing();
+    }
     if (!options_.in_place && facts.size && facts.modified) {
         const std::string name = remote_path::temporary_name(fmt::format(
             "{}\n{}\n{}\n{}", place_.name, source, *facts.size, facts.modified->time_since_epoch().count()));

@@ -79,6 +79,14 @@ basic_upload::basic_upload(std::string target, const transfer_options& options, 
     }
 }
 
+bool basic_upload::complete_target(const file_facts& there)
+{
+    const auto changed = source_facts().modified;
+    is_outdated_ = changed && there.modified && *there.modified < *changed;
+    path_ = is_outdated_ ? path_ : target();
+    return !is_outdated_;
+}
+
 void basic_upload::rename_temporary()
 {
     path_ = temporary_beside(target());
@@ -121,7 +129,11 @@ byte_range file_upload::begin(const std::optional<file_facts>& there)
 {
     const std::lock_guard lock(mutex_);
     byte_range wanted{0, status_.size};
-    if (resumes() && there) {
+    const bool is_beginning = resumes() && there && (is_temporary() || complete_target(*there));
+    if (there && !is_beginning && !may_replace()) {
+        throw AlreadyExists(target());
+    }
+    if (is_beginning) {
         if (!there->size) {
             throw CannotResume(target(), "the server does not tell its size");
         }

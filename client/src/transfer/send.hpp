@@ -35,8 +35,11 @@ public:
     void rename_temporary() override;
     [[nodiscard]] bool may_replace() const override { return options_.replace || completes_target(); }
     [[nodiscard]] bool resumes() const override { return options_.resume; }
-    [[nodiscard]] bool completes_target() const override { return options_.resume && !known_.is_in_tree; }
-    void complete_target() override { path_ = target(); }
+    [[nodiscard]] bool completes_target() const override
+    {
+        return options_.resume && !known_.is_in_tree && !is_outdated_;
+    }
+    bool complete_target(const file_facts& there) override;
     [[nodiscard]] bool keeps_temporary() const override { return keeps_temporary_; }
     [[nodiscard]] bool needs_replaced() const override
     {
@@ -61,6 +64,7 @@ private:
     target_facts known_;
     std::string path_;
     bool keeps_temporary_ = false;
+    bool is_outdated_ = false; ///< the target was last changed before the source was: it is no beginning of it
 };
 
 /// An open local file on its way to the server. It may go in parts over several connections.
