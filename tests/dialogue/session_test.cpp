@@ -101,6 +101,24 @@ TEST(Session, SendsNothingOfANameThatWouldBecomeACommand)
     EXPECT_THAT(t.peer.commands(), Each(Not(HasSubstr("DELE"))));
 }
 
+TEST(Session, IsNotUsedInACallbackOfItsOwnRequest)
+{
+    for (const auto scheme : {qrftp::url_scheme::ftp, qrftp::url_scheme::sftp}) {
+        client_stage t({}, scheme);
+        t.peer.body("MLSD /home/u", "type=dir; a\r\ntype=dir; b\r\n");
+        if (t.sftp)
+            t.keep({{"/home", "/"}, {"/home/u", "/"}, {"/home/u/x", "1"}});
+        t.open();
+        int found = 0;
+        t.client->list(".", [&](auto&&) {
+            ++found;
+            EXPECT_THROW((void)t.client->file_size("t"), std::logic_error);
+        });
+        EXPECT_GE(found, scheme == qrftp::url_scheme::ftp ? 2 : 1);
+        EXPECT_NO_THROW(t.client->make_folder("n"));
+    }
+}
+
 // That a password is never sent without it, tls_test.cpp shows.
 TEST(Session, DoesWithoutTlsForAnonymousLoginsUnlessStrict)
 {

@@ -39,7 +39,7 @@ namespace qrftp {
 /// certainly not carried out) is repeated, once.
 class QRFTPCLIENT_EXPORT session {
 public:
-    /// Connects and logs in. FTP: AUTH TLS, USER, PASS, PBSZ, PROT, PWD, FEAT. SFTP: version 3, REALPATH. The
+    /// Connects and logs in. FTP: AUTH TLS, USER, PASS, PBSZ, PROT, PWD, FEAT. SFTP: version 3. The
     /// path of `server` is not looked at; the working folder is that of the login.
     ///
     /// Throws `InvalidUrl`, `InvalidName`, `InvalidOption`, `NoConnection`, `NoEncryption`,
@@ -53,7 +53,8 @@ public:
     session& operator=(const session&) = delete;
     ~session();
 
-    /// Ends the connection; a second call does nothing.
+    /// Ends the connection; a second call does nothing. FTP: QUIT, whose answer is waited for, up to the stall
+    /// timeout, as in the destructor.
     void close() noexcept;
 
     /// Another login like this one, in the same working folder. Throws what the constructor throws.
@@ -64,9 +65,9 @@ public:
     /// What the server told of itself. Makes one request for the round trip. FTP: NOOP. SFTP: REALPATH.
     [[nodiscard]] qrftp::server_info server_info();
 
-    /// Sends nothing.
+    /// Sends nothing but, over SFTP, REALPATH when the login folder is needed for the first time.
     [[nodiscard]] const std::string& working_folder() const;
-    /// The absolute form of `path`, without "." and ".." segments. Sends nothing.
+    /// The absolute form of `path`, without "." and ".." segments. Sends what `working_folder` sends.
     [[nodiscard]] std::string absolute(const std::string& path) const;
     /// FTP: CWD there and back to the login folder. SFTP: STAT of its ".", which only those may ask who may
     /// enter it, as far as the server tells. Returns the new working folder. Throws `NotFound`, `NotFolder`,

@@ -11,7 +11,7 @@ namespace qrftp {
 enum class trace_level {
     off,
     dialogue, ///< what is asked of servers and answered: FTP's commands and replies, SFTP's requests by name
-    debug,    ///< also what libcurl and libssh say
+    debug,    ///< also what libcurl says, and libssh on the thread that called `set_trace`
 };
 
 /// Sends what the sessions of the process do to `on_line`, a line at a time, one call at a time, on the thread

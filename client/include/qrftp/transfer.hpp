@@ -50,7 +50,7 @@ struct transfer_options {
     /// transferred, where it has none, and `InvalidOption` for a part of a file.
     bool verify = false;
     /// Fetching: from which byte of the remote file on, and how many; for transfers that give the bytes to a
-    /// program.
+    /// program (`InvalidOption` for those to a local file).
     std::uint64_t offset = 0;
     std::optional<std::uint64_t> length{};
     /// Of a file to fetch: its size, as a listing told it. Over FTP, a file of up to 1 MiB that goes to a

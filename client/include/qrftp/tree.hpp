@@ -98,7 +98,8 @@ struct sync_options : tree_options {
     /// Removes from the destination what the source does not have. What `exclude` names is left alone, and
     /// files of transfers under way (".qrftp-….part", ".qrftp-….old"). Nothing is removed when a part of either
     /// side could not be read, and nothing when the source is empty and the destination is not (`EmptySource`),
-    /// unless `force` is set; nor what stands at or below a link or special file of the source that is not copied.
+    /// unless `force` is set; nor what stands at or below a link or special file of the source that is not
+    /// copied.
     bool remove_extra = false;
     bool force = false;
     /// Files that are copied whatever their sizes and times say: something else knows that they changed.

@@ -32,6 +32,7 @@ public:
     /// `request` stays until `end`.
     void begin(const request& request);
     void end();
+    [[nodiscard]] bool is_busy() const { return request_ != nullptr; }
 
     [[nodiscard]] const std::vector<reply>& replies() const { return replies_.replies(); }
     /// "TLSv1.2 ECDHE-…" of the control connection, empty without TLS.
@@ -66,7 +67,7 @@ private:
     std::stop_token stop_;
     data_tls& data_;
     CURL* handle_ = nullptr;
-    const request* request_ = nullptr;
+    const request* request_ = nullptr; ///< the one under way
     reply_reader replies_;
     std::size_t replies_size_ = 0; ///< in bytes
     bool lost_reply_ = false;

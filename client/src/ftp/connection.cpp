@@ -233,6 +233,9 @@ void connection::sever()
 
 request_result connection::perform(const request& request)
 {
+    if (callbacks_.is_busy()) {
+        throw std::logic_error("a session was used in a callback of its own request");
+    }
     message_.front() = '\0';
     set_request(request);
     callbacks_.begin(request);

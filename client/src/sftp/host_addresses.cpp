@@ -52,7 +52,11 @@ lookup look_up_on_thread(const std::string& host, std::uint16_t port, interrupti
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
     std::thread([shared, host, port] {
-        shared->result = look_up(host, port, 0);
+        try {
+            shared->result = look_up(host, port, 0);
+        } catch (...) { // There is no memory.
+            shared->result.error = EAI_MEMORY;
+        }
         const std::uint64_t one = 1;
         [[maybe_unused]] const auto written = ::write(shared->done.get(), &one, sizeof one); // never full
     }).detach();

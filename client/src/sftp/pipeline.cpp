@@ -211,14 +211,19 @@ void pipeline::close() noexcept
     free_.clear();
 }
 
+void pipeline::refuse_in_handler() const
+{
+    if (is_dispatching_) {
+        throw std::logic_error("a session was used in a callback of its own request");
+    }
+}
+
 void pipeline::pump()
 {
     if (!is_open()) {
         throw ConnectionLost(settings_.server);
     }
-    if (is_dispatching_) {
-        throw std::logic_error("a request was waited for while answers are handled");
-    }
+    refuse_in_handler();
     if (outstanding_ > 0 || !output_.empty()) {
         exchange();
     }

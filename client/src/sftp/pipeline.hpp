@@ -138,6 +138,7 @@ public:
     template <class... Fields>
     reply call(const request& what, const Fields&... fields)
     {
+        refuse_in_handler();
         send(what, {&answer_}, fields...);
         return wait_for_answer();
     }
@@ -211,6 +212,7 @@ private:
     static void append_trace(std::string& /*line*/, const attributes& /*facts*/) {}
     static void trace_reply(const reply& answer);
 
+    void refuse_in_handler() const;
     byte_queue& prepare();
     [[nodiscard]] std::uint32_t next_id() const noexcept;
     void begin(packet_writer& packet, const request& what) const;

@@ -186,6 +186,9 @@ void send_stream(const session& to, const std::filesystem::path& local, const st
 void fetch_file(const session& from, const std::string& path, const std::filesystem::path& local,
                 const transfer_options& options)
 {
+    if (options.offset != 0 || options.length) {
+        throw InvalidOption(path, "a part of a file goes to a program, not to a local file");
+    }
     protocol& server = session_access::server(from);
     verification_of(server, from.location().server(), options);
     std::uint64_t size = 0;
