@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
 #include <utility>
 
 namespace zorbel::io::common::file {
@@ -37,6 +40,36 @@ fs::file_type type_of(mode_t mode)
         return fs::file_type::unknown;
     }
 }
+
+/// While it lives, writing to a pipe that nobody reads is an error, and does not end the program.
+class WithoutSigpipe {
+public:
+    WithoutSigpipe()
+    {
+        sigset_t pending{};
+        sigemptyset(&pipe_);
+        sigaddset(&pipe_, SIGPIPE);
+        sigpending(&pending);
+        was_pending_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+    }
+    WithoutSigpipe(const WithoutSigpipe&) = delete;
+    WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
+    ~WithoutSigpipe()
+    {
+        const int kept = errno;
+        const timespec at_once{};
+        while (!was_pending_ && sigtimedwait(&pipe_, nullptr, &at_once) == -1 && errno == EINTR) {
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        errno = kept;
+    }
+
+private:
+    sigset_t pipe_{};
+    sigset_t before_{};
+    bool was_pending_ = false;
+};
 
 class PosixLocalFile final : public LocalFile {
 public:
@@ -89,6 +122,7 @@ public:
     std::size_t write_some(std::string_view bytes, std::chrono::milliseconds longest) override
     {
         const auto write = [&] {
+            const WithoutSigpipe guard;
             return repeat_interrupted([&] { return ::write(descriptor_, bytes.data(), bytes.size()); });
         };
         ssize_t put = write();

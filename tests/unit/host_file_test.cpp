@@ -1,8 +1,11 @@
 #include "faulty_file_system.hpp"
 #include "local_files.hpp"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zorbel/io/common/file/MemoryFileSystem.hpp>
 #include <zorbel/io/common/file/errors.hpp>
 
@@ -26,6 +29,17 @@ static void check_round_trip(const fl::ustring& path)
     EXPECT_EQ(buffer, "abc\0x??"s);
     EXPECT_EQ(close(make_writeable_file(path)), nullptr);
     EXPECT_EQ(make_vfs_file(path).getAttributes().getSize(), 0U);
+}
+
+TEST(LocalFile, IsNotTheEndOfTheProgramWhereItIsAPipeThatNobodyReads)
+{
+    const support::temporary_folder folder;
+    ASSERT_EQ(::mkfifo((folder / "p").c_str(), 0600), 0);
+    const int reader = ::open((folder / "p").c_str(), O_RDONLY | O_NONBLOCK);
+    const auto pipe = open_folder(folder)->open_file("p", Folder::Open::append);
+    pipe->write(0, "read");
+    ::close(reader);
+    EXPECT_THROW(pipe->write(0, "unread"), std::filesystem::filesystem_error);
 }
 
 TEST(LocalFile, IsWrittenReadAndTellsItsFailuresApartWhereverItLives)
